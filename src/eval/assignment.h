@@ -1,0 +1,62 @@
+// One run of an assignment line.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "interpreter/dovrel_script.h"
+
+/// Carries out an assignment line once. It refers to the line and lives no longer than the run.
+class AssignmentRun {
+public:
+    /// `line` must be an assignment.
+    AssignmentRun(DovrelScript& interpreter, const ParsedScriptLine& line);
+
+    /// The value of the statement: the last one stored by a general multiple assignment under a
+    /// plain name, nil for every other form.
+    Variable run();
+
+    /// The first value of a multi-value, nil if it has none.
+    [[nodiscard]] static Variable firstValue(const Variable& multi);
+
+private:
+    [[nodiscard]] bool unwinding() const { return interpreter_.softErrorUnwinding(); }
+    [[nodiscard]] const TokenAnalysis& token(const ParsedAssignmentTarget& target) const {
+        return line_.tokenAnalysis[target.nameToken];
+    }
+
+    // Evaluation.
+    Variable evaluateRange(TokenRange range);
+    Variable evaluate(const FastExpression& expression, TokenRange range);
+    Variable evaluateKey(const ParsedAssignmentTarget& target, std::size_t index);
+    bool evaluateKeys(const ParsedAssignmentTarget& target, std::vector<Variable>& keys);
+    bool evaluateValues(std::vector<Variable>& values);
+    Variable evaluateFirstValue();
+    Variable evaluateDirectCall();
+    /// Reduces the multi-value of a bare call to its first value.
+    void cutMulti(Variable& value) const;
+
+    // Storing.
+    void store(const ParsedAssignmentTarget& target, const Variable& value);
+    void storePlain(const ParsedAssignmentTarget& target, const Variable& value);
+    void storeElement(Variable& container, const Variable& key, const Variable& value);
+    void storeThroughKeys(const ParsedAssignmentTarget& target, const std::vector<Variable>& keys,
+                          const Variable& value);
+    void storeAll(const std::vector<Variable>& values);
+    void storeFirst(const Variable& value);
+    void applyCompound(Variable& variable, const Variable& value) const;
+    [[noreturn]] void throwVariableNotFound(const ParsedAssignmentTarget& target);
+
+    // The forms.
+    void runPlain(const ParsedAssignmentTarget& target);
+    void runIndexed(const ParsedAssignmentTarget& target);
+    void runPath(const ParsedAssignmentTarget& target);
+    void runParallel();
+    void runSpreadCall(const FastExpression& expression);
+    void runProtectedCall(Arguments args);
+    Variable runGeneral();
+
+    DovrelScript& interpreter_;
+    const ParsedScriptLine& line_;
+    const ParsedAssignment& assignment_;
+};

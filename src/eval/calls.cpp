@@ -1,0 +1,326 @@
+// Calls. Every call of a native or script function ends in invokeCallableFast, which takes one of
+// five routes: start a coroutine, native by id, native by function object, fast body, frame.
+//
+// What a call leaves as it found it, on every way out: callDepth, frameScopes, varargStack, the two
+// name stacks, and the fast-call fields. The callable is held by reference count for the whole
+// call, since the call may overwrite the variable that named it.
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "eval/errors.h"
+#include "exec/bytecode_program.h"
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+class CallDepthGuard {
+public:
+    explicit CallDepthGuard(std::uint64_t& depth) : depth_(depth) { ++depth_; }
+    ~CallDepthGuard() { --depth_; }
+    CallDepthGuard(const CallDepthGuard&) = delete;
+    CallDepthGuard& operator=(const CallDepthGuard&) = delete;
+
+private:
+    std::uint64_t& depth_;
+};
+
+/// Pushes a callable's directory and name, those that it has, and pops them again.
+class NameStackGuard {
+public:
+    NameStackGuard(DovrelScript& interpreter, const ScriptCallable& callable)
+        : interpreter_(interpreter),
+          hasDirectory_(!callable.baseDirectory.empty()),
+          hasName_(!callable.scriptName.empty()) {
+        if (hasDirectory_) interpreter.baseDirectoryStack.push_back(&callable.baseDirectory);
+        if (hasName_) interpreter.scriptNameStack.push_back(&callable.scriptName);
+    }
+    ~NameStackGuard() {
+        if (hasName_) interpreter_.scriptNameStack.pop_back();
+        if (hasDirectory_) interpreter_.baseDirectoryStack.pop_back();
+    }
+    NameStackGuard(const NameStackGuard&) = delete;
+    NameStackGuard& operator=(const NameStackGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+    bool hasDirectory_;
+    bool hasName_;
+};
+
+/// The frame of a call: a scope with the parameters, and the extra arguments of a variadic one.
+class FrameGuard {
+public:
+    FrameGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
+        : interpreter_(interpreter), isVariadic_(callable.isVariadic) {
+        Scope& scope = interpreter.pushFrameScope(callable.parameters.size());
+        bindParameters(scope, callable, args);
+        if (isVariadic_) {
+            interpreter.varargStack.push_back(extraArguments(callable, args));
+        }
+    }
+    ~FrameGuard() {
+        if (isVariadic_) interpreter_.varargStack.pop_back();
+        interpreter_.popFrameScope();
+    }
+    FrameGuard(const FrameGuard&) = delete;
+    FrameGuard& operator=(const FrameGuard&) = delete;
+
+    /// Without a search: of a name used twice, the first entry is the one found.
+    static void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args) {
+        for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
+            if (i < args.size()) {
+                scope.append(callable.parameters[i], args[i]);
+            } else {
+                scope.append(callable.parameters[i], Variable());
+            }
+        }
+    }
+    static std::vector<Variable> extraArguments(const ScriptCallable& callable, Arguments args) {
+        std::vector<Variable> extra;
+        for (std::size_t i = callable.parameters.size(); i < args.size(); ++i) {
+            extra.push_back(args[i]);
+        }
+        return extra;
+    }
+
+private:
+    DovrelScript& interpreter_;
+    bool isVariadic_;
+};
+
+/// Makes a callable the running fast one: its parameters are found in the caller's arguments.
+class FastCallGuard {
+public:
+    FastCallGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
+        : interpreter_(interpreter),
+          savedCallable_(interpreter.fastCallable),
+          savedArgs_(interpreter.fastArgs),
+          savedFrameBase_(interpreter.fastFrameBase),
+          savedFloor_(interpreter.blockScopeFloor),
+          names_(interpreter, callable) {
+        interpreter.fastCallable = &callable;
+        interpreter.fastArgs = args;
+        interpreter.fastFrameBase = interpreter.frameScopes.size();
+    }
+    ~FastCallGuard() {
+        interpreter_.fastCallable = savedCallable_;
+        interpreter_.fastArgs = savedArgs_;
+        interpreter_.fastFrameBase = savedFrameBase_;
+        interpreter_.blockScopeFloor = savedFloor_;
+    }
+    FastCallGuard(const FastCallGuard&) = delete;
+    FastCallGuard& operator=(const FastCallGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+    const ScriptCallable* savedCallable_;
+    Arguments savedArgs_;
+    std::size_t savedFrameBase_;
+    std::size_t savedFloor_;
+    NameStackGuard names_;
+};
+
+const ParsedScriptLine* bodyLine(const ScriptCallable& callable, std::size_t index) {
+    const auto& lines = callable.bodyLines;
+    return lines != nullptr && index < lines->size() ? &(*lines)[index] : nullptr;
+}
+
+/// The guard of a guarded body holds.
+bool guardFires(DovrelScript& interpreter, const ScriptCallable& callable) {
+    if (callable.fastBodyKind != FastBodyKind::GuardAndReturn) return false;
+    const ParsedScriptLine* guard = bodyLine(callable, callable.fastGuardLine);
+    return guard != nullptr &&
+           interpreter.evaluateCondition(*guard, "if", DovrelScript::ConditionTiers::ScalarOnly);
+}
+
+/// The one compiled return expression of a fast body that the scalar tier may try, or null.
+const ParsedScriptLine* scalarReturnLine(const std::shared_ptr<ScriptCallable>& callable) {
+    if (callable == nullptr || callable->isNative || callable->isDecay ||
+        callable->fastBodyKind == FastBodyKind::None) {
+        return nullptr;
+    }
+    const ParsedScriptLine* line = bodyLine(*callable, callable->fastReturnLine);
+    if (line == nullptr || line->returnValues.size() != 1 || !line->returnValues[0].valid) {
+        return nullptr;
+    }
+    return line;
+}
+
+bool isErrorCallOfLiteral(const ParsedScriptLine& line) {
+    const auto& tokens = line.tokens;
+    return tokens.size() == 4 && tokens[0] == "error" && tokens[1] == "(" &&
+           isQuotedToken(tokens[2]) && tokens[3] == ")";
+}
+
+}  // namespace
+
+void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
+    callable.fastBodyKind = FastBodyKind::None;
+    callable.fastGuardLine = 0;
+    callable.fastReturnLine = 0;
+    callable.fastGuardMessage.clear();
+    // A variadic body needs its extra arguments on the stack, so it takes a frame.
+    if (callable.bodyLines == nullptr || callable.isVariadic) return;
+
+    const std::vector<ParsedScriptLine>& lines = *callable.bodyLines;
+    std::vector<std::size_t> used;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].kind == LineKind::Empty) continue;
+        used.push_back(i);
+        if (used.size() > 4) return;
+    }
+    if (used.empty() || used.back() > UINT16_MAX || lines[used.back()].kind != LineKind::Return) {
+        return;
+    }
+    if (used.size() == 1) {
+        callable.fastBodyKind = FastBodyKind::SingleReturn;
+    } else if (used.size() == 4) {
+        const ParsedScriptLine& guard = lines[used[0]];
+        const ParsedScriptLine& raise = lines[used[1]];
+        if (guard.kind != LineKind::If || lines[used[2]].kind != LineKind::End ||
+            guard.nextBranch != kNoLine || guard.matchingEnd != used[2] ||
+            !isErrorCallOfLiteral(raise)) {
+            return;
+        }
+        callable.fastBodyKind = FastBodyKind::GuardAndReturn;
+        callable.fastGuardMessage = decodeStringToken(raise.tokens[2]);
+        callable.fastGuardLine = static_cast<std::uint16_t>(used[0]);
+    } else {
+        return;
+    }
+    callable.fastReturnLine = static_cast<std::uint16_t>(used.back());
+}
+
+Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args) {
+    const CallDepthGuard depth(callDepth);
+    if (callee.type != VarType::Function) {
+        throwPlainError("Attempted to call a non-function value of type " + typeName(callee.type));
+    }
+    std::shared_ptr<ScriptCallable> callable = callee.asFunction();
+    if (callable == nullptr) throwPlainError("Attempted to call an invalid function value");
+    if (callable->isDecay) {
+        startCoroutine(callable, args);
+        return {};
+    }
+    if (callable->isNative) {
+        Variable result = callable->builtinId != BuiltinId::None
+                              ? dispatchBuiltinFast(callable->builtinId, args)
+                              : callable->nativeFunction(args);
+        if (softErrorUnwinding()) return {};
+        return result;
+    }
+    if (callable->fastBodyKind != FastBodyKind::None) return runFastBody(*callable, args);
+    if (callable->isLoadedChunk && !args.empty()) {
+        throwPlainError("Loaded script chunks do not accept call arguments");
+    }
+    return runInFrame(std::move(callable), args);
+}
+
+Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args) {
+    // Declared first, so that the record of the current line outlives the pops.
+    struct RetireGuard {
+        DovrelScript& interpreter;
+        std::shared_ptr<ScriptCallable>& callable;
+        const std::string* lineAtEntry;
+        ~RetireGuard() { interpreter.retireCallable(std::move(callable), lineAtEntry); }
+    } const retire{*this, callable, currentLine};
+
+    Variable result;
+    BlockSignal signal = BlockSignal::None;
+    {
+        const FrameGuard frame(*this, *callable, args);
+        const NameStackGuard nameStacks(*this, *callable);
+        if (callable->program != nullptr) {
+            result = executeBytecodeChunkInternal(callable->program, callable->chunkIndex, signal);
+        } else if (callable->bodyLines != nullptr) {
+            std::size_t index = 0;
+            result = executeParsedBlock(*callable->bodyLines, index, signal);
+        }
+        rethrowPendingCoroutineException();
+    }
+    if (softErrorUnwinding()) return {};
+    if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
+    return result;
+}
+
+Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments args) {
+    const FastCallGuard fastCall(*this, callable, args);
+    if (guardFires(*this, callable)) {
+        raiseScriptErrorSoft(callable.fastGuardMessage);
+        return {};
+    }
+    if (softErrorUnwinding()) return {};
+    const ParsedScriptLine* line = bodyLine(callable, callable.fastReturnLine);
+    if (line == nullptr) return {};
+    Variable result = evaluateReturnValues(*line);
+    if (softErrorUnwinding()) return {};
+    return result;
+}
+
+bool DovrelScript::tryEvaluateFastCallableScalar(const std::shared_ptr<ScriptCallable>& callable,
+                                                 Arguments args, FastScalarValue& out) {
+    const ParsedScriptLine* line = scalarReturnLine(callable);
+    if (line == nullptr) return false;
+    const CallDepthGuard depth(callDepth);
+    const FastCallGuard fastCall(*this, *callable, args);
+    if (guardFires(*this, *callable)) {
+        raiseScriptErrorSoft(callable->fastGuardMessage);
+        out = FastScalarValue::nil();
+        return true;
+    }
+    if (softErrorUnwinding()) return false;
+    const FastExpression& value = line->returnValues[0];
+    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+}
+
+bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
+    const std::shared_ptr<ScriptCallable>& callable, Arguments args, bool& ok, FastScalarValue& out,
+    std::string& message) {
+    ok = true;
+    message.clear();
+    const ParsedScriptLine* line = scalarReturnLine(callable);
+    if (line == nullptr) return false;
+    const CallDepthGuard depth(callDepth);
+    const FastCallGuard fastCall(*this, *callable, args);
+    if (guardFires(*this, *callable)) {
+        // The caller is the protected call: nothing is recorded or raised.
+        ok = false;
+        message = callable->fastGuardMessage;
+        out = FastScalarValue::nil();
+        return true;
+    }
+    if (softErrorUnwinding()) return false;
+    const FastExpression& value = line->returnValues[0];
+    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+}
+
+void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args) {
+    auto state = std::make_shared<CoroutineState>();
+    state->callable = callable;
+    Scope& scope = state->flow.frameScopes.emplace_back();
+    scope.reserve(callable->parameters.size());
+    FrameGuard::bindParameters(scope, *callable, args);
+    if (callable->isVariadic) {
+        state->flow.varargStack.push_back(FrameGuard::extraArguments(*callable, args));
+    }
+    if (!callable->baseDirectory.empty()) {
+        state->flow.baseDirectoryStack.push_back(&callable->baseDirectory);
+    }
+    if (!callable->scriptName.empty()) {
+        state->flow.scriptNameStack.push_back(&callable->scriptName);
+    }
+    state->flow.blockScopes.emplace_back().reserve(4);
+    CoroutineFrame frame;
+    frame.endLine = callable->bodyLines != nullptr ? callable->bodyLines->size() : 0;
+    frame.ownsBlockScope = true;
+    state->frames.push_back(std::move(frame));
+    if (inCoroutineTurn) {
+        // The coroutine that makes the call ends here; the new one goes on at the next turn.
+        replacementCoroutine = std::move(state);
+        coroutineTurnEnded = true;
+        throw CoroutineTerminated();
+    }
+    scheduledCoroutine = std::move(state);
+}

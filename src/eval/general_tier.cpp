@@ -1,0 +1,262 @@
+// The general tier: any value of a compiled expression. It is the tier of last resort and raises
+// what is wrong. When a soft error is unwinding after an operand or a call, it returns nil at once.
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "eval/binary_operation.h"
+#include "eval/errors.h"
+#include "eval/variable_access.h"
+#include "frontend/operator_table.h"
+#include "value/arithmetic.h"
+#include "value/operators.h"
+#include "value/text.h"
+
+using TokenAnalyses = std::vector<TokenAnalysis>;
+
+namespace {
+
+const FastExprNode& nodeAt(const FastExpression& expression, int index) {
+    return expression.nodes[static_cast<std::size_t>(index)];
+}
+
+Variable negated(const Variable& operand) {
+    switch (operand.type) {
+        case VarType::Int:
+        case VarType::Bool: return Variable::makeInt(wrapNegate(toInt(operand)));
+        case VarType::Float: return Variable::makeFloat(-operand.asFloat());
+        default: throwPlainError("Unary '-' requires a numeric value");
+    }
+}
+
+/// "%" of this tier: an int only for two ints, so a bool with an int gives a float; kept.
+Variable remainderOf(const Variable& left, const Variable& right) {
+    if (left.type == VarType::Int && right.type == VarType::Int) {
+        return Variable::makeInt(checkedRemainder(left.asInt(), right.asInt()));
+    }
+    if (!left.isNumeric() || !right.isNumeric()) return performOperation(left, '%', right);
+    const double divisor = toDouble(right);
+    if (divisor == 0.0) throwDivisionByZero();
+    return Variable::makeFloat(
+        std::fmod(static_cast<float>(toDouble(left)), static_cast<float>(divisor)));
+}
+
+int operatorNumberOf(NodeKind kind) {
+    switch (kind) {
+        case NodeKind::Equal: return kEqual;
+        case NodeKind::NotEqual: return kNotEqual;
+        case NodeKind::Less: return kLess;
+        case NodeKind::Greater: return kGreater;
+        case NodeKind::LessEqual: return kLessEqual;
+        case NodeKind::GreaterEqual: return kGreaterEqual;
+        case NodeKind::Subtract: return kSubtract;
+        case NodeKind::Multiply: return kMultiply;
+        case NodeKind::Divide: return kDivide;
+        case NodeKind::IntDivide: return kIntDivide;
+        default: return kPower;
+    }
+}
+
+}  // namespace
+
+Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
+                                              const TokenAnalyses& analysis) {
+    if (expression.valid) {
+        const FastExprNode& root = expression.rootNode();
+        // A call at the root runs its arguments once: the scalar tier is not tried on it.
+        if (root.kind == NodeKind::Call) return evaluateCallNode(expression, root, analysis);
+        if (root.kind == NodeKind::Add && root.canConcat) {
+            std::string text;
+            if (appendFastStringConcatNode(expression, expression.root, analysis, text)) {
+                return Variable(std::move(text));
+            }
+            if (softErrorUnwinding()) return {};
+        }
+    }
+    FastScalarValue scalar;
+    if (tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, scalar)) {
+        return variableFromFastScalar(scalar);
+    }
+    if (softErrorUnwinding()) return {};
+    return evaluateFastExpressionNode(expression, expression.root, analysis);
+}
+
+Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expression, int index,
+                                                  const TokenAnalyses& analysis) {
+    if (static_cast<std::size_t>(index) >= expression.nodes.size()) return {};
+    const FastExprNode& node = nodeAt(expression, index);
+    switch (node.kind) {
+        case NodeKind::IntLiteral: return Variable::makeInt(node.intValue);
+        case NodeKind::FloatLiteral: return Variable::makeFloat(node.floatValue);
+        case NodeKind::StringLiteral: return Variable(expression.strings[node.stringIndex]);
+        case NodeKind::BoolLiteral: return Variable::makeBool(node.boolValue);
+        case NodeKind::NilLiteral: return {};
+        case NodeKind::Variable: {
+            const Variable* value = readVariable(analysis[node.tokenIndex]);
+            return value != nullptr ? *value : Variable();
+        }
+        case NodeKind::Index: return evaluateIndexNode(expression, node, analysis);
+        case NodeKind::Call: return evaluateCallNode(expression, node, analysis);
+        case NodeKind::Negate:
+        case NodeKind::Not:
+        case NodeKind::Length: {
+            const Variable operand = evaluateFastExpressionNode(expression, node.left, analysis);
+            if (softErrorUnwinding()) return {};
+            if (node.kind == NodeKind::Negate) return negated(operand);
+            if (node.kind == NodeKind::Not) return Variable::makeBool(!isTruthy(operand));
+            return Variable::makeInt(arrayLength(operand));
+        }
+        case NodeKind::And:
+        case NodeKind::Or: {
+            Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
+            if (softErrorUnwinding()) return {};
+            if (isTruthy(left) != (node.kind == NodeKind::And)) return left;
+            return evaluateFastExpressionNode(expression, node.right, analysis);
+        }
+        case NodeKind::Add: return evaluateAddNode(expression, index, analysis);
+        case NodeKind::Subtract:
+        case NodeKind::Multiply:
+        case NodeKind::Divide:
+        case NodeKind::IntDivide:
+        case NodeKind::Modulo:
+        case NodeKind::Power:
+        case NodeKind::Equal:
+        case NodeKind::NotEqual:
+        case NodeKind::Less:
+        case NodeKind::Greater:
+        case NodeKind::LessEqual:
+        case NodeKind::GreaterEqual: return evaluateBinaryNode(expression, node, analysis);
+        case NodeKind::None: break;
+    }
+    throwPlainError("Invalid fast expression node");
+}
+
+Variable DovrelScript::evaluateBinaryNode(const FastExpression& expression,
+                                          const FastExprNode& node, const TokenAnalyses& analysis) {
+    const Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding()) return {};
+    const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
+    if (softErrorUnwinding()) return {};
+    if (node.kind == NodeKind::Modulo) return remainderOf(left, right);
+    return applyBinaryOperator(operatorNumberOf(node.kind), left, right);
+}
+
+Variable DovrelScript::evaluateAddNode(const FastExpression& expression, int index,
+                                       const TokenAnalyses& analysis) {
+    const FastExprNode& node = nodeAt(expression, index);
+    if (node.canConcat) {
+        std::string text;
+        if (appendFastStringConcatNode(expression, index, analysis, text)) {
+            return Variable(std::move(text));
+        }
+        if (softErrorUnwinding()) return {};
+    }
+    Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding()) return {};
+    const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
+    if (softErrorUnwinding()) return {};
+    if (left.type == VarType::String) {
+        // The left text is a copy of ours already: the right one goes behind it.
+        appendVariableStringFast(left.asString(), right);
+        return left;
+    }
+    return performOperation(left, '+', right);
+}
+
+Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const FastExprNode& node,
+                                         const TokenAnalyses& analysis) {
+    Variable temporary;
+    const Variable* base = variableInPlace(expression, node.left, analysis);
+    if (base == nullptr) {
+        temporary = evaluateFastExpressionNode(expression, node.left, analysis);
+        if (softErrorUnwinding()) return {};
+        base = &temporary;
+    }
+    const FastExprNode& keyNode = nodeAt(expression, node.right);
+    if (keyNode.kind == NodeKind::StringLiteral) {
+        const std::string& key = expression.strings[keyNode.stringIndex];
+        if (base->type != VarType::Table) return getIndexedValue(*base, Variable(key));
+        const TableStorage& table = *base->asTable();
+        const auto found = table.find(key);
+        return found != table.end() ? found->second : Variable();
+    }
+    // A key that runs code may move or overwrite the base, which is then looked up again.
+    const auto baseAfterKey = [&]() -> const Variable& {
+        if (keyNode.holdsCall && base != &temporary) {
+            base = variableInPlace(expression, node.left, analysis);
+        }
+        return base != nullptr ? *base : nilValue();
+    };
+    if (base->type == VarType::Array) {
+        int position = 0;
+        if (tryEvaluateFastExpressionIntNode(expression, node.right, analysis, position)) {
+            const Variable& container = baseAfterKey();
+            if (container.type != VarType::Array) {
+                return getIndexedValue(container, Variable::makeInt(position));
+            }
+            const ArrayStorage& array = *container.asArray();
+            if (position < 1 || static_cast<std::size_t>(position) > array.size()) return {};
+            return array[static_cast<std::size_t>(position) - 1];
+        }
+        if (softErrorUnwinding()) return {};
+    }
+    const Variable key = evaluateFastExpressionNode(expression, node.right, analysis);
+    if (softErrorUnwinding()) return {};
+    return getIndexedValue(baseAfterKey(), key);
+}
+
+bool DovrelScript::evaluateCallArguments(const FastExpression& expression, const FastExprNode& call,
+                                         const TokenAnalyses& analysis, ArgumentFrame& frame) {
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        const auto argument = expression.callArguments[static_cast<std::size_t>(call.right) + i];
+        frame[i] = evaluateFastExpressionNode(expression, static_cast<int>(argument), analysis);
+        if (softErrorUnwinding()) return false;
+    }
+    return true;
+}
+
+Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const FastExprNode& node,
+                                        const TokenAnalyses& analysis) {
+    ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
+    if (!evaluateCallArguments(expression, node, analysis, arguments)) return {};
+    // A member of a library table goes straight to its fast body.
+    const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, true);
+    if (native != nullptr && native->builtinId != BuiltinId::None) {
+        Variable result = dispatchBuiltinFast(native->builtinId, arguments.view());
+        return softErrorUnwinding() ? Variable() : result;
+    }
+    if (const Variable* callee = variableInPlace(expression, node.left, analysis)) {
+        return invokeCallableFast(*callee, arguments.view());
+    }
+    const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding()) return {};
+    return invokeCallableFast(callee, arguments.view());
+}
+
+bool DovrelScript::appendFastStringConcatNode(const FastExpression& expression, int index,
+                                              const TokenAnalyses& analysis, std::string& out) {
+    for (;;) {
+        const FastExprNode& node = nodeAt(expression, index);
+        if (node.kind == NodeKind::Add) {
+            if (!appendFastStringConcatNode(expression, node.left, analysis, out)) return false;
+            index = node.right;
+            continue;
+        }
+        if (node.kind == NodeKind::StringLiteral) {
+            out += expression.strings[node.stringIndex];
+            return true;
+        }
+        if (node.kind != NodeKind::Call || node.intValue != 1) return false;
+        if (nodeAt(expression, node.left).kind != NodeKind::Variable) return false;
+        const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, false);
+        if (native == nullptr || native->builtinId != BuiltinId::ToString) return false;
+        const auto argument = static_cast<std::size_t>(node.right);
+        if (argument >= expression.callArguments.size()) return false;
+        const Variable value = evaluateFastExpressionNode(
+            expression, static_cast<int>(expression.callArguments[argument]), analysis);
+        if (softErrorUnwinding()) return false;
+        appendVariableStringFast(out, value);
+        return true;
+    }
+}

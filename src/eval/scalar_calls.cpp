@@ -1,0 +1,187 @@
+// Calls in the scalar tier: natives with a scalar result, and script functions with a fast body.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <stdexcept>
+#include <vector>
+
+#include "eval/errors.h"
+#include "eval/variable_access.h"
+#include "library/natives.h"
+#include "value/arithmetic.h"
+
+using TokenAnalyses = std::vector<TokenAnalysis>;
+
+namespace {
+
+constexpr std::size_t kArgumentsOnStack = 8;
+
+/// The natives that take any values but give a scalar.
+bool isScalarBuiltinOnValues(BuiltinId id) {
+    return id == BuiltinId::ToNumber || id == BuiltinId::Len || id == BuiltinId::StringLen ||
+           id == BuiltinId::StringByte || id == BuiltinId::Utf8Len;
+}
+
+/// The natives that are computed from scalars without a Variable.
+bool isScalarBuiltinOnScalars(BuiltinId id) {
+    return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);
+}
+
+using Scalars = std::vector<FastScalarValue>;
+
+FastScalarValue smallest(const FastScalarValue* values, std::size_t count) {
+    FastScalarValue winner = values[0];
+    for (std::size_t i = 1; i < count; ++i) {
+        if (!(fastScalarToDouble(values[i]) >= fastScalarToDouble(winner))) winner = values[i];
+    }
+    return winner;
+}
+
+FastScalarValue largest(const FastScalarValue* values, std::size_t count) {
+    FastScalarValue winner = values[0];
+    for (std::size_t i = 1; i < count; ++i) {
+        if (fastScalarToDouble(values[i]) > fastScalarToDouble(winner)) winner = values[i];
+    }
+    return winner;
+}
+
+FastScalarValue absolute(const FastScalarValue& value) {
+    if (value.kind == ScalarKind::Float) {
+        return FastScalarValue::fromFloat(std::fabs(value.floatValue));
+    }
+    const int number = fastScalarToInt(value);
+    return FastScalarValue::fromInt(std::max(number, wrapNegate(number)));
+}
+
+FastScalarValue narrowed(double number) {
+    return FastScalarValue::fromFloat(static_cast<float>(number));
+}
+
+/// A mathematical native on `count` numbers; false for a wrong count.
+bool tryMath(BuiltinId id, const FastScalarValue* values, std::size_t count, FastScalarValue& out) {
+    if (id == BuiltinId::MathMin || id == BuiltinId::MathMax) {
+        out = id == BuiltinId::MathMin ? smallest(values, count) : largest(values, count);
+        return true;
+    }
+    if (id == BuiltinId::MathLog && count == 2) {
+        out = narrowed(
+            checkedLogarithm(fastScalarToDouble(values[0]), fastScalarToDouble(values[1])));
+        return true;
+    }
+    if (count != 1) return false;
+    const double x = fastScalarToDouble(values[0]);
+    switch (id) {
+        case BuiltinId::MathFloor:
+            out = FastScalarValue::fromInt(saturateToInt(std::floor(x)));
+            return true;
+        case BuiltinId::MathCeil:
+            out = FastScalarValue::fromInt(saturateToInt(std::ceil(x)));
+            return true;
+        case BuiltinId::MathAbs: out = absolute(values[0]); return true;
+        case BuiltinId::MathSin: out = narrowed(std::sin(x)); return true;
+        case BuiltinId::MathCos: out = narrowed(std::cos(x)); return true;
+        case BuiltinId::MathRad: out = narrowed(radiansFromDegrees(x)); return true;
+        case BuiltinId::MathLog: out = narrowed(checkedLogarithm(x)); return true;
+        case BuiltinId::MathSqrt: out = narrowed(checkedSquareRoot(x)); return true;
+        default: return false;
+    }
+}
+
+/// No argument at all: what the natives say. A wrong count otherwise declines.
+bool tryWithoutArguments(DovrelScript& interpreter, BuiltinId id, FastScalarValue& out) {
+    switch (id) {
+        case BuiltinId::GetTimeMs:
+            out = FastScalarValue::fromInt(interpreter.elapsedMilliseconds());
+            return true;
+        case BuiltinId::MathMin: throwPlainError("math['min'](...) requires at least 1 argument");
+        case BuiltinId::MathMax: throwPlainError("math['max'](...) requires at least 1 argument");
+        default: return false;
+    }
+}
+
+}  // namespace
+
+const ScriptCallable* DovrelScript::findNativeCallee(const FastExpression& expression, int callee,
+                                                     const TokenAnalyses& analysis,
+                                                     bool libraryOnly) {
+    const FastExprNode& node = expression.nodes[static_cast<std::size_t>(callee)];
+    const Variable* value = nullptr;
+    if (node.kind == NodeKind::Variable && !libraryOnly) {
+        value = readVariable(analysis[node.tokenIndex]);
+    } else if (node.kind == NodeKind::Index) {
+        const FastExprNode& key = expression.nodes[static_cast<std::size_t>(node.right)];
+        if (key.kind != NodeKind::StringLiteral) return nullptr;
+        const Variable* base = variableInPlace(expression, node.left, analysis);
+        if (base == nullptr || base->type != VarType::Table) return nullptr;
+        const TableStorage& table = *base->asTable();
+        const auto found = table.find(expression.strings[key.stringIndex]);
+        if (found != table.end()) value = &found->second;
+    }
+    if (value == nullptr || value->type != VarType::Function) return nullptr;
+    const ScriptCallable* callable = value->asFunction().get();
+    return callable != nullptr && callable->isNative ? callable : nullptr;
+}
+
+bool DovrelScript::tryScalarCall(const FastExpression& expression, const FastExprNode& node,
+                                 const TokenAnalyses& analysis, FastScalarValue& out) {
+    const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, false);
+    const BuiltinId id = native != nullptr ? native->builtinId : BuiltinId::None;
+    if (id == BuiltinId::None) return tryScalarScriptCall(expression, node, analysis, out);
+    if (isScalarBuiltinOnValues(id)) {
+        return tryScalarBuiltinOnValues(expression, node, analysis, id, out);
+    }
+    if (isScalarBuiltinOnScalars(id)) {
+        return tryScalarBuiltinOnScalars(expression, node, analysis, id, out);
+    }
+    return false;  // before anything has been evaluated
+}
+
+bool DovrelScript::tryScalarBuiltinOnValues(const FastExpression& expression,
+                                            const FastExprNode& node, const TokenAnalyses& analysis,
+                                            BuiltinId id, FastScalarValue& out) {
+    ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
+    if (!evaluateCallArguments(expression, node, analysis, arguments)) return false;
+    const std::size_t count = arguments.size();
+    if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(arguments.view())) {
+        return false;
+    }
+    if (id == BuiltinId::ToNumber && (count < 1 || count > 2)) return false;
+    return tryFastScalarFromVariable(dispatchBuiltinFast(id, arguments.view()), out);
+}
+
+bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
+                                             const FastExprNode& node,
+                                             const TokenAnalyses& analysis, BuiltinId id,
+                                             FastScalarValue& out) {
+    const std::size_t count = static_cast<std::size_t>(node.intValue);
+    std::array<FastScalarValue, kArgumentsOnStack> few;
+    Scalars many;
+    if (count > few.size()) many.resize(count);
+    FastScalarValue* values = count > few.size() ? many.data() : few.data();
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto argument = static_cast<std::size_t>(node.right) + i;
+        if (!tryEvaluateFastExpressionScalarNode(
+                expression, static_cast<int>(expression.callArguments[argument]), analysis,
+                values[i])) {
+            return false;
+        }
+    }
+    if (softErrorUnwinding()) return false;
+    if (count == 0) return tryWithoutArguments(*this, id, out);
+    if (id == BuiltinId::GetTimeMs) throwPlainError("getTimeMs function takes no arguments");
+    if (!std::all_of(values, values + count,
+                     [](const FastScalarValue& value) { return value.isNumeric(); })) {
+        return false;
+    }
+    return tryMath(id, values, count, out);
+}
+
+bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,
+                                       const TokenAnalyses& analysis, FastScalarValue& out) {
+    ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
+    if (!evaluateCallArguments(expression, node, analysis, arguments)) return false;
+    const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding() || callee.type != VarType::Function) return false;
+    return tryEvaluateFastCallableScalar(callee.asFunction(), arguments.view(), out) &&
+           !softErrorUnwinding();
+}

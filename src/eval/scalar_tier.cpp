@@ -1,0 +1,393 @@
+// The scalar, int and bool tiers: evaluators over the nodes of a compiled expression that build no
+// Variable and allocate nothing on their main paths. Each may decline by returning false; the
+// caller then evaluates the node again by the next tier.
+//
+// The rules that keep them right:
+//   1. Skipping an evaluation that the next tier repeats is allowed only where nobody could see the
+//      repetition: no call below the node. So the int tier runs ahead of the scalar tier only for
+//      nodes that hold a call; without one, the scalar operands decide the same.
+//   2. Every result that leaves a node is narrowed to 32 bits.
+//   3. Here 0 is false. The general tier says otherwise; kept, conditions rely on it.
+//   4. Whatever runs script code is followed by a test for a soft error, which declines.
+//   5. No pointer to a variable is kept across anything that may run script code.
+#include <cmath>
+
+#include "eval/variable_access.h"
+#include "value/arithmetic.h"
+
+using TokenAnalyses = std::vector<TokenAnalysis>;
+
+namespace {
+
+const FastExprNode& nodeAt(const FastExpression& expression, int index) {
+    return expression.nodes[static_cast<std::size_t>(index)];
+}
+
+/// True for the index of a node; a negative index or one past the array stands for nil.
+bool isNodeIndex(const FastExpression& expression, int index) {
+    return static_cast<std::size_t>(index) < expression.nodes.size();
+}
+
+char operatorCharacter(NodeKind kind) {
+    switch (kind) {
+        case NodeKind::Add: return '+';
+        case NodeKind::Subtract: return '-';
+        default: return '*';
+    }
+}
+
+int applyIntOperator(NodeKind kind, int a, int b) {
+    switch (kind) {
+        case NodeKind::Add: return wrapAdd(a, b);
+        case NodeKind::Subtract: return wrapSubtract(a, b);
+        case NodeKind::Multiply: return wrapMultiply(a, b);
+        case NodeKind::IntDivide: return checkedDivide(a, b);
+        default: return checkedRemainder(a, b);
+    }
+}
+
+float dividedFloats(const FastScalarValue& left, const FastScalarValue& right) {
+    const double divisor = fastScalarToDouble(right);
+    if (divisor == 0.0) throwDivisionByZero();
+    return static_cast<float>(fastScalarToDouble(left) / divisor);
+}
+
+float floatRemainder(const FastScalarValue& left, const FastScalarValue& right) {
+    const double divisor = fastScalarToDouble(right);
+    if (divisor == 0.0) throwDivisionByZero();
+    return static_cast<float>(std::fmod(fastScalarToDouble(left), divisor));
+}
+
+/// An operation on two numbers of which one is a float, or that always gives a float. It is made in
+/// double and rounded once, where the general tier narrows its operands first; kept.
+FastScalarValue applyFloatOperator(NodeKind kind, const FastScalarValue& left,
+                                   const FastScalarValue& right) {
+    switch (kind) {
+        case NodeKind::Divide: return FastScalarValue::fromFloat(dividedFloats(left, right));
+        case NodeKind::Power:
+            return FastScalarValue::fromFloat(
+                static_cast<float>(std::pow(fastScalarToDouble(left), fastScalarToDouble(right))));
+        case NodeKind::IntDivide:
+            return FastScalarValue::fromInt(
+                checkedDivide(fastScalarToInt(left), fastScalarToInt(right)));
+        case NodeKind::Modulo: return FastScalarValue::fromFloat(floatRemainder(left, right));
+        default:
+            return FastScalarValue::fromFloat(static_cast<float>(doubleArithmetic(
+                fastScalarToDouble(left), operatorCharacter(kind), fastScalarToDouble(right))));
+    }
+}
+
+template <typename Number>
+bool compareNumbers(NodeKind kind, Number a, Number b) {
+    switch (kind) {
+        case NodeKind::Equal: return a == b;
+        case NodeKind::NotEqual: return a != b;
+        // Written by what does not hold, so that a NaN makes "<" and "<=" true.
+        case NodeKind::Less: return !(a >= b);
+        case NodeKind::LessEqual: return !(a > b);
+        case NodeKind::Greater: return a > b;
+        default: return a >= b;
+    }
+}
+
+bool isEqualityNode(NodeKind kind) { return kind == NodeKind::Equal || kind == NodeKind::NotEqual; }
+
+}  // namespace
+
+bool DovrelScript::tryEvaluateFastExpressionScalarNode(const FastExpression& expression, int index,
+                                                       const TokenAnalyses& analysis,
+                                                       FastScalarValue& out) {
+    if (!isNodeIndex(expression, index)) {
+        out = FastScalarValue::nil();
+        return true;
+    }
+    const FastExprNode& node = nodeAt(expression, index);
+    switch (node.kind) {
+        case NodeKind::IntLiteral: out = FastScalarValue::fromInt(node.intValue); return true;
+        case NodeKind::FloatLiteral: out = FastScalarValue::fromFloat(node.floatValue); return true;
+        case NodeKind::BoolLiteral: out = FastScalarValue::fromBool(node.boolValue); return true;
+        case NodeKind::NilLiteral: out = FastScalarValue::nil(); return true;
+        case NodeKind::Variable: {
+            const Variable* value = readVariable(analysis[node.tokenIndex]);
+            if (value != nullptr) return tryFastScalarFromVariable(*value, out);
+            out = FastScalarValue::nil();
+            return true;
+        }
+        case NodeKind::Index: return tryScalarIndex(expression, node, analysis, out);
+        case NodeKind::Call: return tryScalarCall(expression, node, analysis, out);
+        case NodeKind::Negate:
+            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out) ||
+                !out.isNumeric()) {
+                return false;
+            }
+            out = out.kind == ScalarKind::Float
+                      ? FastScalarValue::fromFloat(-out.floatValue)
+                      : FastScalarValue::fromInt(wrapNegate(fastScalarToInt(out)));
+            return true;
+        case NodeKind::Not:
+            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out)) {
+                return false;
+            }
+            out = FastScalarValue::fromBool(!isScalarTruthy(out));
+            return true;
+        case NodeKind::Length: {
+            int length = 0;
+            if (!tryScalarLength(expression, node, analysis, length)) return false;
+            out = FastScalarValue::fromInt(length);
+            return true;
+        }
+        case NodeKind::Add:
+        case NodeKind::Subtract:
+        case NodeKind::Multiply:
+        case NodeKind::Divide:
+        case NodeKind::IntDivide:
+        case NodeKind::Modulo:
+        case NodeKind::Power: return tryScalarArithmetic(expression, node, analysis, out);
+        case NodeKind::Equal:
+        case NodeKind::NotEqual:
+        case NodeKind::Less:
+        case NodeKind::Greater:
+        case NodeKind::LessEqual:
+        case NodeKind::GreaterEqual: {
+            bool truth = false;
+            if (!tryScalarComparison(expression, node, analysis, truth)) return false;
+            out = FastScalarValue::fromBool(truth);
+            return true;
+        }
+        case NodeKind::And:
+        case NodeKind::Or:
+            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out)) {
+                return false;
+            }
+            if (isScalarTruthy(out) != (node.kind == NodeKind::And)) return true;
+            return tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, out);
+        case NodeKind::StringLiteral:
+        case NodeKind::None: break;
+    }
+    return false;
+}
+
+bool DovrelScript::tryScalarArithmetic(const FastExpression& expression, const FastExprNode& node,
+                                       const TokenAnalyses& analysis, FastScalarValue& out) {
+    const bool alwaysFloat = node.kind == NodeKind::Divide || node.kind == NodeKind::Power;
+    if (node.holdsCall && !node.floatResult && !alwaysFloat) {
+        int a = 0;
+        int b = 0;
+        if (tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
+            tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
+            out = FastScalarValue::fromInt(applyIntOperator(node.kind, a, b));
+            return true;
+        }
+        if (softErrorUnwinding()) return false;
+    }
+    FastScalarValue left;
+    FastScalarValue right;
+    if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, left) ||
+        !left.isNumeric() ||
+        !tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, right) ||
+        !right.isNumeric()) {
+        return false;
+    }
+    if (left.kind == ScalarKind::Float || right.kind == ScalarKind::Float || alwaysFloat) {
+        out = applyFloatOperator(node.kind, left, right);
+    } else {
+        out = FastScalarValue::fromInt(
+            applyIntOperator(node.kind, fastScalarToInt(left), fastScalarToInt(right)));
+    }
+    return true;
+}
+
+bool DovrelScript::tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
+                                       const TokenAnalyses& analysis, bool& out) {
+    if (node.holdsCall && !node.floatResult) {
+        int a = 0;
+        int b = 0;
+        if (tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
+            tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
+            out = compareNumbers(node.kind, a, b);
+            return true;
+        }
+        if (softErrorUnwinding()) return false;
+    }
+    FastScalarValue left;
+    FastScalarValue right;
+    if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, left) ||
+        !tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, right)) {
+        return false;
+    }
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
+        out = compareNumbers(node.kind, left.intValue, right.intValue);
+        return true;
+    }
+    if (left.isNumeric() && right.isNumeric()) {
+        out = compareNumbers(node.kind, fastScalarToDouble(left), fastScalarToDouble(right));
+        return true;
+    }
+    if (!isEqualityNode(node.kind)) return false;
+    // One of them is nil, and nil equals only nil.
+    out = (left.kind == right.kind) == (node.kind == NodeKind::Equal);
+    return true;
+}
+
+const Variable* DovrelScript::variableInPlace(const FastExpression& expression, int index,
+                                              const TokenAnalyses& analysis) {
+    const FastExprNode& node = nodeAt(expression, index);
+    return node.kind == NodeKind::Variable ? readVariable(analysis[node.tokenIndex]) : nullptr;
+}
+
+bool DovrelScript::tryScalarIndex(const FastExpression& expression, const FastExprNode& node,
+                                  const TokenAnalyses& analysis, FastScalarValue& out) {
+    Variable temporary;
+    const Variable* base = variableInPlace(expression, node.left, analysis);
+    if (base == nullptr) {
+        temporary = evaluateFastExpressionNode(expression, node.left, analysis);
+        if (softErrorUnwinding()) return false;
+        base = &temporary;
+    }
+    const FastExprNode& keyNode = nodeAt(expression, node.right);
+    if (keyNode.kind == NodeKind::StringLiteral) {
+        // On any other base a string key declines.
+        if (base->type != VarType::Table) return false;
+        const TableStorage& table = *base->asTable();
+        const auto found = table.find(expression.strings[keyNode.stringIndex]);
+        if (found != table.end()) return tryFastScalarFromVariable(found->second, out);
+        out = FastScalarValue::nil();
+        return true;
+    }
+
+    FastScalarValue scalarKey;
+    Variable key;
+    const bool keyIsScalar =
+        tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, scalarKey);
+    if (!keyIsScalar) {
+        if (softErrorUnwinding()) return false;
+        key = evaluateFastExpressionNode(expression, node.right, analysis);
+    }
+    if (softErrorUnwinding()) return false;
+    if (keyNode.holdsCall && base != &temporary) {
+        base = variableInPlace(expression, node.left, analysis);
+        if (base == nullptr) return false;
+    }
+    if (keyIsScalar) {
+        if (scalarKey.kind == ScalarKind::Int && base->type == VarType::Array) {
+            return tryFastScalarFromElement(*base->asArray(), scalarKey.intValue, out);
+        }
+        key = variableFromFastScalar(scalarKey);
+    }
+    return tryFastScalarFromIndexedValue(*base, key, out);
+}
+
+bool DovrelScript::tryScalarLength(const FastExpression& expression, const FastExprNode& node,
+                                   const TokenAnalyses& analysis, int& out) {
+    if (const Variable* operand = variableInPlace(expression, node.left, analysis)) {
+        out = arrayLength(*operand);
+        return true;
+    }
+    const Variable operand = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding()) return false;
+    out = arrayLength(operand);
+    return true;
+}
+
+bool DovrelScript::tryEvaluateFastExpressionIntNode(const FastExpression& expression, int index,
+                                                    const TokenAnalyses& analysis, int& out) {
+    if (!isNodeIndex(expression, index)) return false;
+    const FastExprNode& node = nodeAt(expression, index);
+    switch (node.kind) {
+        case NodeKind::IntLiteral: out = node.intValue; return true;
+        case NodeKind::BoolLiteral: out = node.boolValue ? 1 : 0; return true;
+        case NodeKind::Variable: {
+            const Variable* value = readVariable(analysis[node.tokenIndex]);
+            if (value == nullptr) return false;
+            if (value->type == VarType::Int) {
+                out = value->asInt();
+                return true;
+            }
+            if (value->type != VarType::Bool) return false;
+            out = value->asBool() ? 1 : 0;
+            return true;
+        }
+        case NodeKind::Index: {
+            FastScalarValue element;
+            if (!tryScalarIndex(expression, node, analysis, element)) return false;
+            if (element.kind != ScalarKind::Int && element.kind != ScalarKind::Bool) return false;
+            out = fastScalarToInt(element);
+            return true;
+        }
+        case NodeKind::Negate:
+            if (!tryEvaluateFastExpressionIntNode(expression, node.left, analysis, out)) {
+                return false;
+            }
+            out = wrapNegate(out);
+            return true;
+        case NodeKind::Length: return tryScalarLength(expression, node, analysis, out);
+        case NodeKind::Add:
+        case NodeKind::Subtract:
+        case NodeKind::Multiply:
+        case NodeKind::IntDivide:
+        case NodeKind::Modulo: {
+            int a = 0;
+            int b = 0;
+            if (!tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) ||
+                !tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
+                return false;
+            }
+            out = applyIntOperator(node.kind, a, b);
+            return true;
+        }
+        default: return false;
+    }
+}
+
+bool DovrelScript::tryScalarTruth(const FastExpression& expression, int index,
+                                  const TokenAnalyses& analysis, bool& out) {
+    if (softErrorUnwinding()) return false;
+    FastScalarValue value;
+    if (!tryEvaluateFastExpressionScalarNode(expression, index, analysis, value)) return false;
+    out = isScalarTruthy(value);
+    return true;
+}
+
+bool DovrelScript::tryEvaluateFastExpressionBoolNode(const FastExpression& expression, int index,
+                                                     const TokenAnalyses& analysis, bool& out) {
+    if (!isNodeIndex(expression, index)) return false;
+    const FastExprNode& node = nodeAt(expression, index);
+    switch (node.kind) {
+        case NodeKind::IntLiteral: out = node.intValue != 0; return true;
+        case NodeKind::BoolLiteral: out = node.boolValue; return true;
+        case NodeKind::Variable: {
+            const Variable* value = readVariable(analysis[node.tokenIndex]);
+            FastScalarValue scalar = FastScalarValue::nil();
+            if (value != nullptr && !tryFastScalarFromVariable(*value, scalar)) return false;
+            out = isScalarTruthy(scalar);
+            return true;
+        }
+        case NodeKind::Not:
+            if (!tryEvaluateFastExpressionBoolNode(expression, node.left, analysis, out) &&
+                !tryScalarTruth(expression, node.left, analysis, out)) {
+                return false;
+            }
+            out = !out;
+            return true;
+        case NodeKind::Equal:
+        case NodeKind::NotEqual:
+        case NodeKind::Less:
+        case NodeKind::Greater:
+        case NodeKind::LessEqual:
+        case NodeKind::GreaterEqual: return tryScalarComparison(expression, node, analysis, out);
+        case NodeKind::And:
+        case NodeKind::Or: return tryBoolLogic(expression, node, analysis, out);
+        default: return false;
+    }
+}
+
+bool DovrelScript::tryBoolLogic(const FastExpression& expression, const FastExprNode& node,
+                                const TokenAnalyses& analysis, bool& out) {
+    const bool leftByBoolTier =
+        tryEvaluateFastExpressionBoolNode(expression, node.left, analysis, out);
+    if (!leftByBoolTier && !tryScalarTruth(expression, node.left, analysis, out)) return false;
+    if (out != (node.kind == NodeKind::And)) return true;
+    if (tryEvaluateFastExpressionBoolNode(expression, node.right, analysis, out)) return true;
+    // Kept: only a left side that the scalar tier decided gives the right side this second chance.
+    return !leftByBoolTier && tryScalarTruth(expression, node.right, analysis, out);
+}

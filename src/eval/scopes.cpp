@@ -1,0 +1,315 @@
+// The four stores of variables: block scopes, parameters of the running fast callable, frame
+// scopes, globals, searched in that order. Scoping is dynamic: nothing hides a caller's scopes.
+//
+// What the slot cache of a token relies on:
+//   1. Slots of globals never move, so a cached global never goes stale.
+//   2. A scope's address is compared and never dereferenced. A hit by address checks no name, so
+//      another scope that stands at the same place passes; kept, no string is touched on that path.
+//   3. A cached miss of the global map is never asked again by reads.
+//   4. A cached parameter counts only while no frame is newer than the fast body.
+#include <string>
+#include <utility>
+
+#include "eval/errors.h"
+#include "eval/variable_access.h"
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+void clearCache(const TokenAnalysis& token) {
+    token.slotKind = SlotKind::None;
+    token.slotScope = nullptr;
+}
+
+void cacheSlot(const TokenAnalysis& token, SlotKind kind, std::size_t depth, std::size_t index,
+               const Scope* scope) {
+    token.slotKind = kind;
+    token.slotDepth = static_cast<std::uint16_t>(depth);
+    token.slotIndex = static_cast<std::uint16_t>(index);
+    token.slotScope = scope;
+}
+
+/// The cached entry of `token` in `scope`, or null with the cache cleared.
+const Variable* validateCachedEntry(const TokenAnalysis& token, const Scope& scope) {
+    if (token.slotScope == &scope && token.slotIndex < scope.size()) {
+        return &scope[token.slotIndex].value;
+    }
+    if (const Variable* value = getCachedScopeValue(scope, token.name, token.slotIndex)) {
+        token.slotScope = &scope;
+        return value;
+    }
+    clearCache(token);
+    return nullptr;
+}
+
+/// Searches scopes [floor, ceiling) of `scopes` from the top; a hit is cached as `kind`.
+const Variable* searchScopes(const std::vector<Scope>& scopes, std::size_t floor,
+                             std::size_t ceiling, SlotKind kind, const TokenAnalysis& token) {
+    if (token.name->scopeEntries == 0) return nullptr;
+    for (std::size_t i = ceiling; i-- > floor;) {
+        const Scope& scope = scopes[i];
+        const std::size_t index = scope.find(token.name);
+        if (index == scope.size()) continue;
+        cacheSlot(token, kind, scopes.size() - 1 - i, index, &scope);
+        return &scope[index].value;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+void DovrelScript::pushVariable(const std::string& name, const Variable& value) {
+    const auto [found, isNew] = globalSlots.try_emplace(name, globalValues.size());
+    if (isNew) {
+        globalValues.push_back(value);
+        globalAssigned.push_back(true);
+        return;
+    }
+    if (found->second >= globalValues.size()) {
+        throwPlainError("Internal slot error while setting variable: " + name);
+    }
+    globalValues[found->second] = value;
+    globalAssigned[found->second] = true;
+}
+
+Variable* DovrelScript::globalAt(std::size_t slot) {
+    if (slot >= globalValues.size() || slot >= globalAssigned.size() || !globalAssigned[slot]) {
+        return nullptr;
+    }
+    return &globalValues[slot];
+}
+
+void DovrelScript::consultGlobalCache(const TokenAnalysis& token) {
+    if (token.globalSlotChecked) return;
+    token.globalSlotChecked = true;
+    const auto found = globalSlots.find(token.name->text);
+    if (found == globalSlots.end()) return;
+    token.globalSlotFound = true;
+    token.globalSlot = found->second;
+}
+
+Variable* DovrelScript::findInScopes(Name name) {
+    if (name->scopeEntries == 0) return nullptr;
+    for (std::size_t i = blockScopes.size(); i-- > blockScopeFloor;) {
+        const std::size_t index = blockScopes[i].find(name);
+        if (index < blockScopes[i].size()) return &blockScopes[i][index].value;
+    }
+    for (std::size_t i = frameScopes.size(); i-- > 0;) {
+        const std::size_t index = frameScopes[i].find(name);
+        if (index < frameScopes[i].size()) return &frameScopes[i][index].value;
+    }
+    return nullptr;
+}
+
+Variable* DovrelScript::resolveVariablePtr(Name name) {
+    if (Variable* value = findInScopes(name)) return value;
+    const auto found = globalSlots.find(name->text);
+    return found == globalSlots.end() ? nullptr : globalAt(found->second);
+}
+
+const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token) {
+    if (token.slotKind == SlotKind::Global && !blockScopeVisible() &&
+        frameScopes.size() == token.slotDepth && token.globalSlotFound) {
+        return globalAt(token.globalSlot);
+    }
+    if (!blockScopeVisible() && frameScopes.empty() && fastCallable == nullptr) {
+        consultGlobalCache(token);
+        return token.globalSlotFound ? globalAt(token.globalSlot) : nullptr;
+    }
+    switch (token.slotKind) {
+        case SlotKind::None: return searchVariable(token);
+        case SlotKind::Parameter:
+            if (const Variable* value = fastParameter(token)) return value;
+            clearCache(token);
+            break;
+        case SlotKind::Frame:
+            if (token.slotDepth < frameScopes.size()) {
+                const Scope& scope = frameScopes[frameScopes.size() - 1 - token.slotDepth];
+                if (const Variable* value = validateCachedEntry(token, scope)) return value;
+            } else {
+                clearCache(token);
+            }
+            break;
+        case SlotKind::Block:
+            if (token.slotDepth < blockScopes.size() - blockScopeFloor) {
+                const Scope& scope = blockScopes[blockScopes.size() - 1 - token.slotDepth];
+                if (const Variable* value = validateCachedEntry(token, scope)) return value;
+            } else {
+                clearCache(token);
+            }
+            break;
+        case SlotKind::Global: clearCache(token); break;
+    }
+    return searchVariable(token);
+}
+
+const Variable* DovrelScript::searchVariable(const TokenAnalysis& token) {
+    if (const Variable* value = searchScopes(blockScopes, blockScopeFloor, blockScopes.size(),
+                                             SlotKind::Block, token)) {
+        return value;
+    }
+    // Frames that the running fast body has pushed by its calls come before its parameters.
+    const std::size_t base = fastCallable != nullptr ? fastFrameBase : 0;
+    if (const Variable* value =
+            searchScopes(frameScopes, base, frameScopes.size(), SlotKind::Frame, token)) {
+        return value;
+    }
+    if (fastCallable != nullptr) {
+        const auto& parameters = fastCallable->parameters;
+        for (std::size_t i = 0; i < parameters.size(); ++i) {
+            if (parameters[i] != token.name) continue;
+            if (frameScopes.size() == fastFrameBase) {
+                cacheSlot(token, SlotKind::Parameter, 0, i, nullptr);
+            }
+            return i < fastArgs.size() ? &fastArgs[i] : &nilValue();
+        }
+        if (const Variable* value = searchScopes(frameScopes, 0, base, SlotKind::Frame, token)) {
+            return value;
+        }
+    }
+    consultGlobalCache(token);
+    const Variable* value = token.globalSlotFound ? globalAt(token.globalSlot) : nullptr;
+    if (value != nullptr && !blockScopeVisible()) {
+        cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
+    }
+    return value;
+}
+
+Variable* DovrelScript::resolveExistingVariable(Name name) {
+    if (Variable* value = findInScopes(name)) return value;
+    const auto found = globalSlots.find(name->text);
+    return found == globalSlots.end() ? nullptr : assignableGlobal(found->second, name->text);
+}
+
+Variable* DovrelScript::assignableGlobal(std::size_t slot, const std::string& name) {
+    if (slot >= globalValues.size() || slot >= globalAssigned.size()) {
+        throwPlainError("Internal slot error while assigning variable: " + name);
+    }
+    return &globalValues[slot];
+}
+
+Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& token) {
+    if (token.slotKind == SlotKind::Global) {
+        if (!blockScopeVisible() && frameScopes.size() == token.slotDepth &&
+            token.globalSlotFound) {
+            return assignableGlobal(token.globalSlot, token.name->text);
+        }
+        if (blockScopeVisible() || !frameScopes.empty() || fastCallable != nullptr) {
+            clearCache(token);
+        }
+    }
+    if (!blockScopeVisible() && frameScopes.empty() && fastCallable == nullptr) {
+        // Only here, where no local can exist, does a cached miss stand for a write.
+        consultGlobalCache(token);
+        return token.globalSlotFound ? assignableGlobal(token.globalSlot, token.name->text)
+                                     : nullptr;
+    }
+    const Variable* value = nullptr;
+    if (token.slotKind == SlotKind::Frame) {
+        if (token.slotDepth < frameScopes.size()) {
+            value =
+                validateCachedEntry(token, frameScopes[frameScopes.size() - 1 - token.slotDepth]);
+        } else {
+            clearCache(token);
+        }
+    } else if (token.slotKind == SlotKind::Block) {
+        if (token.slotDepth < blockScopes.size() - blockScopeFloor) {
+            value =
+                validateCachedEntry(token, blockScopes[blockScopes.size() - 1 - token.slotDepth]);
+        } else {
+            clearCache(token);
+        }
+    }
+    if (value == nullptr) {
+        value =
+            searchScopes(blockScopes, blockScopeFloor, blockScopes.size(), SlotKind::Block, token);
+    }
+    if (value == nullptr) {
+        value = searchScopes(frameScopes, 0, frameScopes.size(), SlotKind::Frame, token);
+    }
+    if (value != nullptr) return const_cast<Variable*>(value);
+
+    const auto found = globalSlots.find(token.name->text);
+    if (found == globalSlots.end()) return nullptr;
+    token.globalSlotChecked = true;
+    token.globalSlotFound = true;
+    token.globalSlot = found->second;
+    Variable* global = assignableGlobal(found->second, token.name->text);
+    if (!blockScopeVisible()) {
+        cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
+    }
+    return global;
+}
+
+void DovrelScript::assignVariable(Name name, const Variable& value, ScopeTarget target) {
+    switch (target) {
+        case ScopeTarget::Native:
+            // Outside every call the frame is made on demand, and stays.
+            if (frameScopes.empty()) pushFrameScope(4);
+            frameScopes.back().set(name, value);
+            return;
+        case ScopeTarget::Local:
+            // Lives until an enclosing guard pops down to its saved count, or for good.
+            if (!blockScopeVisible()) pushBlockScope();
+            blockScopes.back().set(name, value);
+            return;
+        case ScopeTarget::Default: break;
+    }
+    if (Variable* existing = resolveExistingVariable(name)) {
+        *existing = value;
+    } else {
+        pushVariable(name->text, value);
+    }
+}
+
+void DovrelScript::assignVariableFast(const TokenAnalysis& token, const Variable& value,
+                                      ScopeTarget target) {
+    if (target != ScopeTarget::Default) {
+        assignVariable(token.name, value, target);
+    } else if (Variable* existing = resolveExistingVariableFastMutable(token)) {
+        *existing = value;
+    } else {
+        createGlobal(token, value);
+    }
+}
+
+void DovrelScript::createGlobal(const TokenAnalysis& token, const Variable& value) {
+    pushVariable(token.name->text, value);
+    // Kept: if this position had cached a miss although the global exists, the cache is left on
+    // the newest global, whichever that is.
+    token.globalSlotChecked = true;
+    token.globalSlotFound = true;
+    token.globalSlot = globalValues.size() - 1;
+}
+
+Scope& DovrelScript::pushFrameScope(std::size_t expectedEntries) {
+    frameScopes.push_back(makeScope(expectedEntries));
+    return frameScopes.back();
+}
+
+void DovrelScript::popFrameScope() {
+    recycleScope(std::move(frameScopes.back()));
+    frameScopes.pop_back();
+}
+
+void DovrelScript::pushBlockScope() { blockScopes.push_back(makeScope(4)); }
+
+void DovrelScript::popBlockScopesTo(std::size_t count) {
+    while (blockScopes.size() > count) {
+        recycleScope(std::move(blockScopes.back()));
+        blockScopes.pop_back();
+    }
+}
+
+Scope DovrelScript::makeScope(std::size_t expectedEntries) {
+    if (spareScopeEntries.empty()) {
+        Scope scope;
+        scope.reserve(expectedEntries);
+        return scope;
+    }
+    Scope scope(std::move(spareScopeEntries.back()));
+    spareScopeEntries.pop_back();
+    return scope;
+}
+
+void DovrelScript::recycleScope(Scope&& scope) { spareScopeEntries.push_back(scope.release()); }

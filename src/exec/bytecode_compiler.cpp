@@ -1,0 +1,178 @@
+// The compiler: block structure only. Statements stay in their lines; an instruction says which
+// line to run and how the blocks nest, so that the executor never scans for an `end`.
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "eval/errors.h"
+#include "exec/bytecode_program.h"
+#include "frontend/line_preparation.h"
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+/// One plain target and one compiled value: what FastAssign runs.
+bool hasFastAssignmentShape(const ParsedScriptLine& line) {
+    return line.assignment != nullptr && line.assignment->isSimple() &&
+           (line.assignment->simpleValue() != nullptr || line.assignment->simpleCall.valid);
+}
+
+std::uint32_t indexOf(std::size_t index) { return static_cast<std::uint32_t>(index); }
+
+/// Compiles one block; nested blocks are compiled by compilers of their own. The chunk's index is
+/// taken first and its instructions are appended last, which gives chunks in pre-order and code in
+/// post-order.
+class ChunkCompiler {
+public:
+    ChunkCompiler(DovrelScript& interpreter, BytecodeProgram& program)
+        : interpreter_(interpreter), program_(program), lines_(program.lines) {}
+
+    std::uint32_t compile(std::size_t firstLine, std::size_t endLine);
+
+private:
+    /// Compiles the statement at `line`, which is not empty; returns the line behind it.
+    std::size_t compileStatement(std::size_t line, std::size_t endLine);
+    std::size_t compileIfChain(std::size_t line, std::size_t endLine);
+    std::size_t compileFor(std::size_t line);
+    std::size_t compileFunction(std::size_t line);
+
+    std::uint32_t compileBody(std::size_t firstLine, std::size_t endLine) {
+        return interpreter_.compileBytecodeChunk(program_, firstLine, endLine);
+    }
+    std::size_t requireEnd(std::size_t line, const char* message) const {
+        const std::size_t end = lines_[line].matchingEnd;
+        if (end == kNoLine) throwPlainError(message);
+        return end;
+    }
+    void emit(BytecodeOp opcode, std::size_t operand) {
+        instructions_.push_back({static_cast<std::uint8_t>(opcode), indexOf(operand), 0});
+    }
+
+    DovrelScript& interpreter_;
+    BytecodeProgram& program_;
+    const std::vector<ParsedScriptLine>& lines_;
+    std::vector<BytecodeInstruction> instructions_;
+};
+
+std::uint32_t ChunkCompiler::compile(std::size_t firstLine, std::size_t endLine) {
+    const std::size_t chunk = program_.chunks.size();
+    program_.chunks.emplace_back();
+    bool hasLocal = false;
+    const std::size_t end = std::min(endLine, lines_.size());
+    for (std::size_t i = firstLine; i < end;) {
+        const ParsedScriptLine& line = lines_[i];
+        if (line.tokens.empty()) {
+            ++i;
+            continue;
+        }
+        hasLocal = hasLocal || line.assignmentScope == ScopeTarget::Local ||
+                   line.kind == LineKind::LocalFunction;
+        i = compileStatement(i, endLine);
+    }
+    BytecodeChunkRange& range = program_.chunks[chunk];
+    range.firstInstruction = indexOf(program_.code.size());
+    range.instructionCount = indexOf(instructions_.size());
+    range.hasLocalDeclaration = hasLocal;
+    program_.code.insert(program_.code.end(), instructions_.begin(), instructions_.end());
+    return indexOf(chunk);
+}
+
+std::size_t ChunkCompiler::compileStatement(std::size_t line, std::size_t endLine) {
+    switch (lines_[line].kind) {
+        case LineKind::Return: emit(BytecodeOp::Return, line); return line + 1;
+        case LineKind::Break: emit(BytecodeOp::Break, line); return line + 1;
+        case LineKind::ElseIf:
+        case LineKind::Else:
+        case LineKind::End:
+        case LineKind::Until:
+            // No block header has jumped over it, so it means nothing here.
+            return line + 1;
+        case LineKind::If: return compileIfChain(line, endLine);
+        case LineKind::While: {
+            const std::size_t end = requireEnd(line, "Missing 'end' for while block");
+            const std::uint32_t body = compileBody(line + 1, end);
+            program_.whileLoops.push_back({indexOf(line), body});
+            emit(BytecodeOp::WhileLoop, program_.whileLoops.size() - 1);
+            return end + 1;
+        }
+        case LineKind::Repeat: {
+            const std::size_t until = requireEnd(line, "Missing 'until' for repeat block");
+            const std::uint32_t body = compileBody(line + 1, until);
+            program_.repeatLoops.push_back({indexOf(until), body});
+            emit(BytecodeOp::RepeatLoop, program_.repeatLoops.size() - 1);
+            return until + 1;
+        }
+        case LineKind::For: return compileFor(line);
+        case LineKind::Function:
+        case LineKind::DecayFunction:
+        case LineKind::NativeFunction:
+        case LineKind::LocalFunction: return compileFunction(line);
+        case LineKind::Empty:
+        case LineKind::Plain: break;
+    }
+    emit(hasFastAssignmentShape(lines_[line]) ? BytecodeOp::FastAssign : BytecodeOp::Statement,
+         line);
+    return line + 1;
+}
+
+std::size_t ChunkCompiler::compileIfChain(std::size_t line, std::size_t endLine) {
+    BytecodeIfGroup group;
+    std::size_t next = line + 1;
+    for (std::size_t branch = line; branch < endLine;) {
+        if (branch >= lines_.size()) throwPlainError("Invalid if-chain while compiling bytecode");
+        const ParsedScriptLine& header = lines_[branch];
+        const bool isLast = header.nextBranch == kNoLine;
+        const std::size_t bodyEnd = isLast ? header.matchingEnd : header.nextBranch;
+        if (bodyEnd == kNoLine || bodyEnd > lines_.size()) {
+            throwPlainError("Missing 'end' for if block");
+        }
+        const std::uint32_t body = compileBody(branch + 1, bodyEnd);
+        group.branches.push_back({indexOf(branch), body, header.kind == LineKind::Else});
+        if (isLast) {
+            next = bodyEnd + 1;
+            break;
+        }
+        branch = header.nextBranch;
+    }
+    program_.ifGroups.push_back(std::move(group));
+    emit(BytecodeOp::IfGroup, program_.ifGroups.size() - 1);
+    return next;
+}
+
+/// Whatever is not of the numeric form is generic, however malformed; it fails when it runs.
+std::size_t ChunkCompiler::compileFor(std::size_t line) {
+    const std::size_t end = requireEnd(line, "Missing 'end' for for block");
+    const std::uint32_t body = compileBody(line + 1, end);
+    const bool isNumeric = isNumericForLine(lines_[line]);
+    auto& table = isNumeric ? program_.numericFors : program_.genericFors;
+    table.push_back({indexOf(line), body});
+    emit(isNumeric ? BytecodeOp::NumericFor : BytecodeOp::GenericFor, table.size() - 1);
+    return end + 1;
+}
+
+std::size_t ChunkCompiler::compileFunction(std::size_t line) {
+    const std::size_t end = requireEnd(line, "Missing 'end' for function block");
+    const std::uint32_t body = compileBody(line + 1, end);
+    program_.functionDecls.push_back({indexOf(line), body, indexOf(line + 1), indexOf(end),
+                                      program_.baseDirectory, program_.scriptName});
+    emit(BytecodeOp::FunctionDecl, program_.functionDecls.size() - 1);
+    return end + 1;
+}
+
+}  // namespace
+
+BytecodeProgram DovrelScript::compileToBytecodeInternal(const std::string& source) {
+    BytecodeProgram program;
+    if (!baseDirectoryStack.empty()) program.baseDirectory = *baseDirectoryStack.back();
+    if (!scriptNameStack.empty()) program.scriptName = *scriptNameStack.back();
+    program.lines = parseLines(source);
+    program.code.reserve(program.lines.size());
+    compileBytecodeChunk(program, 0, program.lines.size());
+    return program;
+}
+
+std::uint32_t DovrelScript::compileBytecodeChunk(BytecodeProgram& program, std::size_t firstLine,
+                                                 std::size_t endLine) {
+    return ChunkCompiler(*this, program).compile(firstLine, endLine);
+}

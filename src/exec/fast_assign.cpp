@@ -1,0 +1,110 @@
+// FastAssign: one plain target, one compiled value. It does what executeAssignment does for such a
+// line, but keeps scalars out of Variables.
+#include <string>
+#include <utility>
+
+#include "eval/assignment.h"
+#include "exec/chunk_run.h"
+#include "value/operators.h"
+
+void ChunkRun::runFastAssign(std::uint32_t index) {
+    const ParsedScriptLine& line = selectLine(index);
+    // A loaded file may name a line of any shape.
+    if (line.assignment == nullptr) return;
+    FastScalarValue scalar;
+    Variable value;
+    const bool isScalar = line.assignment->simpleCall.valid
+                              ? evaluateDirectCall(line, scalar, value)
+                              : evaluateAssignedValue(line, scalar, value);
+    if (unwinding()) return;
+    if (line.assignment->isPlain) {
+        storeAssigned(line, scalar, isScalar, value);
+    } else {
+        applyCompound(line, scalar, isScalar, value);
+    }
+    value_.setNil();
+}
+
+bool ChunkRun::evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,
+                                     Variable& value) {
+    if (line.assignment->values.empty()) {
+        scalar = FastScalarValue::nil();
+        return true;
+    }
+    const FastExpression& expression = line.assignment->values[0];
+    // A call at the root goes straight to the general tier, which runs its arguments once.
+    if (!expression.isCall()) {
+        if (interpreter_.tryEvaluateFastExpressionScalarNode(expression, expression.root,
+                                                             line.tokenAnalysis, scalar)) {
+            return true;
+        }
+        if (unwinding()) return false;
+    }
+    value =
+        interpreter_.evaluateFastExpressionNode(expression, expression.root, line.tokenAnalysis);
+    return false;
+}
+
+bool ChunkRun::evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue& scalar,
+                                  Variable& value) {
+    const FastCallExpression& call = line.assignment->simpleCall;
+    ArgumentFrame arguments(interpreter_.argumentStack, call.arguments.size());
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        arguments[i] = interpreter_.evaluateFastExpression(call.arguments[i], line.tokenAnalysis);
+        if (unwinding()) return false;
+    }
+    const Variable* found = interpreter_.resolveVariableFastPtr(line.tokenAnalysis[call.nameToken]);
+    const Variable callee = found != nullptr ? *found : Variable();
+    if (callee.type == VarType::Function && callee.asFunction() != nullptr) {
+        const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
+        const bool isScalar =
+            callable->isNative
+                ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, arguments.view(),
+                                                              scalar)
+                : interpreter_.tryEvaluateFastCallableScalar(callable, arguments.view(), scalar);
+        if (isScalar) return true;
+        if (unwinding()) return false;
+    }
+    value = interpreter_.invokeCallableFast(callee, arguments.view());
+    return false;
+}
+
+void ChunkRun::storeAssigned(const ParsedScriptLine& line, const FastScalarValue& scalar,
+                             bool isScalar, Variable& value) {
+    const TokenAnalysis& token = line.tokenAnalysis[line.assignment->targets[0].nameToken];
+    if (!isScalar && value.type == VarType::Multi && line.assignment->simpleValueIsCall()) {
+        value = AssignmentRun::firstValue(value);
+    }
+    if (line.assignmentScope != ScopeTarget::Default) {
+        interpreter_.assignVariableFast(token, isScalar ? variableFromFastScalar(scalar) : value,
+                                        line.assignmentScope);
+        return;
+    }
+    Variable* variable = interpreter_.resolveExistingVariableFastMutable(token);
+    if (variable == nullptr) {
+        interpreter_.createGlobal(token, isScalar ? variableFromFastScalar(scalar) : value);
+    } else if (isScalar) {
+        assignFastScalarToVariable(*variable, scalar);
+    } else {
+        *variable = std::move(value);
+    }
+}
+
+void ChunkRun::applyCompound(const ParsedScriptLine& line, const FastScalarValue& scalar,
+                             bool isScalar, const Variable& value) {
+    const ParsedAssignment& assignment = *line.assignment;
+    const std::size_t nameToken = assignment.targets[0].nameToken;
+    Variable* variable =
+        interpreter_.resolveExistingVariableFastMutable(line.tokenAnalysis[nameToken]);
+    if (variable == nullptr) {
+        interpreter_.throwError("Variable not found: " + line.tokens[nameToken],
+                                line.tokens[nameToken]);
+    }
+    if (isScalar && tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
+        return;
+    }
+    const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
+    if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
+        *variable = performOperation(*variable, assignment.operation, operand);
+    }
+}

@@ -1,0 +1,266 @@
+// The expression compiler: the grammar of the token-stream evaluator, with no evaluation and no
+// messages. It refuses whatever it does not handle, and the line then goes by tokens.
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "frontend/fast_expression.h"
+#include "frontend/operator_table.h"
+#include "frontend/token_analysis.h"
+#include "value/numbers.h"
+
+namespace {
+
+constexpr int kFailed = -1;
+
+NodeKind nodeKindOf(int operatorNumber) {
+    switch (operatorNumber) {
+        case kOr: return NodeKind::Or;
+        case kAnd: return NodeKind::And;
+        case kEqual: return NodeKind::Equal;
+        case kNotEqual: return NodeKind::NotEqual;
+        case kLess: return NodeKind::Less;
+        case kGreater: return NodeKind::Greater;
+        case kLessEqual: return NodeKind::LessEqual;
+        case kGreaterEqual: return NodeKind::GreaterEqual;
+        case kAdd: return NodeKind::Add;
+        case kSubtract: return NodeKind::Subtract;
+        case kMultiply: return NodeKind::Multiply;
+        case kDivide: return NodeKind::Divide;
+        case kIntDivide: return NodeKind::IntDivide;
+        case kModulo: return NodeKind::Modulo;
+        case kPower: return NodeKind::Power;
+        default: return NodeKind::None;
+    }
+}
+
+/// Precedence climbing over a token range. Node indices travel as results, kFailed after a refusal.
+class Parser {
+public:
+    Parser(const std::vector<std::string>& tokens, const std::vector<TokenAnalysis>& analysis,
+           std::size_t first, std::size_t last)
+        : tokens_(tokens), analysis_(analysis), position_(first), last_(last) {
+        expression_.nodes.reserve(last - first);
+    }
+
+    FastExpression parse() {
+        expression_.root = parseExpression(1);
+        if (!ok_ || position_ != last_ || expression_.root < 0) return {};
+        expression_.valid = true;
+        expression_.nodes.shrink_to_fit();
+        return std::move(expression_);
+    }
+
+private:
+    int parseExpression(int level);
+    int parseOperand();
+    int parseUnary(NodeKind kind, std::size_t token);
+    int parseNot(std::size_t token);
+    int parseNumber(std::size_t token);
+    int parsePostfix(int node);
+    int parseIndex(int base, std::size_t bracket);
+    int parseCall(int callee, std::size_t parenthesis);
+    int addBinary(int operatorNumber, int left, int right, std::size_t token);
+    int addString(std::string&& text, std::size_t token);
+    int addNode(FastExprNode node, std::size_t token);
+
+    int fail() {
+        ok_ = false;
+        return kFailed;
+    }
+    [[nodiscard]] bool atEnd() const { return position_ >= last_; }
+    [[nodiscard]] bool nextIs(std::string_view text) const {
+        return !atEnd() && tokens_[position_] == text;
+    }
+    [[nodiscard]] FastExprNode& node(int index) {
+        return expression_.nodes[static_cast<std::size_t>(index)];
+    }
+
+    const std::vector<std::string>& tokens_;
+    const std::vector<TokenAnalysis>& analysis_;
+    std::size_t position_;
+    std::size_t last_;
+    bool ok_ = true;
+    FastExpression expression_;
+};
+
+int Parser::parseExpression(int level) {
+    int left = parseOperand();
+    for (;;) {
+        if (!ok_) return kFailed;
+        if (atEnd()) return left;
+        const int number = classifyBinaryOperator(tokens_[position_]);
+        if (number == kNoOperator || kPrecedence[static_cast<std::size_t>(number)] < level) {
+            return left;
+        }
+        const std::size_t token = position_++;
+        const int right = parseExpression(rightLevel(number));
+        if (!ok_) return kFailed;
+        left = addBinary(number, left, right, token);
+    }
+}
+
+int Parser::parseOperand() {
+    if (atEnd()) return fail();
+    const std::size_t token = position_++;
+    const std::string& text = tokens_[token];
+    const TokenAnalysis& known = analysis_[token];
+    if (text == "(") {
+        const int inner = parseExpression(1);
+        if (!ok_ || !nextIs(")")) return fail();
+        ++position_;
+        return parsePostfix(inner);
+    }
+    if (text == "+") return parseExpression(kUnaryLevel);  // unary plus leaves no trace
+    if (text == "-") return parseUnary(NodeKind::Negate, token);
+    if (text == "!") return parseUnary(NodeKind::Not, token);
+    if (text == "#") return parseUnary(NodeKind::Length, token);
+    if (text == "not") return parseNot(token);
+    if (known.isTrue || known.isFalse) {
+        FastExprNode literal;
+        literal.kind = NodeKind::BoolLiteral;
+        literal.boolValue = known.isTrue;
+        return parsePostfix(addNode(literal, token));
+    }
+    if (isQuotedToken(text)) return parsePostfix(addString(decodeStringToken(text), token));
+    if (known.isIdentifier) {
+        FastExprNode variable;
+        variable.kind = NodeKind::Variable;
+        return parsePostfix(addNode(variable, token));
+    }
+    if (known.isNumeric) return parseNumber(token);
+    return fail();  // "[", "{", "...", and every word that is no number
+}
+
+int Parser::parseUnary(NodeKind kind, std::size_t token) {
+    const int operand = parseExpression(kUnaryLevel);
+    if (!ok_) return kFailed;
+    FastExprNode unary;
+    unary.kind = kind;
+    unary.left = operand;
+    unary.floatResult = kind == NodeKind::Negate && node(operand).floatResult;
+    unary.holdsCall = node(operand).holdsCall;
+    return addNode(unary, token);
+}
+
+int Parser::parseNot(std::size_t token) {
+    if (!atEnd() && !isStandaloneNotBoundary(tokens_[position_])) {
+        return parseUnary(NodeKind::Not, token);
+    }
+    FastExprNode literal;
+    literal.kind = NodeKind::NilLiteral;
+    return parsePostfix(addNode(literal, token));
+}
+
+int Parser::parseNumber(std::size_t token) {
+    FastExprNode number;
+    if (analysis_[token].hasIntValue) {
+        number.kind = NodeKind::IntLiteral;
+        number.intValue = analysis_[token].intValue;
+    } else {
+        number.kind = NodeKind::FloatLiteral;
+        number.floatResult = true;
+        if (!parseFloatStrict(tokens_[token], number.floatValue)) return fail();
+    }
+    return parsePostfix(addNode(number, token));
+}
+
+int Parser::parsePostfix(int result) {
+    while (ok_) {
+        if (nextIs("[")) {
+            result = parseIndex(result, position_++);
+        } else if (nextIs("(")) {
+            result = parseCall(result, position_++);
+        } else {
+            return result;
+        }
+    }
+    return kFailed;
+}
+
+int Parser::parseIndex(int base, std::size_t bracket) {
+    const int key = parseExpression(1);
+    if (!ok_ || !nextIs("]")) return fail();
+    ++position_;
+    FastExprNode index;
+    index.kind = NodeKind::Index;
+    index.left = base;
+    index.right = key;
+    index.holdsCall = node(base).holdsCall || node(key).holdsCall;
+    return addNode(index, bracket);
+}
+
+int Parser::parseCall(int callee, std::size_t parenthesis) {
+    // Gathered apart, so that the run of this call stays contiguous although calls among its
+    // arguments append theirs in between.
+    std::vector<std::uint32_t> arguments;
+    if (nextIs(")")) {
+        ++position_;
+    } else {
+        for (;;) {
+            const int argument = parseExpression(1);
+            if (!ok_ || atEnd()) return fail();
+            arguments.push_back(static_cast<std::uint32_t>(argument));
+            const std::string& separator = tokens_[position_++];
+            if (separator == ")") break;
+            if (separator != ",") return fail();
+        }
+    }
+    FastExprNode call;
+    call.kind = NodeKind::Call;
+    call.left = callee;
+    call.right = static_cast<std::int32_t>(expression_.callArguments.size());
+    call.intValue = static_cast<std::int32_t>(arguments.size());
+    call.holdsCall = true;
+    call.canConcat = arguments.size() == 1 && node(callee).kind == NodeKind::Variable;
+    expression_.callArguments.insert(expression_.callArguments.end(), arguments.begin(),
+                                     arguments.end());
+    return addNode(call, parenthesis);
+}
+
+int Parser::addBinary(int operatorNumber, int left, int right, std::size_t token) {
+    FastExprNode binary;
+    binary.kind = nodeKindOf(operatorNumber);
+    binary.left = left;
+    binary.right = right;
+    switch (binary.kind) {
+        case NodeKind::Divide:
+        case NodeKind::Power: binary.floatResult = true; break;
+        case NodeKind::IntDivide: break;
+        default: binary.floatResult = node(left).floatResult || node(right).floatResult; break;
+    }
+    binary.holdsCall = node(left).holdsCall || node(right).holdsCall;
+    // A chain that fails behind a call has run that call, so it must be tried all the same.
+    binary.canConcat = binary.kind == NodeKind::Add && node(left).canConcat &&
+                       (node(right).canConcat || node(left).holdsCall);
+    return addNode(binary, token);
+}
+
+int Parser::addString(std::string&& text, std::size_t token) {
+    if (expression_.strings.size() > std::numeric_limits<std::uint16_t>::max()) return fail();
+    FastExprNode literal;
+    literal.kind = NodeKind::StringLiteral;
+    literal.stringIndex = static_cast<std::uint16_t>(expression_.strings.size());
+    literal.canConcat = true;
+    expression_.strings.push_back(std::move(text));
+    return addNode(literal, token);
+}
+
+int Parser::addNode(FastExprNode added, std::size_t token) {
+    // A token beyond 16 bits has no place in a node; the line then goes by tokens.
+    if (token > std::numeric_limits<std::uint16_t>::max()) return fail();
+    added.tokenIndex = static_cast<std::uint16_t>(token);
+    expression_.nodes.push_back(added);
+    return static_cast<int>(expression_.nodes.size()) - 1;
+}
+
+}  // namespace
+
+FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens,
+                                          const std::vector<TokenAnalysis>& analysis,
+                                          std::size_t first, std::size_t last) {
+    if (last <= first || last > tokens.size() || analysis.size() != tokens.size()) return {};
+    return Parser(tokens, analysis, first, last).parse();
+}

@@ -1,0 +1,179 @@
+// From a text to logical lines. A logical line goes on in the next physical line while a bracket or
+// a string is open, and only then; ";" ends one early.
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+constexpr std::size_t kPendingReserve = 256;
+
+/// Blanks and tabs only: a carriage return stays in the text, the tokeniser takes it as a blank.
+std::string_view trimmed(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+/// The line splitter. It and the tokeniser each know strings and comments, and must agree.
+class LineSplitter {
+public:
+    LineSplitter(DovrelScript& interpreter, std::vector<ParsedScriptLine>& lines)
+        : interpreter_(interpreter), lines_(lines) {
+        pending_.reserve(kPendingReserve);
+    }
+
+    /// Takes the next physical line, without its line feed.
+    void take(std::string_view line, std::size_t lineNumber);
+    /// Flushes what is left, with brackets and strings open or not.
+    void finish() {
+        if (!pending_.empty()) flushLogicalLine();
+    }
+
+private:
+    void append(std::string_view piece, std::size_t lineNumber);
+    void flushLogicalLine();
+    void pushEmptyRecord(std::size_t lineNumber);
+    /// Scans `line` up to its end or a comment; closes segments at ";". Returns where it stopped.
+    std::size_t scan(std::string_view line, std::size_t lineNumber, std::size_t& segmentStart);
+    void scanInsideString(char c);
+    void scanOutsideString(char c);
+
+    [[nodiscard]] bool bracketsClosed() const {
+        return parentheses_ == 0 && brackets_ == 0 && braces_ == 0;
+    }
+    void closeBrackets() { parentheses_ = brackets_ = braces_ = 0; }
+    static void lower(std::size_t& depth) {
+        if (depth > 0) --depth;
+    }
+
+    DovrelScript& interpreter_;
+    std::vector<ParsedScriptLine>& lines_;
+    std::string pending_;
+    std::size_t pendingLine_ = 0;
+    char quote_ = 0;  // of the open string, 0 outside
+    bool escaped_ = false;
+    std::size_t parentheses_ = 0;
+    std::size_t brackets_ = 0;
+    std::size_t braces_ = 0;
+};
+
+void LineSplitter::take(std::string_view line, std::size_t lineNumber) {
+    if (line.empty()) {
+        if (pending_.empty()) pushEmptyRecord(lineNumber);
+        return;
+    }
+    std::size_t segmentStart = 0;
+    const std::size_t stop = scan(line, lineNumber, segmentStart);
+    // A comment at the very start of a line leaves a record, a blank line or an indented comment
+    // none: kept, line tables count on it.
+    if (pending_.empty() && stop == 0) pushEmptyRecord(lineNumber);
+    append(trimmed(line.substr(segmentStart, stop - segmentStart)), lineNumber);
+    // The blank that will join the next piece is what a backslash at the line's end escapes.
+    escaped_ = false;
+    if (!pending_.empty() && quote_ == 0 && bracketsClosed()) flushLogicalLine();
+}
+
+std::size_t LineSplitter::scan(std::string_view line, std::size_t lineNumber,
+                               std::size_t& segmentStart) {
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote_ != 0) {
+            scanInsideString(c);
+        } else if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
+            return i;
+        } else if (c == ';' && bracketsClosed()) {
+            append(trimmed(line.substr(segmentStart, i - segmentStart)), lineNumber);
+            if (!pending_.empty()) flushLogicalLine();
+            segmentStart = i + 1;
+        } else {
+            scanOutsideString(c);
+        }
+    }
+    return line.size();
+}
+
+void LineSplitter::scanInsideString(char c) {
+    if (escaped_) {
+        escaped_ = false;
+    } else if (c == quote_) {
+        quote_ = 0;
+    } else {
+        escaped_ = c == '\\';
+    }
+}
+
+void LineSplitter::scanOutsideString(char c) {
+    switch (c) {
+        case '"':
+        case '\'': quote_ = c; break;
+        case '(': ++parentheses_; break;
+        case '[': ++brackets_; break;
+        case '{': ++braces_; break;
+        case ')': lower(parentheses_); break;
+        case ']': lower(brackets_); break;
+        case '}': lower(braces_); break;
+        default: break;
+    }
+}
+
+void LineSplitter::append(std::string_view piece, std::size_t lineNumber) {
+    if (piece.empty()) return;
+    if (pending_.empty()) {
+        pendingLine_ = lineNumber;
+    } else {
+        pending_ += ' ';
+    }
+    pending_ += piece;
+}
+
+void LineSplitter::pushEmptyRecord(std::size_t lineNumber) {
+    lines_.emplace_back().lineNumber = lineNumber;
+}
+
+void LineSplitter::flushLogicalLine() {
+    ParsedScriptLine line;
+    line.source = pending_;
+    line.lineNumber = pendingLine_;
+    interpreter_.currentLine = &line.source;
+    try {
+        line.tokens = interpreter_.tokenise(line.source);
+    } catch (...) {
+        interpreter_.keepCurrentLineText();
+        throw;
+    }
+    line.tokenAnalysis.reserve(line.tokens.size());
+    for (const std::string& token : line.tokens) {
+        line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
+    }
+    lines_.push_back(std::move(line));
+    interpreter_.currentLine = &lines_.back().source;
+    pending_.clear();
+    closeBrackets();
+}
+
+}  // namespace
+
+std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source) {
+    std::vector<ParsedScriptLine> lines;
+    if (source.empty()) return lines;
+    lines.reserve(static_cast<std::size_t>(std::count(source.begin(), source.end(), '\n')) + 1);
+
+    LineSplitter splitter(*this, lines);
+    std::size_t lineNumber = 0;
+    for (std::size_t start = 0; start < source.size(); ++lineNumber) {
+        const std::size_t end = std::min(source.find('\n', start), source.size());
+        splitter.take(std::string_view(source).substr(start, end - start), lineNumber);
+        start = end + 1;
+    }
+    splitter.finish();
+    // Until the first statement runs, reports show the last line that was parsed.
+    keepCurrentLineText();
+    prepareParsedLines(lines);
+    return lines;
+}

@@ -1,0 +1,23 @@
+// Helpers over a line's tokens that line preparation shares with its readers.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frontend/parsed_script_line.h"
+
+/// The index of the first token from `start` on that equals `terminator` outside all brackets; an
+/// empty terminator means ",". The token count if there is none, and `start` if it lies behind the
+/// end.
+[[nodiscard]] std::size_t findTopLevelToken(const std::vector<std::string>& tokens,
+                                            std::size_t start, std::string_view terminator);
+
+/// A `for` line of the numeric form: at least four tokens, an identifier, "=".
+[[nodiscard]] bool isNumericForLine(const ParsedScriptLine& line);
+
+/// The `matchingEnd` of the block whose header stands before `index`. Raises "Missing 'end' for
+/// block" if there is none.
+[[nodiscard]] std::size_t findMatchingEnd(const std::vector<ParsedScriptLine>& lines,
+                                          std::size_t index);

@@ -1,0 +1,59 @@
+// What is known of a token before it runs, and where its variable was found last.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "value/names.h"
+
+class Scope;
+
+/// Where a token's variable was found last.
+enum class SlotKind : std::uint8_t {
+    None = 0,       // nothing cached
+    Block = 1,      // a block scope, `slotDepth` below the top
+    Frame = 2,      // a frame scope, `slotDepth` below the top
+    Parameter = 3,  // parameter `slotIndex` of the running fast callable
+    Global = 4,     // `globalSlot`, while no block scope is visible and `slotDepth` frames exist
+};
+
+/// The classification of one token, with the cache of its variable. One record stands beside each
+/// token of a line, never shared by name: the cache belongs to the position. The cache fields
+/// change while a line runs and are no part of the token's meaning.
+struct TokenAnalysis {
+    Name name = nullptr;        // the interned text of an identifier, else null
+    bool isIdentifier = false;  // the text has the form of an identifier
+    bool isTrue = false;        // one of the spellings of true
+    bool isFalse = false;       // one of the spellings of false
+    bool isNumeric = false;     // the text has the form of a number
+    bool isFloat = false;       // numeric, with a "."
+    bool hasIntValue = false;   // numeric, not float, within 32 bits
+    int intValue = 0;           // the value, when `hasIntValue`
+
+    mutable SlotKind slotKind = SlotKind::None;
+    mutable bool globalSlotFound = false;    // the name has the global slot `globalSlot`
+    mutable bool globalSlotChecked = false;  // the global map has been asked, once for all
+    mutable std::uint16_t slotDepth = 0;
+    mutable std::uint16_t slotIndex = 0;
+    mutable std::size_t globalSlot = 0;
+    mutable const Scope* slotScope = nullptr;  // compared, never dereferenced
+};
+
+/// A non-empty text of ASCII letters, digits, "_" and "$" that does not begin with a digit.
+/// Keywords count.
+[[nodiscard]] bool isIdentifier(std::string_view token);
+
+/// One of "true", "ture", "tre", "tue": the misspellings are part of the language.
+[[nodiscard]] bool isTrueToken(std::string_view token);
+
+/// One of "false", "flase", "fasle", "flse".
+[[nodiscard]] bool isFalseToken(std::string_view token);
+
+/// At least two bytes that begin and end with the same quote character.
+[[nodiscard]] bool isQuotedToken(std::string_view token);
+
+/// The value of a string token: quotes taken off, escapes resolved. Any other text is returned
+/// unchanged.
+[[nodiscard]] std::string decodeStringToken(const std::string& token);

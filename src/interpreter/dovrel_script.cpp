@@ -1,0 +1,71 @@
+// The interpreter's life and the run pipeline.
+#include "interpreter/dovrel_script.h"
+
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+
+#include "eval/errors.h"
+#include "exec/bytecode_program.h"
+
+namespace {
+
+/// Pushes a program's directory and name, those that it has, and pops them again.
+class ProgramNamesGuard {
+public:
+    ProgramNamesGuard(DovrelScript& interpreter, const BytecodeProgram& program)
+        : interpreter_(interpreter),
+          hasDirectory_(!program.baseDirectory.empty()),
+          hasName_(!program.scriptName.empty()) {
+        if (hasDirectory_) interpreter.baseDirectoryStack.push_back(&program.baseDirectory);
+        if (hasName_) interpreter.scriptNameStack.push_back(&program.scriptName);
+    }
+    ~ProgramNamesGuard() {
+        if (hasName_) interpreter_.scriptNameStack.pop_back();
+        if (hasDirectory_) interpreter_.baseDirectoryStack.pop_back();
+    }
+    ProgramNamesGuard(const ProgramNamesGuard&) = delete;
+    ProgramNamesGuard& operator=(const ProgramNamesGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+    bool hasDirectory_;
+    bool hasName_;
+};
+
+}  // namespace
+
+DovrelScript::DovrelScript() {
+    randomEngine.seed(std::random_device("/dev/urandom")());
+    startTime = std::chrono::steady_clock::now();
+    registerLibrary();
+}
+
+DovrelScript::~DovrelScript() = default;
+
+void DovrelScript::runScript(const std::string& source) {
+    // Outside the handler, so that the lines are alive while a report is built.
+    std::shared_ptr<BytecodeProgram> program;
+    try {
+        program = std::make_shared<BytecodeProgram>(compileToBytecodeInternal(source));
+        runBytecodeProgram(program);
+        rethrowPendingCoroutineException();
+    } catch (const std::exception& error) {
+        rethrowLocated(error, "script");
+    }
+    keepCurrentLineText();
+}
+
+Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program) {
+    BlockSignal signal = BlockSignal::None;
+    Variable result;
+    {
+        const ProgramNamesGuard programNames(*this, *program);
+        result = executeBytecodeChunkInternal(program, 0, signal);
+        rethrowPendingCoroutineException();
+    }
+    // Found only when it runs, and only here: a `break` travels up like any other signal.
+    if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
+    return result;
+}

@@ -1,0 +1,391 @@
+// The interpreter as one object, and the map of the system.
+//
+// A script travels through the directories in this order; each adds member functions to this class
+// and owns the fields that are grouped under its name below:
+//
+//   host         the command line; owns a DovrelScript and calls runScript
+//   interpreter  this class, its life, and the run pipeline
+//   value        values, operators, containers and the table cache
+//   frontend     text -> logical lines -> tokens -> prepared lines with compiled expressions
+//   eval         scopes, the expression tiers, assignment, calls, errors
+//   exec         the compiled program, its compiler, its file, the two executors
+//   coroutine    the one scheduled coroutine and its turns
+//   library      the natives that scripts find at start
+//
+// One object runs any number of scripts in turn and keeps its globals between them. One thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "coroutine/coroutine_state.h"
+#include "eval/fast_scalar_value.h"
+#include "eval/scope.h"
+#include "exec/block_signal.h"
+#include "frontend/parsed_script_line.h"
+#include "library/builtin_id.h"
+#include "library/random_engine.h"
+#include "library/script_file_cache.h"
+#include "value/arguments.h"
+#include "value/names.h"
+#include "value/script_callable.h"
+#include "value/table_cache.h"
+#include "value/variable.h"
+
+struct BytecodeProgram;
+
+class DovrelScript;
+
+/// A native's body. Natives check their argument count and kinds first and raise the exact text of
+/// their entry.
+using NativeBody = Variable (*)(DovrelScript& interpreter, Arguments args);
+
+class DovrelScript {
+public:
+    // ---------------------------------------------------------------- interpreter: life and runs
+    /// Seeds the generator from "/dev/urandom", notes the start time, registers the library.
+    DovrelScript();
+    ~DovrelScript();
+    DovrelScript(const DovrelScript&) = delete;
+    DovrelScript& operator=(const DovrelScript&) = delete;
+
+    /// Compiles and runs `source`. Every standard exception that leaves has the form of a located
+    /// report.
+    void runScript(const std::string& source);
+    /// Runs chunk 0 of `program` and returns its value. Errors inside statements are located;
+    /// others leave bare.
+    Variable runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program);
+    /// Raises the error that a coroutine turn has left, if there is one.
+    void rethrowPendingCoroutineException();
+
+    RandomEngine randomEngine;
+    std::chrono::steady_clock::time_point startTime;
+
+    // ------------------------------------------------------------------ value: containers
+    /// `container[key]`: a copy of the element, or nil where there is none. Never changes anything.
+    [[nodiscard]] Variable getIndexedValue(const Variable& container, const Variable& key);
+    /// The element of a table or an array, for changing; valid until the container changes. With
+    /// `create` a missing element is made.
+    [[nodiscard]] Variable* getIndexedValueMutable(Variable& container, const Variable& key,
+                                                   bool create);
+    /// `container[key] = value`. With `create` a missing element is made, and an array with a key
+    /// that is no position turns into a table.
+    void setIndexedValue(Variable& container, const Variable& key, const Variable& value,
+                         bool create);
+    /// A String's bytes, an Array's elements, a Table's border; else raises "len(x) expects an
+    /// array, table, or string".
+    [[nodiscard]] int arrayLength(const Variable& value);
+    [[nodiscard]] int numericTableLength(const std::shared_ptr<TableStorage>& table) {
+        return tableCache.numericLength(table);
+    }
+    /// Must follow any change to a table's set of keys.
+    void markTableMutated(const std::shared_ptr<TableStorage>& table,
+                          TableChange change = TableChange::KeysRemoved) {
+        tableCache.markMutated(table, change);
+    }
+    /// The native callable that `text[method]` gives: `method` with `text` in front of its
+    /// arguments.
+    [[nodiscard]] Variable bindStringMethod(const std::string& text, const std::string& method);
+
+    TableCache tableCache;
+
+    // ------------------------------------------------------------------ frontend
+    /// Cuts one logical line into token texts. Raises "Unterminated string literal".
+    [[nodiscard]] std::vector<std::string> tokenise(const std::string& source);
+    /// Classifies one token and interns its name; the cache fields are empty.
+    [[nodiscard]] TokenAnalysis analyseToken(const std::string& token);
+    /// Cuts a text into logical lines, tokenises and prepares them.
+    [[nodiscard]] std::vector<ParsedScriptLine> parseLines(const std::string& source);
+    /// Works out statement kinds, assignments, block links and compiled expressions. Raises
+    /// nothing: what it cannot make sense of fails when it runs. May run over a line twice.
+    void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
+
+    NamePool names;
+    /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
+    /// tokens. For tests that compare the tiers.
+    bool compileExpressions = true;
+
+    // ------------------------------------------------------------------ eval: scopes
+    /// Creates or overwrites a global.
+    void pushVariable(const std::string& name, const Variable& value);
+    /// The variable called `name`, or null. Uncached; skips the running fast callable.
+    [[nodiscard]] Variable* resolveVariablePtr(Name name);
+    /// The variable at a token, for reading, or null; through the token's cache.
+    [[nodiscard]] const Variable* resolveVariableFastPtr(const TokenAnalysis& token);
+    /// The same, with the likely answers tried inline.
+    [[nodiscard]] const Variable* readVariable(const TokenAnalysis& token);
+    /// The variable at a token, for writing, or null if the name exists nowhere.
+    [[nodiscard]] Variable* resolveExistingVariableFastMutable(const TokenAnalysis& token);
+    /// The same without a cache.
+    [[nodiscard]] Variable* resolveExistingVariable(Name name);
+    /// Writes a variable by name.
+    void assignVariable(Name name, const Variable& value, ScopeTarget target);
+    /// Writes the variable at a token, through the token's cache.
+    void assignVariableFast(const TokenAnalysis& token, const Variable& value, ScopeTarget target);
+    /// Creates the global that a token names and leaves the token's cache on the newest global.
+    void createGlobal(const TokenAnalysis& token, const Variable& value);
+    /// A block scope is visible.
+    [[nodiscard]] bool blockScopeVisible() const { return blockScopes.size() > blockScopeFloor; }
+    /// Pushes an empty frame scope and returns it. Scopes that were popped lend their storage.
+    Scope& pushFrameScope(std::size_t expectedEntries);
+    void popFrameScope();
+    void pushBlockScope();
+    /// Pops block scopes until `count` remain.
+    void popBlockScopesTo(std::size_t count);
+
+    std::unordered_map<std::string, std::size_t> globalSlots;  // name to index in globalValues
+    std::vector<Variable> globalValues;                        // only ever grows
+    std::vector<bool> globalAssigned;  // set for each slot that holds a value
+    std::vector<Scope> frameScopes;    // one per running call or loop, top innermost
+    std::vector<Scope> blockScopes;    // one per running block with locals, top innermost
+    std::size_t blockScopeFloor = 0;   // block scopes below this count are not visible
+    const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
+    Arguments fastArgs;                            // its arguments, owned by the caller
+    std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it
+    std::vector<std::vector<ScopeEntry>> spareScopeEntries;
+
+    // ------------------------------------------------------------------ eval: expressions
+    /// Evaluates the expression at `pos` from its tokens and leaves `pos` behind it. The caller
+    /// checks what follows, unless a soft error is unwinding.
+    [[nodiscard]] Variable evaluateExpression(const std::vector<std::string>& tokens,
+                                              std::size_t& pos,
+                                              const std::vector<TokenAnalysis>* analysis);
+    /// Moves `pos` behind an expression of at least precedence `level`, evaluating nothing.
+    void skipExpression(const std::vector<std::string>& tokens, std::size_t& pos, int level,
+                        const std::vector<TokenAnalysis>* analysis);
+    /// Evaluates a whole compiled expression: concat form, scalar tier, general tier.
+    [[nodiscard]] Variable evaluateFastExpression(const FastExpression& expression,
+                                                  const std::vector<TokenAnalysis>& analysis);
+    /// The general tier: any value; raises what is wrong.
+    [[nodiscard]] Variable evaluateFastExpressionNode(const FastExpression& expression, int index,
+                                                      const std::vector<TokenAnalysis>& analysis);
+    /// The scalar tier: false declines, and the caller evaluates again by the general tier.
+    [[nodiscard]] bool tryEvaluateFastExpressionScalarNode(
+        const FastExpression& expression, int index, const std::vector<TokenAnalysis>& analysis,
+        FastScalarValue& out);
+    /// The int tier.
+    [[nodiscard]] bool tryEvaluateFastExpressionIntNode(const FastExpression& expression, int index,
+                                                        const std::vector<TokenAnalysis>& analysis,
+                                                        int& out);
+    /// The bool tier: conditions only.
+    [[nodiscard]] bool tryEvaluateFastExpressionBoolNode(const FastExpression& expression,
+                                                         int index,
+                                                         const std::vector<TokenAnalysis>& analysis,
+                                                         bool& out);
+    /// Appends a chain of "+" over string literals and `toString` calls; false if it is none.
+    [[nodiscard]] bool appendFastStringConcatNode(const FastExpression& expression, int index,
+                                                  const std::vector<TokenAnalysis>& analysis,
+                                                  std::string& out);
+    /// Which tiers a condition may go through.
+    enum class ConditionTiers : std::uint8_t {
+        BoolFirst,   // the bytecode executor and coroutine turns
+        ScalarOnly,  // the parsed-block executor and the guards of fast bodies
+    };
+    /// The truth of a condition line. `word` names the statement in "Unexpected token after `word`
+    /// condition".
+    [[nodiscard]] bool evaluateCondition(const ParsedScriptLine& line, std::string_view word,
+                                         ConditionTiers tiers);
+    /// Evaluates the values of a `return` line into one value: nil, the value, or a Multi. Nil when
+    /// a soft error is unwinding.
+    [[nodiscard]] Variable evaluateReturnValues(const ParsedScriptLine& line);
+
+    /// Evaluates a call's arguments by the general tier into `frame`, left to right. False if a
+    /// soft error is unwinding.
+    bool evaluateCallArguments(const FastExpression& expression, const FastExprNode& call,
+                               const std::vector<TokenAnalysis>& analysis, ArgumentFrame& frame);
+    /// The native that a callee node leads to, without running anything; null if it leads to no
+    /// native. `libraryOnly` leaves out plain names.
+    const ScriptCallable* findNativeCallee(const FastExpression& expression, int callee,
+                                           const std::vector<TokenAnalysis>& analysis,
+                                           bool libraryOnly);
+
+    ArgumentStack argumentStack;
+
+    // ------------------------------------------------------------------ eval: statements
+    /// Runs an assignment line. False, with nothing done, if the line is none. `result` becomes the
+    /// last value of a general multiple assignment and nil otherwise.
+    [[nodiscard]] bool executeAssignment(const ParsedScriptLine& line, Variable& result);
+    /// Runs an expression statement that is a call of `assert`. False, with nothing done, for every
+    /// other expression.
+    [[nodiscard]] bool tryExecuteDiscardedFastCall(const FastExpression& expression,
+                                                   const std::vector<TokenAnalysis>& analysis);
+    /// Runs a line that is an assignment or an expression; the value of an expression goes to
+    /// `value`. Shared by all executors. `discardedCallValue` says what a discarded call leaves.
+    enum class DiscardedCall : std::uint8_t { ClearsValue, KeepsValue };
+    void executePlainLine(const ParsedScriptLine& line, Variable& value,
+                          DiscardedCall discardedCallValue);
+
+    // ------------------------------------------------------------------ eval: calls
+    /// Calls `callee`, whatever it is. Raises for anything that cannot be called.
+    Variable invokeCallableFast(const Variable& callee, Arguments args);
+    /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
+    /// false and the message. Nil when an outer soft error is unwinding.
+    Variable protectedCall(Arguments args);
+    /// Recognises the short body shapes; called once by whoever declares a function.
+    static void prepareFastCallableBody(ScriptCallable& callable);
+    /// Runs a fast body in the scalar tier; false if it declines.
+    [[nodiscard]] bool tryEvaluateFastCallableScalar(
+        const std::shared_ptr<ScriptCallable>& callable, Arguments args, FastScalarValue& out);
+    /// The same as the inlined form of `pcall`: a fired guard gives `ok` false and its message.
+    [[nodiscard]] bool tryEvaluateProtectedFastCallableScalar(
+        const std::shared_ptr<ScriptCallable>& callable, Arguments args, bool& ok,
+        FastScalarValue& out, std::string& message);
+
+    std::vector<std::vector<Variable>> varargStack;      // extra arguments of each variadic call
+    std::vector<const std::string*> baseDirectoryStack;  // strings of programs and callables
+    std::vector<const std::string*> scriptNameStack;     // the same, for error reports
+
+    // ------------------------------------------------------------------ eval: errors
+    /// Raises the located report of `message` near `token`.
+    [[noreturn]] void throwError(const std::string& message, std::string_view token);
+    /// Raises the report of `error`, unless it is a report already and is raised again as it is.
+    /// Must be called from a handler. Near `lastToken`, else near `fallbackToken`.
+    [[noreturn]] void rethrowLocated(const std::exception& error, std::string_view fallbackToken);
+    /// Records a soft error for the active protected call and returns, or raises RaisedScriptError
+    /// if there is none.
+    void raiseScriptErrorSoft(std::string message);
+    /// A soft error is on its way to its protected call: stop and return nil.
+    [[nodiscard]] bool softErrorUnwinding() const {
+        return softErrorPending && callDepth > softErrorDepth;
+    }
+    /// Makes `line` the current one for error reports.
+    void selectLine(const ParsedScriptLine& line) {
+        currentLineNumber = line.lineNumber;
+        currentLine = &line.source;
+    }
+    /// Keeps the text of the current line, whose record is about to go.
+    void keepCurrentLineText();
+    /// Ends the hold on a callable whose call is over, but keeps it if `currentLine` may point into
+    /// its lines. `lineAtEntry` is what `currentLine` was before the call.
+    void retireCallable(std::shared_ptr<ScriptCallable>&& callable, const std::string* lineAtEntry);
+
+    std::uint64_t callDepth = 0;                     // active calls
+    std::vector<std::uint64_t> protectedCallDepths;  // call depth at each active `pcall`
+    bool softErrorPending = false;                   // recorded and not yet collected
+    std::uint64_t softErrorDepth = 0;                // depth of the `pcall` that will collect it
+    std::string softErrorMessage;
+    std::size_t currentLineNumber = 0;         // one less than the number shown
+    const std::string* currentLine = nullptr;  // text of the line that runs or is parsed
+    std::string currentLineTextOverride;       // that text, once the record it stood in is gone
+    std::string lastToken;  // what the token-stream evaluator consumed last; never cleared by
+                            // statements, so it may be of an earlier one
+    std::size_t lastTokenIndex = 0;
+    std::shared_ptr<ScriptCallable> retiredCallable;  // keeps `currentLine` alive after a call
+    const std::string* retiredLine = nullptr;         // `currentLine` when it was retired
+
+    // ------------------------------------------------------------------ exec
+    /// The whole front end and the compiler.
+    [[nodiscard]] BytecodeProgram compileToBytecodeInternal(const std::string& source);
+    /// Compiles the lines [firstLine, endLine) of `program` into a new chunk; returns its index.
+    std::uint32_t compileBytecodeChunk(BytecodeProgram& program, std::size_t firstLine,
+                                       std::size_t endLine);
+    /// Reads a bytecode file's bytes; `path` serves error messages only.
+    [[nodiscard]] BytecodeProgram deserializeBytecode(const std::vector<unsigned char>& bytes,
+                                                      const std::string& path);
+    /// Runs one chunk; `signal` tells why it stopped.
+    Variable executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program,
+                                          std::uint32_t chunk, BlockSignal& signal);
+    /// Runs lines from `index` on with no program; leaves `index` where it stopped.
+    Variable executeParsedBlock(const std::vector<ParsedScriptLine>& lines, std::size_t& index,
+                                BlockSignal& signal);
+
+    // ------------------------------------------------------------------ coroutine
+    /// Makes a coroutine of a decay callable and schedules it; inside a turn, ends that turn.
+    void startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args);
+    /// Runs one turn of the scheduled coroutine, if any. A failure of the turn is raised.
+    void serviceScheduledCoroutineTurn();
+    /// Runs the coroutine, already swapped in, to the end of one statement; true when it has
+    /// finished.
+    [[nodiscard]] bool executeCoroutineTurn(CoroutineState& state);
+    /// The end of a main-flow statement: gives the coroutine one turn. A failure waits in
+    /// `pendingCoroutineException`.
+    void runTurnHook() {
+        if (scheduledCoroutine != nullptr) giveCoroutineTurn();
+    }
+    void giveCoroutineTurn();
+    /// What the native `kill` does.
+    void killCoroutine();
+
+    std::shared_ptr<CoroutineState> scheduledCoroutine;    // the one that gets turns
+    std::shared_ptr<CoroutineState> replacementCoroutine;  // started inside the running turn
+    std::exception_ptr pendingCoroutineException;          // a turn's failure, not yet raised
+    bool inCoroutineTurn = false;
+    bool coroutineTurnEnded = false;  // the running coroutine has been told to end
+
+    // ------------------------------------------------------------------ library
+    /// Puts all globals in place, in their fixed order.
+    void registerLibrary();
+    /// Makes `name` a global native.
+    void pushFunction(const std::string& name, NativeBody body);
+    /// Calls the native of `id`; nil for an id without a fast body.
+    Variable dispatchBuiltinFast(BuiltinId id, Arguments args);
+    /// Calls a native whose result is likely to be a scalar; false if the id or the result is
+    /// another.
+    [[nodiscard]] bool tryEvaluateNativeBuiltinScalar(BuiltinId id, Arguments args,
+                                                      FastScalarValue& out);
+    /// Milliseconds since the constructor ran.
+    [[nodiscard]] int elapsedMilliseconds() const;
+    /// Where a script's file name leads; never fails.
+    [[nodiscard]] std::string resolvePath(const std::string& path) const;
+
+    std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
+
+private:
+    // The scalar tier, by form of node.
+    bool tryScalarArithmetic(const FastExpression& expression, const FastExprNode& node,
+                             const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
+    bool tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
+                             const std::vector<TokenAnalysis>& analysis, bool& out);
+    bool tryScalarIndex(const FastExpression& expression, const FastExprNode& node,
+                        const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
+    bool tryScalarLength(const FastExpression& expression, const FastExprNode& node,
+                         const std::vector<TokenAnalysis>& analysis, int& out);
+    bool tryScalarCall(const FastExpression& expression, const FastExprNode& node,
+                       const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
+    bool tryScalarBuiltinOnValues(const FastExpression& expression, const FastExprNode& node,
+                                  const std::vector<TokenAnalysis>& analysis, BuiltinId id,
+                                  FastScalarValue& out);
+    bool tryScalarBuiltinOnScalars(const FastExpression& expression, const FastExprNode& node,
+                                   const std::vector<TokenAnalysis>& analysis, BuiltinId id,
+                                   FastScalarValue& out);
+    bool tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,
+                             const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
+    /// The scalar tier on a node, by the scalar rule of truth.
+    bool tryScalarTruth(const FastExpression& expression, int index,
+                        const std::vector<TokenAnalysis>& analysis, bool& out);
+    bool tryBoolLogic(const FastExpression& expression, const FastExprNode& node,
+                      const std::vector<TokenAnalysis>& analysis, bool& out);
+    // The general tier, by form of node.
+    Variable evaluateIndexNode(const FastExpression& expression, const FastExprNode& node,
+                               const std::vector<TokenAnalysis>& analysis);
+    Variable evaluateCallNode(const FastExpression& expression, const FastExprNode& node,
+                              const std::vector<TokenAnalysis>& analysis);
+    Variable evaluateAddNode(const FastExpression& expression, int index,
+                             const std::vector<TokenAnalysis>& analysis);
+    Variable evaluateBinaryNode(const FastExpression& expression, const FastExprNode& node,
+                                const std::vector<TokenAnalysis>& analysis);
+    /// The variable that a node names, in place, or null if it is no variable node or unknown.
+    const Variable* variableInPlace(const FastExpression& expression, int index,
+                                    const std::vector<TokenAnalysis>& analysis);
+
+    void consultGlobalCache(const TokenAnalysis& token);
+    [[nodiscard]] Variable* findInScopes(Name name);
+    [[nodiscard]] Variable* globalAt(std::size_t slot);
+    [[nodiscard]] Variable* assignableGlobal(std::size_t slot, const std::string& name);
+    [[nodiscard]] const Variable* searchVariable(const TokenAnalysis& token);
+    [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
+    [[nodiscard]] Scope makeScope(std::size_t expectedEntries);
+    void recycleScope(Scope&& scope);
+    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
+    Variable runFastBody(const ScriptCallable& callable, Arguments args);
+};
+
+/// A new native function value. `name` decides its id; an empty name gives none.
+[[nodiscard]] Variable makeNativeCallable(NativeFunction function, const std::string& name);

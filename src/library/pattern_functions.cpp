@@ -1,0 +1,242 @@
+// The natives that take patterns: gsub, string.find, string.match and string.gmatch.
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "eval/errors.h"
+#include "library/natives.h"
+#include "library/patterns.h"
+#include "value/numbers.h"
+#include "value/text.h"
+
+namespace {
+
+using TextIterator = std::string::const_iterator;
+
+[[nodiscard]] bool beginsWithTwoStrings(Arguments args) {
+    return args.size() >= 2 && args[0].type == VarType::String && args[1].type == VarType::String;
+}
+
+/// The 0-based offset that the optional third argument asks for: a nil counts as absent, anything
+/// below 1 as 1. False if it lies beyond the end of the text, where nothing can match.
+[[nodiscard]] bool readStartOffset(Arguments args, std::size_t length, std::size_t& offset) {
+    const int start = args.size() > 2 && !args[2].isNil() ? toInt(args[2]) : 1;
+    offset = static_cast<std::size_t>(std::max(start, 1) - 1);
+    return offset <= length;
+}
+
+/// The 1-based first and last position of `range`.
+[[nodiscard]] Variable positionsOf(TextRange range) {
+    std::vector<Variable> positions;
+    positions.reserve(2);
+    positions.push_back(Variable::makeInt(static_cast<int>(range.first + 1)));
+    positions.push_back(Variable::makeInt(static_cast<int>(range.end)));
+    return Variable::makeMulti(std::move(positions));
+}
+
+[[nodiscard]] const Variable& lookUpReplacement(const Variable& table, const std::string& key) {
+    const auto& entries = table.asTable();
+    if (entries == nullptr) throwPlainError("gsub internal error: replacement table missing");
+    const auto found = entries->find(key);
+    if (found == entries->end()) {
+        throwPlainError("gsub replacement table missing key: " + key);
+    }
+    return found->second;
+}
+
+/// The result of gsub for the pattern "%d". A string replacement is taken as it is: kept, although
+/// the general path would expand the escapes in it.
+[[nodiscard]] std::string replaceDigits(const std::string& text, const Variable& replacement) {
+    const auto digits =
+        static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isAsciiDigit));
+    if (digits == 0) return text;
+    const bool isTable = replacement.type == VarType::Table;
+    std::string result;
+    if (!isTable) {
+        result.reserve(text.size() - digits + digits * replacement.asString().size());
+    }
+    for (const char byte : text) {
+        if (!isAsciiDigit(byte)) {
+            result += byte;
+        } else if (isTable) {
+            appendVariableStringFast(result, lookUpReplacement(replacement, std::string(1, byte)));
+        } else {
+            result += replacement.asString();
+        }
+    }
+    return result;
+}
+
+void appendGroup(std::string& out, const std::smatch& match, std::size_t group) {
+    if (group < match.size() && match[group].matched) {
+        out.append(match[group].first, match[group].second);
+    }
+}
+
+/// Appends the group whose number begins at `index` in `replacement` and moves `index` to the last
+/// digit of that number. A digit is part of the number only while a group of that number exists:
+/// with one group, "\12" is group 1 and the text "2".
+void appendNumberedGroup(std::string& out, const std::string& replacement, std::size_t& index,
+                         const std::smatch& match) {
+    auto group = static_cast<std::size_t>(replacement[index] - '0');
+    while (index + 1 < replacement.size() && isAsciiDigit(replacement[index + 1])) {
+        const std::size_t longer =
+            group * 10 + static_cast<std::size_t>(replacement[index + 1] - '0');
+        if (longer >= match.size()) break;
+        group = longer;
+        ++index;
+    }
+    appendGroup(out, match, group);
+}
+
+void appendLastGroupThatMatched(std::string& out, const std::smatch& match) {
+    for (std::size_t group = match.size() - 1; group > 0; --group) {
+        if (!match[group].matched) continue;
+        appendGroup(out, match, group);
+        return;
+    }
+}
+
+/// Appends `replacement` with its backslash escapes expanded for one match in `text`.
+void appendExpanded(std::string& out, const std::string& replacement, const std::smatch& match,
+                    const std::string& text) {
+    for (std::size_t index = 0; index < replacement.size(); ++index) {
+        if (replacement[index] != '\\' || index + 1 == replacement.size()) {
+            out += replacement[index];
+            continue;
+        }
+        ++index;
+        const char escape = replacement[index];
+        switch (escape) {
+            case '0':
+            case '&': appendGroup(out, match, 0); break;
+            // The match's own prefix begins at the match before it; scripts get the whole front.
+            case '`': out.append(text.cbegin(), match[0].first); break;
+            case '\'': out.append(match[0].second, text.cend()); break;
+            case '+': appendLastGroupThatMatched(out, match); break;
+            default:
+                if (isAsciiDigit(escape)) {
+                    appendNumberedGroup(out, replacement, index, match);
+                } else {
+                    out += escape;
+                }
+                break;
+        }
+    }
+}
+
+[[nodiscard]] std::string replaceMatches(const std::string& text, const std::regex& regex,
+                                         const Variable& replacement) {
+    std::string result;
+    TextIterator copied = text.cbegin();
+    const std::sregex_iterator end;
+    for (std::sregex_iterator walk(text.cbegin(), text.cend(), regex); walk != end; ++walk) {
+        const std::smatch& match = *walk;
+        result.append(copied, match[0].first);
+        if (replacement.type == VarType::Table) {
+            appendVariableStringFast(result, lookUpReplacement(replacement, match[0].str()));
+        } else {
+            appendExpanded(result, replacement.asString(), match, text);
+        }
+        copied = match[0].second;
+    }
+    result.append(copied, text.cend());
+    return result;
+}
+
+[[nodiscard]] Variable gsubImpl(const Variable& text, const Variable& pattern,
+                                const Variable& replacement) {
+    if (text.type != VarType::String) {
+        throwPlainError("gsub(string, pattern, replacement): first argument must be a string");
+    }
+    if (pattern.type != VarType::String) {
+        throwPlainError(
+            "gsub(string, pattern, replacement): second argument must be a string pattern");
+    }
+    if (replacement.type != VarType::String && replacement.type != VarType::Table) {
+        throwPlainError(
+            "gsub(string, pattern, replacement): replacement must be a string or table");
+    }
+    if (pattern.asString() == kDigitPattern) {
+        return Variable(replaceDigits(text.asString(), replacement));
+    }
+    const std::regex& regex = getCachedGsubPattern(pattern.asString()).regex;
+    return Variable(replaceMatches(text.asString(), regex, replacement));
+}
+
+/// Searches `text` from `offset` on as if it began there, so that a "^" anchors at the offset.
+[[nodiscard]] bool searchFrom(const std::string& text, std::size_t offset,
+                              const std::string& pattern, std::smatch& match) {
+    const TextIterator start = text.cbegin() + static_cast<std::ptrdiff_t>(offset);
+    return std::regex_search(start, text.cend(), match, getCachedGsubPattern(pattern).regex);
+}
+
+}  // namespace
+
+Variable gsubFunction(DovrelScript&, Arguments args) {
+    if (args.size() != 3) {
+        throwPlainError("gsub(string, pattern, replacement) requires exactly 3 arguments");
+    }
+    return gsubImpl(args[0], args[1], args[2]);
+}
+
+Variable stringFindFunction(DovrelScript&, Arguments args) {
+    if (args.size() > 4 || !beginsWithTwoStrings(args)) {
+        throwPlainError(
+            "string['find'](s, pattern[, init[, plain]]) requires a string and a pattern");
+    }
+    const std::string& text = args[0].asString();
+    const std::string& pattern = args[1].asString();
+    std::size_t offset = 0;
+    if (!readStartOffset(args, text.size(), offset)) return Variable();
+
+    if (args.size() > 3 && isTruthy(args[3])) {
+        const std::size_t found = text.find(pattern, offset);
+        if (found == std::string::npos) return Variable();
+        return positionsOf({found, found + pattern.size()});
+    }
+    if (pattern == kDigitRunPattern) {
+        TextRange run;
+        if (!findDigitRun(text, offset, run)) return Variable();
+        return positionsOf(run);
+    }
+    std::smatch match;
+    if (!searchFrom(text, offset, pattern, match)) return Variable();
+    return positionsOf({static_cast<std::size_t>(match[0].first - text.cbegin()),
+                        static_cast<std::size_t>(match[0].second - text.cbegin())});
+}
+
+Variable stringMatchFunction(DovrelScript&, Arguments args) {
+    if (args.size() > 3 || !beginsWithTwoStrings(args)) {
+        throwPlainError("string['match'](s, pattern[, init]) requires a string and a pattern");
+    }
+    const std::string& text = args[0].asString();
+    const std::string& pattern = args[1].asString();
+    std::size_t offset = 0;
+    if (!readStartOffset(args, text.size(), offset)) return Variable();
+
+    if (pattern == kAlphaDashDigitsPattern) {
+        TextRange letters;
+        TextRange digits;
+        if (!findAlphaDashDigitsMatch(text, offset, letters, digits)) return Variable();
+        std::vector<Variable> groups;
+        groups.reserve(2);
+        groups.emplace_back(text.substr(letters.first, letters.end - letters.first));
+        groups.emplace_back(text.substr(digits.first, digits.end - digits.first));
+        return Variable::makeMulti(std::move(groups));
+    }
+    std::smatch match;
+    if (!searchFrom(text, offset, pattern, match)) return Variable();
+    return matchValue(match, Variable::makeMulti);
+}
+
+Variable stringGmatchFunction(DovrelScript&, Arguments args) {
+    if (args.size() != 2 || !beginsWithTwoStrings(args)) {
+        throwPlainError("string['gmatch'](s, pattern) requires a string and a pattern");
+    }
+    ArrayStorage elements;
+    GmatchWalk walk(args[0].asString(), args[1].asString());
+    for (Variable element; walk.next(element);) elements.push_back(std::move(element));
+    return Variable::makeArray(std::move(elements));
+}

@@ -1,0 +1,90 @@
+// The arguments of one call, as callees see them, and the stack that holds them while a call runs.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "value/variable.h"
+
+/// A view of a call's arguments. It owns nothing: the caller keeps the values alive and in place
+/// for the whole call. Values are reached through pointers so that a caller may lend a variable
+/// instead of copying it.
+class Arguments {
+public:
+    Arguments() = default;
+    Arguments(const Variable* const* values, std::size_t count) : values_(values), count_(count) {}
+
+    [[nodiscard]] std::size_t size() const { return count_; }
+    [[nodiscard]] bool empty() const { return count_ == 0; }
+    /// The argument at the 0-based `index`, which must be below `size()`.
+    [[nodiscard]] const Variable& operator[](std::size_t index) const { return *values_[index]; }
+    /// The arguments from the 0-based `first` on; empty if there are none.
+    [[nodiscard]] Arguments from(std::size_t first) const {
+        return first < count_ ? Arguments(values_ + first, count_ - first) : Arguments();
+    }
+
+private:
+    const Variable* const* values_ = nullptr;
+    std::size_t count_ = 0;
+};
+
+/// Where the evaluators keep argument values: one stack beside the host's, in blocks that never
+/// move. It keeps argument arrays out of the frames that recurse, and a call in the steady state
+/// allocates nothing. Use it through ArgumentFrame.
+class ArgumentStack {
+public:
+    ArgumentStack();
+    ArgumentStack(const ArgumentStack&) = delete;
+    ArgumentStack& operator=(const ArgumentStack&) = delete;
+
+private:
+    friend class ArgumentFrame;
+
+    struct Block {
+        std::unique_ptr<Variable[]> values;
+        std::unique_ptr<const Variable*[]> pointers;
+        std::size_t capacity = 0;
+        std::size_t used = 0;
+    };
+
+    /// Makes a block with room for `count` more values the current one.
+    void openBlockFor(std::size_t count);
+
+    std::vector<Block> blocks_;
+    std::size_t current_ = 0;  // index of the block that serves the next frame
+};
+
+/// The argument values of one call under evaluation: `count` values, all nil at first. Frames nest
+/// strictly; the destructor releases the values.
+class ArgumentFrame {
+public:
+    ArgumentFrame(ArgumentStack& stack, std::size_t count);
+    ~ArgumentFrame();
+    ArgumentFrame(const ArgumentFrame&) = delete;
+    ArgumentFrame& operator=(const ArgumentFrame&) = delete;
+
+    [[nodiscard]] Variable& operator[](std::size_t index) { return values_[index]; }
+    /// Makes the argument at `index` a borrowed one: `value` must stay in place for the call.
+    void lend(std::size_t index, const Variable& value) { pointers_[index] = &value; }
+    [[nodiscard]] Arguments view() const { return {pointers_, count_}; }
+    [[nodiscard]] std::size_t size() const { return count_; }
+
+private:
+    ArgumentStack& stack_;
+    Variable* values_;
+    const Variable** pointers_;
+    std::size_t count_;
+    std::size_t previousBlock_;
+};
+
+/// A view of values that stand side by side, for callers outside the evaluators.
+class ArgumentList {
+public:
+    explicit ArgumentList(const std::vector<Variable>& values);
+    ArgumentList(const Variable* values, std::size_t count);
+    [[nodiscard]] Arguments view() const { return {pointers_.data(), pointers_.size()}; }
+
+private:
+    std::vector<const Variable*> pointers_;
+};

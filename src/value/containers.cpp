@@ -1,0 +1,163 @@
+// Reading and writing elements of arrays, tables and strings.
+#include "value/containers.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "eval/errors.h"
+#include "interpreter/dovrel_script.h"
+#include "value/numbers.h"
+#include "value/operators.h"
+
+namespace {
+
+/// The 1-based index that a key stands for: an int, or a whole float within the range of int.
+bool indexFromKey(const Variable& key, int& index) {
+    if (key.type == VarType::Int) {
+        index = key.asInt();
+        return true;
+    }
+    return key.type == VarType::Float && wholeFloatToInt(key.asFloat(), index);
+}
+
+bool isWithin(int index, std::size_t size) {
+    return index >= 1 && static_cast<std::size_t>(index) <= size;
+}
+
+Variable byteAt(const std::string& text, int index) {
+    if (!isWithin(index, text.size())) return {};
+    return Variable(std::string(1, text[static_cast<std::size_t>(index) - 1]));
+}
+
+void setByte(Variable& container, const Variable& key, const Variable& value) {
+    if (key.type != VarType::Int) throwPlainError("String index must be an int");
+    if (value.type != VarType::String) {
+        throwPlainError("String element assignment requires a string value");
+    }
+    if (value.asString().size() != 1) {
+        throwPlainError("String element assignment requires a single-character string");
+    }
+    std::string& text = container.asString();
+    if (!isWithin(key.asInt(), text.size())) throwPlainError("String index out of range");
+    text[static_cast<std::size_t>(key.asInt()) - 1] = value.asString()[0];
+}
+
+/// The element of an array for writing, or null if the array must turn into a table first.
+Variable* arrayElementForWriting(Variable& container, const Variable& key, bool create) {
+    int index = 0;
+    if (!indexFromKey(key, index)) {
+        if (create) return nullptr;
+        throwPlainError("Array index must be an int");
+    }
+    if (index < 1) {
+        if (create) return nullptr;
+        throwPlainError("Array index must be >= 1");
+    }
+    ArrayStorage& array = *container.asArray();
+    if (static_cast<std::size_t>(index) > array.size()) {
+        if (!create) throwPlainError("Array index out of range");
+        array.resize(static_cast<std::size_t>(index));
+    }
+    return &array[static_cast<std::size_t>(index) - 1];
+}
+
+}  // namespace
+
+void promoteArrayVariableToTable(Variable& value) {
+    if (value.type != VarType::Array) return;
+    // Only this one variable turns: others that share the array keep it.
+    const std::shared_ptr<ArrayStorage> array = value.asArray();
+    TableStorage table;
+    for (std::size_t i = 0; i < array->size(); ++i) {
+        table.emplace(std::to_string(i + 1), (*array)[i]);
+    }
+    value = Variable::makeTable(std::move(table));
+}
+
+Variable DovrelScript::getIndexedValue(const Variable& container, const Variable& key) {
+    switch (container.type) {
+        case VarType::Table: {
+            const TableStorage& table = *container.asTable();
+            const auto found = key.type == VarType::String ? table.find(key.asString())
+                                                           : table.find(keyToString(key));
+            return found != table.end() ? found->second : Variable();
+        }
+        case VarType::Array: {
+            const ArrayStorage& array = *container.asArray();
+            int index = 0;
+            if (!indexFromKey(key, index) || !isWithin(index, array.size())) return {};
+            return array[static_cast<std::size_t>(index) - 1];
+        }
+        case VarType::String:
+            if (key.type == VarType::Int) return byteAt(container.asString(), key.asInt());
+            if (key.type == VarType::String) {
+                return bindStringMethod(container.asString(), key.asString());
+            }
+            throwPlainError("String index must be an int or string method name");
+        default: throwPlainError("Indexing requires an array, table, or string");
+    }
+}
+
+Variable DovrelScript::bindStringMethod(const std::string& text, const std::string& method) {
+    // By the ordinary look-up, so a script that replaces `string` changes what methods exist.
+    const Variable* library = resolveVariablePtr(names.intern("string"));
+    if (library == nullptr || library->type != VarType::Table) return {};
+    const TableStorage& table = *library->asTable();
+    const auto found = table.find(method);
+    if (found == table.end() || found->second.type != VarType::Function) return {};
+
+    return makeNativeCallable(
+        [this, receiver = Variable(text), function = found->second](Arguments args) {
+            // A first argument that equals the receiver is the receiver, passed again by a caller
+            // that does not rely on the binding.
+            const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
+            const Arguments rest = repeatsReceiver ? args.from(1) : args;
+            std::vector<const Variable*> all;
+            all.reserve(rest.size() + 1);
+            // The closure may be destroyed by its own call.
+            const Variable subject = receiver;
+            const Variable callee = function;
+            all.push_back(&subject);
+            for (std::size_t i = 0; i < rest.size(); ++i) all.push_back(&rest[i]);
+            return invokeCallableFast(callee, Arguments(all.data(), all.size()));
+        },
+        "");
+}
+
+Variable* DovrelScript::getIndexedValueMutable(Variable& container, const Variable& key,
+                                               bool create) {
+    if (container.type == VarType::Array) {
+        if (Variable* element = arrayElementForWriting(container, key, create)) return element;
+        promoteArrayVariableToTable(container);
+    }
+    if (container.type != VarType::Table) throwPlainError("Indexing requires an array or table");
+    const std::shared_ptr<TableStorage>& table = container.asTable();
+    std::string text = keyToString(key);
+    const auto found = table->find(text);
+    if (found != table->end()) return &found->second;
+    if (!create) throwPlainError("Table key not found: " + text);
+    markTableMutated(table, TableChange::KeyAdded);
+    return &(*table)[std::move(text)];
+}
+
+void DovrelScript::setIndexedValue(Variable& container, const Variable& key, const Variable& value,
+                                   bool create) {
+    switch (container.type) {
+        case VarType::String: setByte(container, key, value); return;
+        case VarType::Array:
+        case VarType::Table: break;
+        default: throwPlainError("Indexing requires an array, table, or string");
+    }
+    Variable* element = getIndexedValueMutable(container, key, create);
+    *element = value;
+}
+
+int DovrelScript::arrayLength(const Variable& value) {
+    switch (value.type) {
+        case VarType::String: return static_cast<int>(value.asString().size());
+        case VarType::Array: return static_cast<int>(value.asArray()->size());
+        case VarType::Table: return numericTableLength(value.asTable());
+        default: throwPlainError("len(x) expects an array, table, or string");
+    }
+}

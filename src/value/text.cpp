@@ -1,0 +1,42 @@
+#include "value/text.h"
+
+#include <charconv>
+#include <stdexcept>
+
+namespace {
+
+// Room for a sign and the ten digits of the longest int.
+constexpr std::size_t kIntBufferSize = 11;
+
+}  // namespace
+
+void appendIntFast(std::string& out, int value) {
+    char buffer[kIntBufferSize];
+    const auto [end, error] = std::to_chars(buffer, buffer + kIntBufferSize, value);
+    if (error != std::errc()) throw std::runtime_error("Failed to format integer");
+    out.append(buffer, end);
+}
+
+std::string floatText(float number) { return std::to_string(number); }
+
+void appendVariableStringFast(std::string& out, const Variable& value) {
+    switch (value.type) {
+        case VarType::Int: appendIntFast(out, value.asInt()); break;
+        case VarType::Bool: out += value.asBool() ? "true" : "false"; break;
+        case VarType::String: out += value.asString(); break;
+        default: out += value.toString(); break;
+    }
+}
+
+std::size_t estimateVariableStringSize(const Variable& value) {
+    switch (value.type) {
+        case VarType::Int: {
+            char buffer[kIntBufferSize];
+            const auto result = std::to_chars(buffer, buffer + kIntBufferSize, value.asInt());
+            return static_cast<std::size_t>(result.ptr - buffer);
+        }
+        case VarType::Bool: return value.asBool() ? 4 : 5;
+        case VarType::String: return value.asString().size();
+        default: return value.toString().size();
+    }
+}

@@ -1,0 +1,160 @@
+// The one dynamic value of the language, and the containers that it can hold.
+//
+// A Variable is a kind tag beside a closed variant. Numbers, booleans and string bytes live in the
+// record itself; arrays, tables, callables and multi-values are shared by reference counting, so
+// that copies of a Variable see the same container. Nothing collects cycles.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+struct Variable;
+struct MultiResult;
+struct ScriptCallable;
+
+/// A dense sequence; the language counts its positions from 1.
+using ArrayStorage = std::vector<Variable>;
+
+/// A hash map from key text to value: every key is stored as text.
+using TableStorage = std::unordered_map<std::string, Variable>;
+
+/// The value kinds. Their order is fixed.
+enum class VarType : std::int32_t {
+    Nil = 0,        // absence of a value; holds the int 0
+    Int = 1,        // 32-bit signed integer
+    Float = 2,      // 32-bit floating value
+    String = 3,     // byte string
+    Raw = 4,        // byte buffer; no operation makes one
+    Bool = 5,       // truth value
+    Pointer = 6,    // opaque host pointer
+    Array = 7,      // shared dense sequence
+    Multi = 8,      // several results of one call, in flight
+    Table = 9,      // shared string-keyed map
+    Function = 10,  // shared callable
+};
+
+/// Raises the error of a tag that disagrees with the alternative beside it. Every checked access
+/// ends here, so that its text does not depend on the standard library.
+[[noreturn]] void throwBadVariantAccess();
+
+/// The dynamic value. `type` and the active alternative of `value` agree, except where a compound
+/// assignment of mixed kinds has failed half-way; readers therefore test `type` first and take the
+/// alternative through the checked accessors.
+struct Variable {
+    using Value = std::variant<int, float, std::string, std::vector<char>, bool, void*,
+                               std::shared_ptr<ArrayStorage>, std::shared_ptr<TableStorage>,
+                               std::shared_ptr<ScriptCallable>, std::shared_ptr<MultiResult>>;
+
+    VarType type = VarType::Nil;
+    Value value;
+
+    /// Nil.
+    Variable() = default;
+    /// A String holding a copy of `text`.
+    explicit Variable(const std::string& text) : type(VarType::String), value(text) {}
+    /// A String that takes over `text`.
+    explicit Variable(std::string&& text) : type(VarType::String), value(std::move(text)) {}
+    /// A value of kind `kind`; `content` must be the alternative that belongs to it.
+    Variable(VarType kind, Value content) : type(kind), value(std::move(content)) {}
+
+    static Variable makeInt(int number) { return Variable(VarType::Int, number); }
+    static Variable makeFloat(float number) { return Variable(VarType::Float, number); }
+    static Variable makeBool(bool truth) { return Variable(VarType::Bool, truth); }
+    /// A new Array holding a fresh empty vector.
+    static Variable makeArray();
+    /// A new Array that takes over `elements`.
+    static Variable makeArray(ArrayStorage&& elements);
+    /// A new Table holding a fresh empty map.
+    static Variable makeTable();
+    /// A new Table that takes over `entries`.
+    static Variable makeTable(TableStorage&& entries);
+    /// A new Multi that takes over `values` without copying them.
+    static Variable makeMulti(std::vector<Variable>&& values);
+    /// A Function sharing `callable`.
+    static Variable makeFunction(std::shared_ptr<ScriptCallable> callable);
+
+    /// The text form of the value, as `print` shows it. Recurses into containers without a limit.
+    [[nodiscard]] std::string toString() const;
+
+    // Checked access to one alternative; raises "bad_variant_access" if another one is active.
+    [[nodiscard]] int asInt() const { return checked<int>(); }
+    [[nodiscard]] float asFloat() const { return checked<float>(); }
+    [[nodiscard]] bool asBool() const { return checked<bool>(); }
+    [[nodiscard]] void* asPointer() const { return checked<void*>(); }
+    [[nodiscard]] const std::string& asString() const { return checked<std::string>(); }
+    [[nodiscard]] std::string& asString() { return checkedMutable<std::string>(); }
+    [[nodiscard]] const std::shared_ptr<ArrayStorage>& asArray() const {
+        return checked<std::shared_ptr<ArrayStorage>>();
+    }
+    [[nodiscard]] const std::shared_ptr<TableStorage>& asTable() const {
+        return checked<std::shared_ptr<TableStorage>>();
+    }
+    [[nodiscard]] const std::shared_ptr<ScriptCallable>& asFunction() const {
+        return checked<std::shared_ptr<ScriptCallable>>();
+    }
+    [[nodiscard]] const std::shared_ptr<MultiResult>& asMulti() const {
+        return checked<std::shared_ptr<MultiResult>>();
+    }
+    /// Writable access to the number alternatives, for operations in place.
+    [[nodiscard]] int& intReference() { return checkedMutable<int>(); }
+    [[nodiscard]] float& floatReference() { return checkedMutable<float>(); }
+
+    // Overwrite kind and content; the alternative is reused when it already matches.
+    void setNil() { setScalar(VarType::Nil, 0); }
+    void setInt(int number) { setScalar(VarType::Int, number); }
+    void setFloat(float number) { setScalar(VarType::Float, number); }
+    void setBool(bool truth) { setScalar(VarType::Bool, truth); }
+
+    [[nodiscard]] bool isNil() const { return type == VarType::Nil; }
+    /// Int, Float or Bool: the kinds that take part in arithmetic.
+    [[nodiscard]] bool isNumeric() const {
+        return type == VarType::Int || type == VarType::Float || type == VarType::Bool;
+    }
+
+private:
+    template <typename T>
+    const T& checked() const {
+        const T* held = std::get_if<T>(&value);
+        if (held == nullptr) throwBadVariantAccess();
+        return *held;
+    }
+    template <typename T>
+    T& checkedMutable() {
+        T* held = std::get_if<T>(&value);
+        if (held == nullptr) throwBadVariantAccess();
+        return *held;
+    }
+    template <typename T>
+    void setScalar(VarType kind, T scalar) {
+        type = kind;
+        if (T* held = std::get_if<T>(&value)) {
+            *held = scalar;
+        } else {
+            value = scalar;
+        }
+    }
+};
+
+/// The several results of one call.
+struct MultiResult {
+    std::vector<Variable> values;
+};
+
+/// The name of a kind in messages: "not", "int", "float", ...; "unknown" for any other value.
+[[nodiscard]] std::string typeName(VarType type);
+
+/// The key text under which a table stores an entry for `key`. Raises "Table key must be string,
+/// number, or bool" for every kind that cannot be a key, nil included.
+[[nodiscard]] std::string keyToString(const Variable& key);
+
+/// General truth: nil and false are false, every other value is true, 0 and "" included.
+[[nodiscard]] inline bool isTruthy(const Variable& value) {
+    if (value.type == VarType::Bool) return value.asBool();
+    return value.type != VarType::Nil;
+}
