@@ -45,8 +45,8 @@ struct CoroutineFrame {
 /// The state that each flow of execution has for itself. A turn swaps it whole with the
 /// interpreter's.
 struct FlowState {
-    std::vector<Scope> frameScopes;
-    std::vector<Scope> blockScopes;
+    ScopeStack frameScopes;
+    ScopeStack blockScopes;
     std::size_t blockScopeFloor = 0;
     std::vector<const std::string*> baseDirectoryStack;
     std::vector<const std::string*> scriptNameStack;

@@ -10,8 +10,8 @@ namespace {
 
 /// Exchanges the interpreter's per-flow state with a coroutine's.
 void swapFlow(DovrelScript& interpreter, FlowState& flow) {
-    std::swap(interpreter.frameScopes, flow.frameScopes);
-    std::swap(interpreter.blockScopes, flow.blockScopes);
+    interpreter.frameScopes.swap(flow.frameScopes);
+    interpreter.blockScopes.swap(flow.blockScopes);
     std::swap(interpreter.blockScopeFloor, flow.blockScopeFloor);
     std::swap(interpreter.baseDirectoryStack, flow.baseDirectoryStack);
     std::swap(interpreter.scriptNameStack, flow.scriptNameStack);

@@ -110,7 +110,7 @@ void CoroutineTurn::pushBlockFrame(std::size_t firstLine, std::size_t endLine) {
 void CoroutineTurn::popBlockFrame() {
     if (state_.frames.empty()) return;
     if (top().ownsBlockScope) {
-        interpreter_.popBlockScopesTo(top().savedBlockScopeCount);
+        interpreter_.blockScopes.popTo(top().savedBlockScopeCount);
         interpreter_.blockScopeFloor = top().savedBlockScopeFloor;
     }
     state_.frames.pop_back();
@@ -120,7 +120,7 @@ void CoroutineTurn::popLoopFrame() {
     if (state_.frames.empty()) return;
     const bool hasScope = top().kind == CoroutineFrameKind::NumericFor ||
                           top().kind == CoroutineFrameKind::GenericFor;
-    if (hasScope && !interpreter_.frameScopes.empty()) interpreter_.popFrameScope();
+    if (hasScope && !interpreter_.frameScopes.empty()) interpreter_.frameScopes.pop();
     state_.frames.pop_back();
 }
 
@@ -255,7 +255,7 @@ CoroutineTurn::Step CoroutineTurn::stepNumericFor() {
         const ParsedScriptLine& line = select(top().headerLine);
         NumericForRange range;
         if (!evaluateNumericForRange(interpreter_, line, range)) return finish();
-        interpreter_.pushFrameScope(1).append(
+        interpreter_.frameScopes.push(1).append(
             loopVariableName(line, forHeaderOf(line).numericVariable),
             Variable::makeInt(range.start));
         CoroutineFrame& frame = top();
@@ -316,7 +316,7 @@ bool CoroutineTurn::startGenericFor(const ParsedScriptLine& line) {
     top().iterationRows.clear();
     top().rowIndex = 0;
     if (!collectRows(line, variables.iterator)) return false;
-    Scope& scope = interpreter_.pushFrameScope(variables.names.size());
+    Scope& scope = interpreter_.frameScopes.push(variables.names.size());
     for (const Name name : variables.names) scope.append(name, Variable());
     top().started = true;
     return true;

@@ -8,6 +8,7 @@
 
 #include "eval/errors.h"
 #include "eval/indexed_store.h"
+#include "eval/variable_access.h"
 #include "value/operators.h"
 
 AssignmentRun::AssignmentRun(DovrelScript& interpreter, const ParsedScriptLine& line)
@@ -67,7 +68,26 @@ bool AssignmentRun::evaluateKeys(const ParsedAssignmentTarget& target,
 Variable AssignmentRun::evaluateFirstValue() {
     if (assignment_.valueRanges.empty()) return {};
     if (assignment_.simpleCall.valid) return evaluateDirectCall();
-    return evaluate(assignment_.values[0], assignment_.valueRanges[0]);
+    if (assignment_.isSimple()) return evaluate(assignment_.values[0], assignment_.valueRanges[0]);
+    return evaluateByTokens();
+}
+
+/// The value of an element goes by tokens, so it differs from the scalar tier where that does:
+/// kept. Where the compiled nodes are certain to give the same, they are used, and the last token
+/// is left as the tokens would leave it.
+Variable AssignmentRun::evaluateByTokens() {
+    const TokenRange range = assignment_.valueRanges[0];
+    const FastExpression& compiled = assignment_.values[0];
+    if (compiled.valid) {
+        const FastScalarValue scalar =
+            interpreter_.exactScalar(compiled, compiled.root, line_.tokenAnalysis);
+        if (scalar.isSet()) {
+            interpreter_.lastToken = line_.tokens[range.last - 1];
+            interpreter_.lastTokenIndex = range.last - 1;
+            return variableFromFastScalar(scalar);
+        }
+    }
+    return evaluateRange(range);
 }
 
 /// `x = f(a, b)`: never in the scalar tier, so that the arguments run once.
@@ -117,7 +137,7 @@ void AssignmentRun::storePlain(const ParsedAssignmentTarget& target, const Varia
         store(target, value);
         return;
     }
-    Variable* variable = interpreter_.resolveExistingVariableFastMutable(token(target));
+    Variable* variable = interpreter_.variableForWriting(token(target));
     if (variable == nullptr) throwVariableNotFound(target);
     applyCompound(*variable, value);
 }
@@ -135,7 +155,7 @@ void AssignmentRun::runIndexed(const ParsedAssignmentTarget& target) {
     Variable value = evaluateFirstValue();
     cutMulti(value);
     if (unwinding()) return;
-    Variable* variable = interpreter_.resolveExistingVariableFastMutable(token(target));
+    Variable* variable = interpreter_.variableForWriting(token(target));
     if (variable != nullptr) {
         storeElement(*variable, key, value);
         return;

@@ -33,6 +33,7 @@ private:
     bool evaluateValues(std::vector<Variable>& values);
     Variable evaluateFirstValue();
     Variable evaluateDirectCall();
+    Variable evaluateByTokens();
     /// Reduces the multi-value of a bare call to its first value.
     void cutMulti(Variable& value) const;
 

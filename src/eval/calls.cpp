@@ -54,7 +54,7 @@ class FrameGuard {
 public:
     FrameGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
         : interpreter_(interpreter), isVariadic_(callable.isVariadic) {
-        Scope& scope = interpreter.pushFrameScope(callable.parameters.size());
+        Scope& scope = interpreter.frameScopes.push(callable.parameters.size());
         bindParameters(scope, callable, args);
         if (isVariadic_) {
             interpreter.varargStack.push_back(extraArguments(callable, args));
@@ -62,7 +62,7 @@ public:
     }
     ~FrameGuard() {
         if (isVariadic_) interpreter_.varargStack.pop_back();
-        interpreter_.popFrameScope();
+        interpreter_.frameScopes.pop();
     }
     FrameGuard(const FrameGuard&) = delete;
     FrameGuard& operator=(const FrameGuard&) = delete;
@@ -299,8 +299,7 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
 void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args) {
     auto state = std::make_shared<CoroutineState>();
     state->callable = callable;
-    Scope& scope = state->flow.frameScopes.emplace_back();
-    scope.reserve(callable->parameters.size());
+    Scope& scope = state->flow.frameScopes.push(callable->parameters.size());
     FrameGuard::bindParameters(scope, *callable, args);
     if (callable->isVariadic) {
         state->flow.varargStack.push_back(FrameGuard::extraArguments(*callable, args));
@@ -311,7 +310,7 @@ void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callabl
     if (!callable->scriptName.empty()) {
         state->flow.scriptNameStack.push_back(&callable->scriptName);
     }
-    state->flow.blockScopes.emplace_back().reserve(4);
+    state->flow.blockScopes.push(4);
     CoroutineFrame frame;
     frame.endLine = callable->bodyLines != nullptr ? callable->bodyLines->size() : 0;
     frame.ownsBlockScope = true;

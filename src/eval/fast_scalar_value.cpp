@@ -105,16 +105,6 @@ bool isScalarTruthy(const FastScalarValue& value) {
     }
 }
 
-bool tryFastScalarFromVariable(const Variable& value, FastScalarValue& out) {
-    switch (value.type) {
-        case VarType::Nil: out = FastScalarValue::nil(); return true;
-        case VarType::Int: out = FastScalarValue::fromInt(value.asInt()); return true;
-        case VarType::Float: out = FastScalarValue::fromFloat(value.asFloat()); return true;
-        case VarType::Bool: out = FastScalarValue::fromBool(value.asBool()); return true;
-        default: return false;
-    }
-}
-
 Variable variableFromFastScalar(const FastScalarValue& value) {
     switch (value.kind) {
         case ScalarKind::Int: return Variable::makeInt(value.intValue);
@@ -142,7 +132,8 @@ bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& key,
         } else if (key.type != VarType::Float || !wholeFloatToInt(key.asFloat(), position)) {
             return false;
         }
-        return tryFastScalarFromElement(*base.asArray(), position, out);
+        out = scalarFromElement(*base.asArray(), position);
+        return out.isSet();
     }
     if (base.type != VarType::Table) return false;
     if (!key.isNumeric() && key.type != VarType::String) return false;

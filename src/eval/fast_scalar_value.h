@@ -13,11 +13,14 @@ enum class ScalarKind : std::uint8_t {
     Bool = 4,
 };
 
+/// Eight bytes, so that it travels in a register. A tier that declines gives an unset value.
 struct FastScalarValue {
     ScalarKind kind = ScalarKind::Unset;
-    bool boolValue = false;   // when `kind` is Bool
-    int intValue = 0;         // when `kind` is Int
-    float floatValue = 0.0F;  // when `kind` is Float
+    union {
+        int intValue = 0;  // when `kind` is Int
+        float floatValue;  // when `kind` is Float
+        bool boolValue;    // when `kind` is Bool
+    };
 
     static FastScalarValue nil() {
         FastScalarValue value;
@@ -43,6 +46,7 @@ struct FastScalarValue {
         return value;
     }
 
+    [[nodiscard]] bool isSet() const { return kind != ScalarKind::Unset; }
     /// Int, Float or Bool.
     [[nodiscard]] bool isNumeric() const { return kind >= ScalarKind::Int; }
 };
@@ -58,8 +62,22 @@ struct FastScalarValue {
 /// purpose; a condition follows the rule of the tier that decides it.
 [[nodiscard]] bool isScalarTruthy(const FastScalarValue& value);
 
-/// Nil, Int, Float and Bool convert; false for every other kind.
-[[nodiscard]] bool tryFastScalarFromVariable(const Variable& value, FastScalarValue& out);
+/// Nil, Int, Float and Bool as a scalar; unset for every other kind.
+[[nodiscard]] inline FastScalarValue scalarFromVariable(const Variable& value) {
+    switch (value.type) {
+        case VarType::Nil: return FastScalarValue::nil();
+        case VarType::Int: return FastScalarValue::fromInt(value.asInt());
+        case VarType::Float: return FastScalarValue::fromFloat(value.asFloat());
+        case VarType::Bool: return FastScalarValue::fromBool(value.asBool());
+        default: return {};
+    }
+}
+
+/// The same as a test: false for every other kind.
+[[nodiscard]] inline bool tryFastScalarFromVariable(const Variable& value, FastScalarValue& out) {
+    out = scalarFromVariable(value);
+    return out.isSet();
+}
 
 /// The value as a Variable; an unset value gives nil.
 [[nodiscard]] Variable variableFromFastScalar(const FastScalarValue& value);
@@ -67,21 +85,17 @@ struct FastScalarValue {
 /// Overwrites kind and content of `target`.
 void assignFastScalarToVariable(Variable& target, const FastScalarValue& value);
 
+/// The element at the 1-based `position` as a scalar; nil outside the array, unset for an element
+/// of another kind.
+[[nodiscard]] inline FastScalarValue scalarFromElement(const ArrayStorage& array, int position) {
+    const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(position) - 1);
+    return index < array.size() ? scalarFromVariable(array[index]) : FastScalarValue::nil();
+}
+
 /// The element of an array or table at `key`, as a scalar; a missing one is nil. False if the base,
 /// the key or the element is of another kind.
 [[nodiscard]] bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& key,
                                                  FastScalarValue& out);
-
-/// The element at the 1-based `position` as a scalar; nil outside the array. False if the element
-/// is of another kind.
-[[nodiscard]] inline bool tryFastScalarFromElement(const ArrayStorage& array, int position,
-                                                   FastScalarValue& out) {
-    if (position < 1 || static_cast<std::size_t>(position) > array.size()) {
-        out = FastScalarValue::nil();
-        return true;
-    }
-    return tryFastScalarFromVariable(array[static_cast<std::size_t>(position) - 1], out);
-}
 
 /// `target op value` in place, for op one of + - * / \ %. False, with nothing changed, if the kinds
 /// or the operator are others. The kind of `target` is written before its content is converted, so

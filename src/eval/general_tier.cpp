@@ -66,7 +66,7 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
         const FastExprNode& root = expression.rootNode();
         // A call at the root runs its arguments once: the scalar tier is not tried on it.
         if (root.kind == NodeKind::Call) return evaluateCallNode(expression, root, analysis);
-        if (root.kind == NodeKind::Add && root.canConcat) {
+        if (root.kind == NodeKind::Add && concatMayStart(expression, expression.root, analysis)) {
             std::string text;
             if (appendFastStringConcatNode(expression, expression.root, analysis, text)) {
                 return Variable(std::move(text));
@@ -114,7 +114,11 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
             if (isTruthy(left) != (node.kind == NodeKind::And)) return left;
             return evaluateFastExpressionNode(expression, node.right, analysis);
         }
-        case NodeKind::Add: return evaluateAddNode(expression, index, analysis);
+        case NodeKind::Add: {
+            Variable result;
+            if (tryLeafInts(expression, node, analysis, result)) return result;
+            return evaluateAddNode(expression, index, analysis);
+        }
         case NodeKind::Subtract:
         case NodeKind::Multiply:
         case NodeKind::Divide:
@@ -126,7 +130,11 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
         case NodeKind::Less:
         case NodeKind::Greater:
         case NodeKind::LessEqual:
-        case NodeKind::GreaterEqual: return evaluateBinaryNode(expression, node, analysis);
+        case NodeKind::GreaterEqual: {
+            Variable result;
+            if (tryLeafInts(expression, node, analysis, result)) return result;
+            return evaluateBinaryNode(expression, node, analysis);
+        }
         case NodeKind::None: break;
     }
     throwPlainError("Invalid fast expression node");
@@ -145,7 +153,7 @@ Variable DovrelScript::evaluateBinaryNode(const FastExpression& expression,
 Variable DovrelScript::evaluateAddNode(const FastExpression& expression, int index,
                                        const TokenAnalyses& analysis) {
     const FastExprNode& node = nodeAt(expression, index);
-    if (node.canConcat) {
+    if (concatMayStart(expression, index, analysis)) {
         std::string text;
         if (appendFastStringConcatNode(expression, index, analysis, text)) {
             return Variable(std::move(text));
@@ -232,6 +240,52 @@ Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const 
     const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);
     if (softErrorUnwinding()) return {};
     return invokeCallableFast(callee, arguments.view());
+}
+
+/// Both operands are int literals or variables that hold ints, as in nearly all arithmetic that
+/// ends in this tier: no Variable is made of them.
+bool DovrelScript::tryLeafInts(const FastExpression& expression, const FastExprNode& node,
+                               const TokenAnalyses& analysis, Variable& out) {
+    const auto leafInt = [&](int index, int& number) {
+        const FastExprNode& leaf = nodeAt(expression, index);
+        if (leaf.kind == NodeKind::IntLiteral) {
+            number = leaf.intValue;
+            return true;
+        }
+        if (leaf.kind != NodeKind::Variable) return false;
+        const Variable* value = readVariable(analysis[leaf.tokenIndex]);
+        if (value == nullptr || value->type != VarType::Int) return false;
+        number = value->asInt();
+        return true;
+    };
+    int a = 0;
+    int b = 0;
+    if (!leafInt(node.left, a) || !leafInt(node.right, b)) return false;
+    switch (node.kind) {
+        case NodeKind::Add: out.setInt(wrapAdd(a, b)); return true;
+        case NodeKind::Subtract: out.setInt(wrapSubtract(a, b)); return true;
+        case NodeKind::Multiply: out.setInt(wrapMultiply(a, b)); return true;
+        case NodeKind::IntDivide: out.setInt(checkedDivide(a, b)); return true;
+        case NodeKind::Modulo: out.setInt(checkedRemainder(a, b)); return true;
+        case NodeKind::Equal: out.setBool(a == b); return true;
+        case NodeKind::NotEqual: out.setBool(a != b); return true;
+        case NodeKind::Less: out.setBool(a < b); return true;
+        case NodeKind::Greater: out.setBool(a > b); return true;
+        case NodeKind::LessEqual: out.setBool(a <= b); return true;
+        case NodeKind::GreaterEqual: out.setBool(a >= b); return true;
+        default: return false;
+    }
+}
+
+/// The concat form has something to do: the first leaf of the chain is one that it takes.
+bool DovrelScript::concatMayStart(const FastExpression& expression, int index,
+                                  const TokenAnalyses& analysis) {
+    const FastExprNode* node = &nodeAt(expression, index);
+    if (!node->canConcat) return false;
+    while (node->kind == NodeKind::Add) node = &nodeAt(expression, node->left);
+    if (node->kind != NodeKind::Call) return true;
+    const ScriptCallable* native = findNativeCallee(expression, node->left, analysis, false);
+    return native != nullptr && native->builtinId == BuiltinId::ToString;
 }
 
 bool DovrelScript::appendFastStringConcatNode(const FastExpression& expression, int index,

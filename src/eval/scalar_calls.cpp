@@ -87,6 +87,19 @@ bool tryMath(BuiltinId id, const FastScalarValue* values, std::size_t count, Fas
     }
 }
 
+bool argumentsHoldCall(const FastExpression& expression, const FastExprNode& call) {
+    for (int i = 0; i < call.intValue; ++i) {
+        const auto argument = expression.callArguments[static_cast<std::size_t>(call.right + i)];
+        if (expression.nodes[argument].holdsCall) return true;
+    }
+    return false;
+}
+
+bool hasFastBody(const Variable& callee) {
+    return callee.type == VarType::Function && callee.asFunction() != nullptr &&
+           callee.asFunction()->fastBodyKind != FastBodyKind::None;
+}
+
 /// No argument at all: what the natives say. A wrong count otherwise declines.
 bool tryWithoutArguments(DovrelScript& interpreter, BuiltinId id, FastScalarValue& out) {
     switch (id) {
@@ -178,6 +191,12 @@ bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
 
 bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,
                                        const TokenAnalyses& analysis, FastScalarValue& out) {
+    if (!argumentsHoldCall(expression, node)) {
+        // Nobody can see the arguments evaluated, so a callee that is bound to decline is asked
+        // first.
+        const Variable* known = variableInPlace(expression, node.left, analysis);
+        if (known != nullptr && !hasFastBody(*known)) return false;
+    }
     ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
     if (!evaluateCallArguments(expression, node, analysis, arguments)) return false;
     const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);

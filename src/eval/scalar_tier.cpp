@@ -90,51 +90,66 @@ bool compareNumbers(NodeKind kind, Number a, Number b) {
     }
 }
 
+/// The int that an Int or a Bool stands for.
+int intOfIntLike(const FastScalarValue& value) {
+    return value.kind == ScalarKind::Int ? value.intValue : static_cast<int>(value.boolValue);
+}
+
 bool isEqualityNode(NodeKind kind) { return kind == NodeKind::Equal || kind == NodeKind::NotEqual; }
 
 }  // namespace
 
+FastScalarValue DovrelScript::scalarOperand(const FastExpression& expression, int index,
+                                            const TokenAnalyses& analysis) {
+    const FastExprNode& node = nodeAt(expression, index);
+    if (node.kind == NodeKind::Variable) {
+        const Variable* value = readVariable(analysis[node.tokenIndex]);
+        return value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+    }
+    if (node.kind == NodeKind::IntLiteral) return FastScalarValue::fromInt(node.intValue);
+    return scalarNode(expression, node, analysis);
+}
+
 bool DovrelScript::tryEvaluateFastExpressionScalarNode(const FastExpression& expression, int index,
                                                        const TokenAnalyses& analysis,
                                                        FastScalarValue& out) {
-    if (!isNodeIndex(expression, index)) {
-        out = FastScalarValue::nil();
-        return true;
-    }
-    const FastExprNode& node = nodeAt(expression, index);
+    out = isNodeIndex(expression, index) ? scalarOperand(expression, index, analysis)
+                                         : FastScalarValue::nil();
+    return out.isSet();
+}
+
+FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const FastExprNode& node,
+                                         const TokenAnalyses& analysis) {
     switch (node.kind) {
-        case NodeKind::IntLiteral: out = FastScalarValue::fromInt(node.intValue); return true;
-        case NodeKind::FloatLiteral: out = FastScalarValue::fromFloat(node.floatValue); return true;
-        case NodeKind::BoolLiteral: out = FastScalarValue::fromBool(node.boolValue); return true;
-        case NodeKind::NilLiteral: out = FastScalarValue::nil(); return true;
+        case NodeKind::IntLiteral: return FastScalarValue::fromInt(node.intValue);
+        case NodeKind::FloatLiteral: return FastScalarValue::fromFloat(node.floatValue);
+        case NodeKind::BoolLiteral: return FastScalarValue::fromBool(node.boolValue);
+        case NodeKind::NilLiteral: return FastScalarValue::nil();
         case NodeKind::Variable: {
             const Variable* value = readVariable(analysis[node.tokenIndex]);
-            if (value != nullptr) return tryFastScalarFromVariable(*value, out);
-            out = FastScalarValue::nil();
-            return true;
+            return value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
         }
-        case NodeKind::Index: return tryScalarIndex(expression, node, analysis, out);
-        case NodeKind::Call: return tryScalarCall(expression, node, analysis, out);
-        case NodeKind::Negate:
-            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out) ||
-                !out.isNumeric()) {
-                return false;
-            }
-            out = out.kind == ScalarKind::Float
-                      ? FastScalarValue::fromFloat(-out.floatValue)
-                      : FastScalarValue::fromInt(wrapNegate(fastScalarToInt(out)));
-            return true;
-        case NodeKind::Not:
-            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out)) {
-                return false;
-            }
-            out = FastScalarValue::fromBool(!isScalarTruthy(out));
-            return true;
+        case NodeKind::Index: return scalarIndex(expression, node, analysis);
+        case NodeKind::Call: {
+            FastScalarValue result;
+            return tryScalarCall(expression, node, analysis, result) ? result : FastScalarValue();
+        }
+        case NodeKind::Negate: {
+            const FastScalarValue operand = scalarOperand(expression, node.left, analysis);
+            if (!operand.isNumeric()) return {};
+            return operand.kind == ScalarKind::Float
+                       ? FastScalarValue::fromFloat(-operand.floatValue)
+                       : FastScalarValue::fromInt(wrapNegate(fastScalarToInt(operand)));
+        }
+        case NodeKind::Not: {
+            const FastScalarValue operand = scalarOperand(expression, node.left, analysis);
+            return operand.isSet() ? FastScalarValue::fromBool(!isScalarTruthy(operand)) : operand;
+        }
         case NodeKind::Length: {
             int length = 0;
-            if (!tryScalarLength(expression, node, analysis, length)) return false;
-            out = FastScalarValue::fromInt(length);
-            return true;
+            return tryScalarLength(expression, node, analysis, length)
+                       ? FastScalarValue::fromInt(length)
+                       : FastScalarValue();
         }
         case NodeKind::Add:
         case NodeKind::Subtract:
@@ -142,7 +157,7 @@ bool DovrelScript::tryEvaluateFastExpressionScalarNode(const FastExpression& exp
         case NodeKind::Divide:
         case NodeKind::IntDivide:
         case NodeKind::Modulo:
-        case NodeKind::Power: return tryScalarArithmetic(expression, node, analysis, out);
+        case NodeKind::Power: return scalarArithmetic(expression, node, analysis);
         case NodeKind::Equal:
         case NodeKind::NotEqual:
         case NodeKind::Less:
@@ -150,51 +165,44 @@ bool DovrelScript::tryEvaluateFastExpressionScalarNode(const FastExpression& exp
         case NodeKind::LessEqual:
         case NodeKind::GreaterEqual: {
             bool truth = false;
-            if (!tryScalarComparison(expression, node, analysis, truth)) return false;
-            out = FastScalarValue::fromBool(truth);
-            return true;
+            return tryScalarComparison(expression, node, analysis, truth)
+                       ? FastScalarValue::fromBool(truth)
+                       : FastScalarValue();
         }
         case NodeKind::And:
-        case NodeKind::Or:
-            if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, out)) {
-                return false;
-            }
-            if (isScalarTruthy(out) != (node.kind == NodeKind::And)) return true;
-            return tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, out);
+        case NodeKind::Or: {
+            const FastScalarValue left = scalarOperand(expression, node.left, analysis);
+            if (!left.isSet() || isScalarTruthy(left) != (node.kind == NodeKind::And)) return left;
+            return scalarOperand(expression, node.right, analysis);
+        }
         case NodeKind::StringLiteral:
         case NodeKind::None: break;
     }
-    return false;
+    return {};
 }
 
-bool DovrelScript::tryScalarArithmetic(const FastExpression& expression, const FastExprNode& node,
-                                       const TokenAnalyses& analysis, FastScalarValue& out) {
+FastScalarValue DovrelScript::scalarArithmetic(const FastExpression& expression,
+                                               const FastExprNode& node,
+                                               const TokenAnalyses& analysis) {
     const bool alwaysFloat = node.kind == NodeKind::Divide || node.kind == NodeKind::Power;
     if (node.holdsCall && !node.floatResult && !alwaysFloat) {
         int a = 0;
         int b = 0;
         if (tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
             tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
-            out = FastScalarValue::fromInt(applyIntOperator(node.kind, a, b));
-            return true;
+            return FastScalarValue::fromInt(applyIntOperator(node.kind, a, b));
         }
-        if (softErrorUnwinding()) return false;
+        if (softErrorUnwinding()) return {};
     }
-    FastScalarValue left;
-    FastScalarValue right;
-    if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, left) ||
-        !left.isNumeric() ||
-        !tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, right) ||
-        !right.isNumeric()) {
-        return false;
+    const FastScalarValue left = scalarOperand(expression, node.left, analysis);
+    if (!left.isNumeric()) return {};
+    const FastScalarValue right = scalarOperand(expression, node.right, analysis);
+    if (!right.isNumeric()) return {};
+    if (alwaysFloat || left.kind == ScalarKind::Float || right.kind == ScalarKind::Float) {
+        return applyFloatOperator(node.kind, left, right);
     }
-    if (left.kind == ScalarKind::Float || right.kind == ScalarKind::Float || alwaysFloat) {
-        out = applyFloatOperator(node.kind, left, right);
-    } else {
-        out = FastScalarValue::fromInt(
-            applyIntOperator(node.kind, fastScalarToInt(left), fastScalarToInt(right)));
-    }
-    return true;
+    return FastScalarValue::fromInt(
+        applyIntOperator(node.kind, intOfIntLike(left), intOfIntLike(right)));
 }
 
 bool DovrelScript::tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
@@ -209,12 +217,10 @@ bool DovrelScript::tryScalarComparison(const FastExpression& expression, const F
         }
         if (softErrorUnwinding()) return false;
     }
-    FastScalarValue left;
-    FastScalarValue right;
-    if (!tryEvaluateFastExpressionScalarNode(expression, node.left, analysis, left) ||
-        !tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, right)) {
-        return false;
-    }
+    const FastScalarValue left = scalarOperand(expression, node.left, analysis);
+    if (!left.isSet()) return false;
+    const FastScalarValue right = scalarOperand(expression, node.right, analysis);
+    if (!right.isSet()) return false;
     if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
         out = compareNumbers(node.kind, left.intValue, right.intValue);
         return true;
@@ -235,46 +241,40 @@ const Variable* DovrelScript::variableInPlace(const FastExpression& expression, 
     return node.kind == NodeKind::Variable ? readVariable(analysis[node.tokenIndex]) : nullptr;
 }
 
-bool DovrelScript::tryScalarIndex(const FastExpression& expression, const FastExprNode& node,
-                                  const TokenAnalyses& analysis, FastScalarValue& out) {
+FastScalarValue DovrelScript::scalarIndex(const FastExpression& expression,
+                                          const FastExprNode& node, const TokenAnalyses& analysis) {
     Variable temporary;
     const Variable* base = variableInPlace(expression, node.left, analysis);
     if (base == nullptr) {
         temporary = evaluateFastExpressionNode(expression, node.left, analysis);
-        if (softErrorUnwinding()) return false;
+        if (softErrorUnwinding()) return {};
         base = &temporary;
     }
     const FastExprNode& keyNode = nodeAt(expression, node.right);
     if (keyNode.kind == NodeKind::StringLiteral) {
         // On any other base a string key declines.
-        if (base->type != VarType::Table) return false;
+        if (base->type != VarType::Table) return {};
         const TableStorage& table = *base->asTable();
         const auto found = table.find(expression.strings[keyNode.stringIndex]);
-        if (found != table.end()) return tryFastScalarFromVariable(found->second, out);
-        out = FastScalarValue::nil();
-        return true;
+        return found != table.end() ? scalarFromVariable(found->second) : FastScalarValue::nil();
     }
 
-    FastScalarValue scalarKey;
-    Variable key;
-    const bool keyIsScalar =
-        tryEvaluateFastExpressionScalarNode(expression, node.right, analysis, scalarKey);
-    if (!keyIsScalar) {
-        if (softErrorUnwinding()) return false;
-        key = evaluateFastExpressionNode(expression, node.right, analysis);
+    const FastScalarValue scalarKey = scalarOperand(expression, node.right, analysis);
+    if (scalarKey.kind == ScalarKind::Int && base->type == VarType::Array && !keyNode.holdsCall) {
+        return scalarFromElement(*base->asArray(), scalarKey.intValue);
     }
-    if (softErrorUnwinding()) return false;
+    if (softErrorUnwinding()) return {};
+    Variable key = variableFromFastScalar(scalarKey);
+    if (!scalarKey.isSet()) {
+        key = evaluateFastExpressionNode(expression, node.right, analysis);
+        if (softErrorUnwinding()) return {};
+    }
     if (keyNode.holdsCall && base != &temporary) {
         base = variableInPlace(expression, node.left, analysis);
-        if (base == nullptr) return false;
+        if (base == nullptr) return {};
     }
-    if (keyIsScalar) {
-        if (scalarKey.kind == ScalarKind::Int && base->type == VarType::Array) {
-            return tryFastScalarFromElement(*base->asArray(), scalarKey.intValue, out);
-        }
-        key = variableFromFastScalar(scalarKey);
-    }
-    return tryFastScalarFromIndexedValue(*base, key, out);
+    FastScalarValue element;
+    return tryFastScalarFromIndexedValue(*base, key, element) ? element : FastScalarValue();
 }
 
 bool DovrelScript::tryScalarLength(const FastExpression& expression, const FastExprNode& node,
@@ -308,8 +308,7 @@ bool DovrelScript::tryEvaluateFastExpressionIntNode(const FastExpression& expres
             return true;
         }
         case NodeKind::Index: {
-            FastScalarValue element;
-            if (!tryScalarIndex(expression, node, analysis, element)) return false;
+            const FastScalarValue element = scalarIndex(expression, node, analysis);
             if (element.kind != ScalarKind::Int && element.kind != ScalarKind::Bool) return false;
             out = fastScalarToInt(element);
             return true;

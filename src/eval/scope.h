@@ -30,9 +30,6 @@ public:
     }
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-    /// A scope that uses the storage of `entries`, which must be empty.
-    explicit Scope(std::vector<ScopeEntry>&& entries) : entries_(std::move(entries)) {}
-
     [[nodiscard]] std::size_t size() const { return entries_.size(); }
     [[nodiscard]] bool empty() const { return entries_.empty(); }
     [[nodiscard]] const ScopeEntry& operator[](std::size_t index) const { return entries_[index]; }
@@ -64,11 +61,10 @@ public:
     }
     void reserve(std::size_t count) { entries_.reserve(count); }
 
-    /// Gives up the entries, values destroyed, for their storage.
-    [[nodiscard]] std::vector<ScopeEntry> release() {
+    /// Destroys the values; the storage stays for the next use.
+    void clear() {
         uncountEntries();
         entries_.clear();
-        return std::move(entries_);
     }
 
 private:
@@ -77,6 +73,43 @@ private:
     }
 
     std::vector<ScopeEntry> entries_;
+};
+
+/// A stack of scopes. It grows as a vector does, so that a scope's address changes when the stack
+/// has to grow and at no other time: the slot caches compare addresses. A scope that has been
+/// popped keeps its storage for the next push.
+class ScopeStack {
+public:
+    [[nodiscard]] std::size_t size() const { return count_; }
+    [[nodiscard]] bool empty() const { return count_ == 0; }
+    [[nodiscard]] const Scope& operator[](std::size_t index) const { return scopes_[index]; }
+    [[nodiscard]] Scope& operator[](std::size_t index) { return scopes_[index]; }
+    /// The innermost scope.
+    [[nodiscard]] Scope& back() { return scopes_[count_ - 1]; }
+    /// The scope `depth` below the innermost one.
+    [[nodiscard]] const Scope& fromTop(std::size_t depth) const {
+        return scopes_[count_ - 1 - depth];
+    }
+
+    /// Pushes an empty scope with room for `expectedEntries`.
+    Scope& push(std::size_t expectedEntries) {
+        if (count_ == scopes_.size()) scopes_.emplace_back();
+        Scope& scope = scopes_[count_++];
+        scope.reserve(expectedEntries);
+        return scope;
+    }
+    void pop() { scopes_[--count_].clear(); }
+    void popTo(std::size_t count) {
+        while (count_ > count) pop();
+    }
+    void swap(ScopeStack& other) noexcept {
+        scopes_.swap(other.scopes_);
+        std::swap(count_, other.count_);
+    }
+
+private:
+    std::vector<Scope> scopes_;  // the first `count_` are on the stack, the others are spare
+    std::size_t count_ = 0;
 };
 
 /// The value of entry `index` if there is one and it is called `name`, else null.

@@ -43,8 +43,8 @@ const Variable* validateCachedEntry(const TokenAnalysis& token, const Scope& sco
 }
 
 /// Searches scopes [floor, ceiling) of `scopes` from the top; a hit is cached as `kind`.
-const Variable* searchScopes(const std::vector<Scope>& scopes, std::size_t floor,
-                             std::size_t ceiling, SlotKind kind, const TokenAnalysis& token) {
+const Variable* searchScopes(const ScopeStack& scopes, std::size_t floor, std::size_t ceiling,
+                             SlotKind kind, const TokenAnalysis& token) {
     if (token.name->scopeEntries == 0) return nullptr;
     for (std::size_t i = ceiling; i-- > floor;) {
         const Scope& scope = scopes[i];
@@ -124,7 +124,7 @@ const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token)
             break;
         case SlotKind::Frame:
             if (token.slotDepth < frameScopes.size()) {
-                const Scope& scope = frameScopes[frameScopes.size() - 1 - token.slotDepth];
+                const Scope& scope = frameScopes.fromTop(token.slotDepth);
                 if (const Variable* value = validateCachedEntry(token, scope)) return value;
             } else {
                 clearCache(token);
@@ -132,7 +132,7 @@ const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token)
             break;
         case SlotKind::Block:
             if (token.slotDepth < blockScopes.size() - blockScopeFloor) {
-                const Scope& scope = blockScopes[blockScopes.size() - 1 - token.slotDepth];
+                const Scope& scope = blockScopes.fromTop(token.slotDepth);
                 if (const Variable* value = validateCachedEntry(token, scope)) return value;
             } else {
                 clearCache(token);
@@ -207,15 +207,13 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
     const Variable* value = nullptr;
     if (token.slotKind == SlotKind::Frame) {
         if (token.slotDepth < frameScopes.size()) {
-            value =
-                validateCachedEntry(token, frameScopes[frameScopes.size() - 1 - token.slotDepth]);
+            value = validateCachedEntry(token, frameScopes.fromTop(token.slotDepth));
         } else {
             clearCache(token);
         }
     } else if (token.slotKind == SlotKind::Block) {
         if (token.slotDepth < blockScopes.size() - blockScopeFloor) {
-            value =
-                validateCachedEntry(token, blockScopes[blockScopes.size() - 1 - token.slotDepth]);
+            value = validateCachedEntry(token, blockScopes.fromTop(token.slotDepth));
         } else {
             clearCache(token);
         }
@@ -245,7 +243,7 @@ void DovrelScript::assignVariable(Name name, const Variable& value, ScopeTarget 
     switch (target) {
         case ScopeTarget::Native:
             // Outside every call the frame is made on demand, and stays.
-            if (frameScopes.empty()) pushFrameScope(4);
+            if (frameScopes.empty()) frameScopes.push(4);
             frameScopes.back().set(name, value);
             return;
         case ScopeTarget::Local:
@@ -281,35 +279,3 @@ void DovrelScript::createGlobal(const TokenAnalysis& token, const Variable& valu
     token.globalSlotFound = true;
     token.globalSlot = globalValues.size() - 1;
 }
-
-Scope& DovrelScript::pushFrameScope(std::size_t expectedEntries) {
-    frameScopes.push_back(makeScope(expectedEntries));
-    return frameScopes.back();
-}
-
-void DovrelScript::popFrameScope() {
-    recycleScope(std::move(frameScopes.back()));
-    frameScopes.pop_back();
-}
-
-void DovrelScript::pushBlockScope() { blockScopes.push_back(makeScope(4)); }
-
-void DovrelScript::popBlockScopesTo(std::size_t count) {
-    while (blockScopes.size() > count) {
-        recycleScope(std::move(blockScopes.back()));
-        blockScopes.pop_back();
-    }
-}
-
-Scope DovrelScript::makeScope(std::size_t expectedEntries) {
-    if (spareScopeEntries.empty()) {
-        Scope scope;
-        scope.reserve(expectedEntries);
-        return scope;
-    }
-    Scope scope(std::move(spareScopeEntries.back()));
-    spareScopeEntries.pop_back();
-    return scope;
-}
-
-void DovrelScript::recycleScope(Scope&& scope) { spareScopeEntries.push_back(scope.release()); }

@@ -21,7 +21,7 @@ public:
     }
     ~LocalScopeGuard() {
         if (!active_) return;
-        interpreter_.popBlockScopesTo(savedCount_);
+        interpreter_.blockScopes.popTo(savedCount_);
         interpreter_.blockScopeFloor = savedFloor_;
     }
     LocalScopeGuard(const LocalScopeGuard&) = delete;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "eval/assignment.h"
+#include "eval/variable_access.h"
 #include "exec/chunk_run.h"
 #include "value/operators.h"
 
@@ -53,7 +54,7 @@ bool ChunkRun::evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue&
         arguments[i] = interpreter_.evaluateFastExpression(call.arguments[i], line.tokenAnalysis);
         if (unwinding()) return false;
     }
-    const Variable* found = interpreter_.resolveVariableFastPtr(line.tokenAnalysis[call.nameToken]);
+    const Variable* found = interpreter_.readVariable(line.tokenAnalysis[call.nameToken]);
     const Variable callee = found != nullptr ? *found : Variable();
     if (callee.type == VarType::Function && callee.asFunction() != nullptr) {
         const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
@@ -80,7 +81,7 @@ void ChunkRun::storeAssigned(const ParsedScriptLine& line, const FastScalarValue
                                         line.assignmentScope);
         return;
     }
-    Variable* variable = interpreter_.resolveExistingVariableFastMutable(token);
+    Variable* variable = interpreter_.variableForWriting(token);
     if (variable == nullptr) {
         interpreter_.createGlobal(token, isScalar ? variableFromFastScalar(scalar) : value);
     } else if (isScalar) {
@@ -94,8 +95,7 @@ void ChunkRun::applyCompound(const ParsedScriptLine& line, const FastScalarValue
                              bool isScalar, const Variable& value) {
     const ParsedAssignment& assignment = *line.assignment;
     const std::size_t nameToken = assignment.targets[0].nameToken;
-    Variable* variable =
-        interpreter_.resolveExistingVariableFastMutable(line.tokenAnalysis[nameToken]);
+    Variable* variable = interpreter_.variableForWriting(line.tokenAnalysis[nameToken]);
     if (variable == nullptr) {
         interpreter_.throwError("Variable not found: " + line.tokens[nameToken],
                                 line.tokens[nameToken]);

@@ -36,9 +36,9 @@ struct NumericForRange {
 class LoopScopeGuard {
 public:
     LoopScopeGuard(DovrelScript& interpreter, std::size_t entries) : interpreter_(interpreter) {
-        interpreter.pushFrameScope(entries);
+        interpreter.frameScopes.push(entries);
     }
-    ~LoopScopeGuard() { interpreter_.popFrameScope(); }
+    ~LoopScopeGuard() { interpreter_.frameScopes.pop(); }
     LoopScopeGuard(const LoopScopeGuard&) = delete;
     LoopScopeGuard& operator=(const LoopScopeGuard&) = delete;
 

@@ -31,7 +31,7 @@ public:
         interpreter.pushBlockScope();
     }
     ~BlockRun() {
-        interpreter_.popBlockScopesTo(savedCount_);
+        interpreter_.blockScopes.popTo(savedCount_);
         interpreter_.blockScopeFloor = savedFloor_;
     }
     BlockRun(const BlockRun&) = delete;

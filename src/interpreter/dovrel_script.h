@@ -123,6 +123,8 @@ public:
     [[nodiscard]] const Variable* readVariable(const TokenAnalysis& token);
     /// The variable at a token, for writing, or null if the name exists nowhere.
     [[nodiscard]] Variable* resolveExistingVariableFastMutable(const TokenAnalysis& token);
+    /// The same, with the likely answers tried inline.
+    [[nodiscard]] Variable* variableForWriting(const TokenAnalysis& token);
     /// The same without a cache.
     [[nodiscard]] Variable* resolveExistingVariable(Name name);
     /// Writes a variable by name.
@@ -133,23 +135,18 @@ public:
     void createGlobal(const TokenAnalysis& token, const Variable& value);
     /// A block scope is visible.
     [[nodiscard]] bool blockScopeVisible() const { return blockScopes.size() > blockScopeFloor; }
-    /// Pushes an empty frame scope and returns it. Scopes that were popped lend their storage.
-    Scope& pushFrameScope(std::size_t expectedEntries);
-    void popFrameScope();
-    void pushBlockScope();
-    /// Pops block scopes until `count` remain.
-    void popBlockScopesTo(std::size_t count);
+    /// Pushes a block scope with room for a handful of names.
+    void pushBlockScope() { blockScopes.push(4); }
 
     std::unordered_map<std::string, std::size_t> globalSlots;  // name to index in globalValues
     std::vector<Variable> globalValues;                        // only ever grows
     std::vector<bool> globalAssigned;  // set for each slot that holds a value
-    std::vector<Scope> frameScopes;    // one per running call or loop, top innermost
-    std::vector<Scope> blockScopes;    // one per running block with locals, top innermost
+    ScopeStack frameScopes;            // one per running call or loop, top innermost
+    ScopeStack blockScopes;            // one per running block with locals, top innermost
     std::size_t blockScopeFloor = 0;   // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
     std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it
-    std::vector<std::vector<ScopeEntry>> spareScopeEntries;
 
     // ------------------------------------------------------------------ eval: expressions
     /// Evaluates the expression at `pos` from its tokens and leaves `pos` behind it. The caller
@@ -183,6 +180,10 @@ public:
     [[nodiscard]] bool appendFastStringConcatNode(const FastExpression& expression, int index,
                                                   const std::vector<TokenAnalysis>& analysis,
                                                   std::string& out);
+    /// A compiled expression where the scalar result is certain to be what the token-stream
+    /// evaluator gives; unset otherwise, with nothing done. Never raises and never runs code.
+    [[nodiscard]] FastScalarValue exactScalar(const FastExpression& expression, int index,
+                                              const std::vector<TokenAnalysis>& analysis);
     /// Which tiers a condition may go through.
     enum class ConditionTiers : std::uint8_t {
         BoolFirst,   // the bytecode executor and coroutine turns
@@ -338,13 +339,17 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
-    // The scalar tier, by form of node.
-    bool tryScalarArithmetic(const FastExpression& expression, const FastExprNode& node,
-                             const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
+    // The scalar tier, by form of node; an unset value declines. `scalarOperand` is the way in.
+    FastScalarValue scalarOperand(const FastExpression& expression, int index,
+                                  const std::vector<TokenAnalysis>& analysis);
+    FastScalarValue scalarNode(const FastExpression& expression, const FastExprNode& node,
+                               const std::vector<TokenAnalysis>& analysis);
+    FastScalarValue scalarArithmetic(const FastExpression& expression, const FastExprNode& node,
+                                     const std::vector<TokenAnalysis>& analysis);
+    FastScalarValue scalarIndex(const FastExpression& expression, const FastExprNode& node,
+                                const std::vector<TokenAnalysis>& analysis);
     bool tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
                              const std::vector<TokenAnalysis>& analysis, bool& out);
-    bool tryScalarIndex(const FastExpression& expression, const FastExprNode& node,
-                        const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
     bool tryScalarLength(const FastExpression& expression, const FastExprNode& node,
                          const std::vector<TokenAnalysis>& analysis, int& out);
     bool tryScalarCall(const FastExpression& expression, const FastExprNode& node,
@@ -363,6 +368,10 @@ private:
     bool tryBoolLogic(const FastExpression& expression, const FastExprNode& node,
                       const std::vector<TokenAnalysis>& analysis, bool& out);
     // The general tier, by form of node.
+    bool tryLeafInts(const FastExpression& expression, const FastExprNode& node,
+                     const std::vector<TokenAnalysis>& analysis, Variable& out);
+    bool concatMayStart(const FastExpression& expression, int index,
+                        const std::vector<TokenAnalysis>& analysis);
     Variable evaluateIndexNode(const FastExpression& expression, const FastExprNode& node,
                                const std::vector<TokenAnalysis>& analysis);
     Variable evaluateCallNode(const FastExpression& expression, const FastExprNode& node,
@@ -381,8 +390,7 @@ private:
     [[nodiscard]] Variable* assignableGlobal(std::size_t slot, const std::string& name);
     [[nodiscard]] const Variable* searchVariable(const TokenAnalysis& token);
     [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
-    [[nodiscard]] Scope makeScope(std::size_t expectedEntries);
-    void recycleScope(Scope&& scope);
+    [[nodiscard]] const Variable* cachedGlobal(const TokenAnalysis& token);
     Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
     Variable runFastBody(const ScriptCallable& callable, Arguments args);
 };

@@ -54,21 +54,24 @@ void throwBadVariantAccess() { throw std::runtime_error("bad_variant_access"); }
 Variable Variable::makeArray() { return makeArray(ArrayStorage()); }
 
 Variable Variable::makeArray(ArrayStorage&& elements) {
-    return Variable(VarType::Array, std::make_shared<ArrayStorage>(std::move(elements)));
+    return Variable(VarType::Array,
+                    ValueStorage(std::make_shared<ArrayStorage>(std::move(elements))));
 }
 
 Variable Variable::makeTable() { return makeTable(TableStorage()); }
 
 Variable Variable::makeTable(TableStorage&& entries) {
-    return Variable(VarType::Table, std::make_shared<TableStorage>(std::move(entries)));
+    return Variable(VarType::Table,
+                    ValueStorage(std::make_shared<TableStorage>(std::move(entries))));
 }
 
 Variable Variable::makeMulti(std::vector<Variable>&& values) {
-    return Variable(VarType::Multi, std::make_shared<MultiResult>(MultiResult{std::move(values)}));
+    return Variable(VarType::Multi,
+                    ValueStorage(std::make_shared<MultiResult>(MultiResult{std::move(values)})));
 }
 
 Variable Variable::makeFunction(std::shared_ptr<ScriptCallable> callable) {
-    return Variable(VarType::Function, std::move(callable));
+    return Variable(VarType::Function, ValueStorage(std::move(callable)));
 }
 
 std::string Variable::toString() const {

@@ -9,20 +9,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
-#include <variant>
 #include <vector>
 
-struct Variable;
-struct MultiResult;
-struct ScriptCallable;
-
-/// A dense sequence; the language counts its positions from 1.
-using ArrayStorage = std::vector<Variable>;
-
-/// A hash map from key text to value: every key is stored as text.
-using TableStorage = std::unordered_map<std::string, Variable>;
+#include "value/value_storage.h"
 
 /// The value kinds. Their order is fixed.
 enum class VarType : std::int32_t {
@@ -47,12 +37,8 @@ enum class VarType : std::int32_t {
 /// assignment of mixed kinds has failed half-way; readers therefore test `type` first and take the
 /// alternative through the checked accessors.
 struct Variable {
-    using Value = std::variant<int, float, std::string, std::vector<char>, bool, void*,
-                               std::shared_ptr<ArrayStorage>, std::shared_ptr<TableStorage>,
-                               std::shared_ptr<ScriptCallable>, std::shared_ptr<MultiResult>>;
-
     VarType type = VarType::Nil;
-    Value value;
+    ValueStorage value;
 
     /// Nil.
     Variable() = default;
@@ -61,11 +47,13 @@ struct Variable {
     /// A String that takes over `text`.
     explicit Variable(std::string&& text) : type(VarType::String), value(std::move(text)) {}
     /// A value of kind `kind`; `content` must be the alternative that belongs to it.
-    Variable(VarType kind, Value content) : type(kind), value(std::move(content)) {}
+    Variable(VarType kind, ValueStorage content) : type(kind), value(std::move(content)) {}
 
-    static Variable makeInt(int number) { return Variable(VarType::Int, number); }
-    static Variable makeFloat(float number) { return Variable(VarType::Float, number); }
-    static Variable makeBool(bool truth) { return Variable(VarType::Bool, truth); }
+    static Variable makeInt(int number) { return Variable(VarType::Int, ValueStorage(number)); }
+    static Variable makeFloat(float number) {
+        return Variable(VarType::Float, ValueStorage(number));
+    }
+    static Variable makeBool(bool truth) { return Variable(VarType::Bool, ValueStorage(truth)); }
     /// A new Array holding a fresh empty vector.
     static Variable makeArray();
     /// A new Array that takes over `elements`.
@@ -106,10 +94,22 @@ struct Variable {
     [[nodiscard]] float& floatReference() { return checkedMutable<float>(); }
 
     // Overwrite kind and content; the alternative is reused when it already matches.
-    void setNil() { setScalar(VarType::Nil, 0); }
-    void setInt(int number) { setScalar(VarType::Int, number); }
-    void setFloat(float number) { setScalar(VarType::Float, number); }
-    void setBool(bool truth) { setScalar(VarType::Bool, truth); }
+    void setNil() {
+        type = VarType::Nil;
+        value.setInt(0);
+    }
+    void setInt(int number) {
+        type = VarType::Int;
+        value.setInt(number);
+    }
+    void setFloat(float number) {
+        type = VarType::Float;
+        value.setFloat(number);
+    }
+    void setBool(bool truth) {
+        type = VarType::Bool;
+        value.setBool(truth);
+    }
 
     [[nodiscard]] bool isNil() const { return type == VarType::Nil; }
     /// Int, Float or Bool: the kinds that take part in arithmetic.
@@ -120,24 +120,15 @@ struct Variable {
 private:
     template <typename T>
     const T& checked() const {
-        const T* held = std::get_if<T>(&value);
+        const T* held = value.get<T>();
         if (held == nullptr) throwBadVariantAccess();
         return *held;
     }
     template <typename T>
     T& checkedMutable() {
-        T* held = std::get_if<T>(&value);
+        T* held = value.get<T>();
         if (held == nullptr) throwBadVariantAccess();
         return *held;
-    }
-    template <typename T>
-    void setScalar(VarType kind, T scalar) {
-        type = kind;
-        if (T* held = std::get_if<T>(&value)) {
-            *held = scalar;
-        } else {
-            value = scalar;
-        }
     }
 };
 
