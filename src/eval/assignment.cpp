@@ -2,6 +2,7 @@
 // several targets everything is evaluated before anything is stored.
 #include "eval/assignment.h"
 
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,11 +56,11 @@ Variable AssignmentRun::evaluateKey(const ParsedAssignmentTarget& target, std::s
     return evaluate(target.indexExpressions[index], target.indexRanges[index]);
 }
 
-bool AssignmentRun::evaluateKeys(const ParsedAssignmentTarget& target,
-                                 std::vector<Variable>& keys) {
-    keys.reserve(target.indexRanges.size());
+/// The keys of a target, into `keys` from `first` on. False if a soft error is unwinding.
+bool AssignmentRun::evaluateKeys(const ParsedAssignmentTarget& target, ArgumentFrame& keys,
+                                 std::size_t first) {
     for (std::size_t i = 0; i < target.indexRanges.size(); ++i) {
-        keys.push_back(evaluateKey(target, i));
+        keys[first + i] = evaluateKey(target, i);
         if (unwinding()) return false;
     }
     return true;
@@ -82,8 +83,7 @@ Variable AssignmentRun::evaluateByTokens() {
         const FastScalarValue scalar =
             interpreter_.exactScalar(compiled, compiled.root, line_.tokenAnalysis);
         if (scalar.isSet()) {
-            interpreter_.lastToken = line_.tokens[range.last - 1];
-            interpreter_.lastTokenIndex = range.last - 1;
+            rememberLastToken(range);
             return variableFromFastScalar(scalar);
         }
     }
@@ -149,7 +149,47 @@ void AssignmentRun::runPlain(const ParsedAssignmentTarget& target) {
     storePlain(target, value);
 }
 
+/// `a[i] = x` and `a[i] += x` on an array element that is there or comes next, with key and value
+/// certain and without a call. False, with nothing done, for everything else.
+bool AssignmentRun::tryStoreScalarElement(const ParsedAssignmentTarget& target) {
+    const FastExpression& keyExpression = target.indexExpressions[0];
+    if (!keyExpression.valid || assignment_.values.empty() || !assignment_.values[0].valid) {
+        return false;
+    }
+    const FastScalarValue key =
+        interpreter_.exactScalar(keyExpression, keyExpression.root, line_.tokenAnalysis);
+    if (key.kind != ScalarKind::Int || key.intValue < 1) return false;
+    const FastExpression& valueExpression = assignment_.values[0];
+    const FastScalarValue value =
+        interpreter_.exactScalar(valueExpression, valueExpression.root, line_.tokenAnalysis);
+    if (!value.isSet()) return false;
+    Variable* variable = interpreter_.variableForWriting(token(target));
+    if (variable == nullptr || variable->type != VarType::Array) return false;
+    ArrayStorage& array = *variable->asArray();
+    const auto index = static_cast<std::size_t>(key.intValue) - 1;
+    if (assignment_.isPlain) {
+        if (index > array.size()) return false;
+        if (index == array.size()) array.emplace_back();
+        assignFastScalarToVariable(array[index], value);
+    } else {
+        // Ints only: mixed kinds have rules of their own.
+        if (index >= array.size() || array[index].type != VarType::Int ||
+            value.kind != ScalarKind::Int || assignment_.operation == '^' || value.intValue == 0) {
+            return false;
+        }
+        applyCompound(array[index], Variable::makeInt(value.intValue));
+    }
+    rememberLastToken(assignment_.valueRanges[0]);
+    return true;
+}
+
+void AssignmentRun::rememberLastToken(TokenRange range) {
+    interpreter_.lastToken = line_.tokens[range.last - 1];
+    interpreter_.lastTokenIndex = range.last - 1;
+}
+
 void AssignmentRun::runIndexed(const ParsedAssignmentTarget& target) {
+    if (tryStoreScalarElement(target)) return;
     const Variable key = evaluateKey(target, 0);
     if (unwinding()) return;
     Variable value = evaluateFirstValue();
@@ -179,16 +219,16 @@ void AssignmentRun::storeElement(Variable& container, const Variable& key, const
 /// `t[a][b] = v`. Ends by storing the base back under its name, which makes a promotion of the
 /// outermost array visible to the variable.
 void AssignmentRun::runPath(const ParsedAssignmentTarget& target) {
-    std::vector<Variable> keys;
-    if (!evaluateKeys(target, keys)) return;
+    ArgumentFrame keys(interpreter_.argumentStack, target.indexRanges.size());
+    if (!evaluateKeys(target, keys, 0)) return;
     Variable value = evaluateFirstValue();
     cutMulti(value);
     if (unwinding()) return;
-    storeThroughKeys(target, keys, value);
+    storeThroughKeys(target, {&keys[0], keys.size()}, value);
 }
 
 void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
-                                     const std::vector<Variable>& keys, const Variable& value) {
+                                     std::span<const Variable> keys, const Variable& value) {
     Variable base;
     if (const Variable* found = interpreter_.resolveVariableFastPtr(token(target))) {
         base = *found;
@@ -208,27 +248,27 @@ void AssignmentRun::runParallel() {
         runSpreadCall(assignment_.values[0]);
         return;
     }
-    std::vector<Variable> values;
+    ArgumentFrame values(interpreter_.argumentStack, assignment_.valueRanges.size());
     if (!evaluateValues(values)) return;
     if (values.size() == 1 && values[0].type == VarType::Multi) {
-        storeAll(std::vector<Variable>(values[0].asMulti()->values));
+        const std::shared_ptr<MultiResult> spread = values[0].asMulti();
+        storeAll(spread->values);
     } else {
-        storeAll(values);
+        storeAll({&values[0], values.size()});
     }
 }
 
-bool AssignmentRun::evaluateValues(std::vector<Variable>& values) {
-    values.reserve(assignment_.valueRanges.size());
-    for (std::size_t i = 0; i < assignment_.valueRanges.size(); ++i) {
-        values.push_back(evaluate(assignment_.values[i], assignment_.valueRanges[i]));
+bool AssignmentRun::evaluateValues(ArgumentFrame& values) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        values[i] = evaluate(assignment_.values[i], assignment_.valueRanges[i]);
         if (unwinding()) return false;
     }
     return true;
 }
 
-void AssignmentRun::storeAll(const std::vector<Variable>& values) {
+void AssignmentRun::storeAll(std::span<const Variable> values) {
     for (std::size_t i = 0; i < assignment_.targets.size(); ++i) {
-        store(assignment_.targets[i], i < values.size() ? values[i] : Variable());
+        store(assignment_.targets[i], i < values.size() ? values[i] : nilValue());
     }
 }
 
@@ -311,27 +351,39 @@ void AssignmentRun::runProtectedCall(Arguments args) {
 
 /// Several targets with indices or a compound operator, or values that do not match one target.
 Variable AssignmentRun::runGeneral() {
-    std::vector<std::vector<Variable>> keys(assignment_.targets.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (!evaluateKeys(assignment_.targets[i], keys[i])) return {};
+    std::size_t keyCount = 0;
+    for (const ParsedAssignmentTarget& target : assignment_.targets) {
+        keyCount += target.indexRanges.size();
     }
-    std::vector<Variable> values;
-    if (!evaluateValues(values)) return {};
-    if (values.empty()) values.emplace_back();
+    ArgumentFrame keys(interpreter_.argumentStack, keyCount);
+    std::size_t first = 0;
+    for (const ParsedAssignmentTarget& target : assignment_.targets) {
+        if (!evaluateKeys(target, keys, first)) return {};
+        first += target.indexRanges.size();
+    }
+    ArgumentFrame evaluated(interpreter_.argumentStack, assignment_.valueRanges.size());
+    if (!evaluateValues(evaluated)) return {};
+    std::span<const Variable> values;
+    if (evaluated.size() > 0) values = {&evaluated[0], evaluated.size()};
+    std::shared_ptr<MultiResult> spread;
     if (values.size() == 1 && values[0].type == VarType::Multi && assignment_.targets.size() >= 2) {
-        values = std::vector<Variable>(values[0].asMulti()->values);
+        spread = values[0].asMulti();
+        values = spread->values;
     }
 
     Variable result;
+    first = 0;
     for (std::size_t i = 0; i < assignment_.targets.size(); ++i) {
         const ParsedAssignmentTarget& target = assignment_.targets[i];
-        const Variable value = i < values.size() ? values[i] : Variable();
-        if (keys[i].empty()) {
+        const Variable& value = i < values.size() ? values[i] : nilValue();
+        const std::size_t count = target.indexRanges.size();
+        if (count == 0) {
             storePlain(target, value);
             if (assignment_.isPlain) result = value;
         } else {
-            storeThroughKeys(target, keys[i], value);
+            storeThroughKeys(target, {&keys[first], count}, value);
         }
+        first += count;
     }
     return result;
 }
@@ -349,7 +401,7 @@ bool DovrelScript::tryExecuteDiscardedFastCall(const FastExpression& expression,
     if (expression.nodes[static_cast<std::size_t>(call.left)].kind != NodeKind::Variable) {
         return false;
     }
-    const ScriptCallable* native = findNativeCallee(expression, call.left, analysis, false);
+    const ScriptCallable* native = findNativeCallee(expression, call.left, analysis);
     if (native == nullptr || native->builtinId != BuiltinId::Assert) return false;
 
     const auto count = static_cast<std::size_t>(call.intValue);

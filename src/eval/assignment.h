@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "interpreter/dovrel_script.h"
@@ -29,8 +30,8 @@ private:
     Variable evaluateRange(TokenRange range);
     Variable evaluate(const FastExpression& expression, TokenRange range);
     Variable evaluateKey(const ParsedAssignmentTarget& target, std::size_t index);
-    bool evaluateKeys(const ParsedAssignmentTarget& target, std::vector<Variable>& keys);
-    bool evaluateValues(std::vector<Variable>& values);
+    bool evaluateKeys(const ParsedAssignmentTarget& target, ArgumentFrame& keys, std::size_t first);
+    bool evaluateValues(ArgumentFrame& values);
     Variable evaluateFirstValue();
     Variable evaluateDirectCall();
     Variable evaluateByTokens();
@@ -41,15 +42,17 @@ private:
     void store(const ParsedAssignmentTarget& target, const Variable& value);
     void storePlain(const ParsedAssignmentTarget& target, const Variable& value);
     void storeElement(Variable& container, const Variable& key, const Variable& value);
-    void storeThroughKeys(const ParsedAssignmentTarget& target, const std::vector<Variable>& keys,
+    void storeThroughKeys(const ParsedAssignmentTarget& target, std::span<const Variable> keys,
                           const Variable& value);
-    void storeAll(const std::vector<Variable>& values);
+    void storeAll(std::span<const Variable> values);
     void storeFirst(const Variable& value);
     void applyCompound(Variable& variable, const Variable& value) const;
     [[noreturn]] void throwVariableNotFound(const ParsedAssignmentTarget& target);
 
     // The forms.
     void runPlain(const ParsedAssignmentTarget& target);
+    bool tryStoreScalarElement(const ParsedAssignmentTarget& target);
+    void rememberLastToken(TokenRange range);
     void runIndexed(const ParsedAssignmentTarget& target);
     void runPath(const ParsedAssignmentTarget& target);
     void runParallel();

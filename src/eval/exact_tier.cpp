@@ -66,7 +66,12 @@ FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int 
         }
         case NodeKind::Index: {
             const Variable* base = variableInPlace(expression, node.left, analysis);
-            if (base == nullptr || base->type != VarType::Array) return {};
+            if (base == nullptr) return {};
+            if (base->type == VarType::Table) {
+                const Variable* entry = calleeInPlace(expression, index, analysis);
+                return entry != nullptr ? scalarFromVariable(*entry) : FastScalarValue();
+            }
+            if (base->type != VarType::Array) return {};
             const FastScalarValue key = exactScalar(expression, node.right, analysis);
             if (key.kind != ScalarKind::Int) return {};
             return scalarFromElement(*base->asArray(), key.intValue);

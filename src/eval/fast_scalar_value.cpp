@@ -114,15 +114,6 @@ Variable variableFromFastScalar(const FastScalarValue& value) {
     }
 }
 
-void assignFastScalarToVariable(Variable& target, const FastScalarValue& value) {
-    switch (value.kind) {
-        case ScalarKind::Int: target.setInt(value.intValue); break;
-        case ScalarKind::Float: target.setFloat(value.floatValue); break;
-        case ScalarKind::Bool: target.setBool(value.boolValue); break;
-        default: target.setNil(); break;
-    }
-}
-
 bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& key,
                                    FastScalarValue& out) {
     if (base.type == VarType::Array) {
@@ -146,6 +137,14 @@ bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& key,
 }
 
 bool tryApplyFastScalarOperationInPlace(Variable& target, char op, const FastScalarValue& value) {
+    if (target.type == VarType::Int && value.kind == ScalarKind::Int) {
+        // Counters: nothing else is as frequent.
+        if (op == '+') {
+            int& number = target.intReference();
+            number = wrapAdd(number, value.intValue);
+            return true;
+        }
+    }
     if (!target.isNumeric() || !value.isNumeric()) return false;
     switch (op) {
         case '+':

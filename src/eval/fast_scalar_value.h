@@ -83,7 +83,14 @@ struct FastScalarValue {
 [[nodiscard]] Variable variableFromFastScalar(const FastScalarValue& value);
 
 /// Overwrites kind and content of `target`.
-void assignFastScalarToVariable(Variable& target, const FastScalarValue& value);
+inline void assignFastScalarToVariable(Variable& target, const FastScalarValue& value) {
+    switch (value.kind) {
+        case ScalarKind::Int: target.setInt(value.intValue); break;
+        case ScalarKind::Float: target.setFloat(value.floatValue); break;
+        case ScalarKind::Bool: target.setBool(value.boolValue); break;
+        default: target.setNil(); break;
+    }
+}
 
 /// The element at the 1-based `position` as a scalar; nil outside the array, unset for an element
 /// of another kind.

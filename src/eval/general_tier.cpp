@@ -42,6 +42,26 @@ Variable remainderOf(const Variable& left, const Variable& right) {
         std::fmod(static_cast<float>(toDouble(left)), static_cast<float>(divisor)));
 }
 
+/// The native that a value is, or null.
+const ScriptCallable* nativeOf(const Variable* value) {
+    if (value == nullptr || value->type != VarType::Function) return nullptr;
+    const ScriptCallable* callable = value->asFunction().get();
+    return callable != nullptr && callable->isNative ? callable : nullptr;
+}
+
+/// The natives with an id that can neither call back into a script nor raise a soft error.
+bool runsNoScriptCode(BuiltinId id) {
+    switch (id) {
+        case BuiltinId::None:
+        case BuiltinId::Assert:
+        case BuiltinId::Error:
+        case BuiltinId::Pcall:
+        case BuiltinId::Load:
+        case BuiltinId::TableSort: return false;
+        default: return true;
+    }
+}
+
 int operatorNumberOf(NodeKind kind) {
     switch (kind) {
         case NodeKind::Equal: return kEqual;
@@ -66,6 +86,9 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
         const FastExprNode& root = expression.rootNode();
         // A call at the root runs its arguments once: the scalar tier is not tried on it.
         if (root.kind == NodeKind::Call) return evaluateCallNode(expression, root, analysis);
+        if (root.holdsCall && startsWithFrameCall(expression, analysis)) {
+            return evaluateFastExpressionNode(expression, expression.root, analysis);
+        }
         if (root.kind == NodeKind::Add && concatMayStart(expression, expression.root, analysis)) {
             std::string text;
             if (appendFastStringConcatNode(expression, expression.root, analysis, text)) {
@@ -80,6 +103,22 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
     }
     if (softErrorUnwinding()) return {};
     return evaluateFastExpressionNode(expression, expression.root, analysis);
+}
+
+/// The first operand of an arithmetic chain is a call that the concat form and the scalar tier are
+/// bound to decline, before either has done anything that can be seen.
+bool DovrelScript::startsWithFrameCall(const FastExpression& expression,
+                                       const TokenAnalyses& analysis) {
+    const FastExprNode* node = &expression.rootNode();
+    while (node->kind >= NodeKind::Add && node->kind <= NodeKind::GreaterEqual) {
+        node = &nodeAt(expression, node->left);
+    }
+    if (node->kind != NodeKind::Call || node->argumentsHoldCall) return false;
+    const Variable* callee = variableInPlace(expression, node->left, analysis);
+    if (callee == nullptr || callee->type != VarType::Function) return false;
+    const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
+    return callable != nullptr && !callable->isNative &&
+           callable->fastBodyKind == FastBodyKind::None;
 }
 
 Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expression, int index,
@@ -147,6 +186,14 @@ Variable DovrelScript::evaluateBinaryNode(const FastExpression& expression,
     const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
     if (softErrorUnwinding()) return {};
     if (node.kind == NodeKind::Modulo) return remainderOf(left, right);
+    if (left.type == VarType::Int && right.type == VarType::Int) {
+        if (node.kind == NodeKind::Subtract) {
+            return Variable::makeInt(wrapSubtract(left.asInt(), right.asInt()));
+        }
+        if (node.kind == NodeKind::Multiply) {
+            return Variable::makeInt(wrapMultiply(left.asInt(), right.asInt()));
+        }
+    }
     return applyBinaryOperator(operatorNumberOf(node.kind), left, right);
 }
 
@@ -164,6 +211,10 @@ Variable DovrelScript::evaluateAddNode(const FastExpression& expression, int ind
     if (softErrorUnwinding()) return {};
     const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
     if (softErrorUnwinding()) return {};
+    if (left.type == VarType::Int && right.type == VarType::Int) {
+        left.setInt(wrapAdd(left.asInt(), right.asInt()));
+        return left;
+    }
     if (left.type == VarType::String) {
         // The left text is a copy of ours already: the right one goes behind it.
         appendVariableStringFast(left.asString(), right);
@@ -224,22 +275,60 @@ bool DovrelScript::evaluateCallArguments(const FastExpression& expression, const
     return true;
 }
 
+bool DovrelScript::evaluateLentArguments(const FastExpression& expression, const FastExprNode& call,
+                                         const TokenAnalyses& analysis, ArgumentFrame& frame) {
+    if (call.argumentsHoldCall) return evaluateCallArguments(expression, call, analysis, frame);
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        const auto argument =
+            static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
+        if (const Variable* value = variableInPlace(expression, argument, analysis)) {
+            frame.lend(i, *value);
+        } else {
+            frame[i] = evaluateFastExpressionNode(expression, argument, analysis);
+        }
+    }
+    return true;
+}
+
 Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const FastExprNode& node,
                                         const TokenAnalyses& analysis) {
     ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
-    if (!evaluateCallArguments(expression, node, analysis, arguments)) return {};
-    // A member of a library table goes straight to its fast body.
-    const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, true);
-    if (native != nullptr && native->builtinId != BuiltinId::None) {
-        Variable result = dispatchBuiltinFast(native->builtinId, arguments.view());
-        return softErrorUnwinding() ? Variable() : result;
+    if (node.argumentsHoldCall) {
+        if (!evaluateCallArguments(expression, node, analysis, arguments)) return {};
+        const Variable* callee = calleeInPlace(expression, node.left, analysis);
+        return callNode(expression, node, analysis, callee, arguments.view());
     }
-    if (const Variable* callee = variableInPlace(expression, node.left, analysis)) {
-        return invokeCallableFast(*callee, arguments.view());
+    // Nobody can see in which order callee and arguments are found, and nothing moves meanwhile.
+    const Variable* callee = calleeInPlace(expression, node.left, analysis);
+    const ScriptCallable* native = nativeOf(callee);
+    if (native != nullptr && runsNoScriptCode(native->builtinId)) {
+        const BuiltinId id = native->builtinId;
+        evaluateLentArguments(expression, node, analysis, arguments);
+        return dispatchBuiltinFast(id, arguments.view());
     }
-    const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);
-    if (softErrorUnwinding()) return {};
-    return invokeCallableFast(callee, arguments.view());
+    evaluateCallArguments(expression, node, analysis, arguments);
+    return callNode(expression, node, analysis, callee, arguments.view());
+}
+
+/// Calls the callee of a call node whose arguments have been evaluated; `callee` is null if it does
+/// not stand in a place.
+Variable DovrelScript::callNode(const FastExpression& expression, const FastExprNode& node,
+                                const TokenAnalyses& analysis, const Variable* callee,
+                                Arguments args) {
+    if (callee == nullptr) {
+        const Variable evaluated = evaluateFastExpressionNode(expression, node.left, analysis);
+        if (softErrorUnwinding()) return {};
+        return invokeCallableFast(evaluated, args);
+    }
+    // A member of a library table goes straight to its fast body, outside the count of calls.
+    if (nodeAt(expression, node.left).kind == NodeKind::Index) {
+        const ScriptCallable* native = nativeOf(callee);
+        if (native != nullptr && native->builtinId != BuiltinId::None) {
+            Variable result = dispatchBuiltinFast(native->builtinId, args);
+            return softErrorUnwinding() ? Variable() : result;
+        }
+    }
+    return invokeCallableFast(*callee, args);
 }
 
 /// Both operands are int literals or variables that hold ints, as in nearly all arithmetic that
@@ -284,7 +373,7 @@ bool DovrelScript::concatMayStart(const FastExpression& expression, int index,
     if (!node->canConcat) return false;
     while (node->kind == NodeKind::Add) node = &nodeAt(expression, node->left);
     if (node->kind != NodeKind::Call) return true;
-    const ScriptCallable* native = findNativeCallee(expression, node->left, analysis, false);
+    const ScriptCallable* native = findNativeCallee(expression, node->left, analysis);
     return native != nullptr && native->builtinId == BuiltinId::ToString;
 }
 
@@ -303,7 +392,7 @@ bool DovrelScript::appendFastStringConcatNode(const FastExpression& expression, 
         }
         if (node.kind != NodeKind::Call || node.intValue != 1) return false;
         if (nodeAt(expression, node.left).kind != NodeKind::Variable) return false;
-        const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, false);
+        const ScriptCallable* native = findNativeCallee(expression, node.left, analysis);
         if (native == nullptr || native->builtinId != BuiltinId::ToString) return false;
         const auto argument = static_cast<std::size_t>(node.right);
         if (argument >= expression.callArguments.size()) return false;

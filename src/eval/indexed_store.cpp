@@ -14,10 +14,12 @@ Variable makeContainerFor(const Variable& key) {
 }
 
 Variable* walkToLastContainer(DovrelScript& interpreter, Variable& base,
-                              const std::vector<Variable>& keys, bool create) {
+                              std::span<const Variable> keys, bool create) {
     Variable* current = &base;
     for (std::size_t i = 0; i + 1 < keys.size(); ++i) {
-        if (create && interpreter.getIndexedValue(*current, keys[i]).isNil()) {
+        // Read first in any case: a base that cannot be indexed fails as a read does.
+        const bool missing = interpreter.getIndexedValue(*current, keys[i]).isNil();
+        if (create && missing) {
             interpreter.setIndexedValue(*current, keys[i], makeContainerFor(keys[i]), true);
         }
         current = interpreter.getIndexedValueMutable(*current, keys[i], create);

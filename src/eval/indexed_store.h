@@ -1,7 +1,7 @@
 // Writing through a path of keys, shared by assignments and function declarations.
 #pragma once
 
-#include <vector>
+#include <span>
 
 #include "value/variable.h"
 
@@ -17,4 +17,4 @@ class DovrelScript;
 /// belongs to, valid until something changes. With `create` missing levels are made on the way;
 /// without it they fail as an index does.
 [[nodiscard]] Variable* walkToLastContainer(DovrelScript& interpreter, Variable& base,
-                                            const std::vector<Variable>& keys, bool create);
+                                            std::span<const Variable> keys, bool create);

@@ -87,14 +87,6 @@ bool tryMath(BuiltinId id, const FastScalarValue* values, std::size_t count, Fas
     }
 }
 
-bool argumentsHoldCall(const FastExpression& expression, const FastExprNode& call) {
-    for (int i = 0; i < call.intValue; ++i) {
-        const auto argument = expression.callArguments[static_cast<std::size_t>(call.right + i)];
-        if (expression.nodes[argument].holdsCall) return true;
-    }
-    return false;
-}
-
 bool hasFastBody(const Variable& callee) {
     return callee.type == VarType::Function && callee.asFunction() != nullptr &&
            callee.asFunction()->fastBodyKind != FastBodyKind::None;
@@ -114,22 +106,23 @@ bool tryWithoutArguments(DovrelScript& interpreter, BuiltinId id, FastScalarValu
 
 }  // namespace
 
+const Variable* DovrelScript::calleeInPlace(const FastExpression& expression, int index,
+                                            const TokenAnalyses& analysis) {
+    const FastExprNode& node = expression.nodes[static_cast<std::size_t>(index)];
+    if (node.kind == NodeKind::Variable) return readVariable(analysis[node.tokenIndex]);
+    if (node.kind != NodeKind::Index) return nullptr;
+    const FastExprNode& key = expression.nodes[static_cast<std::size_t>(node.right)];
+    if (key.kind != NodeKind::StringLiteral) return nullptr;
+    const Variable* base = variableInPlace(expression, node.left, analysis);
+    if (base == nullptr || base->type != VarType::Table) return nullptr;
+    const TableStorage& table = *base->asTable();
+    const auto found = table.find(expression.strings[key.stringIndex]);
+    return found != table.end() ? &found->second : nullptr;
+}
+
 const ScriptCallable* DovrelScript::findNativeCallee(const FastExpression& expression, int callee,
-                                                     const TokenAnalyses& analysis,
-                                                     bool libraryOnly) {
-    const FastExprNode& node = expression.nodes[static_cast<std::size_t>(callee)];
-    const Variable* value = nullptr;
-    if (node.kind == NodeKind::Variable && !libraryOnly) {
-        value = readVariable(analysis[node.tokenIndex]);
-    } else if (node.kind == NodeKind::Index) {
-        const FastExprNode& key = expression.nodes[static_cast<std::size_t>(node.right)];
-        if (key.kind != NodeKind::StringLiteral) return nullptr;
-        const Variable* base = variableInPlace(expression, node.left, analysis);
-        if (base == nullptr || base->type != VarType::Table) return nullptr;
-        const TableStorage& table = *base->asTable();
-        const auto found = table.find(expression.strings[key.stringIndex]);
-        if (found != table.end()) value = &found->second;
-    }
+                                                     const TokenAnalyses& analysis) {
+    const Variable* value = calleeInPlace(expression, callee, analysis);
     if (value == nullptr || value->type != VarType::Function) return nullptr;
     const ScriptCallable* callable = value->asFunction().get();
     return callable != nullptr && callable->isNative ? callable : nullptr;
@@ -137,7 +130,7 @@ const ScriptCallable* DovrelScript::findNativeCallee(const FastExpression& expre
 
 bool DovrelScript::tryScalarCall(const FastExpression& expression, const FastExprNode& node,
                                  const TokenAnalyses& analysis, FastScalarValue& out) {
-    const ScriptCallable* native = findNativeCallee(expression, node.left, analysis, false);
+    const ScriptCallable* native = findNativeCallee(expression, node.left, analysis);
     const BuiltinId id = native != nullptr ? native->builtinId : BuiltinId::None;
     if (id == BuiltinId::None) return tryScalarScriptCall(expression, node, analysis, out);
     if (isScalarBuiltinOnValues(id)) {
@@ -153,7 +146,7 @@ bool DovrelScript::tryScalarBuiltinOnValues(const FastExpression& expression,
                                             const FastExprNode& node, const TokenAnalyses& analysis,
                                             BuiltinId id, FastScalarValue& out) {
     ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
-    if (!evaluateCallArguments(expression, node, analysis, arguments)) return false;
+    if (!evaluateLentArguments(expression, node, analysis, arguments)) return false;
     const std::size_t count = arguments.size();
     if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(arguments.view())) {
         return false;
@@ -191,10 +184,10 @@ bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
 
 bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,
                                        const TokenAnalyses& analysis, FastScalarValue& out) {
-    if (!argumentsHoldCall(expression, node)) {
+    if (!node.argumentsHoldCall) {
         // Nobody can see the arguments evaluated, so a callee that is bound to decline is asked
         // first.
-        const Variable* known = variableInPlace(expression, node.left, analysis);
+        const Variable* known = calleeInPlace(expression, node.left, analysis);
         if (known != nullptr && !hasFastBody(*known)) return false;
     }
     ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));

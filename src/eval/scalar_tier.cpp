@@ -12,7 +12,7 @@
 //   5. No pointer to a variable is kept across anything that may run script code.
 #include <cmath>
 
-#include "eval/variable_access.h"
+#include "eval/scalar_operand.h"
 #include "value/arithmetic.h"
 
 using TokenAnalyses = std::vector<TokenAnalysis>;
@@ -62,6 +62,18 @@ float floatRemainder(const FastScalarValue& left, const FastScalarValue& right) 
 /// double and rounded once, where the general tier narrows its operands first; kept.
 FastScalarValue applyFloatOperator(NodeKind kind, const FastScalarValue& left,
                                    const FastScalarValue& right) {
+    if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
+        // One rounding of the double result is that of the operation in single precision.
+        switch (kind) {
+            case NodeKind::Add:
+                return FastScalarValue::fromFloat(left.floatValue + right.floatValue);
+            case NodeKind::Subtract:
+                return FastScalarValue::fromFloat(left.floatValue - right.floatValue);
+            case NodeKind::Multiply:
+                return FastScalarValue::fromFloat(left.floatValue * right.floatValue);
+            default: break;
+        }
+    }
     switch (kind) {
         case NodeKind::Divide: return FastScalarValue::fromFloat(dividedFloats(left, right));
         case NodeKind::Power:
@@ -97,18 +109,32 @@ int intOfIntLike(const FastScalarValue& value) {
 
 bool isEqualityNode(NodeKind kind) { return kind == NodeKind::Equal || kind == NodeKind::NotEqual; }
 
-}  // namespace
-
-FastScalarValue DovrelScript::scalarOperand(const FastExpression& expression, int index,
-                                            const TokenAnalyses& analysis) {
-    const FastExprNode& node = nodeAt(expression, index);
-    if (node.kind == NodeKind::Variable) {
-        const Variable* value = readVariable(analysis[node.tokenIndex]);
-        return value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+/// Arithmetic on scalars that are not both ints; unset if one of them is no number.
+FastScalarValue mixedArithmetic(NodeKind kind, const FastScalarValue& left,
+                                const FastScalarValue& right) {
+    if (!right.isNumeric()) return {};
+    const bool alwaysFloat = kind == NodeKind::Divide || kind == NodeKind::Power;
+    if (alwaysFloat || left.kind == ScalarKind::Float || right.kind == ScalarKind::Float) {
+        return applyFloatOperator(kind, left, right);
     }
-    if (node.kind == NodeKind::IntLiteral) return FastScalarValue::fromInt(node.intValue);
-    return scalarNode(expression, node, analysis);
+    return FastScalarValue::fromInt(
+        applyIntOperator(kind, intOfIntLike(left), intOfIntLike(right)));
 }
+
+/// A comparison of scalars that are not both ints; false declines.
+bool compareScalars(NodeKind kind, const FastScalarValue& left, const FastScalarValue& right,
+                    bool& out) {
+    if (left.isNumeric() && right.isNumeric()) {
+        out = compareNumbers(kind, fastScalarToDouble(left), fastScalarToDouble(right));
+        return true;
+    }
+    if (!isEqualityNode(kind)) return false;
+    // One of them is nil, and nil equals only nil.
+    out = (left.kind == right.kind) == (kind == NodeKind::Equal);
+    return true;
+}
+
+}  // namespace
 
 bool DovrelScript::tryEvaluateFastExpressionScalarNode(const FastExpression& expression, int index,
                                                        const TokenAnalyses& analysis,
@@ -184,12 +210,10 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
 FastScalarValue DovrelScript::scalarArithmetic(const FastExpression& expression,
                                                const FastExprNode& node,
                                                const TokenAnalyses& analysis) {
-    const bool alwaysFloat = node.kind == NodeKind::Divide || node.kind == NodeKind::Power;
-    if (node.holdsCall && !node.floatResult && !alwaysFloat) {
+    if (node.holdsCall) [[unlikely]] {
         int a = 0;
         int b = 0;
-        if (tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
-            tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
+        if (tryIntOperandsFirst(expression, node, analysis, a, b)) {
             return FastScalarValue::fromInt(applyIntOperator(node.kind, a, b));
         }
         if (softErrorUnwinding()) return {};
@@ -197,21 +221,38 @@ FastScalarValue DovrelScript::scalarArithmetic(const FastExpression& expression,
     const FastScalarValue left = scalarOperand(expression, node.left, analysis);
     if (!left.isNumeric()) return {};
     const FastScalarValue right = scalarOperand(expression, node.right, analysis);
-    if (!right.isNumeric()) return {};
-    if (alwaysFloat || left.kind == ScalarKind::Float || right.kind == ScalarKind::Float) {
-        return applyFloatOperator(node.kind, left, right);
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) [[likely]] {
+        switch (node.kind) {
+            case NodeKind::Add:
+                return FastScalarValue::fromInt(wrapAdd(left.intValue, right.intValue));
+            case NodeKind::Subtract:
+                return FastScalarValue::fromInt(wrapSubtract(left.intValue, right.intValue));
+            case NodeKind::Multiply:
+                return FastScalarValue::fromInt(wrapMultiply(left.intValue, right.intValue));
+            case NodeKind::Modulo:
+                return FastScalarValue::fromInt(checkedRemainder(left.intValue, right.intValue));
+            default: break;
+        }
     }
-    return FastScalarValue::fromInt(
-        applyIntOperator(node.kind, intOfIntLike(left), intOfIntLike(right)));
+    return mixedArithmetic(node.kind, left, right);
+}
+
+/// The int tier on both operands of a node that holds a call, as long as no float is in sight.
+bool DovrelScript::tryIntOperandsFirst(const FastExpression& expression, const FastExprNode& node,
+                                       const TokenAnalyses& analysis, int& a, int& b) {
+    if (node.floatResult || node.kind == NodeKind::Divide || node.kind == NodeKind::Power) {
+        return false;
+    }
+    return tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
+           tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b);
 }
 
 bool DovrelScript::tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
                                        const TokenAnalyses& analysis, bool& out) {
-    if (node.holdsCall && !node.floatResult) {
+    if (node.holdsCall) [[unlikely]] {
         int a = 0;
         int b = 0;
-        if (tryEvaluateFastExpressionIntNode(expression, node.left, analysis, a) &&
-            tryEvaluateFastExpressionIntNode(expression, node.right, analysis, b)) {
+        if (tryIntOperandsFirst(expression, node, analysis, a, b)) {
             out = compareNumbers(node.kind, a, b);
             return true;
         }
@@ -220,19 +261,11 @@ bool DovrelScript::tryScalarComparison(const FastExpression& expression, const F
     const FastScalarValue left = scalarOperand(expression, node.left, analysis);
     if (!left.isSet()) return false;
     const FastScalarValue right = scalarOperand(expression, node.right, analysis);
-    if (!right.isSet()) return false;
-    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) [[likely]] {
         out = compareNumbers(node.kind, left.intValue, right.intValue);
         return true;
     }
-    if (left.isNumeric() && right.isNumeric()) {
-        out = compareNumbers(node.kind, fastScalarToDouble(left), fastScalarToDouble(right));
-        return true;
-    }
-    if (!isEqualityNode(node.kind)) return false;
-    // One of them is nil, and nil equals only nil.
-    out = (left.kind == right.kind) == (node.kind == NodeKind::Equal);
-    return true;
+    return right.isSet() && compareScalars(node.kind, left, right, out);
 }
 
 const Variable* DovrelScript::variableInPlace(const FastExpression& expression, int index,

@@ -84,8 +84,14 @@ void DovrelScript::consultGlobalCache(const TokenAnalysis& token) {
     token.globalSlotChecked = true;
     const auto found = globalSlots.find(token.name->text);
     if (found == globalSlots.end()) return;
+    cacheGlobal(token, found->second);
+}
+
+void DovrelScript::cacheGlobal(const TokenAnalysis& token, std::size_t slot) {
+    token.globalSlotChecked = true;
     token.globalSlotFound = true;
-    token.globalSlot = found->second;
+    token.globalSlot = slot;
+    token.globalValue = globalAt(slot);
 }
 
 Variable* DovrelScript::findInScopes(Name name) {
@@ -107,6 +113,24 @@ Variable* DovrelScript::resolveVariablePtr(Name name) {
     return found == globalSlots.end() ? nullptr : globalAt(found->second);
 }
 
+const Variable* DovrelScript::readVariableSlowly(const TokenAnalysis& token) {
+    // With no scope that has the name, a search could only find the global that is known already.
+    // It is cached as the search would cache it.
+    const bool isGlobal = token.slotKind == SlotKind::Global || token.slotKind == SlotKind::None;
+    if (isGlobal && token.globalValue != nullptr && fastCallable == nullptr &&
+        token.name->scopeEntries == 0) {
+        if (blockScopeVisible()) {
+            clearCache(token);
+            return token.globalValue;
+        }
+        if (!frameScopes.empty()) {
+            cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
+            return token.globalValue;
+        }
+    }
+    return resolveVariableFastPtr(token);
+}
+
 const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token) {
     if (token.slotKind == SlotKind::Global && !blockScopeVisible() &&
         frameScopes.size() == token.slotDepth && token.globalSlotFound) {
@@ -114,7 +138,11 @@ const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token)
     }
     if (!blockScopeVisible() && frameScopes.empty() && fastCallable == nullptr) {
         consultGlobalCache(token);
-        return token.globalSlotFound ? globalAt(token.globalSlot) : nullptr;
+        if (!token.globalSlotFound) return nullptr;
+        if (token.slotKind == SlotKind::None) {
+            cacheSlot(token, SlotKind::Global, 0, token.slotIndex, nullptr);
+        }
+        return globalAt(token.globalSlot);
     }
     switch (token.slotKind) {
         case SlotKind::None: return searchVariable(token);
@@ -201,8 +229,11 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
     if (!blockScopeVisible() && frameScopes.empty() && fastCallable == nullptr) {
         // Only here, where no local can exist, does a cached miss stand for a write.
         consultGlobalCache(token);
-        return token.globalSlotFound ? assignableGlobal(token.globalSlot, token.name->text)
-                                     : nullptr;
+        if (!token.globalSlotFound) return nullptr;
+        if (token.slotKind == SlotKind::None) {
+            cacheSlot(token, SlotKind::Global, 0, token.slotIndex, nullptr);
+        }
+        return assignableGlobal(token.globalSlot, token.name->text);
     }
     const Variable* value = nullptr;
     if (token.slotKind == SlotKind::Frame) {
@@ -229,9 +260,7 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
 
     const auto found = globalSlots.find(token.name->text);
     if (found == globalSlots.end()) return nullptr;
-    token.globalSlotChecked = true;
-    token.globalSlotFound = true;
-    token.globalSlot = found->second;
+    cacheGlobal(token, found->second);
     Variable* global = assignableGlobal(found->second, token.name->text);
     if (!blockScopeVisible()) {
         cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
@@ -275,7 +304,5 @@ void DovrelScript::createGlobal(const TokenAnalysis& token, const Variable& valu
     pushVariable(token.name->text, value);
     // Kept: if this position had cached a miss although the global exists, the cache is left on
     // the newest global, whichever that is.
-    token.globalSlotChecked = true;
-    token.globalSlotFound = true;
-    token.globalSlot = globalValues.size() - 1;
+    cacheGlobal(token, globalValues.size() - 1);
 }

@@ -28,7 +28,11 @@ public:
 protected:
     [[nodiscard]] bool atEnd() const { return position_ >= tokens_.size(); }
     [[nodiscard]] const std::string& token() const { return tokens_[position_]; }
-    [[nodiscard]] bool nextIs(std::string_view text) const { return !atEnd() && token() == text; }
+    /// `text` is not empty. Nearly every token asked about differs in its first character.
+    [[nodiscard]] bool nextIs(std::string_view text) const {
+        return !atEnd() && token().size() == text.size() && token()[0] == text[0] &&
+               token() == text;
+    }
     [[nodiscard]] bool tokenIs(std::size_t index, std::string_view text) const {
         return index < tokens_.size() && tokens_[index] == text;
     }
@@ -56,7 +60,7 @@ protected:
         return true;
     }
     /// Consumes `text` or raises `message` near the token there, or near `text` at the end.
-    void expect(std::string_view text, const std::string& message) {
+    void expect(std::string_view text, const char* message) {
         if (!consumeIf(text)) throwNear(message, text);
     }
     /// Raises `message` near the next token, or near `fallback` at the end of the tokens.

@@ -99,9 +99,10 @@ Variable TokenEvaluator::evaluateNegation(const Variable& operand) {
 Variable TokenEvaluator::evaluatePrimary() {
     const std::size_t index = position_;
     const std::string& text = consume();
-    if (text == "{") return evaluatePostfix(evaluateTableLiteral());
-    if (text == "[") return evaluatePostfix(evaluateArrayLiteral());
-    if (text == "(") {
+    const char first = text.size() == 1 ? text[0] : '\0';
+    if (first == '{') return evaluatePostfix(evaluateTableLiteral());
+    if (first == '[') return evaluatePostfix(evaluateArrayLiteral());
+    if (first == '(') {
         Variable value = evaluate(1);
         if (unwinding()) return {};
         if (!nextIs(")")) interpreter_.throwError("Expected closing parenthesis", ")");

@@ -41,7 +41,7 @@ bool rangeIsInside(const BytecodeChunkRange& range, const BytecodeProgram& progr
 /// The record at `index` of a side table; raises `message` for an index outside.
 template <typename Record>
 const Record& tableEntry(const std::vector<Record>& table, std::uint32_t index,
-                         const std::string& message) {
+                         const char* message) {
     if (index >= table.size()) throwPlainError(message);
     return table[index];
 }

@@ -53,6 +53,7 @@ private:
     Flow runReturn(std::uint32_t line, BlockSignal& signal);
 
     // FastAssign.
+    bool tryAssignScalar(const ParsedScriptLine& line);
     bool evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,
                                Variable& value);
     bool evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue& scalar, Variable& value);

@@ -167,7 +167,7 @@ bool ChunkRun::tryWalkCall(GenericLoop& loop, Flow& flow) {
     if (!iterator.isCall()) return false;
     const FastExprNode& call = iterator.rootNode();
     const ScriptCallable* native =
-        interpreter_.findNativeCallee(iterator, call.left, loop.line.tokenAnalysis, false);
+        interpreter_.findNativeCallee(iterator, call.left, loop.line.tokenAnalysis);
     const BuiltinId id = native != nullptr ? native->builtinId : BuiltinId::None;
     ArgumentFrame arguments(interpreter_.argumentStack, static_cast<std::size_t>(call.intValue));
     if (!interpreter_.evaluateCallArguments(iterator, call, loop.line.tokenAnalysis, arguments)) {

@@ -42,16 +42,17 @@ enum class NodeKind : std::uint32_t {
 /// One node. Children stand before their parents in the array.
 struct FastExprNode {
     NodeKind kind = NodeKind::None;
-    std::int32_t left = -1;         // first child, or -1
-    std::int32_t right = -1;        // second child, or -1; for a call see NodeKind::Call
-    std::uint16_t tokenIndex = 0;   // the line's token of this node
-    std::uint16_t stringIndex = 0;  // for a string: index in `strings`
-    std::int32_t intValue = 0;      // for an int: the value; for a call: the argument count
-    float floatValue = 0.0F;        // for a float: the value
-    bool boolValue = false;         // for a bool: the value
-    bool floatResult = false;       // a float literal, "/" or "^" takes part in the arithmetic
-    bool holdsCall = false;         // a call stands in this node or below it
-    bool canConcat = false;         // the concat form can succeed here, or run a call in trying
+    std::int32_t left = -1;          // first child, or -1
+    std::int32_t right = -1;         // second child, or -1; for a call see NodeKind::Call
+    std::uint16_t tokenIndex = 0;    // the line's token of this node
+    std::uint16_t stringIndex = 0;   // for a string: index in `strings`
+    std::int32_t intValue = 0;       // for an int: the value; for a call: the argument count
+    float floatValue = 0.0F;         // for a float: the value
+    bool boolValue = false;          // for a bool: the value
+    bool floatResult = false;        // a float literal, "/" or "^" takes part in the arithmetic
+    bool holdsCall = false;          // a call stands in this node or below it
+    bool argumentsHoldCall = false;  // for a call: one stands in its arguments
+    bool canConcat = false;          // the concat form can succeed here, or run a call in trying
 };
 
 /// A compiled expression. It refers to its line's tokens by index and is used together with them.

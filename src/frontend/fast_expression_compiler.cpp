@@ -214,6 +214,9 @@ int Parser::parseCall(int callee, std::size_t parenthesis) {
     call.right = static_cast<std::int32_t>(expression_.callArguments.size());
     call.intValue = static_cast<std::int32_t>(arguments.size());
     call.holdsCall = true;
+    for (const std::uint32_t argument : arguments) {
+        call.argumentsHoldCall = call.argumentsHoldCall || expression_.nodes[argument].holdsCall;
+    }
     call.canConcat = arguments.size() == 1 && node(callee).kind == NodeKind::Variable;
     expression_.callArguments.insert(expression_.callArguments.end(), arguments.begin(),
                                      arguments.end());

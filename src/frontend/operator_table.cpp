@@ -4,18 +4,36 @@
 
 namespace {
 
-struct OperatorRow {
-    std::string_view token;
-    int number;
-};
+int classifySingle(char c) {
+    switch (c) {
+        case '<': return kLess;
+        case '>': return kGreater;
+        case '+': return kAdd;
+        case '-': return kSubtract;
+        case '*': return kMultiply;
+        case '/': return kDivide;
+        case '\\': return kIntDivide;
+        case '%': return kModulo;
+        case '^': return kPower;
+        default: return kNoOperator;
+    }
+}
 
-constexpr std::array<OperatorRow, 19> kOperators = {{
-    {"or", kOr},      {"||", kOr},        {"and", kAnd},         {"&&", kAnd},
-    {"==", kEqual},   {"!=", kNotEqual},  {"~=", kNotEqual},     {"<", kLess},
-    {">", kGreater},  {"<=", kLessEqual}, {">=", kGreaterEqual}, {"+", kAdd},
-    {"-", kSubtract}, {"*", kMultiply},   {"/", kDivide},        {"\\", kIntDivide},
-    {"%", kModulo},   {"^", kPower},      {"", kNoOperator},
-}};
+int classifyDouble(char first, char second) {
+    if (second == '=') {
+        switch (first) {
+            case '=': return kEqual;
+            case '!':
+            case '~': return kNotEqual;
+            case '<': return kLessEqual;
+            case '>': return kGreaterEqual;
+            default: return kNoOperator;  // a compound assignment
+        }
+    }
+    if (first == '|' && second == '|') return kOr;
+    if (first == '&' && second == '&') return kAnd;
+    return first == 'o' && second == 'r' ? kOr : kNoOperator;
+}
 
 constexpr std::array<std::string_view, 27> kNotBoundaries = {
     "",   ")",  "]",  "}",  ",",  "%",  "*",  "+",   "-",  "/",    "\\",     "^",   "<",    ">",
@@ -24,11 +42,12 @@ constexpr std::array<std::string_view, 27> kNotBoundaries = {
 }  // namespace
 
 int classifyBinaryOperator(std::string_view token) {
-    // Nearly every token asked about is a word, a bracket or a comma.
-    if (token.size() > 3) return kNoOperator;
-    const auto found = std::find_if(kOperators.begin(), kOperators.end(),
-                                    [&](const OperatorRow& row) { return row.token == token; });
-    return found == kOperators.end() ? kNoOperator : found->number;
+    switch (token.size()) {
+        case 1: return classifySingle(token[0]);
+        case 2: return classifyDouble(token[0], token[1]);
+        case 3: return token == "and" ? kAnd : kNoOperator;
+        default: return kNoOperator;
+    }
 }
 
 bool isStandaloneNotBoundary(std::string_view token) {

@@ -65,7 +65,9 @@ struct ParsedAssignment {
     std::vector<ParsedAssignmentTarget> targets;
     std::vector<TokenRange> valueRanges;
     std::vector<FastExpression> values;  // one per range; invalid ones keep their place
-    FastCallExpression simpleCall;       // one plain target, one value: the value as a direct call
+    bool isScalarCandidate = false;  // one plain target that is no declaration, one compiled value
+                                     // with no call in it
+    FastCallExpression simpleCall;   // one plain target, one value: the value as a direct call
 
     /// One plain target and one value.
     [[nodiscard]] bool isSimple() const {

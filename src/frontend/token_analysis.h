@@ -9,6 +9,7 @@
 #include "value/names.h"
 
 class Scope;
+struct Variable;
 
 /// Where a token's variable was found last.
 enum class SlotKind : std::uint8_t {
@@ -38,6 +39,7 @@ struct TokenAnalysis {
     mutable std::uint16_t slotDepth = 0;
     mutable std::uint16_t slotIndex = 0;
     mutable std::size_t globalSlot = 0;
+    mutable Variable* globalValue = nullptr;   // the value of that slot; globals never move
     mutable const Scope* slotScope = nullptr;  // compared, never dereferenced
 };
 

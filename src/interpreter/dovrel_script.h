@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <string>
@@ -139,11 +140,11 @@ public:
     void pushBlockScope() { blockScopes.push(4); }
 
     std::unordered_map<std::string, std::size_t> globalSlots;  // name to index in globalValues
-    std::vector<Variable> globalValues;                        // only ever grows
-    std::vector<bool> globalAssigned;  // set for each slot that holds a value
-    ScopeStack frameScopes;            // one per running call or loop, top innermost
-    ScopeStack blockScopes;            // one per running block with locals, top innermost
-    std::size_t blockScopeFloor = 0;   // block scopes below this count are not visible
+    std::deque<Variable> globalValues;  // only ever grows, and never moves a value
+    std::vector<bool> globalAssigned;   // set for each slot that holds a value
+    ScopeStack frameScopes;             // one per running call or loop, top innermost
+    ScopeStack blockScopes;             // one per running block with locals, top innermost
+    std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
     std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it
@@ -167,6 +168,10 @@ public:
     [[nodiscard]] bool tryEvaluateFastExpressionScalarNode(
         const FastExpression& expression, int index, const std::vector<TokenAnalysis>& analysis,
         FastScalarValue& out);
+    /// The same by value, inline for operands that are variables or int literals; an unset value
+    /// declines. `index` must be that of a node.
+    [[nodiscard]] FastScalarValue scalarOperand(const FastExpression& expression, int index,
+                                                const std::vector<TokenAnalysis>& analysis);
     /// The int tier.
     [[nodiscard]] bool tryEvaluateFastExpressionIntNode(const FastExpression& expression, int index,
                                                         const std::vector<TokenAnalysis>& analysis,
@@ -201,11 +206,9 @@ public:
     /// soft error is unwinding.
     bool evaluateCallArguments(const FastExpression& expression, const FastExprNode& call,
                                const std::vector<TokenAnalysis>& analysis, ArgumentFrame& frame);
-    /// The native that a callee node leads to, without running anything; null if it leads to no
-    /// native. `libraryOnly` leaves out plain names.
+    /// The native that a callee node leads to, without running anything; null if it leads to none.
     const ScriptCallable* findNativeCallee(const FastExpression& expression, int callee,
-                                           const std::vector<TokenAnalysis>& analysis,
-                                           bool libraryOnly);
+                                           const std::vector<TokenAnalysis>& analysis);
 
     ArgumentStack argumentStack;
 
@@ -339,15 +342,15 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
-    // The scalar tier, by form of node; an unset value declines. `scalarOperand` is the way in.
-    FastScalarValue scalarOperand(const FastExpression& expression, int index,
-                                  const std::vector<TokenAnalysis>& analysis);
+    // The scalar tier, by form of node; an unset value declines.
     FastScalarValue scalarNode(const FastExpression& expression, const FastExprNode& node,
                                const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarArithmetic(const FastExpression& expression, const FastExprNode& node,
                                      const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarIndex(const FastExpression& expression, const FastExprNode& node,
                                 const std::vector<TokenAnalysis>& analysis);
+    bool tryIntOperandsFirst(const FastExpression& expression, const FastExprNode& node,
+                             const std::vector<TokenAnalysis>& analysis, int& a, int& b);
     bool tryScalarComparison(const FastExpression& expression, const FastExprNode& node,
                              const std::vector<TokenAnalysis>& analysis, bool& out);
     bool tryScalarLength(const FastExpression& expression, const FastExprNode& node,
@@ -368,6 +371,19 @@ private:
     bool tryBoolLogic(const FastExpression& expression, const FastExprNode& node,
                       const std::vector<TokenAnalysis>& analysis, bool& out);
     // The general tier, by form of node.
+    Variable callNode(const FastExpression& expression, const FastExprNode& node,
+                      const std::vector<TokenAnalysis>& analysis, const Variable* callee,
+                      Arguments args);
+    /// The callee of a call where it stands, if it is a variable or a table's entry under a literal
+    /// key; null for every other callee.
+    const Variable* calleeInPlace(const FastExpression& expression, int index,
+                                  const std::vector<TokenAnalysis>& analysis);
+    bool startsWithFrameCall(const FastExpression& expression,
+                             const std::vector<TokenAnalysis>& analysis);
+    /// The same for a native that runs no script code: where no argument holds a call, variables
+    /// are lent in place instead of copied.
+    bool evaluateLentArguments(const FastExpression& expression, const FastExprNode& call,
+                               const std::vector<TokenAnalysis>& analysis, ArgumentFrame& frame);
     bool tryLeafInts(const FastExpression& expression, const FastExprNode& node,
                      const std::vector<TokenAnalysis>& analysis, Variable& out);
     bool concatMayStart(const FastExpression& expression, int index,
@@ -390,7 +406,8 @@ private:
     [[nodiscard]] Variable* assignableGlobal(std::size_t slot, const std::string& name);
     [[nodiscard]] const Variable* searchVariable(const TokenAnalysis& token);
     [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
-    [[nodiscard]] const Variable* cachedGlobal(const TokenAnalysis& token);
+    [[nodiscard]] const Variable* readVariableSlowly(const TokenAnalysis& token);
+    void cacheGlobal(const TokenAnalysis& token, std::size_t slot);
     Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
     Variable runFastBody(const ScriptCallable& callable, Arguments args);
 };

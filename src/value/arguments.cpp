@@ -25,25 +25,6 @@ void ArgumentStack::openBlockFor(std::size_t count) {
     current_ = next;
 }
 
-ArgumentFrame::ArgumentFrame(ArgumentStack& stack, std::size_t count)
-    : stack_(stack), count_(count), previousBlock_(stack.current_) {
-    const ArgumentStack::Block* block = &stack.blocks_[stack.current_];
-    if (block->capacity - block->used < count) stack.openBlockFor(count);
-    ArgumentStack::Block& target = stack.blocks_[stack.current_];
-    values_ = target.values.get() + target.used;
-    pointers_ = target.pointers.get() + target.used;
-    for (std::size_t i = 0; i < count; ++i) pointers_[i] = &values_[i];
-    target.used += count;
-}
-
-ArgumentFrame::~ArgumentFrame() {
-    // The values must go now and not when the slot is used again: a file handle closes with its
-    // last reference.
-    for (std::size_t i = 0; i < count_; ++i) values_[i].setNil();
-    stack_.blocks_[stack_.current_].used -= count_;
-    stack_.current_ = previousBlock_;
-}
-
 ArgumentList::ArgumentList(const std::vector<Variable>& values)
     : ArgumentList(values.data(), values.size()) {}
 

@@ -59,8 +59,25 @@ private:
 /// strictly; the destructor releases the values.
 class ArgumentFrame {
 public:
-    ArgumentFrame(ArgumentStack& stack, std::size_t count);
-    ~ArgumentFrame();
+    ArgumentFrame(ArgumentStack& stack, std::size_t count)
+        : stack_(stack), count_(count), previousBlock_(stack.current_) {
+        ArgumentStack::Block* block = &stack.blocks_[stack.current_];
+        if (block->capacity - block->used < count) {
+            stack.openBlockFor(count);
+            block = &stack.blocks_[stack.current_];
+        }
+        values_ = block->values.get() + block->used;
+        pointers_ = block->pointers.get() + block->used;
+        for (std::size_t i = 0; i < count; ++i) pointers_[i] = &values_[i];
+        block->used += count;
+    }
+    ~ArgumentFrame() {
+        // The values must go now and not when the slot is used again: a file handle closes with
+        // its last reference.
+        for (std::size_t i = 0; i < count_; ++i) values_[i].setNil();
+        stack_.blocks_[stack_.current_].used -= count_;
+        stack_.current_ = previousBlock_;
+    }
     ArgumentFrame(const ArgumentFrame&) = delete;
     ArgumentFrame& operator=(const ArgumentFrame&) = delete;
 
