@@ -229,6 +229,7 @@ void AssignmentRun::runPath(const ParsedAssignmentTarget& target) {
 
 void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
                                      std::span<const Variable> keys, const Variable& value) {
+    if (tryStoreArrayElement(target, keys, value)) return;
     Variable base;
     if (const Variable* found = interpreter_.resolveVariableFastPtr(token(target))) {
         base = *found;
@@ -240,6 +241,26 @@ void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
     Variable* last = walkToLastContainer(interpreter_, base, keys, assignment_.isPlain);
     storeElement(*last, keys.back(), value);
     store(target, base);
+}
+
+/// The common end of the walk: an element that is there, in an array that the name leads to for
+/// reading and for writing alike, so that nothing has to be stored back under the name.
+bool AssignmentRun::tryStoreArrayElement(const ParsedAssignmentTarget& target,
+                                         std::span<const Variable> keys, const Variable& value) {
+    if (keys.size() != 1 || keys[0].type != VarType::Int || !assignment_.isPlain ||
+        line_.assignmentScope != ScopeTarget::Default) {
+        return false;
+    }
+    const Variable* found = interpreter_.readVariable(token(target));
+    if (found == nullptr || found->type != VarType::Array ||
+        found != interpreter_.variableForWriting(token(target))) {
+        return false;
+    }
+    ArrayStorage& array = *found->asArray();
+    const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(keys[0].asInt()) - 1);
+    if (index >= array.size()) return false;
+    array[index] = value;
+    return true;
 }
 
 /// `a, b = ...` with plain names only.
@@ -301,7 +322,7 @@ void AssignmentRun::runSpreadCall(const FastExpression& expression) {
         return;
     }
     if (callable != nullptr && !callable->isNative) {
-        FastScalarValue scalar;
+        FastScalarValue scalar{};
         if (interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), arguments.view(),
                                                        scalar)) {
             if (!unwinding()) storeFirst(variableFromFastScalar(scalar));
@@ -325,7 +346,7 @@ void AssignmentRun::runProtectedCall(Arguments args) {
     std::vector<Variable> outcome;
     if (callee.type == VarType::Function) {
         bool ok = false;
-        FastScalarValue scalar;
+        FastScalarValue scalar{};
         std::string message;
         bool answered = true;
         try {

@@ -44,6 +44,8 @@ private:
     void storeElement(Variable& container, const Variable& key, const Variable& value);
     void storeThroughKeys(const ParsedAssignmentTarget& target, std::span<const Variable> keys,
                           const Variable& value);
+    bool tryStoreArrayElement(const ParsedAssignmentTarget& target, std::span<const Variable> keys,
+                              const Variable& value);
     void storeAll(std::span<const Variable> values);
     void storeFirst(const Variable& value);
     void applyCompound(Variable& variable, const Variable& value) const;

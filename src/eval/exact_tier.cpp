@@ -18,9 +18,9 @@ FastScalarValue exactInts(NodeKind kind, int a, int b) {
             return FastScalarValue::fromFloat(
                 static_cast<float>(static_cast<double>(a) / static_cast<double>(b)));
         case NodeKind::IntDivide:
-            return b == 0 ? FastScalarValue() : FastScalarValue::fromInt(wrapDivide(a, b));
+            return b == 0 ? FastScalarValue{} : FastScalarValue::fromInt(wrapDivide(a, b));
         case NodeKind::Modulo:
-            return b == 0 ? FastScalarValue() : FastScalarValue::fromInt(wrapRemainder(a, b));
+            return b == 0 ? FastScalarValue{} : FastScalarValue::fromInt(wrapRemainder(a, b));
         default: return {};
     }
 }
@@ -69,7 +69,7 @@ FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int 
             if (base == nullptr) return {};
             if (base->type == VarType::Table) {
                 const Variable* entry = calleeInPlace(expression, index, analysis);
-                return entry != nullptr ? scalarFromVariable(*entry) : FastScalarValue();
+                return entry != nullptr ? scalarFromVariable(*entry) : FastScalarValue{};
             }
             if (base->type != VarType::Array) return {};
             const FastScalarValue key = exactScalar(expression, node.right, analysis);

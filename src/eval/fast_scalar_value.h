@@ -13,34 +13,35 @@ enum class ScalarKind : std::uint8_t {
     Bool = 4,
 };
 
-/// Eight bytes, so that it travels in a register. A tier that declines gives an unset value.
+/// Eight bytes without a constructor, so that it travels in a register: write `FastScalarValue{}`
+/// for an unset one. A tier that declines gives an unset value.
 struct FastScalarValue {
-    ScalarKind kind = ScalarKind::Unset;
+    ScalarKind kind;
     union {
-        int intValue = 0;  // when `kind` is Int
+        int intValue;      // when `kind` is Int
         float floatValue;  // when `kind` is Float
         bool boolValue;    // when `kind` is Bool
     };
 
     static FastScalarValue nil() {
-        FastScalarValue value;
+        FastScalarValue value{};
         value.kind = ScalarKind::Nil;
         return value;
     }
     static FastScalarValue fromInt(int number) {
-        FastScalarValue value;
+        FastScalarValue value{};
         value.kind = ScalarKind::Int;
         value.intValue = number;
         return value;
     }
     static FastScalarValue fromFloat(float number) {
-        FastScalarValue value;
+        FastScalarValue value{};
         value.kind = ScalarKind::Float;
         value.floatValue = number;
         return value;
     }
     static FastScalarValue fromBool(bool truth) {
-        FastScalarValue value;
+        FastScalarValue value{};
         value.kind = ScalarKind::Bool;
         value.boolValue = truth;
         return value;

@@ -97,7 +97,11 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
             if (softErrorUnwinding()) return {};
         }
     }
-    FastScalarValue scalar;
+    if (!expression.scalarCode.empty()) {
+        const FastScalarValue result = runScalarCode(expression, analysis);
+        if (result.isSet()) return variableFromFastScalar(result);
+    }
+    FastScalarValue scalar{};
     if (tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, scalar)) {
         return variableFromFastScalar(scalar);
     }
@@ -135,7 +139,10 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
             const Variable* value = readVariable(analysis[node.tokenIndex]);
             return value != nullptr ? *value : Variable();
         }
-        case NodeKind::Index: return evaluateIndexNode(expression, node, analysis);
+        case NodeKind::Index: {
+            const Variable* element = elementInPlace(expression, node, analysis);
+            return element != nullptr ? *element : evaluateIndexNode(expression, node, analysis);
+        }
         case NodeKind::Call: return evaluateCallNode(expression, node, analysis);
         case NodeKind::Negate:
         case NodeKind::Not:

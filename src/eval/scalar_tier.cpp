@@ -10,8 +10,7 @@
 //   3. Here 0 is false. The general tier says otherwise; kept, conditions rely on it.
 //   4. Whatever runs script code is followed by a test for a soft error, which declines.
 //   5. No pointer to a variable is kept across anything that may run script code.
-#include <cmath>
-
+#include "eval/scalar_arithmetic.h"
 #include "eval/scalar_operand.h"
 #include "value/arithmetic.h"
 
@@ -26,112 +25,6 @@ const FastExprNode& nodeAt(const FastExpression& expression, int index) {
 /// True for the index of a node; a negative index or one past the array stands for nil.
 bool isNodeIndex(const FastExpression& expression, int index) {
     return static_cast<std::size_t>(index) < expression.nodes.size();
-}
-
-char operatorCharacter(NodeKind kind) {
-    switch (kind) {
-        case NodeKind::Add: return '+';
-        case NodeKind::Subtract: return '-';
-        default: return '*';
-    }
-}
-
-int applyIntOperator(NodeKind kind, int a, int b) {
-    switch (kind) {
-        case NodeKind::Add: return wrapAdd(a, b);
-        case NodeKind::Subtract: return wrapSubtract(a, b);
-        case NodeKind::Multiply: return wrapMultiply(a, b);
-        case NodeKind::IntDivide: return checkedDivide(a, b);
-        default: return checkedRemainder(a, b);
-    }
-}
-
-float dividedFloats(const FastScalarValue& left, const FastScalarValue& right) {
-    const double divisor = fastScalarToDouble(right);
-    if (divisor == 0.0) throwDivisionByZero();
-    return static_cast<float>(fastScalarToDouble(left) / divisor);
-}
-
-float floatRemainder(const FastScalarValue& left, const FastScalarValue& right) {
-    const double divisor = fastScalarToDouble(right);
-    if (divisor == 0.0) throwDivisionByZero();
-    return static_cast<float>(std::fmod(fastScalarToDouble(left), divisor));
-}
-
-/// An operation on two numbers of which one is a float, or that always gives a float. It is made in
-/// double and rounded once, where the general tier narrows its operands first; kept.
-FastScalarValue applyFloatOperator(NodeKind kind, const FastScalarValue& left,
-                                   const FastScalarValue& right) {
-    if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
-        // One rounding of the double result is that of the operation in single precision.
-        switch (kind) {
-            case NodeKind::Add:
-                return FastScalarValue::fromFloat(left.floatValue + right.floatValue);
-            case NodeKind::Subtract:
-                return FastScalarValue::fromFloat(left.floatValue - right.floatValue);
-            case NodeKind::Multiply:
-                return FastScalarValue::fromFloat(left.floatValue * right.floatValue);
-            default: break;
-        }
-    }
-    switch (kind) {
-        case NodeKind::Divide: return FastScalarValue::fromFloat(dividedFloats(left, right));
-        case NodeKind::Power:
-            return FastScalarValue::fromFloat(
-                static_cast<float>(std::pow(fastScalarToDouble(left), fastScalarToDouble(right))));
-        case NodeKind::IntDivide:
-            return FastScalarValue::fromInt(
-                checkedDivide(fastScalarToInt(left), fastScalarToInt(right)));
-        case NodeKind::Modulo: return FastScalarValue::fromFloat(floatRemainder(left, right));
-        default:
-            return FastScalarValue::fromFloat(static_cast<float>(doubleArithmetic(
-                fastScalarToDouble(left), operatorCharacter(kind), fastScalarToDouble(right))));
-    }
-}
-
-template <typename Number>
-bool compareNumbers(NodeKind kind, Number a, Number b) {
-    switch (kind) {
-        case NodeKind::Equal: return a == b;
-        case NodeKind::NotEqual: return a != b;
-        // Written by what does not hold, so that a NaN makes "<" and "<=" true.
-        case NodeKind::Less: return !(a >= b);
-        case NodeKind::LessEqual: return !(a > b);
-        case NodeKind::Greater: return a > b;
-        default: return a >= b;
-    }
-}
-
-/// The int that an Int or a Bool stands for.
-int intOfIntLike(const FastScalarValue& value) {
-    return value.kind == ScalarKind::Int ? value.intValue : static_cast<int>(value.boolValue);
-}
-
-bool isEqualityNode(NodeKind kind) { return kind == NodeKind::Equal || kind == NodeKind::NotEqual; }
-
-/// Arithmetic on scalars that are not both ints; unset if one of them is no number.
-FastScalarValue mixedArithmetic(NodeKind kind, const FastScalarValue& left,
-                                const FastScalarValue& right) {
-    if (!right.isNumeric()) return {};
-    const bool alwaysFloat = kind == NodeKind::Divide || kind == NodeKind::Power;
-    if (alwaysFloat || left.kind == ScalarKind::Float || right.kind == ScalarKind::Float) {
-        return applyFloatOperator(kind, left, right);
-    }
-    return FastScalarValue::fromInt(
-        applyIntOperator(kind, intOfIntLike(left), intOfIntLike(right)));
-}
-
-/// A comparison of scalars that are not both ints; false declines.
-bool compareScalars(NodeKind kind, const FastScalarValue& left, const FastScalarValue& right,
-                    bool& out) {
-    if (left.isNumeric() && right.isNumeric()) {
-        out = compareNumbers(kind, fastScalarToDouble(left), fastScalarToDouble(right));
-        return true;
-    }
-    if (!isEqualityNode(kind)) return false;
-    // One of them is nil, and nil equals only nil.
-    out = (left.kind == right.kind) == (kind == NodeKind::Equal);
-    return true;
 }
 
 }  // namespace
@@ -157,8 +50,8 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
         }
         case NodeKind::Index: return scalarIndex(expression, node, analysis);
         case NodeKind::Call: {
-            FastScalarValue result;
-            return tryScalarCall(expression, node, analysis, result) ? result : FastScalarValue();
+            FastScalarValue result{};
+            return tryScalarCall(expression, node, analysis, result) ? result : FastScalarValue{};
         }
         case NodeKind::Negate: {
             const FastScalarValue operand = scalarOperand(expression, node.left, analysis);
@@ -175,7 +68,7 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
             int length = 0;
             return tryScalarLength(expression, node, analysis, length)
                        ? FastScalarValue::fromInt(length)
-                       : FastScalarValue();
+                       : FastScalarValue{};
         }
         case NodeKind::Add:
         case NodeKind::Subtract:
@@ -193,7 +86,7 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
             bool truth = false;
             return tryScalarComparison(expression, node, analysis, truth)
                        ? FastScalarValue::fromBool(truth)
-                       : FastScalarValue();
+                       : FastScalarValue{};
         }
         case NodeKind::And:
         case NodeKind::Or: {
@@ -221,20 +114,7 @@ FastScalarValue DovrelScript::scalarArithmetic(const FastExpression& expression,
     const FastScalarValue left = scalarOperand(expression, node.left, analysis);
     if (!left.isNumeric()) return {};
     const FastScalarValue right = scalarOperand(expression, node.right, analysis);
-    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) [[likely]] {
-        switch (node.kind) {
-            case NodeKind::Add:
-                return FastScalarValue::fromInt(wrapAdd(left.intValue, right.intValue));
-            case NodeKind::Subtract:
-                return FastScalarValue::fromInt(wrapSubtract(left.intValue, right.intValue));
-            case NodeKind::Multiply:
-                return FastScalarValue::fromInt(wrapMultiply(left.intValue, right.intValue));
-            case NodeKind::Modulo:
-                return FastScalarValue::fromInt(checkedRemainder(left.intValue, right.intValue));
-            default: break;
-        }
-    }
-    return mixedArithmetic(node.kind, left, right);
+    return scalarArithmeticOn(node.kind, left, right);
 }
 
 /// The int tier on both operands of a node that holds a call, as long as no float is in sight.
@@ -261,11 +141,7 @@ bool DovrelScript::tryScalarComparison(const FastExpression& expression, const F
     const FastScalarValue left = scalarOperand(expression, node.left, analysis);
     if (!left.isSet()) return false;
     const FastScalarValue right = scalarOperand(expression, node.right, analysis);
-    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) [[likely]] {
-        out = compareNumbers(node.kind, left.intValue, right.intValue);
-        return true;
-    }
-    return right.isSet() && compareScalars(node.kind, left, right, out);
+    return right.isSet() && scalarComparisonOn(node.kind, left, right, out);
 }
 
 const Variable* DovrelScript::variableInPlace(const FastExpression& expression, int index,
@@ -274,8 +150,46 @@ const Variable* DovrelScript::variableInPlace(const FastExpression& expression, 
     return node.kind == NodeKind::Variable ? readVariable(analysis[node.tokenIndex]) : nullptr;
 }
 
+/// The element that an index node leads to, where it stands, as long as every step is an array with
+/// an int key or a table with a literal one, and no call is in sight; the shared nil for a missing
+/// one. Null otherwise.
+const Variable* DovrelScript::elementInPlace(const FastExpression& expression,
+                                             const FastExprNode& node,
+                                             const TokenAnalyses& analysis) {
+    if (node.holdsCall) return nullptr;
+    const FastExprNode& baseNode = nodeAt(expression, node.left);
+    const Variable* base = nullptr;
+    if (baseNode.kind == NodeKind::Variable) {
+        base = readVariable(analysis[baseNode.tokenIndex]);
+    } else if (baseNode.kind == NodeKind::Index) {
+        base = elementInPlace(expression, baseNode, analysis);
+    }
+    if (base == nullptr) return nullptr;
+    if (base->type == VarType::Array) {
+        const FastScalarValue key = scalarOperand(expression, node.right, analysis);
+        if (key.kind != ScalarKind::Int) return nullptr;
+        const ArrayStorage& array = *base->asArray();
+        const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(key.intValue) - 1);
+        return index < array.size() ? &array[index] : &nilValue();
+    }
+    const FastExprNode& keyNode = nodeAt(expression, node.right);
+    if (base->type != VarType::Table || keyNode.kind != NodeKind::StringLiteral) return nullptr;
+    const TableStorage& table = *base->asTable();
+    const auto found = table.find(expression.strings[keyNode.stringIndex]);
+    return found != table.end() ? &found->second : &nilValue();
+}
+
 FastScalarValue DovrelScript::scalarIndex(const FastExpression& expression,
                                           const FastExprNode& node, const TokenAnalyses& analysis) {
+    if (const Variable* element = elementInPlace(expression, node, analysis)) {
+        return scalarFromVariable(*element);
+    }
+    return scalarIndexSlowly(expression, node, analysis);
+}
+
+FastScalarValue DovrelScript::scalarIndexSlowly(const FastExpression& expression,
+                                                const FastExprNode& node,
+                                                const TokenAnalyses& analysis) {
     Variable temporary;
     const Variable* base = variableInPlace(expression, node.left, analysis);
     if (base == nullptr) {
@@ -306,8 +220,8 @@ FastScalarValue DovrelScript::scalarIndex(const FastExpression& expression,
         base = variableInPlace(expression, node.left, analysis);
         if (base == nullptr) return {};
     }
-    FastScalarValue element;
-    return tryFastScalarFromIndexedValue(*base, key, element) ? element : FastScalarValue();
+    FastScalarValue element{};
+    return tryFastScalarFromIndexedValue(*base, key, element) ? element : FastScalarValue{};
 }
 
 bool DovrelScript::tryScalarLength(const FastExpression& expression, const FastExprNode& node,
@@ -374,7 +288,7 @@ bool DovrelScript::tryEvaluateFastExpressionIntNode(const FastExpression& expres
 bool DovrelScript::tryScalarTruth(const FastExpression& expression, int index,
                                   const TokenAnalyses& analysis, bool& out) {
     if (softErrorUnwinding()) return false;
-    FastScalarValue value;
+    FastScalarValue value{};
     if (!tryEvaluateFastExpressionScalarNode(expression, index, analysis, value)) return false;
     out = isScalarTruthy(value);
     return true;

@@ -13,7 +13,7 @@ void ChunkRun::runFastAssign(std::uint32_t index) {
     // A loaded file may name a line of any shape.
     if (line.assignment == nullptr) return;
     if (tryAssignScalar(line)) return;
-    FastScalarValue scalar;
+    FastScalarValue scalar{};
     Variable value;
     const bool isScalar = line.assignment->simpleCall.valid
                               ? evaluateDirectCall(line, scalar, value)
@@ -33,8 +33,7 @@ bool ChunkRun::tryAssignScalar(const ParsedScriptLine& line) {
     const ParsedAssignment& assignment = *line.assignment;
     if (!assignment.isScalarCandidate) return false;
     const FastExpression& expression = assignment.values[0];
-    const FastScalarValue scalar =
-        interpreter_.scalarOperand(expression, expression.root, line.tokenAnalysis);
+    const FastScalarValue scalar = interpreter_.runScalarCode(expression, line.tokenAnalysis);
     if (!scalar.isSet()) return false;
     Variable* variable =
         interpreter_.variableForWriting(line.tokenAnalysis[assignment.targets[0].nameToken]);

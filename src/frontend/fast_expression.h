@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "frontend/scalar_code.h"
+
 struct TokenAnalysis;
 
 /// What a node computes. The values are fixed.
@@ -62,6 +64,7 @@ struct FastExpression {
     std::vector<std::string> strings;          // decoded string constants
     std::vector<std::uint32_t> callArguments;  // node indices; each call owns a contiguous run
     std::vector<FastExprNode> nodes;
+    std::vector<ScalarInstruction> scalarCode;  // the same without recursion; empty with a call
 
     [[nodiscard]] const FastExprNode& rootNode() const {
         return nodes[static_cast<std::size_t>(root)];

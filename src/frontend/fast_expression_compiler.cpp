@@ -50,6 +50,7 @@ public:
         if (!ok_ || position_ != last_ || expression_.root < 0) return {};
         expression_.valid = true;
         expression_.nodes.shrink_to_fit();
+        expression_.scalarCode = compileScalarCode(expression_);
         return std::move(expression_);
     }
 

@@ -52,7 +52,12 @@ void DovrelScript::runScript(const std::string& source) {
         runBytecodeProgram(program);
         rethrowPendingCoroutineException();
     } catch (const std::exception& error) {
-        rethrowLocated(error, "script");
+        try {
+            rethrowLocated(error, "script");
+        } catch (...) {
+            keepCurrentLineText();
+            throw;
+        }
     }
     keepCurrentLineText();
 }

@@ -172,6 +172,9 @@ public:
     /// declines. `index` must be that of a node.
     [[nodiscard]] FastScalarValue scalarOperand(const FastExpression& expression, int index,
                                                 const std::vector<TokenAnalysis>& analysis);
+    /// The scalar tier on a whole expression by its straight-line code, which must not be empty.
+    [[nodiscard]] FastScalarValue runScalarCode(const FastExpression& expression,
+                                                const std::vector<TokenAnalysis>& analysis);
     /// The int tier.
     [[nodiscard]] bool tryEvaluateFastExpressionIntNode(const FastExpression& expression, int index,
                                                         const std::vector<TokenAnalysis>& analysis,
@@ -347,8 +350,12 @@ private:
                                const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarArithmetic(const FastExpression& expression, const FastExprNode& node,
                                      const std::vector<TokenAnalysis>& analysis);
+    const Variable* elementInPlace(const FastExpression& expression, const FastExprNode& node,
+                                   const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarIndex(const FastExpression& expression, const FastExprNode& node,
                                 const std::vector<TokenAnalysis>& analysis);
+    FastScalarValue scalarIndexSlowly(const FastExpression& expression, const FastExprNode& node,
+                                      const std::vector<TokenAnalysis>& analysis);
     bool tryIntOperandsFirst(const FastExpression& expression, const FastExprNode& node,
                              const std::vector<TokenAnalysis>& analysis, int& a, int& b);
     bool tryScalarComparison(const FastExpression& expression, const FastExprNode& node,

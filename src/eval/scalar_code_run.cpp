@@ -1,0 +1,150 @@
+// Runs the straight-line form of an expression. Nothing in here runs script code, so places stay
+// good from one instruction to the next.
+#include <array>
+
+#include "eval/scalar_arithmetic.h"
+#include "eval/variable_access.h"
+#include "frontend/scalar_code.h"
+
+namespace {
+
+/// The two topmost values by an arithmetic operator; false declines. Inlined with a constant kind.
+[[gnu::always_inline]] inline bool applyArithmetic(NodeKind kind, FastScalarValue*& top) {
+    const FastScalarValue right = *--top;
+    const FastScalarValue result = scalarArithmeticOn(kind, top[-1], right);
+    top[-1] = result;
+    return result.isSet();
+}
+
+/// The same by a comparison.
+[[gnu::always_inline]] inline bool applyComparison(NodeKind kind, FastScalarValue*& top) {
+    const FastScalarValue right = *--top;
+    bool truth = false;
+    if (!scalarComparisonOn(kind, top[-1], right, truth)) return false;
+    top[-1] = FastScalarValue::fromBool(truth);
+    return true;
+}
+
+/// The element or entry that a place leads to; null if the scalar tier has to look itself.
+const Variable* elementOf(const Variable& place, const FastScalarValue& key) {
+    if (place.type != VarType::Array || key.kind != ScalarKind::Int) return nullptr;
+    const ArrayStorage& array = *place.asArray();
+    const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(key.intValue) - 1);
+    return index < array.size() ? &array[index] : &nilValue();
+}
+
+const Variable* entryOf(const Variable& place, const std::string& key) {
+    if (place.type != VarType::Table) return nullptr;
+    const TableStorage& table = *place.asTable();
+    const auto found = table.find(key);
+    return found != table.end() ? &found->second : &nilValue();
+}
+
+FastScalarValue negated(const FastScalarValue& operand) {
+    if (!operand.isNumeric()) return {};
+    if (operand.kind == ScalarKind::Float) return FastScalarValue::fromFloat(-operand.floatValue);
+    return FastScalarValue::fromInt(wrapNegate(fastScalarToInt(operand)));
+}
+
+}  // namespace
+
+FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
+                                            const std::vector<TokenAnalysis>& analysis) {
+    std::array<FastScalarValue, kScalarStackSize> stack;  // left uninitialised
+    FastScalarValue* top = stack.data();                  // behind the topmost value
+    const Variable* place = nullptr;
+    const ScalarInstruction* instruction = expression.scalarCode.data();
+    const ScalarInstruction* const end = instruction + expression.scalarCode.size();
+    for (; instruction != end; ++instruction) {
+        switch (instruction->opcode) {
+            case ScalarOpcode::PushInt:
+                *top++ = FastScalarValue::fromInt(instruction->intValue);
+                break;
+            case ScalarOpcode::PushFloat:
+                *top++ = FastScalarValue::fromFloat(instruction->floatValue);
+                break;
+            case ScalarOpcode::PushBool:
+                *top++ = FastScalarValue::fromBool(instruction->intValue != 0);
+                break;
+            case ScalarOpcode::PushNil: *top++ = FastScalarValue::nil(); break;
+            case ScalarOpcode::PushVariable: {
+                const Variable* value = readVariable(analysis[instruction->token]);
+                *top++ = value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+                if (!top[-1].isSet()) return {};
+                break;
+            }
+            case ScalarOpcode::PushPlace:
+                *top++ = scalarFromVariable(*place);
+                if (!top[-1].isSet()) return {};
+                break;
+            case ScalarOpcode::PlaceVariable:
+                place = readVariable(analysis[instruction->token]);
+                if (place == nullptr) return {};
+                break;
+            case ScalarOpcode::PlaceElement:
+                place = elementOf(*place, *--top);
+                if (place == nullptr) return {};
+                break;
+            case ScalarOpcode::PlaceEntry:
+                place = entryOf(
+                    *place, expression.strings[static_cast<std::size_t>(instruction->intValue)]);
+                if (place == nullptr) return {};
+                break;
+            case ScalarOpcode::Negate:
+                top[-1] = negated(top[-1]);
+                if (!top[-1].isSet()) return {};
+                break;
+            case ScalarOpcode::Not:
+                top[-1] = FastScalarValue::fromBool(!isScalarTruthy(top[-1]));
+                break;
+            case ScalarOpcode::SkipIfFalse:
+            case ScalarOpcode::SkipIfTrue:
+                if (isScalarTruthy(top[-1]) == (instruction->opcode == ScalarOpcode::SkipIfTrue)) {
+                    instruction += instruction->intValue;
+                } else {
+                    --top;
+                }
+                break;
+            case ScalarOpcode::Add:
+                if (!applyArithmetic(NodeKind::Add, top)) return {};
+                break;
+            case ScalarOpcode::Subtract:
+                if (!applyArithmetic(NodeKind::Subtract, top)) return {};
+                break;
+            case ScalarOpcode::Multiply:
+                if (!applyArithmetic(NodeKind::Multiply, top)) return {};
+                break;
+            case ScalarOpcode::Divide:
+                if (!applyArithmetic(NodeKind::Divide, top)) return {};
+                break;
+            case ScalarOpcode::IntDivide:
+                if (!applyArithmetic(NodeKind::IntDivide, top)) return {};
+                break;
+            case ScalarOpcode::Modulo:
+                if (!applyArithmetic(NodeKind::Modulo, top)) return {};
+                break;
+            case ScalarOpcode::Power:
+                if (!applyArithmetic(NodeKind::Power, top)) return {};
+                break;
+            case ScalarOpcode::Equal:
+                if (!applyComparison(NodeKind::Equal, top)) return {};
+                break;
+            case ScalarOpcode::NotEqual:
+                if (!applyComparison(NodeKind::NotEqual, top)) return {};
+                break;
+            case ScalarOpcode::Less:
+                if (!applyComparison(NodeKind::Less, top)) return {};
+                break;
+            case ScalarOpcode::Greater:
+                if (!applyComparison(NodeKind::Greater, top)) return {};
+                break;
+            case ScalarOpcode::LessEqual:
+                if (!applyComparison(NodeKind::LessEqual, top)) return {};
+                break;
+            case ScalarOpcode::GreaterEqual:
+                if (!applyComparison(NodeKind::GreaterEqual, top)) return {};
+                break;
+        }
+    }
+    return top[-1];
+}

@@ -1,0 +1,125 @@
+#include "frontend/scalar_code.h"
+
+#include <algorithm>
+
+#include "frontend/fast_expression.h"
+
+namespace {
+
+/// Emits code in the order in which the stack needs it. The keys of an index go before its base:
+/// none of them holds a call, so nobody can see the order.
+class ScalarCompiler {
+public:
+    explicit ScalarCompiler(const FastExpression& expression) : expression_(expression) {}
+
+    std::vector<ScalarInstruction> compile() {
+        emitValue(expression_.root);
+        if (!ok_ || deepest_ > kScalarStackSize) return {};
+        code_.shrink_to_fit();
+        return std::move(code_);
+    }
+
+private:
+    void emitValue(int index);
+    void emitPlace(int index);
+    void emitLogic(const FastExprNode& node);
+
+    [[nodiscard]] const FastExprNode& node(int index) const {
+        return expression_.nodes[static_cast<std::size_t>(index)];
+    }
+    ScalarInstruction& emit(ScalarOpcode opcode) {
+        code_.push_back({opcode, 0, {0}});
+        return code_.back();
+    }
+    void push(ScalarOpcode opcode, std::int32_t value) {
+        emit(opcode).intValue = value;
+        deepest_ = std::max(deepest_, ++depth_);
+    }
+    void pop() { --depth_; }
+
+    const FastExpression& expression_;
+    std::vector<ScalarInstruction> code_;
+    std::size_t depth_ = 0;
+    std::size_t deepest_ = 0;
+    bool ok_ = true;
+};
+
+ScalarOpcode binaryOpcode(NodeKind kind) {
+    const auto offset = static_cast<int>(kind) - static_cast<int>(NodeKind::Add);
+    return static_cast<ScalarOpcode>(static_cast<int>(ScalarOpcode::Add) + offset);
+}
+
+void ScalarCompiler::emitValue(int index) {
+    const FastExprNode& at = node(index);
+    switch (at.kind) {
+        case NodeKind::IntLiteral: push(ScalarOpcode::PushInt, at.intValue); return;
+        case NodeKind::FloatLiteral:
+            push(ScalarOpcode::PushFloat, 0);
+            code_.back().floatValue = at.floatValue;
+            return;
+        case NodeKind::BoolLiteral: push(ScalarOpcode::PushBool, at.boolValue ? 1 : 0); return;
+        case NodeKind::NilLiteral: push(ScalarOpcode::PushNil, 0); return;
+        case NodeKind::Variable:
+            push(ScalarOpcode::PushVariable, 0);
+            code_.back().token = at.tokenIndex;
+            return;
+        case NodeKind::Index:
+            emitPlace(index);
+            push(ScalarOpcode::PushPlace, 0);
+            return;
+        case NodeKind::Negate:
+        case NodeKind::Not:
+            emitValue(at.left);
+            emit(at.kind == NodeKind::Not ? ScalarOpcode::Not : ScalarOpcode::Negate);
+            return;
+        case NodeKind::And:
+        case NodeKind::Or: emitLogic(at); return;
+        case NodeKind::StringLiteral:
+        case NodeKind::Call:
+        case NodeKind::Length:
+        case NodeKind::None: ok_ = false; return;
+        default: break;
+    }
+    emitValue(at.left);
+    emitValue(at.right);
+    emit(binaryOpcode(at.kind));
+    pop();
+}
+
+void ScalarCompiler::emitLogic(const FastExprNode& logic) {
+    emitValue(logic.left);
+    const std::size_t skip = code_.size();
+    emit(logic.kind == NodeKind::And ? ScalarOpcode::SkipIfFalse : ScalarOpcode::SkipIfTrue);
+    pop();
+    emitValue(logic.right);
+    code_[skip].intValue = static_cast<std::int32_t>(code_.size() - skip - 1);
+}
+
+void ScalarCompiler::emitPlace(int index) {
+    const FastExprNode& at = node(index);
+    if (at.kind == NodeKind::Variable) {
+        emit(ScalarOpcode::PlaceVariable).token = at.tokenIndex;
+        return;
+    }
+    if (at.kind != NodeKind::Index) {
+        ok_ = false;
+        return;
+    }
+    const FastExprNode& key = node(at.right);
+    if (key.kind == NodeKind::StringLiteral) {
+        emitPlace(at.left);
+        emit(ScalarOpcode::PlaceEntry).intValue = key.stringIndex;
+        return;
+    }
+    emitValue(at.right);
+    emitPlace(at.left);
+    emit(ScalarOpcode::PlaceElement);
+    pop();
+}
+
+}  // namespace
+
+std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression) {
+    if (!expression.valid || expression.rootNode().holdsCall) return {};
+    return ScalarCompiler(expression).compile();
+}

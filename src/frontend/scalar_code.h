@@ -1,0 +1,56 @@
+// The straight-line form of a compiled expression without calls: instructions for a small stack of
+// scalars. It computes what the scalar tier computes over the nodes, without the recursion; where
+// it cannot, it declines, and the nodes are evaluated instead.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+struct FastExpression;
+
+/// What an instruction does. `token` is the index of a variable's token.
+enum class ScalarOpcode : std::uint8_t {
+    PushInt,    // `intValue`
+    PushFloat,  // `floatValue`
+    PushBool,   // `intValue` != 0
+    PushNil,
+    PushVariable,   // `token`; declines for a value that is no scalar
+    PushPlace,      // the value at the place
+    PlaceVariable,  // the place becomes the variable `token`
+    PlaceElement,   // pops a key; the place becomes the element of the array at the place
+    PlaceEntry,     // the place becomes the entry of the table at the place under string `intValue`
+    Negate,
+    Not,
+    Add,  // this and the following pop two operands
+    Subtract,
+    Multiply,
+    Divide,
+    IntDivide,
+    Modulo,
+    Power,
+    Equal,
+    NotEqual,
+    Less,
+    Greater,
+    LessEqual,
+    GreaterEqual,
+    SkipIfFalse,  // "and": a false top stays and `intValue` instructions are skipped, else it goes
+    SkipIfTrue,   // "or": the same with a true top
+};
+
+struct ScalarInstruction {
+    ScalarOpcode opcode;
+    std::uint16_t token = 0;
+    union {
+        std::int32_t intValue = 0;
+        float floatValue;
+    };
+};
+
+/// How many scalars the code of an expression may have on the stack.
+inline constexpr std::size_t kScalarStackSize = 16;
+
+/// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
+/// that scalars do not cover.
+[[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression);
