@@ -57,7 +57,7 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");
     signal = BlockSignal::None;
-    return ChunkRun(*this, program).run(range, signal);
+    return ChunkRun(*this, program, chunk).run(range, signal);
 }
 
 Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
@@ -144,6 +144,13 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
     }
     if (interpreter_.pendingCoroutineException) interpreter_.rethrowPendingCoroutineException();
     return unwinding() ? Flow::Leave : Flow::Next;
+}
+
+void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
+    // A nested chunk stands behind the one around it. In a damaged file it may be that one itself,
+    // which would run for ever.
+    if (chunk <= chunk_) throwPlainError("Invalid bytecode chunk index");
+    value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested);
 }
 
 bool ChunkRun::chunkIsInlinable(std::uint32_t chunk) {

@@ -21,8 +21,10 @@
 
 class ChunkRun {
 public:
-    ChunkRun(DovrelScript& interpreter, const std::shared_ptr<BytecodeProgram>& program)
-        : interpreter_(interpreter), program_(program) {}
+    /// A run of chunk number `chunk`.
+    ChunkRun(DovrelScript& interpreter, const std::shared_ptr<BytecodeProgram>& program,
+             std::uint32_t chunk)
+        : interpreter_(interpreter), program_(program), chunk_(chunk) {}
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
@@ -88,9 +90,10 @@ private:
         if (isInline) {
             runChunkInline(chunk, nested);
         } else {
-            value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested);
+            runNestedChunk(chunk, nested);
         }
     }
+    void runNestedChunk(std::uint32_t chunk, BlockSignal& nested);
     /// What a loop does after its body has run: true if the loop goes on. Otherwise `flow` is set.
     bool continuesAfterBody(BlockSignal nested, BlockSignal& signal, Flow& flow);
 
@@ -107,6 +110,7 @@ private:
 
     DovrelScript& interpreter_;
     const std::shared_ptr<BytecodeProgram>& program_;
+    std::uint32_t chunk_;
     Variable value_;  // of the last expression statement or nested body
     const std::vector<std::string>* statementTokens_ = nullptr;  // of the line that runs
 };

@@ -52,17 +52,16 @@ void DovrelScript::runScript(const std::string& source) {
         runBytecodeProgram(program);
         rethrowPendingCoroutineException();
     } catch (const std::exception& error) {
-        try {
-            rethrowLocated(error, "script");
-        } catch (...) {
-            keepCurrentLineText();
-            throw;
-        }
+        rethrowLocated(error, "script");
     }
-    keepCurrentLineText();
 }
 
 Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program) {
+    // The program may be gone before the next line is selected.
+    struct LineTextGuard {
+        DovrelScript& interpreter;
+        ~LineTextGuard() { interpreter.keepCurrentLineText(); }
+    } const lineText{*this};
     BlockSignal signal = BlockSignal::None;
     Variable result;
     {

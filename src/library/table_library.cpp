@@ -309,7 +309,7 @@ Variable tableRemoveFunction(DovrelScript& interpreter, Arguments args) {
     }
     const std::shared_ptr<TableStorage>& table = args[0].asTable();
     Variable removed = removeFromTable(*table, length, position);
-    interpreter.markTableMutated(table, TableChange::KeysRemoved);
+    interpreter.markTableMutated(table, TableChange::LastKeyRemoved);
     return removed;
 }
 

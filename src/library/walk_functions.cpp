@@ -20,9 +20,7 @@ Variable nextInTable(DovrelScript& interpreter, const std::shared_ptr<TableStora
     const auto snapshot = interpreter.tableCache.snapshot(table);
     std::size_t position = 0;
     if (key != nullptr) {
-        const auto found = snapshot->keyIndex.find(keyToString(*key));
-        if (found == snapshot->keyIndex.end()) return {};
-        position = found->second + 1;
+        position = snapshot->positionOf(keyToString(*key)) + 1;
     }
     if (position >= snapshot->keys.size()) return {};
     const auto entry = table->find(snapshot->keys[position]);

@@ -22,15 +22,22 @@ std::shared_ptr<const TableSnapshot> makeSnapshot(const TableStorage& table) {
     for (const auto& entry : table) snapshot->keys.push_back(entry.first);
     std::sort(snapshot->keys.begin(), snapshot->keys.end());
     snapshot->keyValues.reserve(table.size());
-    snapshot->keyIndex.reserve(table.size());
     for (const std::string& key : snapshot->keys) {
-        snapshot->keyIndex.emplace(key, snapshot->keyValues.size());
         snapshot->keyValues.push_back(keyValueFromText(key));
     }
     return snapshot;
 }
 
 }  // namespace
+
+std::size_t TableSnapshot::positionOf(const std::string& key) const {
+    if (index_.empty()) {
+        index_.reserve(keys.size());
+        for (std::size_t i = 0; i < keys.size(); ++i) index_.emplace(keys[i], i);
+    }
+    const auto found = index_.find(key);
+    return found != index_.end() ? found->second : keys.size();
+}
 
 TableCacheEntry& TableCache::entryFor(const std::shared_ptr<TableStorage>& table) {
     // Sweeping when the cache has doubled keeps its cost in proportion to the tables used.
@@ -83,6 +90,7 @@ void TableCache::markMutated(const std::shared_ptr<TableStorage>& table, TableCh
     TableCacheEntry& entry = found->second;
     ++entry.generation;
     if (change == TableChange::KeysRemoved) entry.numericLength = 0;
+    if (change == TableChange::LastKeyRemoved && entry.numericLength > 0) --entry.numericLength;
 }
 
 void TableCache::sweep() {

@@ -15,13 +15,20 @@
 struct TableSnapshot {
     std::vector<std::string> keys;
     std::vector<Variable> keyValues;  // each key read back as an int, a float or a string
-    std::unordered_map<std::string, std::size_t> keyIndex;  // position of each key in `keys`
+
+    /// The 0-based position of `key` in `keys`, or the number of keys if it is not among them. In
+    /// constant time: the index is made at the first question, since most walks ask none.
+    [[nodiscard]] std::size_t positionOf(const std::string& key) const;
+
+private:
+    mutable std::unordered_map<std::string, std::size_t> index_;
 };
 
 /// How the key set of a table has changed.
 enum class TableChange : std::uint8_t {
-    KeyAdded,     // one key is new; none is gone
-    KeysRemoved,  // keys are gone, or anything else happened
+    KeyAdded,        // one key is new; none is gone
+    KeysRemoved,     // keys are gone, or anything else happened
+    LastKeyRemoved,  // of the keys "1", "2", ... up to the border, the last one is gone
 };
 
 struct TableCacheEntry {
