@@ -49,7 +49,8 @@ const Record& tableEntry(const std::vector<Record>& table, std::uint32_t index,
 }  // namespace
 
 Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program,
-                                                    std::uint32_t chunk, BlockSignal& signal) {
+                                                    std::uint32_t chunk, BlockSignal& signal,
+                                                    std::uint32_t nesting) {
     if (program == nullptr || chunk >= program->chunks.size()) {
         throwPlainError("Invalid bytecode chunk index");
     }
@@ -57,7 +58,7 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");
     signal = BlockSignal::None;
-    return ChunkRun(*this, program, chunk).run(range, signal);
+    return ChunkRun(*this, program, nesting).run(range, signal);
 }
 
 Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
@@ -147,10 +148,10 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
 }
 
 void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
-    // A nested chunk stands behind the one around it. In a damaged file it may be that one itself,
-    // which would run for ever.
-    if (chunk <= chunk_) throwPlainError("Invalid bytecode chunk index");
-    value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested);
+    // In a damaged file a chunk may hold itself. It is found when chunks are nested deeper than
+    // there are chunks, before the host's stack is at its end.
+    if (nesting_ >= program_->chunks.size()) throwPlainError("Invalid bytecode chunk index");
+    value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested, nesting_ + 1);
 }
 
 bool ChunkRun::chunkIsInlinable(std::uint32_t chunk) {

@@ -21,10 +21,10 @@
 
 class ChunkRun {
 public:
-    /// A run of chunk number `chunk`.
+    /// `nesting` counts the chunks around this one, up to that of the script or function.
     ChunkRun(DovrelScript& interpreter, const std::shared_ptr<BytecodeProgram>& program,
-             std::uint32_t chunk)
-        : interpreter_(interpreter), program_(program), chunk_(chunk) {}
+             std::uint32_t nesting)
+        : interpreter_(interpreter), program_(program), nesting_(nesting) {}
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
@@ -110,7 +110,7 @@ private:
 
     DovrelScript& interpreter_;
     const std::shared_ptr<BytecodeProgram>& program_;
-    std::uint32_t chunk_;
+    std::uint32_t nesting_;
     Variable value_;  // of the last expression statement or nested body
     const std::vector<std::string>* statementTokens_ = nullptr;  // of the line that runs
 };

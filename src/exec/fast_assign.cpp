@@ -49,11 +49,13 @@ bool ChunkRun::tryAssignScalar(const ParsedScriptLine& line) {
 
 bool ChunkRun::evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,
                                      Variable& value) {
-    if (line.assignment->values.empty()) {
+    // A loaded file may name a line whose value has no compiled form of its own.
+    const FastExpression* simple = line.assignment->simpleValue();
+    if (simple == nullptr) {
         scalar = FastScalarValue::nil();
         return true;
     }
-    const FastExpression& expression = line.assignment->values[0];
+    const FastExpression& expression = *simple;
     // A call at the root goes straight to the general tier, which runs its arguments once.
     if (!expression.isCall()) {
         if (interpreter_.tryEvaluateFastExpressionScalarNode(expression, expression.root,

@@ -296,9 +296,10 @@ public:
     /// Reads a bytecode file's bytes; `path` serves error messages only.
     [[nodiscard]] BytecodeProgram deserializeBytecode(const std::vector<unsigned char>& bytes,
                                                       const std::string& path);
-    /// Runs one chunk; `signal` tells why it stopped.
+    /// Runs one chunk; `signal` tells why it stopped. `nesting` counts the chunks around it.
     Variable executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program,
-                                          std::uint32_t chunk, BlockSignal& signal);
+                                          std::uint32_t chunk, BlockSignal& signal,
+                                          std::uint32_t nesting = 0);
     /// Runs lines from `index` on with no program; leaves `index` where it stopped.
     Variable executeParsedBlock(const std::vector<ParsedScriptLine>& lines, std::size_t& index,
                                 BlockSignal& signal);
