@@ -52,7 +52,8 @@ FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
                                             const std::vector<TokenAnalysis>& analysis) {
     std::array<FastScalarValue, kScalarStackSize> stack;  // left uninitialised
     FastScalarValue* top = stack.data();                  // behind the topmost value
-    const Variable* place = nullptr;
+    std::array<const Variable*, kPlaceStackSize> places;  // left uninitialised
+    const Variable** place = places.data();               // behind the last place
     const ScalarInstruction* instruction = expression.scalarCode.data();
     const ScalarInstruction* const end = instruction + expression.scalarCode.size();
     for (; instruction != end; ++instruction) {
@@ -74,21 +75,22 @@ FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
                 break;
             }
             case ScalarOpcode::PushPlace:
-                *top++ = scalarFromVariable(*place);
+                *top++ = scalarFromVariable(**--place);
                 if (!top[-1].isSet()) return {};
                 break;
             case ScalarOpcode::PlaceVariable:
-                place = readVariable(analysis[instruction->token]);
-                if (place == nullptr) return {};
+                *place++ = readVariable(analysis[instruction->token]);
+                if (place[-1] == nullptr) return {};
                 break;
             case ScalarOpcode::PlaceElement:
-                place = elementOf(*place, *--top);
-                if (place == nullptr) return {};
+                place[-1] = elementOf(*place[-1], *--top);
+                if (place[-1] == nullptr) return {};
                 break;
             case ScalarOpcode::PlaceEntry:
-                place = entryOf(
-                    *place, expression.strings[static_cast<std::size_t>(instruction->intValue)]);
-                if (place == nullptr) return {};
+                place[-1] =
+                    entryOf(*place[-1],
+                            expression.strings[static_cast<std::size_t>(instruction->intValue)]);
+                if (place[-1] == nullptr) return {};
                 break;
             case ScalarOpcode::Negate:
                 top[-1] = negated(top[-1]);

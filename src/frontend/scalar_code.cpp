@@ -6,15 +6,14 @@
 
 namespace {
 
-/// Emits code in the order in which the stack needs it. The keys of an index go before its base:
-/// none of them holds a call, so nobody can see the order.
+/// Emits code in the order in which the nodes are evaluated: the errors come out in that order.
 class ScalarCompiler {
 public:
     explicit ScalarCompiler(const FastExpression& expression) : expression_(expression) {}
 
     std::vector<ScalarInstruction> compile() {
         emitValue(expression_.root);
-        if (!ok_ || deepest_ > kScalarStackSize) return {};
+        if (!ok_ || deepest_ > kScalarStackSize || mostPlaces_ > kPlaceStackSize) return {};
         code_.shrink_to_fit();
         return std::move(code_);
     }
@@ -41,6 +40,8 @@ private:
     std::vector<ScalarInstruction> code_;
     std::size_t depth_ = 0;
     std::size_t deepest_ = 0;
+    std::size_t places_ = 0;
+    std::size_t mostPlaces_ = 0;
     bool ok_ = true;
 };
 
@@ -66,6 +67,7 @@ void ScalarCompiler::emitValue(int index) {
         case NodeKind::Index:
             emitPlace(index);
             push(ScalarOpcode::PushPlace, 0);
+            --places_;
             return;
         case NodeKind::Negate:
         case NodeKind::Not:
@@ -99,20 +101,20 @@ void ScalarCompiler::emitPlace(int index) {
     const FastExprNode& at = node(index);
     if (at.kind == NodeKind::Variable) {
         emit(ScalarOpcode::PlaceVariable).token = at.tokenIndex;
+        mostPlaces_ = std::max(mostPlaces_, ++places_);
         return;
     }
     if (at.kind != NodeKind::Index) {
         ok_ = false;
         return;
     }
+    emitPlace(at.left);
     const FastExprNode& key = node(at.right);
     if (key.kind == NodeKind::StringLiteral) {
-        emitPlace(at.left);
         emit(ScalarOpcode::PlaceEntry).intValue = key.stringIndex;
         return;
     }
     emitValue(at.right);
-    emitPlace(at.left);
     emit(ScalarOpcode::PlaceElement);
     pop();
 }

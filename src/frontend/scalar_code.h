@@ -16,10 +16,10 @@ enum class ScalarOpcode : std::uint8_t {
     PushBool,   // `intValue` != 0
     PushNil,
     PushVariable,   // `token`; declines for a value that is no scalar
-    PushPlace,      // the value at the place
-    PlaceVariable,  // the place becomes the variable `token`
-    PlaceElement,   // pops a key; the place becomes the element of the array at the place
-    PlaceEntry,     // the place becomes the entry of the table at the place under string `intValue`
+    PushPlace,      // the value at the last place, which goes
+    PlaceVariable,  // adds a place: the variable `token`
+    PlaceElement,   // pops a key; the last place becomes the element of the array there
+    PlaceEntry,     // the last place becomes the entry of the table there, under string `intValue`
     Negate,
     Not,
     Add,  // this and the following pop two operands
@@ -48,8 +48,9 @@ struct ScalarInstruction {
     };
 };
 
-/// How many scalars the code of an expression may have on the stack.
+/// How many scalars and how many places the code of an expression may hold at a time.
 inline constexpr std::size_t kScalarStackSize = 16;
+inline constexpr std::size_t kPlaceStackSize = 8;
 
 /// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
 /// that scalars do not cover.

@@ -75,7 +75,7 @@ Variable power(const Variable& lhs, const Variable& rhs) {
     }
     const double result = std::pow(toDouble(lhs), toDouble(rhs));
     if (intForm) {
-        // A result that left the int route on the way may still be an int, such as (-2) ^ 31.
+        // A result that left the int route on its way may have come back into range.
         const double rounded = std::round(result);
         if (std::fabs(rounded - result) < 0.000001 && rounded >= -2147483648.0 &&
             rounded <= 2147483647.0) {
