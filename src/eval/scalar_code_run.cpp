@@ -3,7 +3,7 @@
 #include <array>
 
 #include "eval/scalar_arithmetic.h"
-#include "eval/variable_access.h"
+#include "eval/scalar_operand.h"
 #include "frontend/scalar_code.h"
 
 namespace {
@@ -23,6 +23,14 @@ namespace {
     if (!scalarComparisonOn(kind, top[-1], right, truth)) return false;
     top[-1] = FastScalarValue::fromBool(truth);
     return true;
+}
+
+/// Any binary operator on two scalars; unset if it declines.
+FastScalarValue binaryScalar(NodeKind kind, FastScalarValue left, FastScalarValue right) {
+    if (kind < NodeKind::Equal) return scalarArithmeticOn(kind, left, right);
+    bool truth = false;
+    return scalarComparisonOn(kind, left, right, truth) ? FastScalarValue::fromBool(truth)
+                                                        : FastScalarValue{};
 }
 
 /// The element or entry that a place leads to; null if the scalar tier has to look itself.
@@ -50,6 +58,33 @@ FastScalarValue negated(const FastScalarValue& operand) {
 
 FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
                                             const std::vector<TokenAnalysis>& analysis) {
+    // Half of all expressions are one instruction, and need none of the stacks.
+    if (expression.scalarCode.size() != 1) return runWholeScalarCode(expression, analysis);
+    const ScalarInstruction& only = expression.scalarCode[0];
+    switch (only.opcode) {
+        case ScalarOpcode::PushInt: return FastScalarValue::fromInt(only.intValue);
+        case ScalarOpcode::PushFloat: return FastScalarValue::fromFloat(only.floatValue);
+        case ScalarOpcode::PushVariable: return scalarVariable(analysis[only.token]);
+        case ScalarOpcode::VariableWithInt: {
+            const FastScalarValue left = scalarVariable(analysis[only.token]);
+            return left.isSet() ? binaryScalar(static_cast<NodeKind>(only.kind), left,
+                                               FastScalarValue::fromInt(only.intValue))
+                                : left;
+        }
+        case ScalarOpcode::VariableWithVariable: {
+            const FastScalarValue left = scalarVariable(analysis[only.token]);
+            if (!left.isSet()) return left;
+            const FastScalarValue right =
+                scalarVariable(analysis[static_cast<std::size_t>(only.intValue)]);
+            return right.isSet() ? binaryScalar(static_cast<NodeKind>(only.kind), left, right)
+                                 : right;
+        }
+        default: return runWholeScalarCode(expression, analysis);
+    }
+}
+
+FastScalarValue DovrelScript::runWholeScalarCode(const FastExpression& expression,
+                                                 const std::vector<TokenAnalysis>& analysis) {
     std::array<FastScalarValue, kScalarStackSize> stack;  // left uninitialised
     FastScalarValue* top = stack.data();                  // behind the topmost value
     std::array<const Variable*, kPlaceStackSize> places;  // left uninitialised
@@ -69,8 +104,7 @@ FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
                 break;
             case ScalarOpcode::PushNil: *top++ = FastScalarValue::nil(); break;
             case ScalarOpcode::PushVariable: {
-                const Variable* value = readVariable(analysis[instruction->token]);
-                *top++ = value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+                *top++ = scalarVariable(analysis[instruction->token]);
                 if (!top[-1].isSet()) return {};
                 break;
             }
@@ -92,6 +126,24 @@ FastScalarValue DovrelScript::runScalarCode(const FastExpression& expression,
                             expression.strings[static_cast<std::size_t>(instruction->intValue)]);
                 if (place[-1] == nullptr) return {};
                 break;
+            case ScalarOpcode::VariableWithInt: {
+                const FastScalarValue left = scalarVariable(analysis[instruction->token]);
+                if (!left.isSet()) return {};
+                *top++ = binaryScalar(static_cast<NodeKind>(instruction->kind), left,
+                                      FastScalarValue::fromInt(instruction->intValue));
+                if (!top[-1].isSet()) return {};
+                break;
+            }
+            case ScalarOpcode::VariableWithVariable: {
+                const FastScalarValue left = scalarVariable(analysis[instruction->token]);
+                if (!left.isSet()) return {};
+                const FastScalarValue right =
+                    scalarVariable(analysis[static_cast<std::size_t>(instruction->intValue)]);
+                if (!right.isSet()) return {};
+                *top++ = binaryScalar(static_cast<NodeKind>(instruction->kind), left, right);
+                if (!top[-1].isSet()) return {};
+                break;
+            }
             case ScalarOpcode::Negate:
                 top[-1] = negated(top[-1]);
                 if (!top[-1].isSet()) return {};

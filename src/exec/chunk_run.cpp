@@ -83,8 +83,8 @@ Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
-    if (index >= program_->lines.size()) throwPlainError("Bytecode line index out of range");
-    const ParsedScriptLine& line = program_->lines[index];
+    if (index >= lineCount_) throwPlainError("Bytecode line index out of range");
+    const ParsedScriptLine& line = lines_[index];
     interpreter_.selectLine(line);
     statementTokens_ = &line.tokens;
     return line;

@@ -24,7 +24,11 @@ public:
     /// `nesting` counts the chunks around this one, up to that of the script or function.
     ChunkRun(DovrelScript& interpreter, const std::shared_ptr<BytecodeProgram>& program,
              std::uint32_t nesting)
-        : interpreter_(interpreter), program_(program), nesting_(nesting) {}
+        : interpreter_(interpreter),
+          program_(program),
+          lines_(program->lines.data()),
+          lineCount_(program->lines.size()),
+          nesting_(nesting) {}
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
@@ -110,6 +114,8 @@ private:
 
     DovrelScript& interpreter_;
     const std::shared_ptr<BytecodeProgram>& program_;
+    const ParsedScriptLine* lines_;  // the program's, which never move
+    std::size_t lineCount_;
     std::uint32_t nesting_;
     Variable value_;  // of the last expression statement or nested body
     const std::vector<std::string>* statementTokens_ = nullptr;  // of the line that runs

@@ -22,12 +22,13 @@ private:
     void emitValue(int index);
     void emitPlace(int index);
     void emitLogic(const FastExprNode& node);
+    bool emitNamedOperands(const FastExprNode& binary);
 
     [[nodiscard]] const FastExprNode& node(int index) const {
         return expression_.nodes[static_cast<std::size_t>(index)];
     }
     ScalarInstruction& emit(ScalarOpcode opcode) {
-        code_.push_back({opcode, 0, {0}});
+        code_.push_back({opcode, 0, 0, {0}});
         return code_.back();
     }
     void push(ScalarOpcode opcode, std::int32_t value) {
@@ -82,10 +83,29 @@ void ScalarCompiler::emitValue(int index) {
         case NodeKind::None: ok_ = false; return;
         default: break;
     }
+    if (emitNamedOperands(at)) return;
     emitValue(at.left);
     emitValue(at.right);
     emit(binaryOpcode(at.kind));
     pop();
+}
+
+/// An operator on a variable and an int literal or two variables, which is what most of them are,
+/// is one instruction. False for every other.
+bool ScalarCompiler::emitNamedOperands(const FastExprNode& binary) {
+    const FastExprNode& left = node(binary.left);
+    const FastExprNode& right = node(binary.right);
+    if (left.kind != NodeKind::Variable) return false;
+    if (right.kind == NodeKind::IntLiteral) {
+        push(ScalarOpcode::VariableWithInt, right.intValue);
+    } else if (right.kind == NodeKind::Variable) {
+        push(ScalarOpcode::VariableWithVariable, right.tokenIndex);
+    } else {
+        return false;
+    }
+    code_.back().kind = static_cast<std::uint8_t>(binary.kind);
+    code_.back().token = left.tokenIndex;
+    return true;
 }
 
 void ScalarCompiler::emitLogic(const FastExprNode& logic) {

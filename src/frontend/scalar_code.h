@@ -20,6 +20,8 @@ enum class ScalarOpcode : std::uint8_t {
     PlaceVariable,  // adds a place: the variable `token`
     PlaceElement,   // pops a key; the last place becomes the element of the array there
     PlaceEntry,     // the last place becomes the entry of the table there, under string `intValue`
+    VariableWithInt,       // operator `kind` on the variable `token` and the int `intValue`
+    VariableWithVariable,  // operator `kind` on the variables `token` and `intValue`
     Negate,
     Not,
     Add,  // this and the following pop two operands
@@ -41,6 +43,7 @@ enum class ScalarOpcode : std::uint8_t {
 
 struct ScalarInstruction {
     ScalarOpcode opcode;
+    std::uint8_t kind = 0;  // a NodeKind, for the operators that name their operands
     std::uint16_t token = 0;
     union {
         std::int32_t intValue = 0;

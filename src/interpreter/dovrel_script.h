@@ -21,6 +21,9 @@
 #include <deque>
 #include <exception>
 #include <memory>
+#ifdef DOVREL_FUZZ
+#include <stdexcept>
+#endif
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -260,8 +263,16 @@ public:
     void raiseScriptErrorSoft(std::string message);
     /// A soft error is on its way to its protected call: stop and return nil.
     [[nodiscard]] bool softErrorUnwinding() const {
+#ifdef DOVREL_FUZZ
+        // Asked in every statement, call and turn of a loop, so nothing runs for ever past it.
+        if (statementBudget == 0) throw std::runtime_error("statement budget exhausted");
+        --statementBudget;
+#endif
         return softErrorPending && callDepth > softErrorDepth;
     }
+#ifdef DOVREL_FUZZ
+    mutable std::uint64_t statementBudget = std::uint64_t{1} << 16;
+#endif
     /// Makes `line` the current one for error reports.
     void selectLine(const ParsedScriptLine& line) {
         currentLineNumber = line.lineNumber;
@@ -346,6 +357,10 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
+    FastScalarValue runWholeScalarCode(const FastExpression& expression,
+                                       const std::vector<TokenAnalysis>& analysis);
+    /// The scalar that a variable holds: nil for an unknown one, unset for another kind of value.
+    FastScalarValue scalarVariable(const TokenAnalysis& token);
     // The scalar tier, by form of node; an unset value declines.
     FastScalarValue scalarNode(const FastExpression& expression, const FastExprNode& node,
                                const std::vector<TokenAnalysis>& analysis);
