@@ -50,8 +50,11 @@ private:
     bool collectBuiltinRows(const ParsedScriptLine& line);
 
     const ParsedScriptLine& lineAt(std::size_t index) const {
-        if (index >= lines_.size()) throwPlainError("Coroutine line index out of range");
+        if (index >= lines_.size()) throwOutOfRange();
         return lines_[index];
+    }
+    [[noreturn]] static void throwOutOfRange() {
+        throwPlainError("Coroutine line index out of range");
     }
     const ParsedScriptLine& select(std::size_t index) {
         const ParsedScriptLine& line = lineAt(index);
@@ -199,6 +202,7 @@ void CoroutineTurn::enterLoop(CoroutineFrameKind kind, std::size_t index, std::s
 CoroutineTurn::Step CoroutineTurn::declare(std::size_t index) {
     const ParsedScriptLine& line = lineAt(index);
     declareFunction(interpreter_, line, NewBase::Table, [&](ScriptCallable& callable) {
+        if (line.matchingEnd > lines_.size()) throwOutOfRange();
         attachParsedBody(interpreter_, callable, lines_, index + 1, line.matchingEnd);
     });
     if (unwinding()) return finish();

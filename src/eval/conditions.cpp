@@ -31,6 +31,9 @@ bool DovrelScript::evaluateCondition(const ParsedScriptLine& line, std::string_v
     // The rule of truth is that of the tier that decides: a plain 0 is false here, true below.
     if (tryScalarTruth(condition, condition.root, line.tokenAnalysis, truth)) return truth;
     if (softErrorUnwinding()) return false;
+    if (const Variable* value = variableInPlace(condition, condition.root, line.tokenAnalysis)) {
+        return isTruthy(*value);
+    }
     return isTruthy(evaluateFastExpression(condition, line.tokenAnalysis));
 }
 

@@ -188,6 +188,15 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
 
 Variable DovrelScript::evaluateBinaryNode(const FastExpression& expression,
                                           const FastExprNode& node, const TokenAnalyses& analysis) {
+    if (node.kind >= NodeKind::Equal && !node.holdsCall) {
+        // Texts are compared where they stand.
+        const Variable* first = valueInPlace(expression, node.left, analysis);
+        const Variable* second =
+            first != nullptr ? valueInPlace(expression, node.right, analysis) : nullptr;
+        if (second != nullptr) {
+            return applyBinaryOperator(operatorNumberOf(node.kind), *first, *second);
+        }
+    }
     const Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
     if (softErrorUnwinding()) return {};
     const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);

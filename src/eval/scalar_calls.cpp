@@ -87,6 +87,15 @@ bool tryMath(BuiltinId id, const FastScalarValue* values, std::size_t count, Fas
     }
 }
 
+/// Literals and variables only.
+bool argumentsAreLeaves(const FastExpression& expression, const FastExprNode& call) {
+    for (int i = 0; i < call.intValue; ++i) {
+        const auto argument = expression.callArguments[static_cast<std::size_t>(call.right + i)];
+        if (expression.nodes[argument].kind > NodeKind::Variable) return false;
+    }
+    return true;
+}
+
 bool hasFastBody(const Variable& callee) {
     return callee.type == VarType::Function && callee.asFunction() != nullptr &&
            callee.asFunction()->fastBodyKind != FastBodyKind::None;
@@ -184,9 +193,9 @@ bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
 
 bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,
                                        const TokenAnalyses& analysis, FastScalarValue& out) {
-    if (!node.argumentsHoldCall) {
-        // Nobody can see the arguments evaluated, so a callee that is bound to decline is asked
-        // first.
+    if (argumentsAreLeaves(expression, node)) {
+        // Nobody can see such arguments evaluated, and none of them raises, so a callee that is
+        // bound to decline is asked first.
         const Variable* known = calleeInPlace(expression, node.left, analysis);
         if (known != nullptr && !hasFastBody(*known)) return false;
     }

@@ -36,9 +36,7 @@ FastScalarValue binaryScalar(NodeKind kind, FastScalarValue left, FastScalarValu
 /// The element or entry that a place leads to; null if the scalar tier has to look itself.
 const Variable* elementOf(const Variable& place, const FastScalarValue& key) {
     if (place.type != VarType::Array || key.kind != ScalarKind::Int) return nullptr;
-    const ArrayStorage& array = *place.asArray();
-    const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(key.intValue) - 1);
-    return index < array.size() ? &array[index] : &nilValue();
+    return &elementOrNil(*place.asArray(), key.intValue);
 }
 
 const Variable* entryOf(const Variable& place, const std::string& key) {

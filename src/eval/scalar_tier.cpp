@@ -150,27 +150,29 @@ const Variable* DovrelScript::variableInPlace(const FastExpression& expression, 
     return node.kind == NodeKind::Variable ? readVariable(analysis[node.tokenIndex]) : nullptr;
 }
 
-/// The element that an index node leads to, where it stands, as long as every step is an array with
-/// an int key or a table with a literal one, and no call is in sight; the shared nil for a missing
-/// one. Null otherwise.
+/// Where a node's value stands, as long as it is a variable or an element of one; null otherwise.
+const Variable* DovrelScript::valueInPlace(const FastExpression& expression, int index,
+                                           const TokenAnalyses& analysis) {
+    const FastExprNode& node = nodeAt(expression, index);
+    if (node.kind == NodeKind::Variable) return readVariable(analysis[node.tokenIndex]);
+    return node.kind == NodeKind::Index ? elementInPlace(expression, node, analysis) : nullptr;
+}
+
+/// The element that an index node leads to in the general tier, where it stands: every step is an
+/// array with a key of the int tier or a table with a literal one, and no call is in sight. The
+/// shared nil for a missing one, null where the general tier has to look itself.
 const Variable* DovrelScript::elementInPlace(const FastExpression& expression,
                                              const FastExprNode& node,
                                              const TokenAnalyses& analysis) {
     if (node.holdsCall) return nullptr;
-    const FastExprNode& baseNode = nodeAt(expression, node.left);
-    const Variable* base = nullptr;
-    if (baseNode.kind == NodeKind::Variable) {
-        base = readVariable(analysis[baseNode.tokenIndex]);
-    } else if (baseNode.kind == NodeKind::Index) {
-        base = elementInPlace(expression, baseNode, analysis);
-    }
+    const Variable* base = valueInPlace(expression, node.left, analysis);
     if (base == nullptr) return nullptr;
     if (base->type == VarType::Array) {
-        const FastScalarValue key = scalarOperand(expression, node.right, analysis);
-        if (key.kind != ScalarKind::Int) return nullptr;
-        const ArrayStorage& array = *base->asArray();
-        const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(key.intValue) - 1);
-        return index < array.size() ? &array[index] : &nilValue();
+        int key = 0;
+        if (!tryEvaluateFastExpressionIntNode(expression, node.right, analysis, key)) {
+            return nullptr;
+        }
+        return &elementOrNil(*base->asArray(), key);
     }
     const FastExprNode& keyNode = nodeAt(expression, node.right);
     if (base->type != VarType::Table || keyNode.kind != NodeKind::StringLiteral) return nullptr;
@@ -179,10 +181,17 @@ const Variable* DovrelScript::elementInPlace(const FastExpression& expression,
     return found != table.end() ? &found->second : &nilValue();
 }
 
+/// The base of an index is the general tier's; only the last key is a scalar of this tier.
 FastScalarValue DovrelScript::scalarIndex(const FastExpression& expression,
                                           const FastExprNode& node, const TokenAnalyses& analysis) {
-    if (const Variable* element = elementInPlace(expression, node, analysis)) {
-        return scalarFromVariable(*element);
+    if (!node.holdsCall) {
+        const Variable* base = valueInPlace(expression, node.left, analysis);
+        if (base != nullptr && base->type == VarType::Array) {
+            const FastScalarValue key = scalarOperand(expression, node.right, analysis);
+            if (key.kind == ScalarKind::Int) {
+                return scalarFromElement(*base->asArray(), key.intValue);
+            }
+        }
     }
     return scalarIndexSlowly(expression, node, analysis);
 }

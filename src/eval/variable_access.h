@@ -10,6 +10,12 @@ inline const Variable& nilValue() {
     return kNilValue;
 }
 
+/// The element at the 1-based `position`, or the shared nil outside the array.
+inline const Variable& elementOrNil(const ArrayStorage& array, int position) {
+    const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(position) - 1);
+    return index < array.size() ? array[index] : nilValue();
+}
+
 /// The entry of a cached scope: by address without looking at the name, else by name.
 inline const Variable* cachedScopeEntry(const TokenAnalysis& token, const Scope& scope) {
     if (token.slotIndex >= scope.size()) return nullptr;

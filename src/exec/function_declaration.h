@@ -10,8 +10,8 @@
 
 /// What `function t[k](...)` makes of an unknown `t`.
 enum class NewBase : std::uint8_t {
-    Table,  // always a table: the bytecode executor
-    ByKey,  // an array or a table, as the first key prefers: the other executors
+    Table,  // always a table: the bytecode executor and coroutine turns
+    ByKey,  // an array or a table, as the first key prefers: the parsed-block executor
 };
 
 /// Runs a declaration line: parses the header, makes the callable, lets `attachBody` add what the

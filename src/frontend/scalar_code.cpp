@@ -23,6 +23,7 @@ private:
     void emitPlace(int index);
     void emitLogic(const FastExprNode& node);
     bool emitNamedOperands(const FastExprNode& binary);
+    [[nodiscard]] bool isIntKey(int index) const;
 
     [[nodiscard]] const FastExprNode& node(int index) const {
         return expression_.nodes[static_cast<std::size_t>(index)];
@@ -52,6 +53,8 @@ ScalarOpcode binaryOpcode(NodeKind kind) {
 }
 
 void ScalarCompiler::emitValue(int index) {
+    ok_ = ok_ && depth_ < kScalarStackSize;
+    if (!ok_) return;
     const FastExprNode& at = node(index);
     switch (at.kind) {
         case NodeKind::IntLiteral: push(ScalarOpcode::PushInt, at.intValue); return;
@@ -117,6 +120,24 @@ void ScalarCompiler::emitLogic(const FastExprNode& logic) {
     code_[skip].intValue = static_cast<std::int32_t>(code_.size() - skip - 1);
 }
 
+/// A key that is an int for scalars only if it is the same int in the general tier. "\\" is not
+/// among them: it makes an int of a float by a rule of its own.
+bool ScalarCompiler::isIntKey(int index) const {
+    const FastExprNode& at = node(index);
+    switch (at.kind) {
+        case NodeKind::IntLiteral:
+        case NodeKind::StringLiteral:
+        case NodeKind::Variable:
+        case NodeKind::Index: return true;
+        case NodeKind::Negate: return isIntKey(at.left);
+        case NodeKind::Add:
+        case NodeKind::Subtract:
+        case NodeKind::Multiply:
+        case NodeKind::Modulo: return isIntKey(at.left) && isIntKey(at.right);
+        default: return false;
+    }
+}
+
 void ScalarCompiler::emitPlace(int index) {
     const FastExprNode& at = node(index);
     if (at.kind == NodeKind::Variable) {
@@ -125,6 +146,12 @@ void ScalarCompiler::emitPlace(int index) {
         return;
     }
     if (at.kind != NodeKind::Index) {
+        ok_ = false;
+        return;
+    }
+    // The base of an element is the general tier's: its keys must be what that tier makes of them.
+    const FastExprNode& base = node(at.left);
+    if (base.kind == NodeKind::Index && !isIntKey(base.right)) {
         ok_ = false;
         return;
     }

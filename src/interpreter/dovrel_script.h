@@ -366,6 +366,8 @@ private:
                                const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarArithmetic(const FastExpression& expression, const FastExprNode& node,
                                      const std::vector<TokenAnalysis>& analysis);
+    const Variable* valueInPlace(const FastExpression& expression, int index,
+                                 const std::vector<TokenAnalysis>& analysis);
     const Variable* elementInPlace(const FastExpression& expression, const FastExprNode& node,
                                    const std::vector<TokenAnalysis>& analysis);
     FastScalarValue scalarIndex(const FastExpression& expression, const FastExprNode& node,
