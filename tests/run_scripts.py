@@ -10,6 +10,7 @@ A case is a script, <area>/<name>.dv, with these files beside it (or below --exp
     <name>.args     the program's arguments, one a line, instead of the script alone; {script}
                     stands for the script. A case may have these and no script.
     <name>.files/   what is put into the working directory
+    <name>.unsanitized  says why the case is left out of sanitizer builds
 
 In .out and .err, {program} stands for the program as it was called. A mode other than "source"
 prefers <name>.<mode>.out, .err and .status where they exist: they name a difference that is meant.
@@ -31,7 +32,8 @@ from pathlib import Path
 
 TESTS = Path(__file__).resolve().parent
 MODES = ("source", "bytecode", "parsed")
-TIME_LIMIT = 120 if os.environ.get("DOVREL_SANITIZED") else 20
+SANITIZED = bool(os.environ.get("DOVREL_SANITIZED"))
+TIME_LIMIT = 120 if SANITIZED else 20
 # A script that runs wild is stopped here, before it fills the disk, and a failure shows only the
 # beginning of what it printed.
 OUTPUT_LIMIT = 64 << 20
@@ -201,6 +203,8 @@ def main():
     if options.mode == "bytecode":
         # With arguments of its own, a case tests the command line, not a script.
         cases = [case for case in cases if not case.has_arguments]
+    if SANITIZED:
+        cases = [case for case in cases if not case.beside(".unsanitized").is_file()]
     cases = select(cases, options.cases)
     if not cases:
         print(f"no case below {options.scripts}")

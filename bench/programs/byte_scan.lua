@@ -1,5 +1,5 @@
 -- Every byte of one long string.
-local text = string.rep("The quick brown fox jumps over the lazy dog. ", 10000)
+local text = string.rep("The quick brown fox jumps over the lazy dog. ", 100000)
 local spaces = 0
 local checksum = 0
 for i = 1, #text do

@@ -1,6 +1,6 @@
 # Every byte of one long string.
 def main():
-    text = "The quick brown fox jumps over the lazy dog. " * 10000
+    text = "The quick brown fox jumps over the lazy dog. " * 100000
     spaces = 0
     checksum = 0
     for i in range(len(text)):

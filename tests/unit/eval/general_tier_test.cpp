@@ -130,6 +130,19 @@ TEST_F(GeneralTier, ABoolIsAPositionOfAnArrayWhereTheIntTierTakesIt) {
     EXPECT_EQ(general("fields[yes]"), "not not");
 }
 
+TEST_F(GeneralTier, EvaluatesAKeyByItsOwnRulesWhereTheIntTierDeclines) {
+    EXPECT_EQ(general("numbers[zero or 2]"), "not not");
+    EXPECT_EQ(whole("numbers[zero or 2]"), "float 0.500000");
+    EXPECT_EQ(general("numbers[zero and 2]"), "float 0.500000");
+    EXPECT_EQ(whole("numbers[zero and 2]"), "not not");
+    EXPECT_EQ(general("numbers[4294967296.0 \\ 4294967296.0 * 2]"), "float 0.500000");
+    // The base of an element of an element is left to the general tier by every tier.
+    interpreter.runScript("rows = [[1], [2]]");
+    EXPECT_EQ(whole("rows[zero and 2][1]"), "int 2");
+    EXPECT_EQ(messageOf([&] { static_cast<void>(whole("rows[zero or 2][1]")); }),
+              "Indexing requires an array, table, or string");
+}
+
 TEST_F(GeneralTier, ReadsElements) {
     EXPECT_EQ(general("numbers[3]"), "string s");
     EXPECT_EQ(general("numbers[2.0]"), "float 0.500000");

@@ -183,11 +183,22 @@ ProgramText RandomProgram::unary(Want want, int depth) {
 }
 
 ProgramText RandomProgram::element(int depth) {
-    const std::string base = chance(5) ? scalarName() : chance(15) ? "s1" : containerName();
+    const std::string base = chance(8) ? scalarName() : chance(15) ? "s1" : containerName();
     Text key = chance(50) ? word(oneOf({"1", "2", "3", "\"n\"", "\"m\"", "2.0", "\"1\""}))
                           : expression(Want::Int, depth - 1);
     if (chance(5)) key = leaf(Want::Bool);
-    return {base + "[" + key.plain + "]", "element(" + base + ", " + key.probed + ")", kPrimary};
+    if (chance(8)) key = logic(Want::Int, 1);
+    Text result = {base + "[" + key.plain + "]", "element(" + base + ", " + key.probed + ")",
+                   kPrimary};
+    if (chance(15)) {
+        // An element of an element, which mostly fails: in its base or in its last key.
+        if (chance(50)) result = {base + "[\"deep\"]", "element(" + base + ", \"deep\")", kPrimary};
+        Text last = expression(Want::Int, depth - 1);
+        if (chance(20)) last = operated(word("1"), "\\", kProduct, word("0"));
+        result.plain += "[" + last.plain + "]";
+        result.probed = "element(" + result.probed + ", " + last.probed + ")";
+    }
+    return result;
 }
 
 ProgramText RandomProgram::nativeCall(Want want, int depth) {
@@ -248,6 +259,15 @@ ProgramText RandomProgram::storeKey(int depth) {
 ProgramText RandomProgram::condition(int depth) {
     const Text tested = expression(chance(80) ? Want::Bool : Want::Any, depth);
     return {tested.plain, "truth(" + tested.probed + ")", tested.level};
+}
+
+std::string RandomProgram::freeExpression() {
+    byTokens_ = true;
+    mayRaise_ = chance(20);
+    const Text result = expression(anyWant(), 4);
+    byTokens_ = false;
+    mayRaise_ = false;
+    return result.plain;
 }
 
 // --------------------------------------------------------------------------------- statements

@@ -34,6 +34,10 @@ public:
     /// The next statement, of one line or several.
     ProgramText statement() { return statement(2); }
 
+    /// An expression that compiles. It may call `count`, which counts its calls, and `risky`, which
+    /// raises a soft error for a 3, wherever an operand can stand.
+    std::string freeExpression();
+
     /// The variables that a statement may change.
     static std::vector<std::string> variables();
 

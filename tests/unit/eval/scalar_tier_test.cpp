@@ -26,11 +26,29 @@ protected:
     std::string scalar(const std::string& source) {
         const CompiledText compiled(interpreter, source);
         EXPECT_TRUE(compiled.expression.valid) << source;
+        if (!compiled.expression.scalarCode.empty()) expectSameByCode(compiled, source);
+        return byNodes(compiled);
+    }
+    std::string byNodes(const CompiledText& compiled) {
         FastScalarValue out{};
         const bool answered = interpreter.tryEvaluateFastExpressionScalarNode(
             compiled.expression, compiled.expression.root, compiled.analysis, out);
-        EXPECT_TRUE(!answered || out.isSet()) << source;
+        EXPECT_TRUE(!answered || out.isSet());
         return answered ? shown(out) : "declined";
+    }
+    /// The straight-line form may decline more often, but otherwise does what the nodes do.
+    void expectSameByCode(const CompiledText& compiled, const std::string& source) {
+        std::string wanted;
+        std::string got;
+        const std::string wantedError = messageOf([&] { wanted = byNodes(compiled); });
+        const std::string gotError = messageOf([&] {
+            const FastScalarValue out =
+                interpreter.runScalarCode(compiled.expression, compiled.analysis);
+            got = out.isSet() ? shown(out) : "declined";
+        });
+        if (got == "declined") return;
+        EXPECT_EQ(got, wanted) << source;
+        EXPECT_EQ(gotError, wantedError) << source;
     }
     std::string integer(const std::string& source) {
         const CompiledText compiled(interpreter, source);
@@ -308,6 +326,25 @@ TEST_F(ScalarTiers, NativesRaiseInTheScalarTier) {
     EXPECT_EQ(raised("math[\"log\"](0)"), "math['log'] requires a positive value");
     EXPECT_EQ(raised("math[\"log\"](8, 1)"),
               "math['log'] base must be positive and not equal to 1");
+}
+
+TEST_F(ScalarTiers, StraightLineCodeKeepsTheOrderOfFailures) {
+    EXPECT_EQ(messageOf([&] { static_cast<void>(scalar("numbers[unknown[1]][1 \\ 0]")); }),
+              "Indexing requires an array, table, or string");
+    EXPECT_EQ(messageOf([&] { static_cast<void>(scalar("unknown[\"k\"][1 \\ 0]")); }),
+              "Indexing requires an array, table, or string");
+    EXPECT_EQ(messageOf([&] { static_cast<void>(scalar("unknown[1 \\ 0]")); }), "Division by zero");
+    EXPECT_EQ(messageOf([&] { static_cast<void>(scalar("(five \\ 0) + (text % 0)")); }),
+              "Division by zero");
+}
+
+TEST_F(ScalarTiers, StraightLineCodeIsGivenUpWhereItIsDeep) {
+    std::string source = "five";
+    for (int i = 0; i < 300; ++i) source = "1 + (" + source + ")";
+    EXPECT_EQ(scalar(source), "int 305");
+    source = "five";
+    for (int i = 0; i < 300; ++i) source = "1 - (0 - (" + source + "))";
+    EXPECT_EQ(scalar(source), "int 305");
 }
 
 // ---------------------------------------------------------------------------- int tier

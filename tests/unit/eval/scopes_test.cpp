@@ -380,23 +380,28 @@ TEST_F(Scopes, AnIndexOutsideTheScopeClearsTheCache) {
 
 TEST_F(Scopes, ADepthBeyondTheStackClearsTheCache) {
     setGlobal("x", 9);
-    const TokenAnalysis inFrame = token("x");
-    pushFrame("x", 1);
-    pushFrame("y", 0);
-    EXPECT_EQ(read(inFrame), "1");
-    interpreter_.frameScopes.popTo(0);
-    pushFrame("y", 0);
-    EXPECT_EQ(read(inFrame), "9");
+    for (const bool writing : {false, true}) {
+        const TokenAnalysis inFrame = token("x");
+        pushFrame("x", 1);
+        pushFrame("y", 0);
+        EXPECT_EQ(read(inFrame), "1");
+        interpreter_.frameScopes.popTo(0);
+        pushFrame("y", 0);
+        EXPECT_EQ(writing ? write(inFrame) : read(inFrame), "9");
+        EXPECT_EQ(inFrame.slotKind, SlotKind::Global);
+        interpreter_.frameScopes.popTo(0);
 
-    const TokenAnalysis inBlock = token("x");
-    pushBlock("x", 2);
-    pushBlock("y", 0);
-    EXPECT_EQ(read(inBlock), "2");
-    interpreter_.blockScopes.popTo(0);
-    pushBlock("y", 0);
-    EXPECT_EQ(read(inBlock), "9");
-    EXPECT_EQ(inBlock.slotKind, SlotKind::None);
-    EXPECT_EQ(inBlock.slotScope, nullptr);
+        const TokenAnalysis inBlock = token("x");
+        pushBlock("x", 2);
+        pushBlock("y", 0);
+        EXPECT_EQ(read(inBlock), "2");
+        interpreter_.blockScopes.popTo(0);
+        pushBlock("y", 0);
+        EXPECT_EQ(writing ? write(inBlock) : read(inBlock), "9");
+        EXPECT_EQ(inBlock.slotKind, SlotKind::None);
+        EXPECT_EQ(inBlock.slotScope, nullptr);
+        interpreter_.blockScopes.popTo(0);
+    }
 }
 
 TEST_F(Scopes, ACachedFrameIsPreferredToANewBlock) {
@@ -465,6 +470,19 @@ TEST_F(Scopes, ADefaultAssignmentCreatesAndCachesAGlobal) {
     EXPECT_TRUE(x.globalSlotFound);
     EXPECT_EQ(x.globalSlot, interpreter_.globalValues.size() - 1);
     EXPECT_EQ(read(x), "5") << "the cached miss is overwritten";
+}
+
+TEST_F(Scopes, ATokenThatOnlyWritesIsCachedToo) {
+    pushFrame("y", 0);
+    const TokenAnalysis created = token("x");
+    interpreter_.assignVariableFast(created, Variable::makeInt(5), ScopeTarget::Default);
+    const TokenAnalysis found = token("x");
+    EXPECT_EQ(write(found), "5");
+    for (const TokenAnalysis* analysis : {&created, &found}) {
+        EXPECT_TRUE(analysis->globalSlotChecked);
+        EXPECT_TRUE(analysis->globalSlotFound);
+        EXPECT_EQ(analysis->globalSlot, interpreter_.globalSlots.at("x"));
+    }
 }
 
 // Kept: the value goes by name into the right slot, but the cache goes to the newest global.
@@ -545,6 +563,25 @@ TEST_F(Scopes, ADamagedSlotIsReported) {
               "Internal slot error while assigning variable: broken");
     EXPECT_EQ(read(token("broken")), "null");
     EXPECT_EQ(uncached("broken"), "null");
+}
+
+TEST_F(Scopes, TheFirstSlotBehindTheValuesIsDamagedToo) {
+    interpreter_.globalSlots["broken"] = interpreter_.globalValues.size();
+    EXPECT_EQ(messageOf([&] { setGlobal("broken", 1); }),
+              "Internal slot error while setting variable: broken");
+    EXPECT_EQ(messageOf([&] { static_cast<void>(write(token("broken"))); }),
+              "Internal slot error while assigning variable: broken");
+    EXPECT_EQ(read(token("broken")), "null");
+    EXPECT_EQ(uncached("broken"), "null");
+}
+
+TEST_F(Scopes, ASlotWithoutItsBitIsDamagedToo) {
+    setGlobal("x", 1);
+    interpreter_.globalAssigned.pop_back();
+    EXPECT_EQ(messageOf([&] { static_cast<void>(write(token("x"))); }),
+              "Internal slot error while assigning variable: x");
+    EXPECT_EQ(read(token("x")), "null");
+    EXPECT_EQ(uncached("x"), "null");
 }
 
 TEST_F(Scopes, ADamagedSlotIsReportedByStatements) {

@@ -106,6 +106,28 @@ TEST(TableCache, TheBorderFollowsMarkedChanges) {
     EXPECT_EQ(cache.numericLength(table), 0);
 }
 
+TEST(TableCache, TheBorderFallsByOneWithItsLastKey) {
+    TableCache cache;
+    const auto table = tableWith({"1", "2", "3", "5"});
+    const auto removeLast = [&](const std::string& key) {
+        table->erase(key);
+        cache.markMutated(table, TableChange::LastKeyRemoved);
+        return cache.numericLength(table);
+    };
+    EXPECT_EQ(cache.numericLength(table), 3);
+    EXPECT_EQ(removeLast("3"), 2);
+    EXPECT_EQ(cache.snapshot(table)->keys, (std::vector<std::string>{"1", "2", "5"}));
+    (*table)["3"] = Variable();
+    (*table)["4"] = Variable();
+    cache.markMutated(table, TableChange::KeyAdded);
+    // Not measured in between: the border known to the cache is still an older one.
+    EXPECT_EQ(removeLast("5"), 4);
+    EXPECT_EQ(removeLast("4"), 3);
+    EXPECT_EQ(removeLast("3"), 2);
+    EXPECT_EQ(removeLast("2"), 1);
+    EXPECT_EQ(removeLast("1"), 0);
+}
+
 TEST(TableCache, TheBorderIsCachedUntilAChangeIsMarked) {
     TableCache cache;
     const auto table = tableWith({"1"});

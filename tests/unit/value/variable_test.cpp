@@ -150,6 +150,8 @@ TEST(Variable, TextOfEachKind) {
     int target = 0;
     EXPECT_EQ(pointerTo(&target).toString(), "[unconvertible type]");
     EXPECT_EQ(rawOf("bytes").toString(), "[unconvertible type]");
+    EXPECT_EQ(Variable::makeArray(ArrayStorage{Variable::makeInt(1), rawOf("b")}).toString(),
+              "[1, [unconvertible type]]");
 }
 
 TEST(Variable, TextOfContainers) {

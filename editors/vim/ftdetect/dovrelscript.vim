@@ -1,0 +1,1 @@
+autocmd BufNewFile,BufRead *.dv setfiletype dovrelscript

@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Makes the packages of a build tree as it stands, unpacks them, and uses what is in them.
+#   package_test.sh BUILD_DIRECTORY
+# Status 77: it cannot be tested here.
+set -euo pipefail
+build=$(realpath "${1:?usage: package_test.sh BUILD_DIRECTORY}")
+tests=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+for program in cpack dpkg-deb tar; do
+    command -v "$program" >/dev/null || {
+        echo "skipped: $program is missing"
+        exit 77
+    }
+done
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+# The directories of a package take after the mask of whoever makes it.
+umask 022
+
+fail() {
+    echo "FAILED $*"
+    exit 1
+}
+
+# expect NAME WANTED ACTUAL
+expect() {
+    [[ $3 == *"$2"* ]] || fail "$1: expected $2, actual $3"
+}
+
+# With the generator of make, cpack would first bring the build up to date.
+make_package() {
+    (cd "$build" && cpack -G "$1" -B "$folder/$1" -D CPACK_CMAKE_GENERATOR=Ninja) \
+        >"$folder/log" 2>&1 || fail "cpack -G $1: $(<"$folder/log")"
+}
+
+make_package DEB
+make_package TGZ
+package=$(echo "$folder"/DEB/dovrelscript_*.deb)
+expect "the package's name" dovrelscript "$(dpkg-deb -f "$package" Package)"
+expect "the maintainer" "The dovrelscript maintainers <maintainers@example.org>" \
+    "$(dpkg-deb -f "$package" Maintainer)"
+expect "the dependencies" libc6 "$(dpkg-deb -f "$package" Depends)"
+expect "the dependencies" libstdc++6 "$(dpkg-deb -f "$package" Depends)"
+[[ -n $(dpkg-deb -f "$package" Description) ]] || fail "the package has no description"
+
+root=$folder/root
+dpkg-deb -x "$package" "$root"
+for file in bin/dovrelscript share/man/man1/dovrelscript.1 \
+    share/doc/dovrelscript/{README.md,docs/command_line.md,examples/invoice.dv} \
+    share/dovrelscript/editors/vim/syntax/dovrelscript.vim \
+    share/dovrelscript/editors/vscode/syntaxes/dovrelscript.tmLanguage.json; do
+    [[ -f $root/usr/$file ]] || fail "no /usr/$file in the package"
+done
+closed=$(find "$root/usr" ! -perm -a+r -o -type d ! -perm -a+x)
+[[ -z $closed ]] || fail "closed to other users: $closed"
+left=$(find "$root" -type f -path '*/doc/*' -name '*.1')
+[[ -z $left ]] || fail "the manual page lies among the documents: $left"
+
+tar -xzf "$folder"/TGZ/dovrelscript-*.tar.gz -C "$folder/TGZ" --strip-components=1
+for program in "$root/usr/bin/dovrelscript" "$folder/TGZ/bin/dovrelscript"; do
+    "$program" "$root/usr/share/doc/dovrelscript/examples/invoice.dv" >"$folder/out" ||
+        fail "an example fails"
+    diff "$tests/examples/invoice.out" "$folder/out" || fail "an example prints something else"
+done
+
+if command -v groff >/dev/null; then
+    warnings=$(groff -man -ww -z -Tutf8 "$root/usr/share/man/man1/dovrelscript.1" 2>&1)
+    [[ -z $warnings ]] || fail "the manual page: $warnings"
+else
+    echo "the manual page is not checked: groff is missing"
+fi
+echo "all passed"

@@ -1,0 +1,36 @@
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+/// The text of what `native` gives for `values`, or the message that it raises.
+std::string answer(const NativeFunction& native, const std::vector<Variable>& values) {
+    std::vector<const Variable*> places;
+    for (const Variable& value : values) places.push_back(&value);
+    try {
+        return native(Arguments(places.data(), places.size())).toString();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+/// A script's call of string["len"] goes by its id. The function object has its own messages.
+TEST(StringLibrary, TheFunctionObjectOfLenHasItsOwnMessages) {
+    DovrelScript interpreter;
+    const Variable* library = interpreter.resolveVariablePtr(interpreter.names.intern("string"));
+    ASSERT_NE(library, nullptr);
+    const NativeFunction& native = library->asTable()->at("len").asFunction()->nativeFunction;
+    const Variable text(std::string("four"));
+    EXPECT_EQ(answer(native, {text}), "4");
+    EXPECT_EQ(answer(native, {}), "string['len'](s) requires exactly 1 argument");
+    EXPECT_EQ(answer(native, {text, text}), "string['len'](s) requires exactly 1 argument");
+    EXPECT_EQ(answer(native, {Variable::makeInt(4)}), "string['len'](s) expects a string");
+}
+
+}  // namespace
