@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "eval/errors.h"
+#include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
 #include "interpreter/dovrel_script.h"
 
@@ -26,43 +27,35 @@ private:
     std::uint64_t& depth_;
 };
 
-/// Pushes a callable's directory and name, those that it has, and pops them again.
-class NameStackGuard {
+/// A frame scope, popped on every way out, also while the guard around it is still being made.
+class FrameScopeHold {
 public:
-    NameStackGuard(DovrelScript& interpreter, const ScriptCallable& callable)
-        : interpreter_(interpreter),
-          hasDirectory_(!callable.baseDirectory.empty()),
-          hasName_(!callable.scriptName.empty()) {
-        if (hasDirectory_) interpreter.baseDirectoryStack.push_back(&callable.baseDirectory);
-        if (hasName_) interpreter.scriptNameStack.push_back(&callable.scriptName);
-    }
-    ~NameStackGuard() {
-        if (hasName_) interpreter_.scriptNameStack.pop_back();
-        if (hasDirectory_) interpreter_.baseDirectoryStack.pop_back();
-    }
-    NameStackGuard(const NameStackGuard&) = delete;
-    NameStackGuard& operator=(const NameStackGuard&) = delete;
+    FrameScopeHold(DovrelScript& interpreter, std::size_t entries)
+        : interpreter_(interpreter), scope_(interpreter.frameScopes.push(entries)) {}
+    ~FrameScopeHold() { interpreter_.frameScopes.pop(); }
+    FrameScopeHold(const FrameScopeHold&) = delete;
+    FrameScopeHold& operator=(const FrameScopeHold&) = delete;
+
+    /// Valid until the stack of scopes grows.
+    [[nodiscard]] Scope& scope() { return scope_; }
 
 private:
     DovrelScript& interpreter_;
-    bool hasDirectory_;
-    bool hasName_;
+    Scope& scope_;
 };
 
 /// The frame of a call: a scope with the parameters, and the extra arguments of a variadic one.
 class FrameGuard {
 public:
     FrameGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
-        : interpreter_(interpreter), isVariadic_(callable.isVariadic) {
-        Scope& scope = interpreter.frameScopes.push(callable.parameters.size());
-        bindParameters(scope, callable, args);
-        if (isVariadic_) {
-            interpreter.varargStack.push_back(extraArguments(callable, args));
-        }
+        : interpreter_(interpreter),
+          isVariadic_(callable.isVariadic),
+          hold_(interpreter, callable.parameters.size()) {
+        bindParameters(hold_.scope(), callable, args);
+        if (isVariadic_) interpreter.varargStack.push_back(extraArguments(callable, args));
     }
     ~FrameGuard() {
         if (isVariadic_) interpreter_.varargStack.pop_back();
-        interpreter_.frameScopes.pop();
     }
     FrameGuard(const FrameGuard&) = delete;
     FrameGuard& operator=(const FrameGuard&) = delete;
@@ -88,6 +81,7 @@ public:
 private:
     DovrelScript& interpreter_;
     bool isVariadic_;
+    FrameScopeHold hold_;
 };
 
 /// Makes a callable the running fast one: its parameters are found in the caller's arguments.
@@ -99,7 +93,7 @@ public:
           savedArgs_(interpreter.fastArgs),
           savedFrameBase_(interpreter.fastFrameBase),
           savedFloor_(interpreter.blockScopeFloor),
-          names_(interpreter, callable) {
+          names_(interpreter, callable.baseDirectory, callable.scriptName) {
         interpreter.fastCallable = &callable;
         interpreter.fastArgs = args;
         interpreter.fastFrameBase = interpreter.frameScopes.size();
@@ -231,7 +225,7 @@ Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Argu
     BlockSignal signal = BlockSignal::None;
     {
         const FrameGuard frame(*this, *callable, args);
-        const NameStackGuard nameStacks(*this, *callable);
+        const NameStackGuard nameStacks(*this, callable->baseDirectory, callable->scriptName);
         if (callable->program != nullptr) {
             result = executeBytecodeChunkInternal(callable->program, callable->chunkIndex, signal);
         } else if (callable->bodyLines != nullptr) {

@@ -63,10 +63,14 @@ void DovrelScript::raiseScriptErrorSoft(std::string message) {
     softErrorMessage = std::move(message);
 }
 
-void DovrelScript::keepCurrentLineText() {
+void DovrelScript::keepCurrentLineText() noexcept {
     if (currentLine == nullptr || currentLine == &currentLineTextOverride) return;
-    currentLineTextOverride = *currentLine;
-    currentLine = &currentLineTextOverride;
+    try {
+        currentLineTextOverride = *currentLine;
+        currentLine = &currentLineTextOverride;
+    } catch (const std::bad_alloc&) {
+        currentLine = nullptr;  // a report without the text is better than none
+    }
 }
 
 void DovrelScript::retireCallable(std::shared_ptr<ScriptCallable>&& callable,

@@ -94,8 +94,9 @@ public:
     /// Pushes an empty scope with room for `expectedEntries`.
     Scope& push(std::size_t expectedEntries) {
         if (count_ == scopes_.size()) scopes_.emplace_back();
-        Scope& scope = scopes_[count_++];
+        Scope& scope = scopes_[count_];
         scope.reserve(expectedEntries);
+        ++count_;  // last: the stack is as it was if memory runs out
         return scope;
     }
     void pop() { scopes_[--count_].clear(); }

@@ -140,19 +140,16 @@ void LineSplitter::flushLogicalLine() {
     ParsedScriptLine line;
     line.source = pending_;
     line.lineNumber = pendingLine_;
-    interpreter_.currentLine = &line.source;
-    try {
-        line.tokens = interpreter_.tokenise(line.source);
-    } catch (...) {
-        interpreter_.keepCurrentLineText();
-        throw;
-    }
+    // Reports show this line until the first statement runs. The text is the interpreter's own,
+    // since records move and may be gone by then.
+    interpreter_.currentLineTextOverride = pending_;
+    interpreter_.currentLine = &interpreter_.currentLineTextOverride;
+    line.tokens = interpreter_.tokenise(line.source);
     line.tokenAnalysis.reserve(line.tokens.size());
     for (const std::string& token : line.tokens) {
         line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
     }
     lines_.push_back(std::move(line));
-    interpreter_.currentLine = &lines_.back().source;
     pending_.clear();
     closeBrackets();
 }
@@ -172,8 +169,6 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
         start = end + 1;
     }
     splitter.finish();
-    // Until the first statement runs, reports show the last line that was parsed.
-    keepCurrentLineText();
     prepareParsedLines(lines);
     return lines;
 }

@@ -7,34 +7,8 @@
 #include <utility>
 
 #include "eval/errors.h"
+#include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
-
-namespace {
-
-/// Pushes a program's directory and name, those that it has, and pops them again.
-class ProgramNamesGuard {
-public:
-    ProgramNamesGuard(DovrelScript& interpreter, const BytecodeProgram& program)
-        : interpreter_(interpreter),
-          hasDirectory_(!program.baseDirectory.empty()),
-          hasName_(!program.scriptName.empty()) {
-        if (hasDirectory_) interpreter.baseDirectoryStack.push_back(&program.baseDirectory);
-        if (hasName_) interpreter.scriptNameStack.push_back(&program.scriptName);
-    }
-    ~ProgramNamesGuard() {
-        if (hasName_) interpreter_.scriptNameStack.pop_back();
-        if (hasDirectory_) interpreter_.baseDirectoryStack.pop_back();
-    }
-    ProgramNamesGuard(const ProgramNamesGuard&) = delete;
-    ProgramNamesGuard& operator=(const ProgramNamesGuard&) = delete;
-
-private:
-    DovrelScript& interpreter_;
-    bool hasDirectory_;
-    bool hasName_;
-};
-
-}  // namespace
 
 DovrelScript::DovrelScript() {
     randomEngine.seed(std::random_device("/dev/urandom")());
@@ -65,7 +39,7 @@ Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>
     BlockSignal signal = BlockSignal::None;
     Variable result;
     {
-        const ProgramNamesGuard programNames(*this, *program);
+        const NameStackGuard programNames(*this, program->baseDirectory, program->scriptName);
         result = executeBytecodeChunkInternal(program, 0, signal);
         rethrowPendingCoroutineException();
     }

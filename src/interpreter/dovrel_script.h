@@ -279,7 +279,7 @@ public:
         currentLine = &line.source;
     }
     /// Keeps the text of the current line, whose record is about to go.
-    void keepCurrentLineText();
+    void keepCurrentLineText() noexcept;
     /// Ends the hold on a callable whose call is over, but keeps it if `currentLine` may point into
     /// its lines. `lineAtEntry` is what `currentLine` was before the call.
     void retireCallable(std::shared_ptr<ScriptCallable>&& callable, const std::string* lineAtEntry);

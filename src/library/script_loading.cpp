@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "eval/errors.h"
+#include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
 #include "interpreter/dovrel_script.h"
 #include "library/natives.h"
@@ -43,24 +44,6 @@ std::string resourceBase(const std::string& base) {
     }
     return {};
 }
-
-/// Pushes a name on a stack for a compilation, if there is one.
-class NameGuard {
-public:
-    NameGuard(std::vector<const std::string*>& stack, const std::string& name, bool pushes)
-        : stack_(stack), pushed_(pushes) {
-        if (pushed_) stack_.push_back(&name);
-    }
-    ~NameGuard() {
-        if (pushed_) stack_.pop_back();
-    }
-    NameGuard(const NameGuard&) = delete;
-    NameGuard& operator=(const NameGuard&) = delete;
-
-private:
-    std::vector<const std::string*>& stack_;
-    bool pushed_;
-};
 
 Variable failure(const std::string& message) {
     return Variable::makeMulti({Variable(), Variable(message)});
@@ -121,7 +104,7 @@ Variable loadFunction(DovrelScript& interpreter, Arguments args) {
     const bool named =
         args.size() > 1 && args[1].type == VarType::String && !args[1].asString().empty();
     const std::string name = named ? args[1].asString() : std::string();
-    const NameGuard nameGuard(interpreter.scriptNameStack, name, named);
+    const NameStackEntry nameGuard(interpreter.scriptNameStack, name, named);
     try {
         return Variable::makeFunction(makeLoadedChunk(std::make_shared<BytecodeProgram>(
             interpreter.compileToBytecodeInternal(args[0].asString()))));
@@ -147,8 +130,8 @@ Variable loadFileFunction(DovrelScript& interpreter, Arguments args) {
     ScriptFileCacheEntry entry;
     try {
         const std::string directory = directoryPart(path);
-        const NameGuard directoryGuard(interpreter.baseDirectoryStack, directory, true);
-        const NameGuard nameGuard(interpreter.scriptNameStack, path, true);
+        const NameStackEntry directoryGuard(interpreter.baseDirectoryStack, directory, true);
+        const NameStackEntry nameGuard(interpreter.scriptNameStack, path, true);
         entry.program =
             std::make_shared<BytecodeProgram>(interpreter.compileToBytecodeInternal(text));
     } catch (const std::exception& error) {
