@@ -4,11 +4,13 @@
 
 #include <cstddef>
 #include <exception>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "eval/errors.h"
+#include "exec/bytecode_program.h"
 #include "failing_allocations.h"
 #include "interpreter/dovrel_script.h"
 
@@ -34,8 +36,6 @@ const std::vector<std::string> kScripts = {
     "\"(%d+)\")\n"
     "r = string[\"rep\"](s, 3); j = table[\"concat\"]([s, s, s], \", and then \")\n"
     "a = [\"the one that is long enough\", \"another one that is longer\"]\ntable[\"sort\"](a)\n",
-    "f = load(\"x = \\\"a text that is long enough\\\"; return x\"); y = f()\n"
-    "f, message = load(\"if this is a script without its end\")\n",
     "decay function later(text, ...)\nlocal held = text + text\nfor i = 1, 2\nx = held\nend\n"
     "function inner(a)\na += 1\nreturn a\nend\ny = inner(4)\nend\n"
     "later(\"a text that is long enough\", 1, 2)\nz = 1\nz = 2\nz = 3\nz = 4\nz = 5\nz = 6\nz = "
@@ -53,6 +53,9 @@ const std::vector<std::string> kProtectingScripts = {
     "function guarded(a)\nif a == 3\nerror(\"the guard of a function fired\")\nend\nreturn a\nend\n"
     "ok, e = pcall(fails, 1); ok, e = pcall(guarded, 3); ok, e = pcall(pcall, fails, 2)\n"
     "ok, e = pcall(string[\"rep\"], \"a text that is long enough\", 4)\n",
+    // What fails while a text is compiled is the second result of `load`.
+    "f, message = load(\"x = \\\"a text that is long enough\\\"; return x\")\n"
+    "if f\ny = f()\nend\nf, message = load(\"if this is a script without its end\")\n",
 };
 
 void expectNothingLeft(const DovrelScript& interpreter) {
@@ -142,6 +145,33 @@ TEST(AllocationFailure, IsCaughtByAProtectedCall) {
 
 TEST(AllocationFailure, LeavesAProtectedCallWhenNoneSucceedsAfterwards) {
     failEveryAllocation(kProtectingScripts, Shortage::ForEver);
+}
+
+TEST(AllocationFailure, LeavesNoNameOfAScriptBehind) {
+    for (std::size_t first = 1;; ++first) {
+        DovrelScript interpreter;
+        auto program = std::make_shared<BytecodeProgram>(interpreter.compileToBytecodeInternal(
+            "function short(a)\nreturn a + 1\nend\nfunction framed(a)\nb = a\nreturn b\nend\n"
+            "x = short(framed(1))\n"));
+        program->baseDirectory = "a directory that is long enough";
+        program->scriptName = "a name of a script that is long";
+        for (BytecodeFunctionDecl& declaration : program->functionDecls) {
+            declaration.baseDirectory = program->baseDirectory;
+            declaration.scriptName = program->scriptName;
+        }
+        {
+            const FailingAllocations failing(first, Shortage::Once);
+            try {
+                interpreter.runBytecodeProgram(program);
+            } catch (const std::exception&) {
+                // Which one is told by the tests above.
+            }
+            if (!FailingAllocations::happened()) break;
+        }
+        SCOPED_TRACE(first);
+        expectNothingLeft(interpreter);
+        ASSERT_LT(first, 1000U);
+    }
 }
 
 TEST(AllocationFailure, IsAMessageForAProtectedCall) {
