@@ -114,7 +114,10 @@ ProgramText RandomProgram::leaf(Want want) {
 
 ProgramText RandomProgram::expression(Want want, int depth) {
     if (byTokens_ && chance(8)) return countingCall(0);
-    if (mayRaise_ && chance(10)) return joined({word("risky("), leaf(Want::Int), word(")")});
+    if (mayRaise_ && chance(10)) {
+        const Text argument = byTokens_ && chance(40) ? countingCall(0) : leaf(Want::Int);
+        return joined({word("risky("), argument, word(")")});
+    }
     if (depth <= 0 || chance(20)) return leaf(want);
     if (chance(4)) want = anyWant();
     if (want == Want::Any) want = static_cast<Want>(below(4));
