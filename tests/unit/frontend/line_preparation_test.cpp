@@ -469,7 +469,8 @@ TEST_F(LinePreparation, LeavesAMalformedNumericForLineUnprepared) {
         EXPECT_FALSE(line.forHeader->numericLimit.valid) << source;
     }
     for (const std::string source : {"for i = 1 2, 3", "for i = 1, 2 3"}) {
-        const ParsedForHeader& header = *one(source).forHeader;
+        const ParsedScriptLine line = one(source);
+        const ParsedForHeader& header = *line.forHeader;
         EXPECT_FALSE(header.numericStart.valid && header.numericLimit.valid) << source;
     }
 }
