@@ -42,13 +42,6 @@ Variable remainderOf(const Variable& left, const Variable& right) {
         std::fmod(static_cast<float>(toDouble(left)), static_cast<float>(divisor)));
 }
 
-/// The native that a value is, or null.
-const ScriptCallable* nativeOf(const Variable* value) {
-    if (value == nullptr || value->type != VarType::Function) return nullptr;
-    const ScriptCallable* callable = value->asFunction().get();
-    return callable != nullptr && callable->isNative ? callable : nullptr;
-}
-
 /// The natives with an id that can neither call back into a script nor raise a soft error.
 bool runsNoScriptCode(BuiltinId id) {
     switch (id) {

@@ -131,10 +131,7 @@ const Variable* DovrelScript::calleeInPlace(const FastExpression& expression, in
 
 const ScriptCallable* DovrelScript::findNativeCallee(const FastExpression& expression, int callee,
                                                      const TokenAnalyses& analysis) {
-    const Variable* value = calleeInPlace(expression, callee, analysis);
-    if (value == nullptr || value->type != VarType::Function) return nullptr;
-    const ScriptCallable* callable = value->asFunction().get();
-    return callable != nullptr && callable->isNative ? callable : nullptr;
+    return nativeOf(calleeInPlace(expression, callee, analysis));
 }
 
 bool DovrelScript::tryScalarCall(const FastExpression& expression, const FastExprNode& node,

@@ -48,3 +48,10 @@ struct ScriptCallable {
     std::uint16_t fastReturnLine = 0;  // index in `bodyLines` of the `return`
     std::string fastGuardMessage;      // decoded message of the guard's `error` call
 };
+
+/// The native that a value is; null for a null pointer and for every other value.
+[[nodiscard]] inline const ScriptCallable* nativeOf(const Variable* value) {
+    if (value == nullptr || value->type != VarType::Function) return nullptr;
+    const ScriptCallable* callable = value->asFunction().get();
+    return callable != nullptr && callable->isNative ? callable : nullptr;
+}
