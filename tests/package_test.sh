@@ -48,8 +48,8 @@ root=$folder/root
 dpkg-deb -x "$package" "$root"
 for file in bin/dovrelscript share/man/man1/dovrelscript.1 \
     share/doc/dovrelscript/{README.md,docs/command_line.md,examples/invoice.dv} \
-    share/dovrelscript/editors/vim/syntax/dovrelscript.vim \
-    share/dovrelscript/editors/vscode/syntaxes/dovrelscript.tmLanguage.json; do
+    share/doc/dovrelscript/editors/vim/syntax/dovrelscript.vim \
+    share/doc/dovrelscript/editors/vscode/{package.json,syntaxes/dovrelscript.tmLanguage.json}; do
     [[ -f $root/usr/$file ]] || fail "no /usr/$file in the package"
 done
 closed=$(find "$root/usr" ! -perm -a+r -o -type d ! -perm -a+x)
@@ -63,6 +63,11 @@ for program in "$root/usr/bin/dovrelscript" "$folder/TGZ/bin/dovrelscript"; do
         fail "an example fails"
     diff "$tests/examples/invoice.out" "$folder/out" || fail "an example prints something else"
 done
+
+# Links that lead somewhere in the source tree may lead nowhere from here.
+find "$root/usr/share/doc/dovrelscript" -name '*.md' -print0 |
+    xargs -0 "$tests/run_documents.py" --program "$root/usr/bin/dovrelscript" >"$folder/out" ||
+    fail "the installed documents: $(<"$folder/out")"
 
 if command -v groff >/dev/null; then
     warnings=$(groff -man -ww -z -Tutf8 "$root/usr/share/man/man1/dovrelscript.1" 2>&1)

@@ -19,25 +19,29 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TIME_LIMIT = 120 if os.environ.get("DOVREL_SANITIZED") else 20
-FENCE = "```"
-CODE = re.compile(r"`[^`]*`")
-LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
+DOCUMENTS = ("docs/*.md", "bench/*.md", "editors/*/README.md")
+FENCE = re.compile(r"`{3,}")
+CODE = re.compile(r"(?<!`)(`+)(?!`).+?(?<!`)\1(?!`)", re.DOTALL)
+LINK = re.compile(r"\[[^\[\]]*\]\(([^)\s]+)\)")
 
 
 def split(path):
-    """The blocks of a document as (line, mark, text), and its other lines as (line, text)."""
-    blocks, prose, mark = [], [], None
+    """The blocks of a document as (line, mark, text), and its text with the blocks left blank."""
+    blocks, prose, fence = [], "", None
     for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(keepends=True), 1):
-        if mark is None and line.startswith(FENCE):
-            start, mark, text = number, line[len(FENCE) :].strip(), ""
-        elif mark is None:
-            prose.append((number, line))
-        elif line.startswith(FENCE):
-            blocks.append((start, mark, text))
-            mark = None
+        if fence is None:
+            if opening := FENCE.match(line):
+                start, fence, mark, text = number, opening[0], line[opening.end() :].strip(), ""
+                line = "\n"
         else:
-            text += line
-    if mark is not None:
+            if line.strip() == fence:
+                blocks.append((start, mark, text))
+                fence = None
+            else:
+                text += line
+            line = "\n"
+        prose += line
+    if fence is not None:
         raise ValueError(f"{path}:{start}: the block is not closed")
     return blocks, prose
 
@@ -73,9 +77,18 @@ def check_example(program, script, out, err):
     return [problem.rstrip("\n") for problem in problems]
 
 
+def links(prose):
+    """Each link to a file or a heading, as (line, link). Their texts may go over a line's end."""
+    text = CODE.sub(lambda code: re.sub(r"[^\n]", " ", code[0]), prose)
+    for match in LINK.finditer(text):
+        if ":" not in match[1]:
+            yield text.count("\n", 0, match.start()) + 1, match[1]
+
+
 def anchors(path):
     """The names of a document's headings, as links give them."""
-    titles = [line.lstrip("#").strip().lower() for _, line in split(path)[1] if line[0] == "#"]
+    lines = split(path)[1].splitlines()
+    titles = [line.lstrip("#").strip().lower() for line in lines if line.startswith("#")]
     return {re.sub(r"[^\w\- ]", "", title).replace(" ", "-") for title in titles}
 
 
@@ -90,19 +103,20 @@ def check_link(document, link):
 def main():
     parser = argparse.ArgumentParser(description="Runs the examples of the documents.")
     parser.add_argument("--program", required=True, help="the dovrelscript to run them with")
-    parser.add_argument("documents", nargs="*", type=Path, help="default: README.md and docs")
+    parser.add_argument("documents", nargs="*", type=Path, help="default: all of the source tree")
     options = parser.parse_args()
     program = os.path.abspath(options.program)
-    documents = options.documents or [ROOT / "README.md", *sorted(ROOT.glob("docs/**/*.md"))]
+    documents = options.documents or [
+        ROOT / "README.md",
+        *(path for glob in DOCUMENTS for path in sorted(ROOT.glob(glob))),
+    ]
 
     checks = []
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         for document in documents:
             blocks, prose = split(document)
             tasks = [(line, check_example, program, *rest) for line, *rest in examples(blocks)]
-            for line, text in prose:
-                links = [link for link in LINK.findall(CODE.sub("", text)) if ":" not in link]
-                tasks += [(line, check_link, document, link) for link in links]
+            tasks += [(line, check_link, document, link) for line, link in links(prose)]
             checks += [(f"{document}:{line}", pool.submit(*task)) for line, *task in tasks]
     failed = 0
     for place, check in checks:
