@@ -1,6 +1,7 @@
 // The exact tier: the scalar results that are certain to be what the token-stream evaluator gives.
 // It serves statements that go by tokens, and leaves alone whatever the two could see differently:
 // truth of numbers, "^", an int mixed with a float, anything that raises, anything that runs code.
+#include "eval/scalar_arithmetic.h"
 #include "eval/variable_access.h"
 #include "value/arithmetic.h"
 
@@ -53,6 +54,17 @@ FastScalarValue exactComparison(NodeKind kind, int a, int b) {
 
 }  // namespace
 
+FastScalarValue exactOperation(NodeKind kind, FastScalarValue left, FastScalarValue right) {
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
+        return kind >= NodeKind::Equal ? exactComparison(kind, left.intValue, right.intValue)
+                                       : exactInts(kind, left.intValue, right.intValue);
+    }
+    if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
+        return exactFloats(kind, left.floatValue, right.floatValue);
+    }
+    return {};
+}
+
 FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int index,
                                           const TokenAnalyses& analysis) {
     const FastExprNode& node = expression.nodes[static_cast<std::size_t>(index)];
@@ -90,16 +102,8 @@ FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int 
         case NodeKind::GreaterEqual: {
             const FastScalarValue left = exactScalar(expression, node.left, analysis);
             if (!left.isNumeric()) return {};
-            const FastScalarValue right = exactScalar(expression, node.right, analysis);
-            if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
-                return node.kind >= NodeKind::Equal
-                           ? exactComparison(node.kind, left.intValue, right.intValue)
-                           : exactInts(node.kind, left.intValue, right.intValue);
-            }
-            if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
-                return exactFloats(node.kind, left.floatValue, right.floatValue);
-            }
-            return {};
+            return exactOperation(node.kind, left,
+                                  exactScalar(expression, node.right, analysis));
         }
         default: return {};
     }

@@ -80,28 +80,19 @@ void takeRemainderInPlace(Variable& target, const FastScalarValue& value) {
 
 int fastScalarToInt(const FastScalarValue& value) {
     switch (value.kind) {
-        case ScalarKind::Int: return value.intValue;
+        case ScalarKind::Int:
+        case ScalarKind::Bool: return value.intValue;
         case ScalarKind::Float: return lowBitsOfFloat(value.floatValue);
-        case ScalarKind::Bool: return value.boolValue ? 1 : 0;
         default: throwNotNumeric();
     }
 }
 
 double fastScalarToDouble(const FastScalarValue& value) {
     switch (value.kind) {
-        case ScalarKind::Int: return static_cast<double>(value.intValue);
+        case ScalarKind::Int:
+        case ScalarKind::Bool: return static_cast<double>(value.intValue);
         case ScalarKind::Float: return static_cast<double>(value.floatValue);
-        case ScalarKind::Bool: return value.boolValue ? 1.0 : 0.0;
         default: throwNotNumeric();
-    }
-}
-
-bool isScalarTruthy(const FastScalarValue& value) {
-    switch (value.kind) {
-        case ScalarKind::Int: return value.intValue != 0;
-        case ScalarKind::Float: return value.floatValue != 0.0F;
-        case ScalarKind::Bool: return value.boolValue;
-        default: return false;
     }
 }
 
@@ -109,7 +100,7 @@ Variable variableFromFastScalar(const FastScalarValue& value) {
     switch (value.kind) {
         case ScalarKind::Int: return Variable::makeInt(value.intValue);
         case ScalarKind::Float: return Variable::makeFloat(value.floatValue);
-        case ScalarKind::Bool: return Variable::makeBool(value.boolValue);
+        case ScalarKind::Bool: return Variable::makeBool(value.truth());
         default: return {};
     }
 }

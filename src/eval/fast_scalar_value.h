@@ -5,7 +5,7 @@
 
 #include "value/variable.h"
 
-enum class ScalarKind : std::uint8_t {
+enum class ScalarKind : std::uint32_t {
     Unset = 0,
     Nil = 1,
     Int = 2,
@@ -13,40 +13,41 @@ enum class ScalarKind : std::uint8_t {
     Bool = 4,
 };
 
-/// Eight bytes without a constructor, so that it travels in a register: write `FastScalarValue{}`
-/// for an unset one. A tier that declines gives an unset value.
+/// Two words without a constructor, so that it travels in registers: write `FastScalarValue{}` for
+/// an unset one. A tier that declines gives an unset value.
 struct FastScalarValue {
     ScalarKind kind;
     union {
-        int intValue;      // when `kind` is Int
+        int intValue;      // when `kind` is Int; when it is Bool, 0 or 1
         float floatValue;  // when `kind` is Float
-        bool boolValue;    // when `kind` is Bool
     };
 
-    static FastScalarValue nil() {
+    [[gnu::always_inline]] static FastScalarValue nil() {
         FastScalarValue value{};
         value.kind = ScalarKind::Nil;
         return value;
     }
-    static FastScalarValue fromInt(int number) {
+    [[gnu::always_inline]] static FastScalarValue fromInt(int number) {
         FastScalarValue value{};
         value.kind = ScalarKind::Int;
         value.intValue = number;
         return value;
     }
-    static FastScalarValue fromFloat(float number) {
+    [[gnu::always_inline]] static FastScalarValue fromFloat(float number) {
         FastScalarValue value{};
         value.kind = ScalarKind::Float;
         value.floatValue = number;
         return value;
     }
-    static FastScalarValue fromBool(bool truth) {
+    [[gnu::always_inline]] static FastScalarValue fromBool(bool truth) {
         FastScalarValue value{};
         value.kind = ScalarKind::Bool;
-        value.boolValue = truth;
+        value.intValue = truth ? 1 : 0;
         return value;
     }
 
+    /// When `kind` is Bool.
+    [[nodiscard]] bool truth() const { return intValue != 0; }
     [[nodiscard]] bool isSet() const { return kind != ScalarKind::Unset; }
     /// Int, Float or Bool.
     [[nodiscard]] bool isNumeric() const { return kind >= ScalarKind::Int; }
@@ -61,17 +62,17 @@ struct FastScalarValue {
 
 /// Scalar truth: nil is false, a number is true if it is not 0. It differs from the general rule on
 /// purpose; a condition follows the rule of the tier that decides it.
-[[nodiscard]] bool isScalarTruthy(const FastScalarValue& value);
+[[nodiscard, gnu::always_inline]] inline bool isScalarTruthy(const FastScalarValue& value) {
+    if (value.kind == ScalarKind::Bool || value.kind == ScalarKind::Int) return value.intValue != 0;
+    return value.kind == ScalarKind::Float && value.floatValue != 0.0F;
+}
 
 /// Nil, Int, Float and Bool as a scalar; unset for every other kind.
-[[nodiscard]] inline FastScalarValue scalarFromVariable(const Variable& value) {
-    switch (value.type) {
-        case VarType::Nil: return FastScalarValue::nil();
-        case VarType::Int: return FastScalarValue::fromInt(value.asInt());
-        case VarType::Float: return FastScalarValue::fromFloat(value.asFloat());
-        case VarType::Bool: return FastScalarValue::fromBool(value.asBool());
-        default: return {};
-    }
+[[nodiscard, gnu::always_inline]] inline FastScalarValue scalarFromVariable(const Variable& value) {
+    if (value.type == VarType::Int) return FastScalarValue::fromInt(value.asInt());
+    if (value.type == VarType::Float) return FastScalarValue::fromFloat(value.asFloat());
+    if (value.type == VarType::Bool) return FastScalarValue::fromBool(value.asBool());
+    return value.type == VarType::Nil ? FastScalarValue::nil() : FastScalarValue{};
 }
 
 /// The same as a test: false for every other kind.
@@ -84,12 +85,16 @@ struct FastScalarValue {
 [[nodiscard]] Variable variableFromFastScalar(const FastScalarValue& value);
 
 /// Overwrites kind and content of `target`.
-inline void assignFastScalarToVariable(Variable& target, const FastScalarValue& value) {
-    switch (value.kind) {
-        case ScalarKind::Int: target.setInt(value.intValue); break;
-        case ScalarKind::Float: target.setFloat(value.floatValue); break;
-        case ScalarKind::Bool: target.setBool(value.boolValue); break;
-        default: target.setNil(); break;
+[[gnu::always_inline]] inline void assignFastScalarToVariable(Variable& target,
+                                                              const FastScalarValue& value) {
+    if (value.kind == ScalarKind::Int) {
+        target.setInt(value.intValue);
+    } else if (value.kind == ScalarKind::Float) {
+        target.setFloat(value.floatValue);
+    } else if (value.kind == ScalarKind::Bool) {
+        target.setBool(value.truth());
+    } else {
+        target.setNil();
     }
 }
 

@@ -42,11 +42,6 @@ FastScalarValue applyFloatOperator(NodeKind kind, FastScalarValue left, FastScal
     }
 }
 
-/// The int that an Int or a Bool stands for.
-int intOfIntLike(const FastScalarValue& value) {
-    return value.kind == ScalarKind::Int ? value.intValue : static_cast<int>(value.boolValue);
-}
-
 bool isEqualityNode(NodeKind kind) { return kind == NodeKind::Equal || kind == NodeKind::NotEqual; }
 
 }  // namespace
@@ -67,8 +62,7 @@ FastScalarValue mixedArithmetic(NodeKind kind, FastScalarValue left, FastScalarV
     if (alwaysFloat || left.kind == ScalarKind::Float || right.kind == ScalarKind::Float) {
         return applyFloatOperator(kind, left, right);
     }
-    return FastScalarValue::fromInt(
-        applyIntOperator(kind, intOfIntLike(left), intOfIntLike(right)));
+    return FastScalarValue::fromInt(applyIntOperator(kind, left.intValue, right.intValue));
 }
 
 bool mixedComparison(NodeKind kind, FastScalarValue left, FastScalarValue right, bool& out) {

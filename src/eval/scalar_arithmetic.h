@@ -31,11 +31,17 @@ template <typename Number>
     }
 }
 
-/// `mixedArithmetic` with the common kinds inline. One rounding of the double result of two floats
-/// is that of the operation in single precision.
+/// Either of them where the token-stream evaluator is certain to give the same; unset otherwise, also
+/// where it raises.
+[[nodiscard]] FastScalarValue exactOperation(NodeKind kind, FastScalarValue left,
+                                             FastScalarValue right);
+
+/// `mixedArithmetic`, or `exactOperation` for `isExact`, with the common kinds inline. One rounding
+/// of the double result of two floats is that of the operation in single precision.
 [[nodiscard, gnu::always_inline]] inline FastScalarValue scalarArithmeticOn(NodeKind kind,
                                                                             FastScalarValue left,
-                                                                            FastScalarValue right) {
+                                                                            FastScalarValue right,
+                                                                            bool isExact = false) {
     if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
         switch (kind) {
             case NodeKind::Add:
@@ -45,7 +51,11 @@ template <typename Number>
             case NodeKind::Multiply:
                 return FastScalarValue::fromInt(wrapMultiply(left.intValue, right.intValue));
             case NodeKind::Modulo:
-                return FastScalarValue::fromInt(checkedRemainder(left.intValue, right.intValue));
+                if (right.intValue == 0) break;
+                return FastScalarValue::fromInt(wrapRemainder(left.intValue, right.intValue));
+            case NodeKind::IntDivide:
+                if (right.intValue == 0) break;
+                return FastScalarValue::fromInt(wrapDivide(left.intValue, right.intValue));
             default: break;
         }
     } else if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
@@ -59,16 +69,31 @@ template <typename Number>
             default: break;
         }
     }
-    return mixedArithmetic(kind, left, right);
+    return isExact ? exactOperation(kind, left, right) : mixedArithmetic(kind, left, right);
 }
 
-/// `mixedComparison` with two ints inline.
-[[nodiscard, gnu::always_inline]] inline bool scalarComparisonOn(NodeKind kind,
-                                                                 FastScalarValue left,
-                                                                 FastScalarValue right, bool& out) {
-    if (left.kind != ScalarKind::Int || right.kind != ScalarKind::Int) {
-        return mixedComparison(kind, left, right, out);
+/// `mixedComparison` or `exactOperation` with two numbers of a kind inline; unset if it declines.
+[[nodiscard, gnu::always_inline]] inline FastScalarValue scalarComparisonOn(NodeKind kind,
+                                                                            FastScalarValue left,
+                                                                            FastScalarValue right,
+                                                                            bool isExact = false) {
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
+        return FastScalarValue::fromBool(compareNumbers(kind, left.intValue, right.intValue));
     }
-    out = compareNumbers(kind, left.intValue, right.intValue);
-    return true;
+    if (isExact) return exactOperation(kind, left, right);
+    if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
+        return FastScalarValue::fromBool(compareNumbers(kind, left.floatValue, right.floatValue));
+    }
+    bool truth = false;
+    return mixedComparison(kind, left, right, truth) ? FastScalarValue::fromBool(truth)
+                                                     : FastScalarValue{};
+}
+
+/// Any binary operator but "and" and "or".
+[[nodiscard, gnu::always_inline]] inline FastScalarValue scalarOperationOn(NodeKind kind,
+                                                                           FastScalarValue left,
+                                                                           FastScalarValue right,
+                                                                           bool isExact = false) {
+    return kind < NodeKind::Equal ? scalarArithmeticOn(kind, left, right, isExact)
+                                  : scalarComparisonOn(kind, left, right, isExact);
 }

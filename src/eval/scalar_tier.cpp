@@ -141,7 +141,10 @@ bool DovrelScript::tryScalarComparison(const FastExpression& expression, const F
     const FastScalarValue left = scalarOperand(expression, node.left, analysis);
     if (!left.isSet()) return false;
     const FastScalarValue right = scalarOperand(expression, node.right, analysis);
-    return right.isSet() && scalarComparisonOn(node.kind, left, right, out);
+    if (!right.isSet()) return false;
+    const FastScalarValue result = scalarComparisonOn(node.kind, left, right);
+    out = result.truth();
+    return result.isSet();
 }
 
 const Variable* DovrelScript::variableInPlace(const FastExpression& expression, int index,

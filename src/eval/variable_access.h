@@ -34,37 +34,30 @@ inline const Variable* DovrelScript::fastParameter(const TokenAnalysis& token) c
     return token.slotIndex < fastArgs.size() ? &fastArgs[token.slotIndex] : &nilValue();
 }
 
-inline const Variable* DovrelScript::readVariable(const TokenAnalysis& token) {
+inline Variable* DovrelScript::cachedVariable(const TokenAnalysis& token) {
     if (token.slotKind == SlotKind::Global) {
-        if (frameScopes.size() == token.slotDepth && !blockScopeVisible() &&
-            token.globalValue != nullptr) {
+        if (frameScopes.size() == token.slotDepth && !blockScopeVisible()) {
             return token.globalValue;
         }
     } else if (token.slotKind == SlotKind::Frame) {
         if (token.slotDepth < frameScopes.size()) {
-            const Scope& scope = frameScopes.fromTop(token.slotDepth);
-            if (const Variable* value = cachedScopeEntry(token, scope)) return value;
+            // Found through a const scope, but the variables are ours.
+            return const_cast<Variable*>(
+                cachedScopeEntry(token, frameScopes.fromTop(token.slotDepth)));
         }
-    } else if (token.slotKind == SlotKind::Parameter) {
+    }
+    return nullptr;
+}
+
+inline const Variable* DovrelScript::readVariable(const TokenAnalysis& token) {
+    if (const Variable* value = cachedVariable(token)) return value;
+    if (token.slotKind == SlotKind::Parameter) {
         if (const Variable* value = fastParameter(token)) return value;
     }
     return readVariableSlowly(token);
 }
 
 inline Variable* DovrelScript::variableForWriting(const TokenAnalysis& token) {
-    if (token.slotKind == SlotKind::Global) {
-        if (frameScopes.size() == token.slotDepth && !blockScopeVisible() &&
-            token.globalValue != nullptr) {
-            return token.globalValue;
-        }
-    } else if (token.slotKind == SlotKind::Frame) {
-        if (token.slotDepth < frameScopes.size()) {
-            const Scope& scope = frameScopes.fromTop(token.slotDepth);
-            // Found through a const scope, but the variables are ours.
-            if (const Variable* value = cachedScopeEntry(token, scope)) {
-                return const_cast<Variable*>(value);
-            }
-        }
-    }
-    return resolveExistingVariableFastMutable(token);
+    Variable* value = cachedVariable(token);
+    return value != nullptr ? value : resolveExistingVariableFastMutable(token);
 }

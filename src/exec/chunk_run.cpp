@@ -139,6 +139,11 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
             return Flow::Leave;
         default: throwPlainError("Unexpected non-inline opcode");
     }
+    return endInlineStatement();
+}
+
+/// The turn of a coroutine that follows an inline statement.
+ChunkRun::Flow ChunkRun::endInlineStatement() {
     if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
         !interpreter_.pendingCoroutineException) {
         interpreter_.serviceScheduledCoroutineTurn();
@@ -259,6 +264,10 @@ ChunkRun::Flow ChunkRun::runWhileLoop(std::uint32_t index, BlockSignal& signal, 
                                         : "Bytecode while-loop index out of range");
     selectLine(loop.conditionLine);
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
+    if (isInline) {
+        const HotCode* hot = hotCodeOf(BytecodeOp::WhileLoop, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotCode(*hot);
+    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     do {
@@ -276,6 +285,10 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
                    mode == Mode::Inline ? "Inline bytecode repeat-loop index out of range"
                                         : "Bytecode repeat-loop index out of range");
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
+    if (isInline) {
+        const HotCode* hot = hotCodeOf(BytecodeOp::RepeatLoop, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotCode(*hot);
+    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     for (;;) {

@@ -46,6 +46,13 @@ private:
     Flow execute(const BytecodeInstruction& instruction, BlockSignal& signal);
     void runChunkInline(std::uint32_t chunk, BlockSignal& signal);
     Flow executeInline(const BytecodeInstruction& instruction, BlockSignal& signal);
+    Flow endInlineStatement();
+
+    // Hot code.
+    class HotRun;
+    /// The hot code of a loop whose body is inlinable, or null.
+    const HotCode* hotCodeOf(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
+    Flow runHotCode(const HotCode& code);
 
     // Instructions.
     void runStatement(std::uint32_t line);

@@ -146,13 +146,17 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     }
     const BytecodeForLoop loop = program_->numericFors[index];
     const ParsedScriptLine& line = selectLine(loop.headerLine);
+    const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
+    if (isInline) {
+        const HotCode* hot = hotCodeOf(BytecodeOp::NumericFor, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotCode(*hot);
+    }
     NumericForRange range;
     if (!evaluateNumericForRange(interpreter_, line, range)) return leaveWithNil();
 
     const LoopScopeGuard scope(interpreter_, 1);
     interpreter_.frameScopes.back().append(
         loopVariableName(line, forHeaderOf(line).numericVariable), Variable::makeInt(range.start));
-    const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
     const bool upward = range.step >= 1;
     if (upward ? range.start > range.limit : range.start < range.limit) return Flow::Next;
 

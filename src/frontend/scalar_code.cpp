@@ -47,9 +47,10 @@ private:
     bool ok_ = true;
 };
 
-ScalarOpcode binaryOpcode(NodeKind kind) {
+/// The opcode of an operator in the group that begins with `first`.
+ScalarOpcode binaryOpcode(NodeKind kind, ScalarOpcode first = ScalarOpcode::Add) {
     const auto offset = static_cast<int>(kind) - static_cast<int>(NodeKind::Add);
-    return static_cast<ScalarOpcode>(static_cast<int>(ScalarOpcode::Add) + offset);
+    return static_cast<ScalarOpcode>(static_cast<int>(first) + offset);
 }
 
 void ScalarCompiler::emitValue(int index) {
@@ -100,13 +101,12 @@ bool ScalarCompiler::emitNamedOperands(const FastExprNode& binary) {
     const FastExprNode& right = node(binary.right);
     if (left.kind != NodeKind::Variable) return false;
     if (right.kind == NodeKind::IntLiteral) {
-        push(ScalarOpcode::VariableWithInt, right.intValue);
+        push(binaryOpcode(binary.kind, ScalarOpcode::AddInt), right.intValue);
     } else if (right.kind == NodeKind::Variable) {
-        push(ScalarOpcode::VariableWithVariable, right.tokenIndex);
+        push(binaryOpcode(binary.kind, ScalarOpcode::AddVariable), right.tokenIndex);
     } else {
         return false;
     }
-    code_.back().kind = static_cast<std::uint8_t>(binary.kind);
     code_.back().token = left.tokenIndex;
     return true;
 }

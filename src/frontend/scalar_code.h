@@ -20,11 +20,10 @@ enum class ScalarOpcode : std::uint8_t {
     PlaceVariable,  // adds a place: the variable `token`
     PlaceElement,   // pops a key; the last place becomes the element of the array there
     PlaceEntry,     // the last place becomes the entry of the table there, under string `intValue`
-    VariableWithInt,       // operator `kind` on the variable `token` and the int `intValue`
-    VariableWithVariable,  // operator `kind` on the variables `token` and `intValue`
     Negate,
     Not,
-    Add,  // this and the following pop two operands
+    // Three groups of operators, each in the order of their node kinds. These pop two operands.
+    Add,
     Subtract,
     Multiply,
     Divide,
@@ -37,19 +36,71 @@ enum class ScalarOpcode : std::uint8_t {
     Greater,
     LessEqual,
     GreaterEqual,
+    // On the variable `token` and the int `intValue`.
+    AddInt,
+    SubtractInt,
+    MultiplyInt,
+    DivideInt,
+    IntDivideInt,
+    ModuloInt,
+    PowerInt,
+    EqualInt,
+    NotEqualInt,
+    LessInt,
+    GreaterInt,
+    LessEqualInt,
+    GreaterEqualInt,
+    // On the variables `token` and `intValue`.
+    AddVariable,
+    SubtractVariable,
+    MultiplyVariable,
+    DivideVariable,
+    IntDivideVariable,
+    ModuloVariable,
+    PowerVariable,
+    EqualVariable,
+    NotEqualVariable,
+    LessVariable,
+    GreaterVariable,
+    LessEqualVariable,
+    GreaterEqualVariable,
     SkipIfFalse,  // "and": a false top stays and `intValue` instructions are skipped, else it goes
     SkipIfTrue,   // "or": the same with a true top
+
+    // What follows stands in hot code only, where a `token` is the number of a bound variable.
+    StoreVariable,   // pops a value into the variable `token`
+    UpdateVariable,  // the same by the compound operator `kind`, a character
+    StoreElement,    // pops a value and a key: the element of the array in the variable `token`
+    UpdateElement,   // the same by the compound operator `kind`
+    JumpIfFalse,     // pops a condition; to `intValue`
+    RepeatIfTrue,    // the same, back to the body of a loop
+    RepeatIfFalse,   // the same
+    Jump,            // to `intValue`
+    Break,           // the same, for a statement of the script
+    ForStart,        // pops step, limit and start; opens `for` number `token`, statement `intValue`
+    ForNext,         // counts in `for` number `token`; to `intValue` for another turn
+    ForLeave,        // closes the innermost `for`
+    SelectLine,      // makes the line of statement `intValue` the current one
+    RunStatement,    // statement `intValue` by the executor
+    Finish,          // the end of the loop
 };
+
+/// As the `kind` of an operator: it declines wherever the token-stream evaluator could see the
+/// operands differently.
+inline constexpr std::uint8_t kExactOperator = 1;
 
 struct ScalarInstruction {
     ScalarOpcode opcode;
-    std::uint8_t kind = 0;  // a NodeKind, for the operators that name their operands
+    std::uint8_t kind = 0;  // a compound operator's character, or kExactOperator
     std::uint16_t token = 0;
     union {
         std::int32_t intValue = 0;
         float floatValue;
     };
 };
+
+/// The first opcode that stands in hot code only.
+inline constexpr ScalarOpcode kFirstHotOpcode = ScalarOpcode::StoreVariable;
 
 /// How many scalars and how many places the code of an expression may hold at a time.
 inline constexpr std::size_t kScalarStackSize = 16;

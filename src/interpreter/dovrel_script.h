@@ -131,6 +131,9 @@ public:
     [[nodiscard]] Variable* variableForWriting(const TokenAnalysis& token);
     /// The same without a cache.
     [[nodiscard]] Variable* resolveExistingVariable(Name name);
+    /// The variable at a token if its cache leads to a global or a frame's entry that is good for
+    /// reading and writing alike, else null. Changes nothing that matters.
+    [[nodiscard]] Variable* cachedVariable(const TokenAnalysis& token);
     /// Writes a variable by name.
     void assignVariable(Name name, const Variable& value, ScopeTarget target);
     /// Writes the variable at a token, through the token's cache.

@@ -71,9 +71,9 @@ struct Variable {
     [[nodiscard]] std::string toString() const;
 
     // Checked access to one alternative; raises "bad_variant_access" if another one is active.
-    [[nodiscard]] int asInt() const { return checked<int>(); }
-    [[nodiscard]] float asFloat() const { return checked<float>(); }
-    [[nodiscard]] bool asBool() const { return checked<bool>(); }
+    [[nodiscard, gnu::always_inline]] int asInt() const { return checked<int>(); }
+    [[nodiscard, gnu::always_inline]] float asFloat() const { return checked<float>(); }
+    [[nodiscard, gnu::always_inline]] bool asBool() const { return checked<bool>(); }
     [[nodiscard]] void* asPointer() const { return checked<void*>(); }
     [[nodiscard]] const std::string& asString() const { return checked<std::string>(); }
     [[nodiscard]] std::string& asString() { return checkedMutable<std::string>(); }
@@ -119,7 +119,7 @@ struct Variable {
 
 private:
     template <typename T>
-    const T& checked() const {
+    [[gnu::always_inline]] const T& checked() const {
         const T* held = value.get<T>();
         if (held == nullptr) throwBadVariantAccess();
         return *held;
