@@ -74,19 +74,19 @@ FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int 
         case NodeKind::BoolLiteral: return FastScalarValue::fromBool(node.boolValue);
         case NodeKind::Variable: {
             const Variable* value = readVariable(analysis[node.tokenIndex]);
-            return value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+            return value != nullptr ? soundScalar(*value) : FastScalarValue::nil();
         }
         case NodeKind::Index: {
             const Variable* base = variableInPlace(expression, node.left, analysis);
             if (base == nullptr) return {};
             if (base->type == VarType::Table) {
                 const Variable* entry = calleeInPlace(expression, index, analysis);
-                return entry != nullptr ? scalarFromVariable(*entry) : FastScalarValue{};
+                return entry != nullptr ? soundScalar(*entry) : FastScalarValue{};
             }
             if (base->type != VarType::Array) return {};
             const FastScalarValue key = exactScalar(expression, node.right, analysis);
             if (key.kind != ScalarKind::Int) return {};
-            return scalarFromElement(*base->asArray(), key.intValue);
+            return soundScalar(elementOrNil(*base->asArray(), key.intValue));
         }
         case NodeKind::Add:
         case NodeKind::Subtract:
@@ -102,8 +102,7 @@ FastScalarValue DovrelScript::exactScalar(const FastExpression& expression, int 
         case NodeKind::GreaterEqual: {
             const FastScalarValue left = exactScalar(expression, node.left, analysis);
             if (!left.isNumeric()) return {};
-            return exactOperation(node.kind, left,
-                                  exactScalar(expression, node.right, analysis));
+            return exactOperation(node.kind, left, exactScalar(expression, node.right, analysis));
         }
         default: return {};
     }

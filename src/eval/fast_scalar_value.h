@@ -75,6 +75,22 @@ struct FastScalarValue {
     return value.type == VarType::Nil ? FastScalarValue::nil() : FastScalarValue{};
 }
 
+/// The same, but unset also for a variable whose kind and content disagree. Nothing raises here:
+/// what such a variable comes to is for the caller's next tier to say.
+[[nodiscard, gnu::always_inline]] inline FastScalarValue soundScalar(const Variable& value) {
+    const Alternative content = value.value.alternative();
+    if (value.type == VarType::Int && content == Alternative::Int) {
+        return FastScalarValue::fromInt(value.asInt());
+    }
+    if (value.type == VarType::Float && content == Alternative::Float) {
+        return FastScalarValue::fromFloat(value.asFloat());
+    }
+    if (value.type == VarType::Bool && content == Alternative::Bool) {
+        return FastScalarValue::fromBool(value.asBool());
+    }
+    return value.type == VarType::Nil ? FastScalarValue::nil() : FastScalarValue{};
+}
+
 /// The same as a test: false for every other kind.
 [[nodiscard]] inline bool tryFastScalarFromVariable(const Variable& value, FastScalarValue& out) {
     out = scalarFromVariable(value);

@@ -31,8 +31,8 @@ template <typename Number>
     }
 }
 
-/// Either of them where the token-stream evaluator is certain to give the same; unset otherwise, also
-/// where it raises.
+/// Either of them where the token-stream evaluator is certain to give the same; unset otherwise,
+/// also where it raises.
 [[nodiscard]] FastScalarValue exactOperation(NodeKind kind, FastScalarValue left,
                                              FastScalarValue right);
 

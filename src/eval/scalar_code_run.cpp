@@ -15,7 +15,7 @@ struct TokenVariables {
 
     [[nodiscard]] FastScalarValue scalar(std::uint16_t token) const {
         const Variable* value = place(token);
-        return value != nullptr ? scalarFromVariable(*value) : FastScalarValue::nil();
+        return value != nullptr ? soundScalar(*value) : FastScalarValue::nil();
     }
     [[nodiscard]] const Variable* place(std::uint16_t token) const {
         return interpreter.readVariable(analysis[token]);

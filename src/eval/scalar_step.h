@@ -47,9 +47,8 @@ template <NodeKind kind, typename Variables>
                                                    FastScalarValue*& top, Variables& variables) {
     const FastScalarValue left = variables.scalar(instruction.token);
     if (!left.isSet()) return false;
-    const FastScalarValue result =
-        scalarOperationOn(kind, left, FastScalarValue::fromInt(instruction.intValue),
-                          isExactOperator(instruction));
+    const FastScalarValue result = scalarOperationOn(
+        kind, left, FastScalarValue::fromInt(instruction.intValue), isExactOperator(instruction));
     *top++ = result;
     return result.isSet();
 }
@@ -97,7 +96,7 @@ template <typename Variables>
             return value.isSet();
         }
         case ScalarOpcode::PushPlace: {
-            const FastScalarValue value = scalarFromVariable(**--place);
+            const FastScalarValue value = soundScalar(**--place);
             *top++ = value;
             return value.isSet();
         }
@@ -110,6 +109,20 @@ template <typename Variables>
             const Variable* element = elementOf(*place[-1], *--top);
             place[-1] = element;
             return element != nullptr;
+        }
+        case ScalarOpcode::PlaceElementAt: {
+            const FastScalarValue key = variables.scalar(instruction.token);
+            const Variable* element = elementOf(*place[-1], key);
+            place[-1] = element;
+            return element != nullptr;
+        }
+        case ScalarOpcode::PushElementAt: {
+            const FastScalarValue key = variables.scalar(instruction.token);
+            const Variable* element = elementOf(**--place, key);
+            if (element == nullptr) return false;
+            const FastScalarValue value = soundScalar(*element);
+            *top++ = value;
+            return value.isSet();
         }
         case ScalarOpcode::PlaceEntry: {
             const Variable* entry = entryOf(*place[-1], variables.key(instruction.intValue));
@@ -144,7 +157,8 @@ template <typename Variables>
         case ScalarOpcode::Less: return stepOperator<NodeKind::Less>(instruction, top);
         case ScalarOpcode::Greater: return stepOperator<NodeKind::Greater>(instruction, top);
         case ScalarOpcode::LessEqual: return stepOperator<NodeKind::LessEqual>(instruction, top);
-        case ScalarOpcode::GreaterEqual: return stepOperator<NodeKind::GreaterEqual>(instruction, top);
+        case ScalarOpcode::GreaterEqual:
+            return stepOperator<NodeKind::GreaterEqual>(instruction, top);
         case ScalarOpcode::AddInt:
             return stepOperatorInt<NodeKind::Add>(instruction, top, variables);
         case ScalarOpcode::SubtractInt:

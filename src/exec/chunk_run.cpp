@@ -6,6 +6,7 @@
 
 #include "eval/errors.h"
 #include "exec/function_declaration.h"
+#include "exec/inline_chunks.h"
 
 namespace {
 
@@ -34,10 +35,6 @@ private:
     bool active_;
 };
 
-bool rangeIsInside(const BytecodeChunkRange& range, const BytecodeProgram& program) {
-    return std::uint64_t{range.firstInstruction} + range.instructionCount <= program.code.size();
-}
-
 /// The record at `index` of a side table; raises `message` for an index outside.
 template <typename Record>
 const Record& tableEntry(const std::vector<Record>& table, std::uint32_t index,
@@ -54,11 +51,13 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     if (program == nullptr || chunk >= program->chunks.size()) {
         throwPlainError("Invalid bytecode chunk index");
     }
+    ChunkRun run(*this, program, nesting);
+    if (const HotCode* hot = run.hotCode(chunk)) return run.runHot(*hot, signal);
     const BytecodeChunkRange range = program->chunks[chunk];
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");
     signal = BlockSignal::None;
-    return ChunkRun(*this, program, nesting).run(range, signal);
+    return run.run(range, signal);
 }
 
 Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
@@ -74,12 +73,15 @@ Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
             interpreter_.runTurnHook();
             if (flow == Flow::Leave) break;
         } catch (const std::exception& error) {
-            const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
-            interpreter_.rethrowLocated(error,
-                                        hasTokens ? (*statementTokens_)[0] : std::string("script"));
+            rethrowLocated(error);
         }
     }
     return std::move(value_);
+}
+
+void ChunkRun::rethrowLocated(const std::exception& error) {
+    const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
+    interpreter_.rethrowLocated(error, hasTokens ? (*statementTokens_)[0] : std::string("script"));
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
@@ -159,60 +161,6 @@ void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
     value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested, nesting_ + 1);
 }
 
-bool ChunkRun::chunkIsInlinable(std::uint32_t chunk) {
-    BytecodeProgram& program = *program_;
-    if (chunk >= program.chunks.size()) return false;
-    if (program.chunkInlineStates.size() < program.chunks.size()) {
-        program.chunkInlineStates.resize(program.chunks.size(), ChunkInlineState::Unknown);
-    }
-    const ChunkInlineState known = program.chunkInlineStates[chunk];
-    if (known != ChunkInlineState::Unknown) return known == ChunkInlineState::Yes;
-
-    // Marked while it is examined: a damaged file may hold a chunk that contains itself.
-    program.chunkInlineStates[chunk] = ChunkInlineState::BeingExamined;
-    const BytecodeChunkRange& range = program.chunks[chunk];
-    const bool inlinable =
-        !range.hasLocalDeclaration && rangeIsInside(range, program) && allBodiesInlinable(range);
-    program.chunkInlineStates[chunk] = inlinable ? ChunkInlineState::Yes : ChunkInlineState::No;
-    return inlinable;
-}
-
-bool ChunkRun::allBodiesInlinable(const BytecodeChunkRange& range) {
-    const BytecodeProgram& program = *program_;
-    const auto bodyInlinable = [this](const auto& table, std::uint32_t index) {
-        return index < table.size() && chunkIsInlinable(table[index].bodyChunk);
-    };
-    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
-        const BytecodeInstruction& instruction = program.code[range.firstInstruction + i];
-        bool fits = false;
-        switch (static_cast<BytecodeOp>(instruction.opcode)) {
-            case BytecodeOp::Statement:
-            case BytecodeOp::FastAssign:
-            case BytecodeOp::Break: fits = true; break;
-            case BytecodeOp::IfGroup:
-                fits = instruction.operand < program.ifGroups.size();
-                if (fits) {
-                    for (const auto& branch : program.ifGroups[instruction.operand].branches) {
-                        fits = fits && chunkIsInlinable(branch.bodyChunk);
-                    }
-                }
-                break;
-            case BytecodeOp::WhileLoop:
-                fits = bodyInlinable(program.whileLoops, instruction.operand);
-                break;
-            case BytecodeOp::RepeatLoop:
-                fits = bodyInlinable(program.repeatLoops, instruction.operand);
-                break;
-            case BytecodeOp::NumericFor:
-                fits = bodyInlinable(program.numericFors, instruction.operand);
-                break;
-            default: break;
-        }
-        if (!fits) return false;
-    }
-    return true;
-}
-
 void ChunkRun::runStatement(std::uint32_t index) {
     const ParsedScriptLine& line = selectLine(index);
     if (line.tokens.empty()) return;
@@ -265,8 +213,8 @@ ChunkRun::Flow ChunkRun::runWhileLoop(std::uint32_t index, BlockSignal& signal, 
     selectLine(loop.conditionLine);
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
     if (isInline) {
-        const HotCode* hot = hotCodeOf(BytecodeOp::WhileLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotCode(*hot);
+        const HotCode* hot = hotLoop(BytecodeOp::WhileLoop, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotLoop(*hot);
     }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
@@ -286,8 +234,8 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
                                         : "Bytecode repeat-loop index out of range");
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
     if (isInline) {
-        const HotCode* hot = hotCodeOf(BytecodeOp::RepeatLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotCode(*hot);
+        const HotCode* hot = hotLoop(BytecodeOp::RepeatLoop, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotLoop(*hot);
     }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;

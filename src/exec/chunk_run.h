@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "exec/bytecode_program.h"
+#include "exec/inline_chunks.h"
 #include "interpreter/dovrel_script.h"
 
 class ChunkRun {
@@ -32,6 +33,10 @@ public:
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
+    /// The hot code of a chunk, or null if it has not run yet or has none.
+    const HotCode* hotCode(std::uint32_t chunk);
+    /// The same as `run` by a chunk's hot code, which sees to its block scope itself.
+    Variable runHot(const HotCode& code, BlockSignal& signal);
 
 private:
     /// What follows an instruction.
@@ -50,9 +55,10 @@ private:
 
     // Hot code.
     class HotRun;
-    /// The hot code of a loop whose body is inlinable, or null.
-    const HotCode* hotCodeOf(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
-    Flow runHotCode(const HotCode& code);
+    HotChunk& hotChunk(std::uint32_t chunk);
+    /// The hot code of a loop whose body is inlinable, or null if it has none.
+    const HotCode* hotLoop(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
+    Flow runHotLoop(const HotCode& code);
 
     // Instructions.
     void runStatement(std::uint32_t line);
@@ -92,10 +98,8 @@ private:
 
     // Bodies of blocks.
     [[nodiscard]] bool canRunInline(std::uint32_t chunk) {
-        return !interpreter_.blockScopeVisible() && chunkIsInlinable(chunk);
+        return !interpreter_.blockScopeVisible() && chunkIsInlinable(*program_, chunk);
     }
-    [[nodiscard]] bool chunkIsInlinable(std::uint32_t chunk);
-    [[nodiscard]] bool allBodiesInlinable(const BytecodeChunkRange& range);
     void runBody(std::uint32_t chunk, bool isInline, BlockSignal& nested) {
         nested = BlockSignal::None;
         if (isInline) {
@@ -109,6 +113,8 @@ private:
     bool continuesAfterBody(BlockSignal nested, BlockSignal& signal, Flow& flow);
 
     const ParsedScriptLine& selectLine(std::uint32_t index);
+    /// The end of every statement of a recursive run that raises. Called from a handler.
+    [[noreturn]] void rethrowLocated(const std::exception& error);
     bool evaluateCondition(const ParsedScriptLine& line, std::string_view word) {
         return interpreter_.evaluateCondition(line, word, DovrelScript::ConditionTiers::BoolFirst);
     }

@@ -148,8 +148,8 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     const ParsedScriptLine& line = selectLine(loop.headerLine);
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
     if (isInline) {
-        const HotCode* hot = hotCodeOf(BytecodeOp::NumericFor, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotCode(*hot);
+        const HotCode* hot = hotLoop(BytecodeOp::NumericFor, index, loop.bodyChunk);
+        if (hot != nullptr) return runHotLoop(*hot);
     }
     NumericForRange range;
     if (!evaluateNumericForRange(interpreter_, line, range)) return leaveWithNil();

@@ -1,14 +1,16 @@
-// The translation of a loop into hot code.
+// The translation of loops and chunks into hot code.
 #include "exec/hot_code.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "exec/bytecode_program.h"
 #include "exec/for_header.h"
+#include "exec/inline_chunks.h"
 
 namespace {
 
-/// More than in any loop that a person writes, but blocks may be nested by a program.
+/// More than in any code that a person writes, but a damaged file may unfold into much more.
 constexpr std::size_t kMostInstructions = 1 << 14;
 constexpr std::size_t kMostNestedBlocks = 32;
 
@@ -38,37 +40,69 @@ bool namesTwoVariables(ScalarOpcode opcode) {
 }
 
 bool namesVariable(ScalarOpcode opcode) {
-    return opcode == ScalarOpcode::PushVariable || opcode == ScalarOpcode::PlaceVariable ||
-           (opcode >= ScalarOpcode::AddInt && opcode <= ScalarOpcode::GreaterEqualInt) ||
-           namesTwoVariables(opcode);
+    switch (opcode) {
+        case ScalarOpcode::PushVariable:
+        case ScalarOpcode::PlaceVariable:
+        case ScalarOpcode::PlaceElementAt:
+        case ScalarOpcode::PushElementAt: return true;
+        default:
+            return opcode >= ScalarOpcode::AddInt && opcode <= ScalarOpcode::GreaterEqualVariable;
+    }
 }
 
 class HotCompiler {
 public:
-    explicit HotCompiler(const BytecodeProgram& program) : program_(program) {}
+    explicit HotCompiler(BytecodeProgram& program) : program_(program) {}
 
-    HotCode compile(std::uint8_t opcode, std::uint32_t operand) {
+    HotCode compileLoop(BytecodeOp opcode, std::uint32_t operand) {
+        mode_ = {false, false, 0};
         emitInstruction(opcode, operand, 0);
-        emit(ScalarOpcode::Finish);
-        if (!ok_ || code_.variables.size() > kMostHotVariables) code_ = HotCode();
-        code_.opcode = opcode;
-        code_.operand = operand;
-        return std::move(code_);
+        return finish();
+    }
+    HotCode compileChunk(std::uint32_t chunk, bool amongBlocks) {
+        mode_ = {true, amongBlocks, 1};
+        const BytecodeChunkRange& range = program_.chunks[chunk];
+        if (!rangeIsInside(range, program_)) return {};
+        // Behind a `return` nobody sees the value of what ran before.
+        valueCounts_ =
+            range.instructionCount == 0 ||
+            opcodeAt(range.firstInstruction + range.instructionCount - 1) != BytecodeOp::Return;
+        emitChunk(chunk);
+        return finish();
     }
 
 private:
     using Jumps = std::vector<std::uint32_t>;
 
+    /// How the chunk being translated runs.
+    struct Mode {
+        bool isRecursive = false;
+        bool amongBlocks = false;  // a block scope is visible
+        std::uint16_t depth = 0;   // see HotStatement
+    };
+    /// The innermost loop.
+    struct Loop {
+        std::vector<std::size_t> inside;  // the statements of its body that are in no other loop
+        std::uint16_t depth = 0;          // of its own statement
+        std::uint16_t openBlocks = 0;     // around it
+    };
+
+    HotCode finish();
     void emitChunk(std::uint32_t chunk);
-    void emitInstruction(std::uint8_t opcode, std::uint32_t operand, std::uint32_t position);
-    void emitPlain(std::uint32_t line, std::uint32_t position, bool isFastAssign);
+    void emitNestedChunk(std::uint32_t chunk);
+    void emitInstruction(BytecodeOp opcode, std::uint32_t operand, std::uint32_t position);
+    void emitWhole(std::uint32_t line, std::uint32_t position);
+    void emitPlain(BytecodeOp opcode, std::uint32_t line, std::uint32_t position);
     bool emitAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
     bool emitElementAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
+    bool emitReturn(const ParsedScriptLine& line);
+    void emitBreak(std::uint32_t line);
     void emitIfGroup(const BytecodeIfGroup& group);
     void emitWhileLoop(const BytecodeWhileLoop& loop);
     void emitRepeatLoop(const BytecodeRepeatLoop& loop);
     void emitNumericFor(const BytecodeForLoop& loop);
-    void emitBody(std::uint32_t chunk, Jumps& breaks);
+    void emitLoopBody(std::uint32_t chunk, Loop& loop);
+    void endLoop(const Loop& loop);
     bool emitForClause(const ParsedScriptLine& line);
     void emitCondition(HotStatementKind kind, std::uint32_t line, ScalarOpcode jump);
     void emitExpression(const ParsedScriptLine& line, const FastExpression& expression,
@@ -86,13 +120,17 @@ private:
     void jumpTo(std::uint32_t position, std::uint32_t target) {
         code_.code[position].intValue = static_cast<std::int32_t>(target);
     }
-    void allJumpTo(const Jumps& jumps, std::uint32_t target) {
-        for (const std::uint32_t jump : jumps) jumpTo(jump, target);
+    [[nodiscard]] BytecodeOp opcodeAt(std::uint32_t position) const {
+        return static_cast<BytecodeOp>(program_.code[position].opcode);
     }
-    /// Opens a statement here; returns its number.
-    std::size_t beginStatement(HotStatementKind kind, std::uint32_t line) {
-        code_.statements.push_back({kind, line, 0, here(), 0, 0, 0});
-        return code_.statements.size() - 1;
+    std::size_t beginStatement(HotStatementKind kind, std::uint32_t line);
+    /// In a recursive run there is something to do where a statement begins, and where a block
+    /// statement ends.
+    void beginRecursiveStatement() {
+        if (mode_.isRecursive) emit(ScalarOpcode::BeginStatement);
+    }
+    void endBlockStatement() {
+        if (mode_.isRecursive) emit(ScalarOpcode::EndBlock);
     }
     void runByExecutor(std::size_t statement) {
         emit(ScalarOpcode::RunStatement, static_cast<std::int32_t>(statement));
@@ -103,64 +141,155 @@ private:
         ok_ = false;
         return nullptr;
     }
+    /// The record at `index`, or null, with the translation given up.
+    template <typename Record>
+    const Record* recordAt(const std::vector<Record>& table, std::uint32_t index) {
+        if (index < table.size()) return &table[index];
+        ok_ = false;
+        return nullptr;
+    }
+    [[nodiscard]] bool isInlinable(std::uint32_t chunk) {
+        return !mode_.amongBlocks && chunkIsInlinable(program_, chunk);
+    }
 
-    const BytecodeProgram& program_;
+    BytecodeProgram& program_;
     HotCode code_;
-    Jumps* breaks_ = nullptr;  // of the innermost loop
+    Mode mode_;
+    Loop* loop_ = nullptr;
     std::uint16_t openFors_ = 0;
+    std::uint16_t openBlocks_ = 0;
     std::size_t nestedBlocks_ = 0;
+    bool valueCounts_ = false;
     bool ok_ = true;
 };
 
-void HotCompiler::emitChunk(std::uint32_t chunk) {
-    const BytecodeChunkRange& range = program_.chunks[chunk];
-    ok_ = ok_ && ++nestedBlocks_ <= kMostNestedBlocks;
-    for (std::uint32_t i = 0; ok_ && i < range.instructionCount; ++i) {
-        const std::uint32_t position = range.firstInstruction + i;
-        const BytecodeInstruction& instruction = program_.code[position];
-        emitInstruction(instruction.opcode, instruction.operand, position);
-    }
-    --nestedBlocks_;
+HotCode HotCompiler::finish() {
+    emit(ScalarOpcode::Finish);
+    if (!ok_ || code_.variables.size() > kMostHotVariables) return {};
+    return std::move(code_);
 }
 
-void HotCompiler::emitInstruction(std::uint8_t opcode, std::uint32_t operand,
+std::size_t HotCompiler::beginStatement(HotStatementKind kind, std::uint32_t line) {
+    HotStatement statement;
+    statement.kind = kind;
+    statement.isRecursive = mode_.isRecursive;
+    statement.depth = mode_.depth;
+    statement.loopDepth = loop_ != nullptr ? loop_->depth : 0;
+    statement.loopBlocks = loop_ != nullptr ? loop_->openBlocks : 0;
+    statement.line = line;
+    statement.first = here();
+    code_.statements.push_back(statement);
+    const std::size_t number = code_.statements.size() - 1;
+    if (loop_ != nullptr) loop_->inside.push_back(number);
+    return number;
+}
+
+void HotCompiler::emitChunk(std::uint32_t chunk) {
+    if (chunk >= program_.chunks.size() || nestedBlocks_ >= kMostNestedBlocks) ok_ = false;
+    if (!ok_) return;
+    const BytecodeChunkRange& range = program_.chunks[chunk];
+    ok_ = rangeIsInside(range, program_);
+    const bool ownsBlock = mode_.isRecursive && (mode_.amongBlocks || range.hasLocalDeclaration);
+    const bool outerAmongBlocks = std::exchange(mode_.amongBlocks, mode_.amongBlocks || ownsBlock);
+    if (ownsBlock) {
+        emit(ScalarOpcode::PushBlock);
+        ++openBlocks_;
+    }
+    ++nestedBlocks_;
+    for (std::uint32_t i = 0; ok_ && i < range.instructionCount; ++i) {
+        const std::uint32_t position = range.firstInstruction + i;
+        emitInstruction(opcodeAt(position), program_.code[position].operand, position);
+    }
+    --nestedBlocks_;
+    if (ownsBlock) {
+        emit(ScalarOpcode::PopBlock);
+        --openBlocks_;
+    }
+    mode_.amongBlocks = outerAmongBlocks;
+}
+
+/// The body of a block statement: inline if it can, else as a recursive run of its own.
+void HotCompiler::emitNestedChunk(std::uint32_t chunk) {
+    const Mode outer = mode_;
+    if (!mode_.isRecursive || isInlinable(chunk)) {
+        mode_.isRecursive = false;
+    } else {
+        ++mode_.depth;
+        if (valueCounts_) emit(ScalarOpcode::ClearValue);
+    }
+    emitChunk(chunk);
+    mode_ = outer;
+}
+
+void HotCompiler::emitInstruction(BytecodeOp opcode, std::uint32_t operand,
                                   std::uint32_t position) {
-    switch (static_cast<BytecodeOp>(opcode)) {
-        case BytecodeOp::Statement: emitPlain(operand, position, false); return;
-        case BytecodeOp::FastAssign: emitPlain(operand, position, true); return;
-        case BytecodeOp::IfGroup: emitIfGroup(program_.ifGroups[operand]); return;
-        case BytecodeOp::WhileLoop: emitWhileLoop(program_.whileLoops[operand]); return;
-        case BytecodeOp::RepeatLoop: emitRepeatLoop(program_.repeatLoops[operand]); return;
-        case BytecodeOp::NumericFor: emitNumericFor(program_.numericFors[operand]); return;
-        case BytecodeOp::Break:
-            if (lineAt(operand) == nullptr) return;
-            beginStatement(HotStatementKind::Marker, operand);
-            breaks_->push_back(here());
-            emit(ScalarOpcode::Break);
+    switch (opcode) {
+        case BytecodeOp::Statement:
+        case BytecodeOp::FastAssign:
+        case BytecodeOp::Return: emitPlain(opcode, operand, position); return;
+        case BytecodeOp::IfGroup:
+            if (const auto* group = recordAt(program_.ifGroups, operand)) emitIfGroup(*group);
             return;
+        case BytecodeOp::WhileLoop:
+            if (const auto* loop = recordAt(program_.whileLoops, operand)) emitWhileLoop(*loop);
+            return;
+        case BytecodeOp::RepeatLoop:
+            if (const auto* loop = recordAt(program_.repeatLoops, operand)) emitRepeatLoop(*loop);
+            return;
+        case BytecodeOp::NumericFor:
+            if (const auto* loop = recordAt(program_.numericFors, operand)) emitNumericFor(*loop);
+            return;
+        case BytecodeOp::GenericFor:
+            if (const auto* loop = recordAt(program_.genericFors, operand)) {
+                emitWhole(loop->headerLine, position);
+            }
+            return;
+        case BytecodeOp::FunctionDecl:
+            if (const auto* function = recordAt(program_.functionDecls, operand)) {
+                emitWhole(function->declarationLine, position);
+            }
+            return;
+        case BytecodeOp::Break: emitBreak(operand); return;
         default: ok_ = false; return;
     }
 }
 
-void HotCompiler::emitPlain(std::uint32_t index, std::uint32_t position, bool isFastAssign) {
+/// An instruction that the executor runs in any case.
+void HotCompiler::emitWhole(std::uint32_t line, std::uint32_t position) {
+    beginRecursiveStatement();
+    const std::size_t statement = beginStatement(HotStatementKind::Whole, line);
+    runByExecutor(statement);
+    code_.statements[statement].instruction = position;
+    code_.statements[statement].next = here();
+}
+
+void HotCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uint32_t position) {
     const ParsedScriptLine* line = lineAt(index);
     if (line == nullptr) return;
-    const std::size_t statement = beginStatement(HotStatementKind::Plain, index);
+    beginRecursiveStatement();
+    const std::size_t statement = beginStatement(HotStatementKind::Whole, index);
     const ParsedAssignment* assignment = line->assignment.get();
-    const bool isTranslated =
-        assignment != nullptr && (isFastAssign ? emitAssignment(*line, *assignment)
-                                               : emitElementAssignment(*line, *assignment));
+    bool isTranslated = false;
+    if (opcode == BytecodeOp::Return) {
+        isTranslated = emitReturn(*line);
+    } else if (assignment != nullptr) {
+        isTranslated = opcode == BytecodeOp::FastAssign ? emitAssignment(*line, *assignment)
+                                                        : emitElementAssignment(*line, *assignment);
+    }
     if (!isTranslated) runByExecutor(statement);
     code_.statements[statement].instruction = position;
     code_.statements[statement].next = here();
 }
 
 bool HotCompiler::emitAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment) {
-    if (!assignment.isScalarCandidate) return false;
+    if (!assignment.isSimple() || assignment.values[0].scalarCode.empty()) return false;
     emitExpression(line, assignment.values[0], false);
-    ScalarInstruction& store = emit(assignment.isPlain ? ScalarOpcode::StoreVariable
-                                                       : ScalarOpcode::UpdateVariable);
-    store.kind = static_cast<std::uint8_t>(assignment.operation);
+    const bool declares = assignment.isPlain && line.assignmentScope != ScopeTarget::Default;
+    ScalarInstruction& store = emit(declares             ? ScalarOpcode::Declare
+                                    : assignment.isPlain ? ScalarOpcode::StoreVariable
+                                                         : ScalarOpcode::UpdateVariable);
+    store.kind = declares ? static_cast<std::uint8_t>(line.assignmentScope)
+                          : static_cast<std::uint8_t>(assignment.operation);
     store.token = variableAt(line, assignment.targets[0].nameToken);
     return true;
 }
@@ -181,11 +310,30 @@ bool HotCompiler::emitElementAssignment(const ParsedScriptLine& line,
     }
     emitExpression(line, key, false);
     emitExpression(line, value, true);
-    ScalarInstruction& store = emit(assignment.isPlain ? ScalarOpcode::StoreElement
-                                                       : ScalarOpcode::UpdateElement);
+    ScalarInstruction& store =
+        emit(assignment.isPlain ? ScalarOpcode::StoreElement : ScalarOpcode::UpdateElement);
     store.kind = static_cast<std::uint8_t>(assignment.operation);
     store.token = variableAt(line, target.nameToken);
     return true;
+}
+
+/// A `return` of one value.
+bool HotCompiler::emitReturn(const ParsedScriptLine& line) {
+    if (line.tokens.size() < 2 || line.returnValues.size() != 1 ||
+        line.returnValues[0].scalarCode.empty()) {
+        return false;
+    }
+    emitExpression(line, line.returnValues[0], false);
+    emit(ScalarOpcode::ReturnValue);
+    return true;
+}
+
+void HotCompiler::emitBreak(std::uint32_t line) {
+    ok_ = ok_ && loop_ != nullptr && lineAt(line) != nullptr;
+    if (!ok_) return;
+    beginRecursiveStatement();
+    const std::size_t statement = beginStatement(HotStatementKind::Marker, line);
+    emit(ScalarOpcode::Break, static_cast<std::int32_t>(statement));
 }
 
 /// The code of an expression, with its variables and keys numbered anew.
@@ -201,8 +349,7 @@ void HotCompiler::emitExpression(const ParsedScriptLine& line, const FastExpress
             instruction.token = variableAt(line, instruction.token);
         }
         if (namesTwoVariables(instruction.opcode)) {
-            instruction.intValue =
-                variableAt(line, static_cast<std::size_t>(instruction.intValue));
+            instruction.intValue = variableAt(line, static_cast<std::size_t>(instruction.intValue));
         }
         if (isExact) instruction.kind = kExactOperator;
         code_.code.push_back(instruction);
@@ -229,6 +376,7 @@ void HotCompiler::emitCondition(HotStatementKind kind, std::uint32_t index, Scal
 }
 
 void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
+    beginRecursiveStatement();
     Jumps toEnd;
     for (std::size_t i = 0; ok_ && i < group.branches.size(); ++i) {
         const BytecodeIfBranch& branch = group.branches[i];
@@ -237,16 +385,16 @@ void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
             const std::size_t marker =
                 beginStatement(HotStatementKind::Marker, branch.conditionLine);
             emit(ScalarOpcode::SelectLine, static_cast<std::int32_t>(marker));
-            emitChunk(branch.bodyChunk);
+            emitNestedChunk(branch.bodyChunk);
             break;  // what follows an `else` is never reached
         }
+        const std::size_t condition = code_.statements.size();
         emitCondition(HotStatementKind::IfCondition, branch.conditionLine,
                       ScalarOpcode::JumpIfFalse);
-        const std::size_t condition = code_.statements.size() - 1;
-        const std::uint32_t skip = here() - 1;
         if (!ok_) return;
+        const std::uint32_t skip = here() - 1;
         code_.statements[condition].next = here();
-        emitChunk(branch.bodyChunk);
+        emitNestedChunk(branch.bodyChunk);
         if (i + 1 < group.branches.size()) {
             toEnd.push_back(here());
             emit(ScalarOpcode::Jump);
@@ -254,46 +402,57 @@ void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
         jumpTo(skip, here());
         code_.statements[condition].otherwise = here();
     }
-    allJumpTo(toEnd, here());
+    for (const std::uint32_t jump : toEnd) jumpTo(jump, here());
+    endBlockStatement();
 }
 
-/// The body of a loop, which collects its breaks.
-void HotCompiler::emitBody(std::uint32_t chunk, Jumps& breaks) {
-    Jumps* const outer = std::exchange(breaks_, &breaks);
-    emitChunk(chunk);
-    breaks_ = outer;
+void HotCompiler::emitLoopBody(std::uint32_t chunk, Loop& loop) {
+    loop.depth = mode_.depth;
+    loop.openBlocks = openBlocks_;
+    Loop* const outer = std::exchange(loop_, &loop);
+    emitNestedChunk(chunk);
+    loop_ = outer;
+}
+
+/// Breaks lead here.
+void HotCompiler::endLoop(const Loop& loop) {
+    for (const std::size_t statement : loop.inside) code_.statements[statement].loopEnd = here();
 }
 
 /// The condition stands behind the body, so that a turn takes one jump.
 void HotCompiler::emitWhileLoop(const BytecodeWhileLoop& loop) {
+    beginRecursiveStatement();
     const std::uint32_t entry = here();
     emit(ScalarOpcode::Jump);
     const std::uint32_t body = here();
-    Jumps breaks;
-    emitBody(loop.bodyChunk, breaks);
+    Loop inner;
+    emitLoopBody(loop.bodyChunk, inner);
     jumpTo(entry, here());
-    emitCondition(HotStatementKind::LoopCondition, loop.conditionLine, ScalarOpcode::RepeatIfTrue);
+    emitCondition(HotStatementKind::WhileCondition, loop.conditionLine, ScalarOpcode::RepeatIfTrue);
     if (!ok_) return;
     jumpTo(here() - 1, body);
     code_.statements.back().next = body;
     code_.statements.back().otherwise = here();
-    allJumpTo(breaks, here());
+    endLoop(inner);
+    endBlockStatement();
 }
 
 void HotCompiler::emitRepeatLoop(const BytecodeRepeatLoop& loop) {
     const ParsedScriptLine* until = lineAt(loop.untilLine);
-    if (until == nullptr) return;
     // A damaged file may name another line: the executor reports it.
     ok_ = ok_ && !until->tokens.empty() && until->tokens[0] == "until";
+    if (!ok_) return;
+    beginRecursiveStatement();
     const std::uint32_t body = here();
-    Jumps breaks;
-    emitBody(loop.bodyChunk, breaks);
+    Loop inner;
+    emitLoopBody(loop.bodyChunk, inner);
     emitCondition(HotStatementKind::UntilCondition, loop.untilLine, ScalarOpcode::RepeatIfFalse);
     if (!ok_) return;
     jumpTo(here() - 1, body);
     code_.statements.back().next = here();
     code_.statements.back().otherwise = body;
-    allJumpTo(breaks, here());
+    endLoop(inner);
+    endBlockStatement();
 }
 
 /// Start, limit and step; false, with nothing emitted, if one of them is not for scalars.
@@ -321,25 +480,29 @@ void HotCompiler::emitNumericFor(const BytecodeForLoop& loop) {
           line->tokenAnalysis[variable].name != nullptr;
     if (!ok_) return;
 
+    beginRecursiveStatement();
     const std::size_t header = beginStatement(HotStatementKind::ForHeader, loop.headerLine);
-    code_.statements[header].loop = openFors_;
     if (!emitForClause(*line)) runByExecutor(header);
-    const std::uint32_t start = here();
-    emit(ScalarOpcode::ForStart, static_cast<std::int32_t>(header)).token = openFors_;
+    emit(ScalarOpcode::ForStart, static_cast<std::int32_t>(header));
     const std::uint32_t body = here();
     ++openFors_;
-    Jumps breaks;
-    emitBody(loop.bodyChunk, breaks);
+    Loop inner;
+    emitLoopBody(loop.bodyChunk, inner);
     --openFors_;
     emit(ScalarOpcode::ForNext, static_cast<std::int32_t>(body)).token = openFors_;
-    allJumpTo(breaks, here());
-    code_.statements[header].next = start + 1;
+    endLoop(inner);
+    code_.statements[header].next = body;
     code_.statements[header].otherwise = here();
     emit(ScalarOpcode::ForLeave);
+    endBlockStatement();
 }
 
 }  // namespace
 
-HotCode compileHotLoop(const BytecodeProgram& program, std::uint8_t opcode, std::uint32_t operand) {
-    return HotCompiler(program).compile(opcode, operand);
+HotCode compileHotLoop(BytecodeProgram& program, std::uint8_t opcode, std::uint32_t operand) {
+    return HotCompiler(program).compileLoop(static_cast<BytecodeOp>(opcode), operand);
+}
+
+HotCode compileHotChunk(BytecodeProgram& program, std::uint32_t chunk, bool amongBlocks) {
+    return HotCompiler(program).compileChunk(chunk, amongBlocks);
 }

@@ -9,13 +9,21 @@
 
 class ChunkRun::HotRun {
 public:
-    HotRun(ChunkRun& run, const HotCode& code)
-        : run_(run), interpreter_(run.interpreter_), code_(code) {
-        forgetVariables();
-        expectTurns();
+    HotRun(ChunkRun& run, const HotCode& code, BlockSignal& signal)
+        : run_(run),
+          interpreter_(run.interpreter_),
+          code_(code),
+          signal_(signal),
+          boundBase_(interpreter_.boundVariables.size()),
+          blockFloor_(interpreter_.blockScopeFloor),
+          blocksAtStart_(interpreter_.blockScopes.size()) {
+        interpreter_.boundVariables.resize(boundBase_ + code.variables.size());
+        bindAnew();
     }
     ~HotRun() {
         while (openFors_ > 0) closeFor();
+        if (openBlocks_ > 0) closeBlocks(0);
+        interpreter_.boundVariables.resize(boundBase_);
     }
     HotRun(const HotRun&) = delete;
     HotRun& operator=(const HotRun&) = delete;
@@ -25,7 +33,7 @@ public:
     // What the instructions of expressions ask for.
     [[nodiscard, gnu::always_inline]] FastScalarValue scalar(std::uint16_t variable) {
         const Variable* value = place(variable);
-        return value != nullptr ? scalarFromVariable(*value) : FastScalarValue{};
+        return value != nullptr ? soundScalar(*value) : FastScalarValue{};
     }
     [[nodiscard, gnu::always_inline]] Variable* place(std::uint16_t variable) {
         Variable* value = bound_[variable];
@@ -45,6 +53,8 @@ private:
         int step;
     };
 
+    // Statements.
+    bool declare(const ScalarInstruction& instruction, FastScalarValue value);
     bool storeElement(const ScalarInstruction& instruction, FastScalarValue key,
                       FastScalarValue value);
     bool updateElement(const ScalarInstruction& instruction, FastScalarValue key,
@@ -56,163 +66,251 @@ private:
         interpreter_.frameScopes.pop();
         --openFors_;
     }
+    void pushBlock() {
+        interpreter_.pushBlockScope();
+        ++openBlocks_;
+        bindAnew();
+    }
+    /// Pops block scopes until `count` of this run are open.
+    void closeBlocks(std::size_t count) {
+        interpreter_.blockScopes.popTo(blocksAtStart_ + count);
+        interpreter_.blockScopeFloor = blockFloor_;
+        openBlocks_ = count;
+    }
 
-    /// Where the code goes on after the executor has run the statement; null to leave.
+    // What goes by the executor. A null position leaves the code, `leaves_` being set before.
     Position runByExecutor(const HotStatement& statement);
+    Position runWhole(const HotStatement& statement);
     Position afterCondition(const HotStatement& statement, const char* word);
-    /// The turn of a coroutine behind a statement. False to leave.
-    bool giveTurn();
+    Position breakFrom(const HotStatement& statement);
+    Position unwindFrom(const HotStatement& statement);
+    Flow returnFrom(const HotStatement& statement, FastScalarValue value);
+
+    // Turns of a coroutine.
     void expectTurns() {
         expectsTurns_ = interpreter_.scheduledCoroutine != nullptr ||
                         interpreter_.pendingCoroutineException != nullptr;
     }
+    /// The end of a statement. False to leave.
+    bool giveTurn(const HotStatement& statement);
+    /// The end of `count` statements of recursive runs.
+    void giveTurns(std::size_t count);
+    bool beginStatement();
 
-    [[nodiscard]] Variable* bind(std::uint16_t variable) {
-        bound_[variable] = interpreter_.cachedVariable(*code_.variables[variable]);
+    // Variables.
+    [[nodiscard, gnu::noinline]] Variable* bind(std::uint16_t variable) {
+        bound_[variable] = interpreter_.bindableVariable(*code_.variables[variable]);
         return bound_[variable];
     }
-    void forgetVariables() {
-        std::fill_n(bound_.begin(), code_.variables.size(), nullptr);
+    void bindAnew() {
+        bound_ = interpreter_.boundVariables.data() + boundBase_;
+        std::fill_n(bound_, code_.variables.size(), nullptr);
+        expectTurns();
     }
-    [[nodiscard]] Position positionOf(std::uint32_t index) const {
+
+    [[nodiscard]] Position positionOf(std::int64_t index) const {
         return code_.code.data() + index;
     }
     [[nodiscard]] const HotStatement& statementAt(Position at) const;
+    [[nodiscard]] const HotStatement& statement(const ScalarInstruction& instruction) const {
+        return code_.statements[static_cast<std::size_t>(instruction.intValue)];
+    }
     void showTo(Position at);
 
     ChunkRun& run_;
     DovrelScript& interpreter_;
     const HotCode& code_;
-    std::array<Variable*, kMostHotVariables> bound_;  // null where nothing is bound
-    std::array<OpenFor, kMostHotFors> fors_;          // the first `openFors_` are open
+    BlockSignal& signal_;
+    Variable** bound_ = nullptr;  // null where nothing is bound
+    std::size_t boundBase_;       // where they begin in the interpreter's stack of them
+    std::size_t blockFloor_;
+    std::size_t blocksAtStart_;
+    std::array<OpenFor, kMostHotFors> fors_;  // the first `openFors_` are open
     std::size_t openFors_ = 0;
+    std::size_t openBlocks_ = 0;
     Position lastStatement_ = nullptr;  // in the statement that ran last here, null for others
     Position lastElement_ = nullptr;    // in an element assignment whose last token nobody has seen
     bool clearsValue_ = false;          // the chunk's value is nil, and is not yet written
     bool expectsTurns_ = false;         // a coroutine may have a turn behind each statement
-    bool inExecutor_ = false;           // a statement runs by the executor
+    bool inExecutor_ = false;           // the current line and the last token are as they should
 };
 
-const HotCode* ChunkRun::hotCodeOf(BytecodeOp opcode, std::uint32_t operand,
-                                   std::uint32_t bodyChunk) {
-    std::vector<std::unique_ptr<const HotCode>>& loops = program_->hotLoops;
-    if (loops.size() < program_->chunks.size()) loops.resize(program_->chunks.size());
-    std::unique_ptr<const HotCode>& code = loops[bodyChunk];
-    const auto byte = static_cast<std::uint8_t>(opcode);
-    if (code == nullptr) {
-        code = std::make_unique<const HotCode>(compileHotLoop(*program_, byte, operand));
-    }
-    // In a damaged file several loops may share a body.
-    const bool fits = code->opcode == byte && code->operand == operand && !code->code.empty();
-    return fits ? code.get() : nullptr;
+HotChunk& ChunkRun::hotChunk(std::uint32_t chunk) {
+    std::vector<HotChunk>& chunks = program_->hotChunks;
+    if (chunks.size() < program_->chunks.size()) chunks.resize(program_->chunks.size());
+    return chunks[chunk];
 }
 
-ChunkRun::Flow ChunkRun::runHotCode(const HotCode& code) { return HotRun(*this, code).run(); }
+const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
+                                 std::uint32_t bodyChunk) {
+    HotChunk& known = hotChunk(bodyChunk);
+    const auto byte = static_cast<std::uint8_t>(opcode);
+    if (known.loop == nullptr) {
+        known.loop = std::make_unique<const HotCode>(compileHotLoop(*program_, byte, operand));
+        known.loopOpcode = byte;
+        known.loopOperand = operand;
+    }
+    // In a damaged file several loops may share a body.
+    const bool fits = known.loopOpcode == byte && known.loopOperand == operand;
+    return fits && !known.loop->code.empty() ? known.loop.get() : nullptr;
+}
+
+const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
+    HotChunk& known = hotChunk(chunk);
+    if (!known.hasRun) {
+        known.hasRun = true;
+        return nullptr;
+    }
+    const bool amongBlocks = interpreter_.blockScopeVisible();
+    std::unique_ptr<const HotCode>& code = amongBlocks ? known.chunkAmongBlocks : known.chunk;
+    if (code == nullptr) {
+        code = std::make_unique<const HotCode>(compileHotChunk(*program_, chunk, amongBlocks));
+    }
+    return code->code.empty() ? nullptr : code.get();
+}
+
+ChunkRun::Flow ChunkRun::runHotLoop(const HotCode& code) {
+    BlockSignal signal = BlockSignal::None;  // an inlinable loop has none to give
+    return HotRun(*this, code, signal).run();
+}
+
+Variable ChunkRun::runHot(const HotCode& code, BlockSignal& signal) {
+    signal = BlockSignal::None;
+    try {
+        HotRun(*this, code, signal).run();
+    } catch (const std::exception& error) {
+        rethrowLocated(error);
+    }
+    return std::move(value_);
+}
 
 ChunkRun::Flow ChunkRun::HotRun::run() {
-    Position at = positionOf(0);
     std::array<FastScalarValue, kHotStackSize> stack;     // left uninitialised
     std::array<const Variable*, kPlaceStackSize> places;  // left uninitialised
     FastScalarValue* top = stack.data();
     const Variable** place = places.data();
+    Position at = positionOf(0);
     try {
-    for (;;) {
-        const ScalarInstruction& instruction = *at;
-        bool declines = false;
-        if (instruction.opcode < kFirstHotOpcode) {
-            if (stepScalarCode(at, top, place, *this)) {
-                ++at;
-                continue;
-            }
-            declines = true;
-        } else
-        switch (instruction.opcode) {
-            case ScalarOpcode::StoreVariable: {
-                Variable* variable = this->place(instruction.token);
-                if (variable == nullptr) {
-                    declines = true;
-                    break;
+        for (;;) {
+            const ScalarInstruction& instruction = *at;
+            if (instruction.opcode < kFirstHotOpcode) {
+                if (stepScalarCode(at, top, place, *this)) {
+                    ++at;
+                    continue;
                 }
-                assignFastScalarToVariable(*variable, *--top);
-                goto statementDone;
-            }
-            case ScalarOpcode::UpdateVariable: {
-                Variable* variable = this->place(instruction.token);
-                if (variable == nullptr ||
-                    !tryApplyFastScalarOperationInPlace(
-                        *variable, static_cast<char>(instruction.kind), *--top)) {
-                    declines = true;
-                    break;
+            } else {
+                switch (instruction.opcode) {
+                    case ScalarOpcode::BeginStatement:
+                        if (!beginStatement()) return Flow::Leave;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::EndBlock:
+                        if (expectsTurns_) giveTurns(1);
+                        ++at;
+                        continue;
+                    case ScalarOpcode::ClearValue:
+                        clearsValue_ = true;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::PushBlock:
+                        pushBlock();
+                        ++at;
+                        continue;
+                    case ScalarOpcode::PopBlock:
+                        closeBlocks(openBlocks_ - 1);
+                        bindAnew();
+                        ++at;
+                        continue;
+                    case ScalarOpcode::StoreVariable: {
+                        Variable* variable = this->place(instruction.token);
+                        if (variable == nullptr) break;
+                        assignFastScalarToVariable(*variable, *--top);
+                        goto statementDone;
+                    }
+                    case ScalarOpcode::UpdateVariable: {
+                        Variable* variable = this->place(instruction.token);
+                        if (variable == nullptr ||
+                            !tryApplyFastScalarOperationInPlace(
+                                *variable, static_cast<char>(instruction.kind), *--top)) {
+                            break;
+                        }
+                        goto statementDone;
+                    }
+                    case ScalarOpcode::Declare:
+                        if (!declare(instruction, *--top)) break;
+                        goto statementDone;
+                    case ScalarOpcode::StoreElement:
+                        top -= 2;
+                        if (!storeElement(instruction, top[0], top[1])) break;
+                        lastElement_ = at;
+                        goto statementDone;
+                    case ScalarOpcode::UpdateElement:
+                        top -= 2;
+                        if (!updateElement(instruction, top[0], top[1])) break;
+                        lastElement_ = at;
+                        goto statementDone;
+                    case ScalarOpcode::JumpIfFalse:
+                        lastStatement_ = at;
+                        at = isScalarTruthy(*--top) ? at + 1 : positionOf(instruction.intValue);
+                        continue;
+                    case ScalarOpcode::RepeatIfTrue:
+                    case ScalarOpcode::RepeatIfFalse:
+                        lastStatement_ = at;
+                        if (interpreter_.softErrorUnwinding()) break;
+                        at = isScalarTruthy(*--top) ==
+                                     (instruction.opcode == ScalarOpcode::RepeatIfTrue)
+                                 ? positionOf(instruction.intValue)
+                                 : at + 1;
+                        continue;
+                    case ScalarOpcode::Jump: at = positionOf(instruction.intValue); continue;
+                    case ScalarOpcode::Break:
+                        lastStatement_ = at;
+                        at = breakFrom(statement(instruction));
+                        continue;
+                    case ScalarOpcode::ForStart: {
+                        top -= 3;
+                        if (top[0].kind != ScalarKind::Int || top[1].kind != ScalarKind::Int ||
+                            top[2].kind != ScalarKind::Int) {
+                            break;
+                        }
+                        const NumericForRange range{top[0].intValue, top[1].intValue,
+                                                    top[2].intValue};
+                        if (range.step == 0) throwPlainError("for loop step must not be 0");
+                        lastStatement_ = at;
+                        at = startFor(statement(instruction), range);
+                        continue;
+                    }
+                    case ScalarOpcode::ForNext:
+                        at = nextTurn(fors_[instruction.token]) ? positionOf(instruction.intValue)
+                                                                : at + 1;
+                        continue;
+                    case ScalarOpcode::ForLeave:
+                        closeFor();
+                        ++at;
+                        continue;
+                    case ScalarOpcode::SelectLine: lastStatement_ = at++; continue;
+                    case ScalarOpcode::ReturnValue:
+                        lastStatement_ = at;
+                        return returnFrom(statementAt(at), *--top);
+                    case ScalarOpcode::RunStatement: break;
+                    case ScalarOpcode::Finish: showTo(lastStatement_); return Flow::Next;
+                    default:
+                        __builtin_unreachable();
+                    statementDone:
+                        lastStatement_ = at++;
+                        clearsValue_ = true;
+                        if (expectsTurns_ && !giveTurn(statementAt(lastStatement_))) {
+                            return Flow::Leave;
+                        }
+                        continue;
                 }
-                goto statementDone;
             }
-            case ScalarOpcode::StoreElement:
-                top -= 2;
-                if (storeElement(instruction, top[0], top[1])) goto elementDone;
-                declines = true;
-                break;
-            case ScalarOpcode::UpdateElement:
-                top -= 2;
-                if (updateElement(instruction, top[0], top[1])) goto elementDone;
-                declines = true;
-                break;
-            case ScalarOpcode::JumpIfFalse:
-                lastStatement_ = at;
-                at = isScalarTruthy(*--top) ? at + 1 : positionOf(instruction.intValue);
-                continue;
-            case ScalarOpcode::RepeatIfTrue:
-            case ScalarOpcode::RepeatIfFalse:
-                lastStatement_ = at;
-                if (interpreter_.softErrorUnwinding()) return run_.leaveWithNil();
-                at = isScalarTruthy(*--top) == (instruction.opcode == ScalarOpcode::RepeatIfTrue)
-                         ? positionOf(instruction.intValue)
-                         : at + 1;
-                continue;
-            case ScalarOpcode::Break: lastStatement_ = at; [[fallthrough]];
-            case ScalarOpcode::Jump: at = positionOf(instruction.intValue); continue;
-            case ScalarOpcode::ForStart: {
-                top -= 3;
-                if (top[0].kind != ScalarKind::Int || top[1].kind != ScalarKind::Int ||
-                    top[2].kind != ScalarKind::Int) {
-                    declines = true;
-                    break;
-                }
-                const NumericForRange range{top[0].intValue, top[1].intValue, top[2].intValue};
-                if (range.step == 0) throwPlainError("for loop step must not be 0");
-                lastStatement_ = at;
-                at = startFor(code_.statements[static_cast<std::size_t>(instruction.intValue)],
-                              range);
-                continue;
-            }
-            case ScalarOpcode::ForNext:
-                if (interpreter_.softErrorUnwinding()) return run_.leaveWithNil();
-                at = nextTurn(fors_[instruction.token]) ? positionOf(instruction.intValue) : at + 1;
-                continue;
-            case ScalarOpcode::ForLeave:
-                closeFor();
-                ++at;
-                continue;
-            case ScalarOpcode::SelectLine:
-                lastStatement_ = at++;
-                continue;
-            case ScalarOpcode::RunStatement: declines = true; break;
-            case ScalarOpcode::Finish: showTo(lastStatement_); return Flow::Next;
-            default: __builtin_unreachable();
-            elementDone:
-                lastElement_ = at;
-            statementDone:
-                lastStatement_ = at++;
-                clearsValue_ = true;
-                if (expectsTurns_ && !giveTurn()) return run_.leaveWithNil();
-                continue;
-        }
-        if (declines) {
+            // Whatever has declined goes by the executor.
             at = runByExecutor(statementAt(at));
-            if (at == nullptr) return run_.leaveWithNil();
+            if (at == nullptr) return Flow::Leave;
             top = stack.data();
             place = places.data();
         }
-    }
     } catch (...) {
         if (!inExecutor_) {
             // The counting of a `for` belongs to no statement.
@@ -220,6 +318,26 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
         }
         throw;
     }
+}
+
+/// `local x = ...` and `native x = ...`. A scope is made on demand by the executor only.
+bool ChunkRun::HotRun::declare(const ScalarInstruction& instruction, FastScalarValue value) {
+    const auto target = static_cast<ScopeTarget>(instruction.kind);
+    ScopeStack& scopes =
+        target == ScopeTarget::Local ? interpreter_.blockScopes : interpreter_.frameScopes;
+    if (target == ScopeTarget::Local ? !interpreter_.blockScopeVisible() : scopes.empty()) {
+        return false;
+    }
+    Scope& scope = scopes.back();
+    const Name name = code_.variables[instruction.token]->name;
+    const std::size_t index = scope.find(name);
+    if (index < scope.size()) {
+        assignFastScalarToVariable(scope[index].value, value);
+    } else {
+        scope.append(name, variableFromFastScalar(value));
+        bindAnew();  // the scope may have moved its variables, and has one more
+    }
+    return true;
 }
 
 /// The array in the variable of an instruction; null if the variable, its value or the key is
@@ -253,8 +371,8 @@ bool ChunkRun::HotRun::updateElement(const ScalarInstruction& instruction, FastS
         value.kind != ScalarKind::Int || value.intValue == 0) {
         return false;
     }
-    return tryApplyFastScalarOperationInPlace((*array)[index],
-                                              static_cast<char>(instruction.kind), value);
+    return tryApplyFastScalarOperationInPlace((*array)[index], static_cast<char>(instruction.kind),
+                                              value);
 }
 
 /// Opens a `for`; returns where the code goes on.
@@ -272,6 +390,8 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::startFor(const HotStatement& header
 /// Counts, and writes the loop variable if there is another turn: only its int alternative, never
 /// the kind, so that a body which has put another alternative there fails here.
 bool ChunkRun::HotRun::nextTurn(OpenFor& loop) {
+    // Nothing unwinds here, but whoever counts the steps of a script counts this one.
+    static_cast<void>(interpreter_.softErrorUnwinding());
     loop.counter = wrapAdd(loop.counter, loop.step);
     if (loop.step >= 1 ? loop.counter > loop.limit : loop.counter < loop.limit) return false;
     interpreter_.frameScopes.back()[0].value.intReference() = loop.counter;
@@ -280,56 +400,115 @@ bool ChunkRun::HotRun::nextTurn(OpenFor& loop) {
 
 ChunkRun::HotRun::Position ChunkRun::HotRun::runByExecutor(const HotStatement& statement) {
     showTo(nullptr);
+    lastStatement_ = nullptr;
     inExecutor_ = true;
     Position next = nullptr;
     switch (statement.kind) {
-        case HotStatementKind::Plain: {
-            BlockSignal signal = BlockSignal::None;
-            const BytecodeInstruction& instruction = run_.program_->code[statement.instruction];
-            if (run_.executeInline(instruction, signal) == Flow::Next) {
-                next = positionOf(statement.next);
-            }
-            break;
-        }
+        case HotStatementKind::Whole: next = runWhole(statement); break;
         case HotStatementKind::IfCondition: {
             const bool isWhile = run_.lines_[statement.line].kind == LineKind::While;
             next = afterCondition(statement, isWhile ? "while" : "if");
             break;
         }
-        case HotStatementKind::LoopCondition: next = afterCondition(statement, "while"); break;
+        case HotStatementKind::WhileCondition: next = afterCondition(statement, "while"); break;
         case HotStatementKind::UntilCondition: next = afterCondition(statement, "until"); break;
         case HotStatementKind::ForHeader: {
             NumericForRange range;
             const ParsedScriptLine& line = run_.selectLine(statement.line);
-            if (evaluateNumericForRange(interpreter_, line, range)) {
-                next = startFor(statement, range);
-            }
+            next = evaluateNumericForRange(interpreter_, line, range) ? startFor(statement, range)
+                                                                      : unwindFrom(statement);
             break;
         }
         case HotStatementKind::Marker: break;
     }
     inExecutor_ = false;
-    lastStatement_ = nullptr;
-    forgetVariables();
-    expectTurns();
+    bindAnew();
     return next;
+}
+
+ChunkRun::HotRun::Position ChunkRun::HotRun::runWhole(const HotStatement& statement) {
+    const BytecodeInstruction& instruction = run_.program_->code[statement.instruction];
+    BlockSignal signal = BlockSignal::None;
+    if (!statement.isRecursive) {
+        return run_.executeInline(instruction, signal) == Flow::Next ? positionOf(statement.next)
+                                                                     : unwindFrom(statement);
+    }
+    const Flow flow = run_.execute(instruction, signal);
+    if (flow == Flow::Next) {
+        interpreter_.runTurnHook();
+        return positionOf(statement.next);
+    }
+    if (signal == BlockSignal::Break && statement.loopEnd != 0) return breakFrom(statement);
+    signal_ = signal;
+    giveTurns(statement.depth);
+    return nullptr;
 }
 
 ChunkRun::HotRun::Position ChunkRun::HotRun::afterCondition(const HotStatement& statement,
                                                             const char* word) {
     const bool holds = run_.evaluateCondition(run_.selectLine(statement.line), word);
-    if (run_.unwinding()) return nullptr;
+    if (run_.unwinding()) return unwindFrom(statement);
     return positionOf(holds ? statement.next : statement.otherwise);
 }
 
-bool ChunkRun::HotRun::giveTurn() {
+/// Out of the innermost loop: the statements on the way end one after the other.
+ChunkRun::HotRun::Position ChunkRun::HotRun::breakFrom(const HotStatement& statement) {
+    if (expectsTurns_) giveTurns(std::size_t{statement.depth} - statement.loopDepth);
+    if (openBlocks_ > statement.loopBlocks) {
+        closeBlocks(statement.loopBlocks);
+        bindAnew();
+    }
+    return positionOf(statement.loopEnd);
+}
+
+/// Out of the code because of a soft error.
+ChunkRun::HotRun::Position ChunkRun::HotRun::unwindFrom(const HotStatement& statement) {
+    run_.leaveWithNil();
+    giveTurns(statement.depth);
+    return nullptr;
+}
+
+ChunkRun::Flow ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastScalarValue value) {
+    clearsValue_ = false;
+    showTo(lastStatement_);
+    assignFastScalarToVariable(run_.value_, value);
+    signal_ = BlockSignal::Return;
+    if (expectsTurns_) giveTurns(statement.depth);
+    return Flow::Leave;
+}
+
+bool ChunkRun::HotRun::giveTurn(const HotStatement& statement) {
+    if (statement.isRecursive) {
+        giveTurns(1);
+        return true;
+    }
     showTo(lastStatement_);
     inExecutor_ = true;
     const Flow flow = run_.endInlineStatement();
     inExecutor_ = false;
-    forgetVariables();
-    expectTurns();
-    return flow == Flow::Next;
+    bindAnew();
+    if (flow == Flow::Next) return true;
+    unwindFrom(statement);
+    return false;
+}
+
+void ChunkRun::HotRun::giveTurns(std::size_t count) {
+    showTo(lastStatement_);
+    for (std::size_t i = 0; i < count; ++i) interpreter_.runTurnHook();
+    bindAnew();
+}
+
+/// The start of a statement of a recursive run, where a turn's error comes out.
+bool ChunkRun::HotRun::beginStatement() {
+    if (expectsTurns_) {
+        showTo(lastStatement_);
+        inExecutor_ = true;
+        interpreter_.rethrowPendingCoroutineException();
+        inExecutor_ = false;
+    }
+    if (!run_.unwinding()) return true;
+    run_.leaveWithNil();
+    return false;
 }
 
 const HotStatement& ChunkRun::HotRun::statementAt(Position at) const {

@@ -71,7 +71,15 @@ void ScalarCompiler::emitValue(int index) {
             return;
         case NodeKind::Index:
             emitPlace(index);
-            push(ScalarOpcode::PushPlace, 0);
+            if (!ok_) return;
+            if (code_.back().opcode == ScalarOpcode::PlaceElementAt) {
+                const std::uint16_t key = code_.back().token;
+                code_.pop_back();
+                push(ScalarOpcode::PushElementAt, 0);
+                code_.back().token = key;
+            } else {
+                push(ScalarOpcode::PushPlace, 0);
+            }
             --places_;
             return;
         case NodeKind::Negate:
@@ -159,6 +167,10 @@ void ScalarCompiler::emitPlace(int index) {
     const FastExprNode& key = node(at.right);
     if (key.kind == NodeKind::StringLiteral) {
         emit(ScalarOpcode::PlaceEntry).intValue = key.stringIndex;
+        return;
+    }
+    if (key.kind == NodeKind::Variable) {
+        emit(ScalarOpcode::PlaceElementAt).token = key.tokenIndex;
         return;
     }
     emitValue(at.right);

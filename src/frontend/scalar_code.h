@@ -15,11 +15,13 @@ enum class ScalarOpcode : std::uint8_t {
     PushFloat,  // `floatValue`
     PushBool,   // `intValue` != 0
     PushNil,
-    PushVariable,   // `token`; declines for a value that is no scalar
-    PushPlace,      // the value at the last place, which goes
-    PlaceVariable,  // adds a place: the variable `token`
-    PlaceElement,   // pops a key; the last place becomes the element of the array there
-    PlaceEntry,     // the last place becomes the entry of the table there, under string `intValue`
+    PushVariable,    // `token`; declines for a value that is no scalar
+    PushPlace,       // the value at the last place, which goes
+    PlaceVariable,   // adds a place: the variable `token`
+    PlaceElement,    // pops a key; the last place becomes the element of the array there
+    PlaceElementAt,  // the same with the variable `token` as the key
+    PushElementAt,   // PlaceElementAt and PushPlace
+    PlaceEntry,      // the last place becomes the entry of the table there, under string `intValue`
     Negate,
     Not,
     // Three groups of operators, each in the order of their node kinds. These pop two operands.
@@ -68,21 +70,28 @@ enum class ScalarOpcode : std::uint8_t {
     SkipIfTrue,   // "or": the same with a true top
 
     // What follows stands in hot code only, where a `token` is the number of a bound variable.
+    BeginStatement,  // of a recursive run
+    EndBlock,        // the end of a block statement of a recursive run
+    ClearValue,      // the value of a nested chunk begins as nil
+    PushBlock,       // a block scope
+    PopBlock,
     StoreVariable,   // pops a value into the variable `token`
     UpdateVariable,  // the same by the compound operator `kind`, a character
+    Declare,         // pops a value into the variable `token` of the scope `kind`, a ScopeTarget
     StoreElement,    // pops a value and a key: the element of the array in the variable `token`
     UpdateElement,   // the same by the compound operator `kind`
     JumpIfFalse,     // pops a condition; to `intValue`
     RepeatIfTrue,    // the same, back to the body of a loop
     RepeatIfFalse,   // the same
     Jump,            // to `intValue`
-    Break,           // the same, for a statement of the script
-    ForStart,        // pops step, limit and start; opens `for` number `token`, statement `intValue`
+    Break,           // leaves the loop of statement `intValue`
+    ForStart,        // pops step, limit and start; opens a `for`, statement `intValue`
     ForNext,         // counts in `for` number `token`; to `intValue` for another turn
     ForLeave,        // closes the innermost `for`
     SelectLine,      // makes the line of statement `intValue` the current one
+    ReturnValue,     // pops a value and ends the run with it
     RunStatement,    // statement `intValue` by the executor
-    Finish,          // the end of the loop
+    Finish,          // the end of the code
 };
 
 /// As the `kind` of an operator: it declines wherever the token-stream evaluator could see the
@@ -100,7 +109,7 @@ struct ScalarInstruction {
 };
 
 /// The first opcode that stands in hot code only.
-inline constexpr ScalarOpcode kFirstHotOpcode = ScalarOpcode::StoreVariable;
+inline constexpr ScalarOpcode kFirstHotOpcode = ScalarOpcode::BeginStatement;
 
 /// How many scalars and how many places the code of an expression may hold at a time.
 inline constexpr std::size_t kScalarStackSize = 16;

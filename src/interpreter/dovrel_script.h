@@ -131,9 +131,11 @@ public:
     [[nodiscard]] Variable* variableForWriting(const TokenAnalysis& token);
     /// The same without a cache.
     [[nodiscard]] Variable* resolveExistingVariable(Name name);
-    /// The variable at a token if its cache leads to a global or a frame's entry that is good for
-    /// reading and writing alike, else null. Changes nothing that matters.
+    /// The variable at a token if its cache leads to a global or to an entry of a frame, which are
+    /// good for reading and writing alike; else null. Changes nothing that matters.
     [[nodiscard]] Variable* cachedVariable(const TokenAnalysis& token);
+    /// The same with entries of blocks, and with globals among blocks that cannot hide them.
+    [[nodiscard]] Variable* bindableVariable(const TokenAnalysis& token);
     /// Writes a variable by name.
     void assignVariable(Name name, const Variable& value, ScopeTarget target);
     /// Writes the variable at a token, through the token's cache.
@@ -146,11 +148,12 @@ public:
     void pushBlockScope() { blockScopes.push(4); }
 
     std::unordered_map<std::string, std::size_t> globalSlots;  // name to index in globalValues
-    std::deque<Variable> globalValues;  // only ever grows, and never moves a value
-    std::vector<bool> globalAssigned;   // set for each slot that holds a value
-    ScopeStack frameScopes;             // one per running call or loop, top innermost
-    ScopeStack blockScopes;             // one per running block with locals, top innermost
-    std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
+    std::deque<Variable> globalValues;      // only ever grows, and never moves a value
+    std::vector<bool> globalAssigned;       // set for each slot that holds a value
+    ScopeStack frameScopes;                 // one per running call or loop, top innermost
+    ScopeStack blockScopes;                 // one per running block with locals, top innermost
+    std::vector<Variable*> boundVariables;  // those of each running hot code, innermost last
+    std::size_t blockScopeFloor = 0;        // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
     std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it

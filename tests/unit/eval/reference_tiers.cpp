@@ -35,13 +35,13 @@ double toReal(const Scalar& value) {
     switch (value.kind) {
         case ScalarKind::Int: return value.intValue;
         case ScalarKind::Float: return static_cast<double>(value.floatValue);
-        default: return value.boolValue ? 1.0 : 0.0;
+        default: return value.truth() ? 1.0 : 0.0;
     }
 }
 
 int toWhole(const Scalar& value) {
     if (value.kind == ScalarKind::Int) return value.intValue;
-    if (value.kind == ScalarKind::Bool) return value.boolValue ? 1 : 0;
+    if (value.kind == ScalarKind::Bool) return value.truth() ? 1 : 0;
     const double number = std::trunc(static_cast<double>(value.floatValue));
     if (std::isnan(number)) return 0;
     if (number >= 9223372036854775808.0) return -1;
@@ -54,7 +54,7 @@ bool isTrue(const Scalar& value) {
     switch (value.kind) {
         case ScalarKind::Int: return value.intValue != 0;
         case ScalarKind::Float: return value.floatValue != 0.0F;
-        case ScalarKind::Bool: return value.boolValue;
+        case ScalarKind::Bool: return value.truth();
         default: return false;
     }
 }
@@ -73,7 +73,7 @@ Variable toVariable(const Scalar& value) {
     switch (value.kind) {
         case ScalarKind::Int: return Variable::makeInt(value.intValue);
         case ScalarKind::Float: return Variable::makeFloat(value.floatValue);
-        case ScalarKind::Bool: return Variable::makeBool(value.boolValue);
+        case ScalarKind::Bool: return Variable::makeBool(value.truth());
         default: return {};
     }
 }
