@@ -155,7 +155,7 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
         }
         case NodeKind::Add: {
             Variable result;
-            if (tryLeafInts(expression, node, analysis, result)) return result;
+            if (!node.holdsCall && tryLeafInts(expression, node, analysis, result)) return result;
             return evaluateAddNode(expression, index, analysis);
         }
         case NodeKind::Subtract:
@@ -171,7 +171,7 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
         case NodeKind::LessEqual:
         case NodeKind::GreaterEqual: {
             Variable result;
-            if (tryLeafInts(expression, node, analysis, result)) return result;
+            if (!node.holdsCall && tryLeafInts(expression, node, analysis, result)) return result;
             return evaluateBinaryNode(expression, node, analysis);
         }
         case NodeKind::None: break;
@@ -277,9 +277,16 @@ Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const
 bool DovrelScript::evaluateCallArguments(const FastExpression& expression, const FastExprNode& call,
                                          const TokenAnalyses& analysis, ArgumentFrame& frame) {
     for (std::size_t i = 0; i < frame.size(); ++i) {
-        const auto argument = expression.callArguments[static_cast<std::size_t>(call.right) + i];
-        frame[i] = evaluateFastExpressionNode(expression, static_cast<int>(argument), analysis);
-        if (softErrorUnwinding()) return false;
+        const auto argument =
+            static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
+        const FastExprNode& node = nodeAt(expression, argument);
+        if (node.kind == NodeKind::Variable) {
+            if (const Variable* value = readVariable(analysis[node.tokenIndex])) frame[i] = *value;
+        } else if (node.holdsCall || node.kind < NodeKind::Add ||
+                   !tryLeafInts(expression, node, analysis, frame[i])) {
+            frame[i] = evaluateFastExpressionNode(expression, argument, analysis);
+            if (softErrorUnwinding()) return false;
+        }
     }
     return true;
 }

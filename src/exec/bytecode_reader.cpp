@@ -9,6 +9,7 @@
 
 #include "eval/errors.h"
 #include "exec/bytecode_program.h"
+#include "exec/inline_chunks.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -150,6 +151,41 @@ void readFunctions(ByteReader& in, BytecodeProgram& program) {
     }
 }
 
+/// A line of the chunk itself declares a local, whatever its record says.
+bool declaresLocal(const BytecodeProgram& program, const BytecodeChunkRange& range) {
+    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
+        const BytecodeInstruction& instruction = program.code[range.firstInstruction + i];
+        const std::uint32_t line = instruction.operand;
+        switch (static_cast<BytecodeOp>(instruction.opcode)) {
+            case BytecodeOp::Statement:
+            case BytecodeOp::FastAssign:
+                if (line < program.lines.size() &&
+                    program.lines[line].assignmentScope == ScopeTarget::Local) {
+                    return true;
+                }
+                break;
+            case BytecodeOp::FunctionDecl:
+                if (line < program.functionDecls.size() &&
+                    program.functionDecls[line].declarationLine < program.lines.size() &&
+                    program.lines[program.functionDecls[line].declarationLine].kind ==
+                        LineKind::LocalFunction) {
+                    return true;
+                }
+                break;
+            default: break;
+        }
+    }
+    return false;
+}
+
+/// A chunk says that it declares no local, and does. No compiler writes that.
+bool hasFalseRecord(const BytecodeProgram& program) {
+    return std::any_of(program.chunks.begin(), program.chunks.end(), [&](const auto& range) {
+        return !range.hasLocalDeclaration && rangeIsInside(range, program) &&
+               declaresLocal(program, range);
+    });
+}
+
 }  // namespace
 
 BytecodeProgram DovrelScript::deserializeBytecode(const std::vector<unsigned char>& bytes,
@@ -168,5 +204,6 @@ BytecodeProgram DovrelScript::deserializeBytecode(const std::vector<unsigned cha
     readIfGroups(in, program.ifGroups);
     readLoops(in, program);
     readFunctions(in, program);
+    if (hasFalseRecord(program)) runsHotCode = false;
     return program;
 }

@@ -146,8 +146,7 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     }
     const BytecodeForLoop loop = program_->numericFors[index];
     const ParsedScriptLine& line = selectLine(loop.headerLine);
-    const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
-    if (isInline) {
+    if (mode == Mode::Inline || canRunInline(loop.bodyChunk)) {
         const HotCode* hot = hotLoop(BytecodeOp::NumericFor, index, loop.bodyChunk);
         if (hot != nullptr) return runHotLoop(*hot);
     }
@@ -157,6 +156,8 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     const LoopScopeGuard scope(interpreter_, 1);
     interpreter_.frameScopes.back().append(
         loopVariableName(line, forHeaderOf(line).numericVariable), Variable::makeInt(range.start));
+    // Behind the clause: a call in it may have left a scope, if the program is a damaged file.
+    const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
     const bool upward = range.step >= 1;
     if (upward ? range.start > range.limit : range.start < range.limit) return Flow::Next;
 

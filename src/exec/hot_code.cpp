@@ -95,6 +95,7 @@ private:
     void emitPlain(BytecodeOp opcode, std::uint32_t line, std::uint32_t position);
     bool emitAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
     bool emitElementAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
+    bool emitParallelAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
     bool emitReturn(const ParsedScriptLine& line);
     void emitBreak(std::uint32_t line);
     void emitIfGroup(const BytecodeIfGroup& group);
@@ -294,26 +295,65 @@ bool HotCompiler::emitAssignment(const ParsedScriptLine& line, const ParsedAssig
     return true;
 }
 
-/// `a[i] = x` and `a[i] += x`.
+/// `a[i] = x` and `a[i] += x`, with an int or a literal text as the key.
 bool HotCompiler::emitElementAssignment(const ParsedScriptLine& line,
                                         const ParsedAssignment& assignment) {
-    if (line.kind != LineKind::Plain || assignment.targets.size() != 1 ||
-        assignment.values.size() != 1 || assignment.operation == '^') {
-        return false;
+    if (line.kind != LineKind::Plain || assignment.operation == '^') return false;
+    if (assignment.targets.size() != 1 || assignment.values.size() != 1) {
+        return emitParallelAssignment(line, assignment);
     }
     const ParsedAssignmentTarget& target = assignment.targets[0];
     if (target.indexExpressions.size() != 1) return false;
     const FastExpression& key = target.indexExpressions[0];
     const FastExpression& value = assignment.values[0];
-    if (key.scalarCode.empty() || value.scalarCode.empty() || !hasExactForm(value, value.root)) {
-        return false;
+    if (value.scalarCode.empty() || !hasExactForm(value, value.root)) return false;
+    const bool isEntry = key.valid && key.rootNode().kind == NodeKind::StringLiteral;
+    if (!isEntry) {
+        if (key.scalarCode.empty()) return false;
+        emitExpression(line, key, false);
     }
-    emitExpression(line, key, false);
     emitExpression(line, value, true);
-    ScalarInstruction& store =
-        emit(assignment.isPlain ? ScalarOpcode::StoreElement : ScalarOpcode::UpdateElement);
+    ScalarInstruction& store = emit(
+        isEntry ? (assignment.isPlain ? ScalarOpcode::StoreEntry : ScalarOpcode::UpdateEntry)
+                : (assignment.isPlain ? ScalarOpcode::StoreElement : ScalarOpcode::UpdateElement));
     store.kind = static_cast<std::uint8_t>(assignment.operation);
     store.token = variableAt(line, target.nameToken);
+    if (isEntry) {
+        store.intValue = static_cast<std::int32_t>(code_.keys.size());
+        code_.keys.push_back(&key.strings[key.rootNode().stringIndex]);
+    }
+    return true;
+}
+
+/// `a, b = x, y` and `a[i], b[j] = x, y`: all keys, then all values, then the stores.
+bool HotCompiler::emitParallelAssignment(const ParsedScriptLine& line,
+                                         const ParsedAssignment& assignment) {
+    const std::size_t count = assignment.targets.size();
+    if (!assignment.isPlain || line.assignmentScope != ScopeTarget::Default || count < 2 ||
+        count > kMostParallelTargets || assignment.values.size() != count) {
+        return false;
+    }
+    const std::size_t keys = assignment.targets[0].indexExpressions.size();
+    if (keys > 1) return false;
+    for (const ParsedAssignmentTarget& target : assignment.targets) {
+        if (target.indexExpressions.size() != keys) return false;
+        if (keys == 1 && target.indexExpressions[0].scalarCode.empty()) return false;
+    }
+    for (const FastExpression& value : assignment.values) {
+        if (value.scalarCode.empty()) return false;
+    }
+    for (const ParsedAssignmentTarget& target : assignment.targets) {
+        if (keys == 1) emitExpression(line, target.indexExpressions[0], false);
+    }
+    for (const FastExpression& value : assignment.values) emitExpression(line, value, false);
+    const auto first = static_cast<std::uint16_t>(code_.variables.size());
+    for (const ParsedAssignmentTarget& target : assignment.targets) {
+        variableAt(line, target.nameToken);
+    }
+    ScalarInstruction& store =
+        emit(keys == 1 ? ScalarOpcode::StoreElements : ScalarOpcode::StoreVariables);
+    store.kind = static_cast<std::uint8_t>(count);
+    store.token = first;
     return true;
 }
 

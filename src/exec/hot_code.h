@@ -56,8 +56,12 @@ struct HotStatement {
 inline constexpr std::size_t kMostHotFors = 8;
 inline constexpr std::size_t kMostHotVariables = 512;
 
-/// How many values the code may hold: those of an expression, above the other two of a header.
-inline constexpr std::size_t kHotStackSize = kScalarStackSize + 2;
+/// How many targets an assignment may have in hot code.
+inline constexpr std::size_t kMostParallelTargets = 4;
+
+/// How many values the code may hold: those of an expression, above the keys and the other values
+/// of an assignment.
+inline constexpr std::size_t kHotStackSize = kScalarStackSize + 2 * kMostParallelTargets;
 
 /// The pointers lead into the program, which owns the code.
 struct HotCode {

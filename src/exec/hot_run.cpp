@@ -17,13 +17,13 @@ public:
           boundBase_(interpreter_.boundVariables.size()),
           blockFloor_(interpreter_.blockScopeFloor),
           blocksAtStart_(interpreter_.blockScopes.size()) {
-        interpreter_.boundVariables.resize(boundBase_ + code.variables.size());
+        interpreter_.boundVariables.push(code.variables.size());
         bindAnew();
     }
     ~HotRun() {
         while (openFors_ > 0) closeFor();
         if (openBlocks_ > 0) closeBlocks(0);
-        interpreter_.boundVariables.resize(boundBase_);
+        interpreter_.boundVariables.popTo(boundBase_);
     }
     HotRun(const HotRun&) = delete;
     HotRun& operator=(const HotRun&) = delete;
@@ -59,7 +59,12 @@ private:
                       FastScalarValue value);
     bool updateElement(const ScalarInstruction& instruction, FastScalarValue key,
                        FastScalarValue value);
-    ArrayStorage* arrayFor(const ScalarInstruction& instruction, FastScalarValue key);
+    static bool updateInt(Variable& element, std::uint8_t operation, FastScalarValue value);
+    bool storeEntry(const ScalarInstruction& instruction, FastScalarValue value);
+    bool storeVariables(const ScalarInstruction& instruction, const FastScalarValue* values);
+    bool storeElements(const ScalarInstruction& instruction, const FastScalarValue* keys,
+                       const FastScalarValue* values);
+    ArrayStorage* arrayFor(std::uint16_t token, FastScalarValue key);
     Position startFor(const HotStatement& header, const NumericForRange& range);
     bool nextTurn(OpenFor& loop);
     void closeFor() {
@@ -103,8 +108,9 @@ private:
         return bound_[variable];
     }
     void bindAnew() {
-        bound_ = interpreter_.boundVariables.data() + boundBase_;
-        std::fill_n(bound_, code_.variables.size(), nullptr);
+        bound_ = interpreter_.boundVariables.from(boundBase_);
+        const std::size_t count = code_.variables.size();
+        for (std::size_t i = 0; i < count; ++i) bound_[i] = nullptr;
         expectTurns();
     }
 
@@ -143,6 +149,7 @@ HotChunk& ChunkRun::hotChunk(std::uint32_t chunk) {
 
 const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
                                  std::uint32_t bodyChunk) {
+    if (!interpreter_.runsHotCode) return nullptr;
     HotChunk& known = hotChunk(bodyChunk);
     const auto byte = static_cast<std::uint8_t>(opcode);
     if (known.loop == nullptr) {
@@ -157,7 +164,7 @@ const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
 
 const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
     HotChunk& known = hotChunk(chunk);
-    if (!known.hasRun) {
+    if (!known.hasRun || !interpreter_.runsHotCode) {
         known.hasRun = true;
         return nullptr;
     }
@@ -249,6 +256,19 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                         if (!updateElement(instruction, top[0], top[1])) break;
                         lastElement_ = at;
                         goto statementDone;
+                    case ScalarOpcode::StoreEntry:
+                    case ScalarOpcode::UpdateEntry:
+                        if (!storeEntry(instruction, *--top)) break;
+                        lastElement_ = at;
+                        goto statementDone;
+                    case ScalarOpcode::StoreVariables:
+                        top -= instruction.kind;
+                        if (!storeVariables(instruction, top)) break;
+                        goto statementDone;
+                    case ScalarOpcode::StoreElements:
+                        top -= 2 * instruction.kind;
+                        if (!storeElements(instruction, top, top + instruction.kind)) break;
+                        goto statementDone;
                     case ScalarOpcode::JumpIfFalse:
                         lastStatement_ = at;
                         at = isScalarTruthy(*--top) ? at + 1 : positionOf(instruction.intValue);
@@ -292,7 +312,10 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                     case ScalarOpcode::ReturnValue:
                         lastStatement_ = at;
                         return returnFrom(statementAt(at), *--top);
-                    case ScalarOpcode::RunStatement: break;
+                    case ScalarOpcode::RunStatement:
+                        at = runByExecutor(statement(instruction));
+                        if (at == nullptr) return Flow::Leave;
+                        continue;
                     case ScalarOpcode::Finish: showTo(lastStatement_); return Flow::Next;
                     default:
                         __builtin_unreachable();
@@ -340,19 +363,17 @@ bool ChunkRun::HotRun::declare(const ScalarInstruction& instruction, FastScalarV
     return true;
 }
 
-/// The array in the variable of an instruction; null if the variable, its value or the key is
-/// something else.
-ArrayStorage* ChunkRun::HotRun::arrayFor(const ScalarInstruction& instruction,
-                                         FastScalarValue key) {
+/// The array in a variable; null if the variable, its value or the key is something else.
+ArrayStorage* ChunkRun::HotRun::arrayFor(std::uint16_t token, FastScalarValue key) {
     if (key.kind != ScalarKind::Int || key.intValue < 1) return nullptr;
-    Variable* variable = place(instruction.token);
+    Variable* variable = place(token);
     if (variable == nullptr || variable->type != VarType::Array) return nullptr;
     return variable->asArray().get();
 }
 
 bool ChunkRun::HotRun::storeElement(const ScalarInstruction& instruction, FastScalarValue key,
                                     FastScalarValue value) {
-    ArrayStorage* array = arrayFor(instruction, key);
+    ArrayStorage* array = arrayFor(instruction.token, key);
     if (array == nullptr) return false;
     const auto index = static_cast<std::size_t>(key.intValue) - 1;
     if (index > array->size()) return false;
@@ -362,17 +383,66 @@ bool ChunkRun::HotRun::storeElement(const ScalarInstruction& instruction, FastSc
 }
 
 /// Ints only: mixed kinds have rules of their own, and so has a divisor of 0.
-bool ChunkRun::HotRun::updateElement(const ScalarInstruction& instruction, FastScalarValue key,
-                                     FastScalarValue value) {
-    ArrayStorage* array = arrayFor(instruction, key);
-    if (array == nullptr) return false;
-    const auto index = static_cast<std::size_t>(key.intValue) - 1;
-    if (index >= array->size() || (*array)[index].type != VarType::Int ||
-        value.kind != ScalarKind::Int || value.intValue == 0) {
+bool ChunkRun::HotRun::updateInt(Variable& element, std::uint8_t operation, FastScalarValue value) {
+    if (element.type != VarType::Int || value.kind != ScalarKind::Int || value.intValue == 0) {
         return false;
     }
-    return tryApplyFastScalarOperationInPlace((*array)[index], static_cast<char>(instruction.kind),
-                                              value);
+    return tryApplyFastScalarOperationInPlace(element, static_cast<char>(operation), value);
+}
+
+bool ChunkRun::HotRun::updateElement(const ScalarInstruction& instruction, FastScalarValue key,
+                                     FastScalarValue value) {
+    ArrayStorage* array = arrayFor(instruction.token, key);
+    if (array == nullptr) return false;
+    const auto index = static_cast<std::size_t>(key.intValue) - 1;
+    return index < array->size() && updateInt((*array)[index], instruction.kind, value);
+}
+
+/// An entry that is there, so that the table's set of keys stays as it is.
+bool ChunkRun::HotRun::storeEntry(const ScalarInstruction& instruction, FastScalarValue value) {
+    Variable* variable = place(instruction.token);
+    if (variable == nullptr || variable->type != VarType::Table) return false;
+    TableStorage& table = *variable->asTable();
+    const auto found = table.find(key(instruction.intValue));
+    if (found == table.end()) return false;
+    if (instruction.opcode == ScalarOpcode::UpdateEntry) {
+        return updateInt(found->second, instruction.kind, value);
+    }
+    assignFastScalarToVariable(found->second, value);
+    return true;
+}
+
+/// All or none: a store that has been made could not be repeated.
+bool ChunkRun::HotRun::storeVariables(const ScalarInstruction& instruction,
+                                      const FastScalarValue* values) {
+    std::array<Variable*, kMostParallelTargets> targets;  // left uninitialised
+    for (std::uint16_t i = 0; i < instruction.kind; ++i) {
+        targets[i] = place(static_cast<std::uint16_t>(instruction.token + i));
+        if (targets[i] == nullptr) return false;
+    }
+    for (std::size_t i = 0; i < instruction.kind; ++i) {
+        assignFastScalarToVariable(*targets[i], values[i]);
+    }
+    return true;
+}
+
+bool ChunkRun::HotRun::storeElements(const ScalarInstruction& instruction,
+                                     const FastScalarValue* keys, const FastScalarValue* values) {
+    std::array<Variable*, kMostParallelTargets> targets;  // left uninitialised
+    for (std::uint16_t i = 0; i < instruction.kind; ++i) {
+        ArrayStorage* array = arrayFor(static_cast<std::uint16_t>(instruction.token + i), keys[i]);
+        if (array == nullptr) return false;
+        const auto index = static_cast<std::size_t>(keys[i].intValue) - 1;
+        if (index >= array->size()) return false;
+        targets[i] = &(*array)[index];
+    }
+    // The elements that go may hold the arrays of the others: they go together, at the end.
+    std::array<Variable, kMostParallelTargets> old;
+    for (std::size_t i = 0; i < instruction.kind; ++i) {
+        if (!targets[i]->isNumeric()) std::swap(old[i], *targets[i]);
+        assignFastScalarToVariable(*targets[i], values[i]);
+    }
+    return true;
 }
 
 /// Opens a `for`; returns where the code goes on.
@@ -422,7 +492,7 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::runByExecutor(const HotStatement& s
         case HotStatementKind::Marker: break;
     }
     inExecutor_ = false;
-    bindAnew();
+    if (next != nullptr) bindAnew();
     return next;
 }
 
@@ -440,7 +510,7 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::runWhole(const HotStatement& statem
     }
     if (signal == BlockSignal::Break && statement.loopEnd != 0) return breakFrom(statement);
     signal_ = signal;
-    giveTurns(statement.depth);
+    if (interpreter_.scheduledCoroutine != nullptr) giveTurns(statement.depth);
     return nullptr;
 }
 

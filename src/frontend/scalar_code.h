@@ -80,6 +80,10 @@ enum class ScalarOpcode : std::uint8_t {
     Declare,         // pops a value into the variable `token` of the scope `kind`, a ScopeTarget
     StoreElement,    // pops a value and a key: the element of the array in the variable `token`
     UpdateElement,   // the same by the compound operator `kind`
+    StoreEntry,      // pops a value: entry `intValue` of the table in the variable `token`
+    UpdateEntry,     // the same by the compound operator `kind`
+    StoreVariables,  // pops `kind` values into as many variables from `token` on
+    StoreElements,   // pops `kind` values and as many keys: elements of those variables
     JumpIfFalse,     // pops a condition; to `intValue`
     RepeatIfTrue,    // the same, back to the body of a loop
     RepeatIfFalse,   // the same

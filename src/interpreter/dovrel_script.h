@@ -148,12 +148,12 @@ public:
     void pushBlockScope() { blockScopes.push(4); }
 
     std::unordered_map<std::string, std::size_t> globalSlots;  // name to index in globalValues
-    std::deque<Variable> globalValues;      // only ever grows, and never moves a value
-    std::vector<bool> globalAssigned;       // set for each slot that holds a value
-    ScopeStack frameScopes;                 // one per running call or loop, top innermost
-    ScopeStack blockScopes;                 // one per running block with locals, top innermost
-    std::vector<Variable*> boundVariables;  // those of each running hot code, innermost last
-    std::size_t blockScopeFloor = 0;        // block scopes below this count are not visible
+    std::deque<Variable> globalValues;  // only ever grows, and never moves a value
+    std::vector<bool> globalAssigned;   // set for each slot that holds a value
+    ScopeStack frameScopes;             // one per running call or loop, top innermost
+    ScopeStack blockScopes;             // one per running block with locals, top innermost
+    BoundVariables boundVariables;      // those of each running hot code, top innermost
+    std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
     std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it
@@ -320,6 +320,9 @@ public:
     /// Runs lines from `index` on with no program; leaves `index` where it stopped.
     Variable executeParsedBlock(const std::vector<ParsedScriptLine>& lines, std::size_t& index,
                                 BlockSignal& signal);
+    /// False keeps all programs from running as hot code: set when a bytecode file is read whose
+    /// chunks leave scopes behind that they do not declare. Tests compare the two ways.
+    bool runsHotCode = true;
 
     // ------------------------------------------------------------------ coroutine
     /// Makes a coroutine of a decay callable and schedules it; inside a turn, ends that turn.
