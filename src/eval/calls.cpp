@@ -44,44 +44,41 @@ private:
     Scope& scope_;
 };
 
-/// The frame of a call: a scope with the parameters, and the extra arguments of a variadic one.
-class FrameGuard {
+/// Without a search: of a name used twice, the first entry is the one found.
+void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args) {
+    for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
+        if (i < args.size()) {
+            scope.append(callable.parameters[i], args[i]);
+        } else {
+            scope.append(callable.parameters[i], Variable());
+        }
+    }
+}
+
+std::vector<Variable> extraArguments(const ScriptCallable& callable, Arguments args) {
+    std::vector<Variable> extra;
+    for (std::size_t i = callable.parameters.size(); i < args.size(); ++i) {
+        extra.push_back(args[i]);
+    }
+    return extra;
+}
+
+/// The extra arguments of a variadic call.
+class VarargGuard {
 public:
-    FrameGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
-        : interpreter_(interpreter),
-          isVariadic_(callable.isVariadic),
-          hold_(interpreter, callable.parameters.size()) {
-        bindParameters(hold_.scope(), callable, args);
+    VarargGuard(DovrelScript& interpreter, const ScriptCallable& callable, Arguments args)
+        : interpreter_(interpreter), isVariadic_(callable.isVariadic) {
         if (isVariadic_) interpreter.varargStack.push_back(extraArguments(callable, args));
     }
-    ~FrameGuard() {
+    ~VarargGuard() {
         if (isVariadic_) interpreter_.varargStack.pop_back();
     }
-    FrameGuard(const FrameGuard&) = delete;
-    FrameGuard& operator=(const FrameGuard&) = delete;
-
-    /// Without a search: of a name used twice, the first entry is the one found.
-    static void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args) {
-        for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
-            if (i < args.size()) {
-                scope.append(callable.parameters[i], args[i]);
-            } else {
-                scope.append(callable.parameters[i], Variable());
-            }
-        }
-    }
-    static std::vector<Variable> extraArguments(const ScriptCallable& callable, Arguments args) {
-        std::vector<Variable> extra;
-        for (std::size_t i = callable.parameters.size(); i < args.size(); ++i) {
-            extra.push_back(args[i]);
-        }
-        return extra;
-    }
+    VarargGuard(const VarargGuard&) = delete;
+    VarargGuard& operator=(const VarargGuard&) = delete;
 
 private:
     DovrelScript& interpreter_;
     bool isVariadic_;
-    FrameScopeHold hold_;
 };
 
 /// Makes a callable the running fast one: its parameters are found in the caller's arguments.
@@ -187,6 +184,36 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
     callable.fastReturnLine = static_cast<std::uint16_t>(used.back());
 }
 
+/// Runs a body in a frame of its own, whose scope `bind` fills.
+template <typename Bind>
+Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, const Bind& bind) {
+    // Declared first, so that the record of the current line outlives the pops.
+    struct RetireGuard {
+        DovrelScript& interpreter;
+        std::shared_ptr<ScriptCallable>& callable;
+        const std::string* lineAtEntry;
+        ~RetireGuard() { interpreter.retireCallable(std::move(callable), lineAtEntry); }
+    } const retire{*this, callable, currentLine};
+
+    Variable result;
+    BlockSignal signal = BlockSignal::None;
+    {
+        FrameScopeHold frame(*this, callable->parameters.size());
+        bind(frame.scope());
+        const NameStackGuard nameStacks(*this, callable->baseDirectory, callable->scriptName);
+        if (callable->program != nullptr) {
+            result = executeBytecodeChunkInternal(callable->program, callable->chunkIndex, signal);
+        } else if (callable->bodyLines != nullptr) {
+            std::size_t index = 0;
+            result = executeParsedBlock(*callable->bodyLines, index, signal);
+        }
+        rethrowPendingCoroutineException();
+    }
+    if (softErrorUnwinding()) return {};
+    if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
+    return result;
+}
+
 Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args) {
     const CallDepthGuard depth(callDepth);
     if (callee.type != VarType::Function) {
@@ -209,34 +236,28 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
     if (callable->isLoadedChunk && !args.empty()) {
         throwPlainError("Loaded script chunks do not accept call arguments");
     }
-    return runInFrame(std::move(callable), args);
+    const VarargGuard varargs(*this, *callable, args);
+    const ScriptCallable& called = *callable;
+    return runInFrame(std::move(callable),
+                      [&](Scope& scope) { bindParameters(scope, called, args); });
 }
 
-Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args) {
-    // Declared first, so that the record of the current line outlives the pops.
-    struct RetireGuard {
-        DovrelScript& interpreter;
-        std::shared_ptr<ScriptCallable>& callable;
-        const std::string* lineAtEntry;
-        ~RetireGuard() { interpreter.retireCallable(std::move(callable), lineAtEntry); }
-    } const retire{*this, callable, currentLine};
-
-    Variable result;
-    BlockSignal signal = BlockSignal::None;
-    {
-        const FrameGuard frame(*this, *callable, args);
-        const NameStackGuard nameStacks(*this, callable->baseDirectory, callable->scriptName);
-        if (callable->program != nullptr) {
-            result = executeBytecodeChunkInternal(callable->program, callable->chunkIndex, signal);
-        } else if (callable->bodyLines != nullptr) {
-            std::size_t index = 0;
-            result = executeParsedBlock(*callable->bodyLines, index, signal);
+Variable DovrelScript::callInFrame(const std::shared_ptr<ScriptCallable>& callable,
+                                   const FastScalarValue* values, const Variable* const* others,
+                                   std::size_t count) {
+    const CallDepthGuard depth(callDepth);
+    return runInFrame(callable, [&](Scope& scope) {
+        const std::vector<Name>& parameters = callable->parameters;
+        for (std::size_t i = 0; i < parameters.size(); ++i) {
+            if (i >= count) {
+                scope.append(parameters[i], Variable());
+            } else if (others[i] != nullptr) {
+                scope.append(parameters[i], *others[i]);
+            } else {
+                scope.append(parameters[i], variableFromFastScalar(values[i]));
+            }
         }
-        rethrowPendingCoroutineException();
-    }
-    if (softErrorUnwinding()) return {};
-    if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
-    return result;
+    });
 }
 
 Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments args) {
@@ -253,6 +274,17 @@ Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments arg
     return result;
 }
 
+/// The scalar tier on a whole expression, by its straight-line code first.
+bool DovrelScript::tryScalarValue(const FastExpression& expression,
+                                  const std::vector<TokenAnalysis>& analysis,
+                                  FastScalarValue& out) {
+    if (!expression.scalarCode.empty()) {
+        out = runScalarCode(expression, analysis);
+        if (out.isSet()) return true;
+    }
+    return tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, out);
+}
+
 bool DovrelScript::tryEvaluateFastCallableScalar(const std::shared_ptr<ScriptCallable>& callable,
                                                  Arguments args, FastScalarValue& out) {
     const ParsedScriptLine* line = scalarReturnLine(callable);
@@ -265,8 +297,7 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const std::shared_ptr<ScriptCal
         return true;
     }
     if (softErrorUnwinding()) return false;
-    const FastExpression& value = line->returnValues[0];
-    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
 }
 
 bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
@@ -286,17 +317,16 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
         return true;
     }
     if (softErrorUnwinding()) return false;
-    const FastExpression& value = line->returnValues[0];
-    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
 }
 
 void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args) {
     auto state = std::make_shared<CoroutineState>();
     state->callable = callable;
     Scope& scope = state->flow.frameScopes.push(callable->parameters.size());
-    FrameGuard::bindParameters(scope, *callable, args);
+    bindParameters(scope, *callable, args);
     if (callable->isVariadic) {
-        state->flow.varargStack.push_back(FrameGuard::extraArguments(*callable, args));
+        state->flow.varargStack.push_back(extraArguments(*callable, args));
     }
     if (!callable->baseDirectory.empty()) {
         state->flow.baseDirectoryStack.push_back(&callable->baseDirectory);

@@ -42,19 +42,6 @@ Variable remainderOf(const Variable& left, const Variable& right) {
         std::fmod(static_cast<float>(toDouble(left)), static_cast<float>(divisor)));
 }
 
-/// The natives with an id that can neither call back into a script nor raise a soft error.
-bool runsNoScriptCode(BuiltinId id) {
-    switch (id) {
-        case BuiltinId::None:
-        case BuiltinId::Assert:
-        case BuiltinId::Error:
-        case BuiltinId::Pcall:
-        case BuiltinId::Load:
-        case BuiltinId::TableSort: return false;
-        default: return true;
-    }
-}
-
 int operatorNumberOf(NodeKind kind) {
     switch (kind) {
         case NodeKind::Equal: return kEqual;
@@ -63,6 +50,7 @@ int operatorNumberOf(NodeKind kind) {
         case NodeKind::Greater: return kGreater;
         case NodeKind::LessEqual: return kLessEqual;
         case NodeKind::GreaterEqual: return kGreaterEqual;
+        case NodeKind::Add: return kAdd;
         case NodeKind::Subtract: return kSubtract;
         case NodeKind::Multiply: return kMultiply;
         case NodeKind::Divide: return kDivide;
@@ -72,6 +60,26 @@ int operatorNumberOf(NodeKind kind) {
 }
 
 }  // namespace
+
+Variable generalOperation(NodeKind kind, Variable& left, const Variable& right) {
+    if (kind == NodeKind::Modulo) return remainderOf(left, right);
+    if (left.type == VarType::Int && right.type == VarType::Int) {
+        switch (kind) {
+            case NodeKind::Add: return Variable::makeInt(wrapAdd(left.asInt(), right.asInt()));
+            case NodeKind::Subtract:
+                return Variable::makeInt(wrapSubtract(left.asInt(), right.asInt()));
+            case NodeKind::Multiply:
+                return Variable::makeInt(wrapMultiply(left.asInt(), right.asInt()));
+            default: break;
+        }
+    }
+    if (kind == NodeKind::Add && left.type == VarType::String) {
+        // The left text is the caller's to give: the right one goes behind it.
+        appendVariableStringFast(left.asString(), right);
+        return std::move(left);
+    }
+    return applyBinaryOperator(operatorNumberOf(kind), left, right);
+}
 
 Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
                                               const TokenAnalyses& analysis) {
@@ -190,20 +198,11 @@ Variable DovrelScript::evaluateBinaryNode(const FastExpression& expression,
             return applyBinaryOperator(operatorNumberOf(node.kind), *first, *second);
         }
     }
-    const Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
+    Variable left = evaluateFastExpressionNode(expression, node.left, analysis);
     if (softErrorUnwinding()) return {};
     const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
     if (softErrorUnwinding()) return {};
-    if (node.kind == NodeKind::Modulo) return remainderOf(left, right);
-    if (left.type == VarType::Int && right.type == VarType::Int) {
-        if (node.kind == NodeKind::Subtract) {
-            return Variable::makeInt(wrapSubtract(left.asInt(), right.asInt()));
-        }
-        if (node.kind == NodeKind::Multiply) {
-            return Variable::makeInt(wrapMultiply(left.asInt(), right.asInt()));
-        }
-    }
-    return applyBinaryOperator(operatorNumberOf(node.kind), left, right);
+    return generalOperation(node.kind, left, right);
 }
 
 Variable DovrelScript::evaluateAddNode(const FastExpression& expression, int index,
@@ -220,16 +219,7 @@ Variable DovrelScript::evaluateAddNode(const FastExpression& expression, int ind
     if (softErrorUnwinding()) return {};
     const Variable right = evaluateFastExpressionNode(expression, node.right, analysis);
     if (softErrorUnwinding()) return {};
-    if (left.type == VarType::Int && right.type == VarType::Int) {
-        left.setInt(wrapAdd(left.asInt(), right.asInt()));
-        return left;
-    }
-    if (left.type == VarType::String) {
-        // The left text is a copy of ours already: the right one goes behind it.
-        appendVariableStringFast(left.asString(), right);
-        return left;
-    }
-    return performOperation(left, '+', right);
+    return generalOperation(NodeKind::Add, left, right);
 }
 
 Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const FastExprNode& node,
@@ -331,20 +321,24 @@ Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const 
 Variable DovrelScript::callNode(const FastExpression& expression, const FastExprNode& node,
                                 const TokenAnalyses& analysis, const Variable* callee,
                                 Arguments args) {
-    if (callee == nullptr) {
-        const Variable evaluated = evaluateFastExpressionNode(expression, node.left, analysis);
-        if (softErrorUnwinding()) return {};
-        return invokeCallableFast(evaluated, args);
+    if (callee != nullptr) {
+        return callFound(*callee, nodeAt(expression, node.left).kind == NodeKind::Index, args);
     }
-    // A member of a library table goes straight to its fast body, outside the count of calls.
-    if (nodeAt(expression, node.left).kind == NodeKind::Index) {
-        const ScriptCallable* native = nativeOf(callee);
+    const Variable evaluated = evaluateFastExpressionNode(expression, node.left, analysis);
+    if (softErrorUnwinding()) return {};
+    return invokeCallableFast(evaluated, args);
+}
+
+Variable DovrelScript::callFound(const Variable& callee, bool isMember, Arguments args) {
+    if (isMember) {
+        // A member of a library table goes straight to its fast body, outside the count of calls.
+        const ScriptCallable* native = nativeOf(&callee);
         if (native != nullptr && native->builtinId != BuiltinId::None) {
             Variable result = dispatchBuiltinFast(native->builtinId, args);
             return softErrorUnwinding() ? Variable() : result;
         }
     }
-    return invokeCallableFast(*callee, args);
+    return invokeCallableFast(callee, args);
 }
 
 /// Both operands are int literals or variables that hold ints, as in nearly all arithmetic that

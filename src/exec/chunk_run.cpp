@@ -52,7 +52,12 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
         throwPlainError("Invalid bytecode chunk index");
     }
     ChunkRun run(*this, program, nesting);
-    if (const HotCode* hot = run.hotCode(chunk)) return run.runHot(*hot, signal);
+    if (chunk < program->hotChunks.size() && runsHotCode) {
+        if (const HotCode* hot = run.hotCode(chunk)) return run.runHot(*hot, signal);
+    } else {
+        program->hotChunks.resize(program->chunks.size());
+        program->hotChunks[chunk].hasRun = true;
+    }
     const BytecodeChunkRange range = program->chunks[chunk];
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");

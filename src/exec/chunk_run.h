@@ -33,7 +33,8 @@ public:
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
-    /// The hot code of a chunk, or null if it has not run yet or has none.
+    /// The hot code of a chunk, or null if it has not run yet or has none. The program has room for
+    /// what is known of it.
     const HotCode* hotCode(std::uint32_t chunk);
     /// The same as `run` by a chunk's hot code, which sees to its block scope itself.
     Variable runHot(const HotCode& code, BlockSignal& signal);
@@ -55,7 +56,6 @@ private:
 
     // Hot code.
     class HotRun;
-    HotChunk& hotChunk(std::uint32_t chunk);
     /// The hot code of a loop whose body is inlinable, or null if it has none.
     const HotCode* hotLoop(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
     Flow runHotLoop(const HotCode& code);
@@ -76,6 +76,11 @@ private:
     bool evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,
                                Variable& value);
     bool evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue& scalar, Variable& value);
+    /// Calls the variable at a token. True if the result is `scalar`, else it is `value`.
+    bool callDirectly(const TokenAnalysis& name, Arguments args, FastScalarValue& scalar,
+                      Variable& value);
+    void assignValue(const ParsedScriptLine& line, const FastScalarValue& scalar, bool isScalar,
+                     Variable& value);
     void storeAssigned(const ParsedScriptLine& line, const FastScalarValue& scalar, bool isScalar,
                        Variable& value);
     void applyCompound(const ParsedScriptLine& line, const FastScalarValue& scalar, bool isScalar,

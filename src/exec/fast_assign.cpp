@@ -19,12 +19,17 @@ void ChunkRun::runFastAssign(std::uint32_t index) {
                               ? evaluateDirectCall(line, scalar, value)
                               : evaluateAssignedValue(line, scalar, value);
     if (unwinding()) return;
+    assignValue(line, scalar, isScalar, value);
+    value_.setNil();
+}
+
+void ChunkRun::assignValue(const ParsedScriptLine& line, const FastScalarValue& scalar,
+                           bool isScalar, Variable& value) {
     if (line.assignment->isPlain) {
         storeAssigned(line, scalar, isScalar, value);
     } else {
         applyCompound(line, scalar, isScalar, value);
     }
-    value_.setNil();
 }
 
 /// The commonest statement: a scalar without a call in it, into a variable that exists. False, with
@@ -77,19 +82,24 @@ bool ChunkRun::evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue&
         arguments[i] = interpreter_.evaluateFastExpression(call.arguments[i], line.tokenAnalysis);
         if (unwinding()) return false;
     }
-    const Variable* found = interpreter_.readVariable(line.tokenAnalysis[call.nameToken]);
+    return callDirectly(line.tokenAnalysis[call.nameToken], arguments.view(), scalar, value);
+}
+
+bool ChunkRun::callDirectly(const TokenAnalysis& name, Arguments args, FastScalarValue& scalar,
+                            Variable& value) {
+    const Variable* found = interpreter_.readVariable(name);
     const Variable callee = found != nullptr ? *found : Variable();
     if (callee.type == VarType::Function && callee.asFunction() != nullptr) {
         const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
         const bool isScalar =
             callable->isNative
-                ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, arguments.view(),
+                ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args,
                                                               scalar)
-                : interpreter_.tryEvaluateFastCallableScalar(callable, arguments.view(), scalar);
+                : interpreter_.tryEvaluateFastCallableScalar(callable, args, scalar);
         if (isScalar) return true;
         if (unwinding()) return false;
     }
-    value = interpreter_.invokeCallableFast(callee, arguments.view());
+    value = interpreter_.invokeCallableFast(callee, args);
     return false;
 }
 

@@ -14,6 +14,9 @@ namespace {
 constexpr std::size_t kMostInstructions = 1 << 14;
 constexpr std::size_t kMostNestedBlocks = 32;
 
+/// How many operands may wait in an expression with calls.
+constexpr std::size_t kMostOperands = kHotStackSize - 2;
+
 /// The value of an element assignment goes by tokens. A node of these forms comes to the same in
 /// scalars, as long as its operators are exact ones.
 bool hasExactForm(const FastExpression& expression, int index) {
@@ -96,7 +99,16 @@ private:
     bool emitAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
     bool emitElementAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
     bool emitParallelAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
-    bool emitReturn(const ParsedScriptLine& line);
+    bool emitReturn(const ParsedScriptLine& line, std::size_t statement);
+    bool emitCalls(const ParsedScriptLine& line, BytecodeOp opcode, std::size_t statement);
+    bool emitCallsOf(const ParsedScriptLine& line, const FastExpression& value,
+                     std::size_t statement);
+    bool emitDirectCall(const ParsedScriptLine& line, std::size_t statement);
+    bool emitAny(const ParsedScriptLine& line, const FastExpression& expression, int index,
+                 std::size_t operands, bool beginsWithFrameCall = false);
+    bool emitCall(const ParsedScriptLine& line, const FastExpression& expression,
+                  const FastExprNode& call, std::size_t operands);
+    void emitText(const FastExpression& expression, const FastExprNode& text);
     void emitBreak(std::uint32_t line);
     void emitIfGroup(const BytecodeIfGroup& group);
     void emitWhileLoop(const BytecodeWhileLoop& loop);
@@ -272,12 +284,12 @@ void HotCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uint32_
     const ParsedAssignment* assignment = line->assignment.get();
     bool isTranslated = false;
     if (opcode == BytecodeOp::Return) {
-        isTranslated = emitReturn(*line);
+        isTranslated = emitReturn(*line, statement);
     } else if (assignment != nullptr) {
         isTranslated = opcode == BytecodeOp::FastAssign ? emitAssignment(*line, *assignment)
                                                         : emitElementAssignment(*line, *assignment);
     }
-    if (!isTranslated) runByExecutor(statement);
+    if (!isTranslated && !emitCalls(*line, opcode, statement)) runByExecutor(statement);
     code_.statements[statement].instruction = position;
     code_.statements[statement].next = here();
 }
@@ -358,14 +370,180 @@ bool HotCompiler::emitParallelAssignment(const ParsedScriptLine& line,
 }
 
 /// A `return` of one value.
-bool HotCompiler::emitReturn(const ParsedScriptLine& line) {
+bool HotCompiler::emitReturn(const ParsedScriptLine& line, std::size_t statement) {
     if (line.tokens.size() < 2 || line.returnValues.size() != 1 ||
         line.returnValues[0].scalarCode.empty()) {
         return false;
     }
     emitExpression(line, line.returnValues[0], false);
-    emit(ScalarOpcode::ReturnValue);
+    emit(ScalarOpcode::ReturnValue, static_cast<std::int32_t>(statement));
     return true;
+}
+
+/// A statement that makes calls, if all of it can be translated. What has been emitted of another
+/// is taken back.
+bool HotCompiler::emitCalls(const ParsedScriptLine& line, BytecodeOp opcode,
+                            std::size_t statement) {
+    const std::size_t size = code_.code.size();
+    const std::size_t variables = code_.variables.size();
+    const std::size_t keys = code_.keys.size();
+    bool isTranslated = false;
+    ScalarOpcode end = ScalarOpcode::DiscardAny;
+    if (opcode == BytecodeOp::Return) {
+        isTranslated = line.returnValues.size() == 1 &&
+                       emitCallsOf(line, line.returnValues[0], statement);
+        end = ScalarOpcode::ReturnAny;
+    } else if (opcode == BytecodeOp::FastAssign) {
+        const ParsedAssignment& assignment = *line.assignment;
+        isTranslated = assignment.isSimple() &&
+                       (assignment.simpleCall.valid
+                            ? emitDirectCall(line, statement)
+                            : emitCallsOf(line, assignment.values[0], statement));
+        end = ScalarOpcode::AssignAny;
+    } else if (line.kind == LineKind::Plain && line.assignment == nullptr) {
+        isTranslated = line.expression.isCall() && emitCallsOf(line, line.expression, statement);
+    }
+    if (isTranslated) {
+        emit(end, static_cast<std::int32_t>(statement));
+        return true;
+    }
+    code_.code.resize(size);
+    code_.variables.resize(variables);
+    code_.keys.resize(keys);
+    return false;
+}
+
+/// A value that is a call, or an arithmetic chain whose first operand is a call that the tiers
+/// before the general one are bound to decline, with nothing done.
+bool HotCompiler::emitCallsOf(const ParsedScriptLine& line, const FastExpression& value,
+                              std::size_t statement) {
+    if (!value.valid || !value.rootNode().holdsCall) return false;
+    const auto number = static_cast<std::int32_t>(statement);
+    const auto nodeAt = [&value](int index) -> const FastExprNode& {
+        return value.nodes[static_cast<std::size_t>(index)];
+    };
+    const FastExprNode* first = &value.rootNode();
+    emit(ScalarOpcode::BeginCalls, number);
+    if (first->kind == NodeKind::Call) {
+        const FastExprNode& callee = nodeAt(first->left);
+        if (&value == &line.expression && callee.kind == NodeKind::Variable) {
+            emit(ScalarOpcode::RequireNoAssert, number).token =
+                variableAt(line, callee.tokenIndex);
+        }
+    } else {
+        while (first->kind >= NodeKind::Add && first->kind <= NodeKind::GreaterEqual) {
+            first = &nodeAt(first->left);
+        }
+        if (first->kind != NodeKind::Call || first->argumentsHoldCall) return false;
+        const FastExprNode& callee = nodeAt(first->left);
+        if (callee.kind != NodeKind::Variable) return false;
+        emit(ScalarOpcode::RequireFrameCall, number).token = variableAt(line, callee.tokenIndex);
+    }
+    return emitAny(line, value, value.root, 0, true);
+}
+
+/// `x = f(a, b)`: each argument is an expression of its own, which may go through the scalar tier.
+bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t statement) {
+    const FastCallExpression& call = line.assignment->simpleCall;
+    if (call.arguments.size() > kMostOperands / 2) return false;
+    const bool anyCall =
+        std::any_of(call.arguments.begin(), call.arguments.end(),
+                    [](const FastExpression& value) { return value.rootNode().holdsCall; });
+    emit(ScalarOpcode::BeginCalls, static_cast<std::int32_t>(statement));
+    bool hasCalled = false;
+    for (std::size_t i = 0; i < call.arguments.size(); ++i) {
+        const FastExpression& argument = call.arguments[i];
+        const FastExprNode& root = argument.rootNode();
+        if (root.kind == NodeKind::Variable) {
+            ScalarInstruction& push = emit(anyCall ? ScalarOpcode::PushAny : ScalarOpcode::PushLent);
+            push.kind = kCheckedVariable;
+            push.token = variableAt(line, root.tokenIndex);
+        } else if (root.kind < NodeKind::Variable || root.kind == NodeKind::Call) {
+            if (!emitAny(line, argument, argument.root, i)) return false;
+        } else if (!argument.scalarCode.empty() && !hasCalled) {
+            emitExpression(line, argument, false);  // may decline: nothing has been done yet
+        } else {
+            return false;
+        }
+        hasCalled = hasCalled || root.holdsCall;
+    }
+    ScalarInstruction& made = emit(ScalarOpcode::CallDirect);
+    made.kind = static_cast<std::uint8_t>(call.arguments.size());
+    made.token = variableAt(line, call.nameToken);
+    return true;
+}
+
+/// A node by the general tier, with `operands` values waiting below its own. A chain of "+" that may
+/// be a text is left to the executor, unless it is certain to begin with the call of a script
+/// function.
+bool HotCompiler::emitAny(const ParsedScriptLine& line, const FastExpression& expression, int index,
+                          std::size_t operands, bool beginsWithFrameCall) {
+    if (operands >= kMostOperands) return false;
+    const FastExprNode& node = expression.nodes[static_cast<std::size_t>(index)];
+    switch (node.kind) {
+        case NodeKind::IntLiteral: emit(ScalarOpcode::PushInt, node.intValue); return true;
+        case NodeKind::FloatLiteral:
+            emit(ScalarOpcode::PushFloat).floatValue = node.floatValue;
+            return true;
+        case NodeKind::BoolLiteral:
+            emit(ScalarOpcode::PushBool, node.boolValue ? 1 : 0);
+            return true;
+        case NodeKind::NilLiteral: emit(ScalarOpcode::PushNil); return true;
+        case NodeKind::StringLiteral: emitText(expression, node); return true;
+        case NodeKind::Variable:
+            emit(ScalarOpcode::PushAny).token = variableAt(line, node.tokenIndex);
+            return true;
+        case NodeKind::Call: return emitCall(line, expression, node, operands);
+        default: break;
+    }
+    if (node.kind < NodeKind::Add || node.kind > NodeKind::GreaterEqual ||
+        (node.canConcat && !beginsWithFrameCall)) {
+        return false;
+    }
+    if (!emitAny(line, expression, node.left, operands, beginsWithFrameCall) ||
+        !emitAny(line, expression, node.right, operands + 1)) {
+        return false;
+    }
+    emit(ScalarOpcode::OperateAny).kind = static_cast<std::uint8_t>(node.kind);
+    return true;
+}
+
+bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& expression,
+                           const FastExprNode& call, std::size_t operands) {
+    const auto nodeAt = [&expression](std::int64_t index) -> const FastExprNode& {
+        return expression.nodes[static_cast<std::size_t>(index)];
+    };
+    const FastExprNode& callee = nodeAt(call.left);
+    const bool isEntry = callee.kind == NodeKind::Index &&
+                         nodeAt(callee.left).kind == NodeKind::Variable &&
+                         nodeAt(callee.right).kind == NodeKind::StringLiteral;
+    const auto count = static_cast<std::size_t>(call.intValue);
+    if ((!isEntry && callee.kind != NodeKind::Variable) || count > kMostOperands / 2) return false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto argument = static_cast<int>(
+            expression.callArguments[static_cast<std::size_t>(call.right) + i]);
+        const FastExprNode& node = nodeAt(argument);
+        if (node.kind == NodeKind::Variable && !call.argumentsHoldCall &&
+            operands + i < kMostOperands) {
+            emit(ScalarOpcode::PushLent).token = variableAt(line, node.tokenIndex);
+        } else if (!emitAny(line, expression, argument, operands + i)) {
+            return false;
+        }
+    }
+    ScalarInstruction& made =
+        emit(isEntry ? ScalarOpcode::CallEntry : ScalarOpcode::CallVariable);
+    made.kind = static_cast<std::uint8_t>(count);
+    made.token = variableAt(line, isEntry ? nodeAt(callee.left).tokenIndex : callee.tokenIndex);
+    if (isEntry) {
+        made.intValue = static_cast<std::int32_t>(code_.keys.size());
+        code_.keys.push_back(&expression.strings[nodeAt(callee.right).stringIndex]);
+    }
+    return true;
+}
+
+void HotCompiler::emitText(const FastExpression& expression, const FastExprNode& text) {
+    emit(ScalarOpcode::PushText, static_cast<std::int32_t>(code_.keys.size()));
+    code_.keys.push_back(&expression.strings[text.stringIndex]);
 }
 
 void HotCompiler::emitBreak(std::uint32_t line) {

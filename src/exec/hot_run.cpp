@@ -2,10 +2,18 @@
 #include <algorithm>
 #include <array>
 
+#include "eval/binary_operation.h"
 #include "eval/errors.h"
 #include "eval/scalar_step.h"
 #include "exec/chunk_run.h"
 #include "exec/for_header.h"
+
+namespace {
+
+/// How many arguments go into a frame without a detour.
+constexpr std::size_t kMostFrameArguments = 8;
+
+}  // namespace
 
 class ChunkRun::HotRun {
 public:
@@ -15,6 +23,7 @@ public:
           code_(code),
           signal_(signal),
           boundBase_(interpreter_.boundVariables.size()),
+          heldBase_(interpreter_.heldValues.size()),
           blockFloor_(interpreter_.blockScopeFloor),
           blocksAtStart_(interpreter_.blockScopes.size()) {
         interpreter_.boundVariables.push(code.variables.size());
@@ -24,6 +33,7 @@ public:
         while (openFors_ > 0) closeFor();
         if (openBlocks_ > 0) closeBlocks(0);
         interpreter_.boundVariables.popTo(boundBase_);
+        releaseHeld();
     }
     HotRun(const HotRun&) = delete;
     HotRun& operator=(const HotRun&) = delete;
@@ -91,6 +101,46 @@ private:
     Position unwindFrom(const HotStatement& statement);
     Flow returnFrom(const HotStatement& statement, FastScalarValue value);
 
+    // Statements with calls.
+    void beginCalls(const HotStatement& statement);
+    bool runsInFrame(std::uint16_t token);
+    bool isAssert(std::uint16_t token);
+    FastScalarValue anyOf(const ScalarInstruction& push);
+    FastScalarValue lentArgument(const ScalarInstruction& push);
+    FastScalarValue hold(Variable&& value) {
+        interpreter_.heldValues.push_back(std::move(value));
+        const auto number = static_cast<int>(interpreter_.heldValues.size() - 1);
+        FastScalarValue held = FastScalarValue::fromInt(number);
+        held.kind = ScalarKind::Held;
+        return held;
+    }
+    FastScalarValue anyFrom(Variable&& value) {
+        const FastScalarValue scalar = soundScalar(value);
+        return scalar.isSet() ? scalar : hold(std::move(value));
+    }
+    Variable taken(FastScalarValue value);
+    [[gnu::always_inline]] FastScalarValue operateAny(NodeKind kind, FastScalarValue left,
+                                                      FastScalarValue right) {
+        const FastScalarValue exact = scalarOperationOn(kind, left, right, true);
+        return exact.isSet() ? exact : operateOnOthers(kind, left, right);
+    }
+    FastScalarValue operateOnOthers(NodeKind kind, FastScalarValue left, FastScalarValue right);
+    const Variable* anyVariable(std::uint16_t token) {
+        const Variable* variable = place(token);
+        return variable != nullptr ? variable
+                                   : interpreter_.readVariable(*code_.variables[token]);
+    }
+    FastScalarValue call(const ScalarInstruction& instruction, const FastScalarValue* args);
+    void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
+    FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
+    bool assignAny(const HotStatement& statement, FastScalarValue value);
+    Flow returnAny(const HotStatement& statement, FastScalarValue value);
+    bool discardAny(const HotStatement& statement, FastScalarValue value);
+    bool endCalls(const HotStatement& statement);
+    void releaseHeld() {
+        if (interpreter_.heldValues.size() > heldBase_) interpreter_.heldValues.resize(heldBase_);
+    }
+
     // Turns of a coroutine.
     void expectTurns() {
         expectsTurns_ = interpreter_.scheduledCoroutine != nullptr ||
@@ -104,8 +154,11 @@ private:
 
     // Variables.
     [[nodiscard, gnu::noinline]] Variable* bind(std::uint16_t variable) {
-        bound_[variable] = interpreter_.bindableVariable(*code_.variables[variable]);
-        return bound_[variable];
+        const TokenAnalysis& token = *code_.variables[variable];
+        Variable* value = interpreter_.cachedVariable(token);
+        if (value == nullptr) value = interpreter_.bindableVariable(token);
+        bound_[variable] = value;
+        return value;
     }
     void bindAnew() {
         bound_ = interpreter_.boundVariables.from(boundBase_);
@@ -129,6 +182,7 @@ private:
     BlockSignal& signal_;
     Variable** bound_ = nullptr;  // null where nothing is bound
     std::size_t boundBase_;       // where they begin in the interpreter's stack of them
+    std::size_t heldBase_;        // where the values begin that are held here
     std::size_t blockFloor_;
     std::size_t blocksAtStart_;
     std::array<OpenFor, kMostHotFors> fors_;  // the first `openFors_` are open
@@ -138,19 +192,14 @@ private:
     Position lastElement_ = nullptr;    // in an element assignment whose last token nobody has seen
     bool clearsValue_ = false;          // the chunk's value is nil, and is not yet written
     bool expectsTurns_ = false;         // a coroutine may have a turn behind each statement
+    bool answersInScalars_ = false;     // the call of `x = f(...)` has been made in the scalar tier
     bool inExecutor_ = false;           // the current line and the last token are as they should
 };
-
-HotChunk& ChunkRun::hotChunk(std::uint32_t chunk) {
-    std::vector<HotChunk>& chunks = program_->hotChunks;
-    if (chunks.size() < program_->chunks.size()) chunks.resize(program_->chunks.size());
-    return chunks[chunk];
-}
 
 const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
                                  std::uint32_t bodyChunk) {
     if (!interpreter_.runsHotCode) return nullptr;
-    HotChunk& known = hotChunk(bodyChunk);
+    HotChunk& known = program_->hotChunks[bodyChunk];
     const auto byte = static_cast<std::uint8_t>(opcode);
     if (known.loop == nullptr) {
         known.loop = std::make_unique<const HotCode>(compileHotLoop(*program_, byte, operand));
@@ -163,14 +212,11 @@ const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
 }
 
 const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
-    HotChunk& known = hotChunk(chunk);
-    if (!known.hasRun || !interpreter_.runsHotCode) {
-        known.hasRun = true;
-        return nullptr;
-    }
+    HotChunk& known = program_->hotChunks[chunk];
     const bool amongBlocks = interpreter_.blockScopeVisible();
     std::unique_ptr<const HotCode>& code = amongBlocks ? known.chunkAmongBlocks : known.chunk;
     if (code == nullptr) {
+        if (!std::exchange(known.hasRun, true)) return nullptr;
         code = std::make_unique<const HotCode>(compileHotChunk(*program_, chunk, amongBlocks));
     }
     return code->code.empty() ? nullptr : code.get();
@@ -311,10 +357,64 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                     case ScalarOpcode::SelectLine: lastStatement_ = at++; continue;
                     case ScalarOpcode::ReturnValue:
                         lastStatement_ = at;
-                        return returnFrom(statementAt(at), *--top);
+                        return returnFrom(statement(instruction), *--top);
                     case ScalarOpcode::RunStatement:
                         at = runByExecutor(statement(instruction));
                         if (at == nullptr) return Flow::Leave;
+                        continue;
+                    case ScalarOpcode::BeginCalls:
+                        beginCalls(statement(instruction));
+                        ++at;
+                        continue;
+                    case ScalarOpcode::RequireFrameCall:
+                        if (!runsInFrame(instruction.token)) break;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::RequireNoAssert:
+                        if (isAssert(instruction.token)) break;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::PushAny:
+                        *top++ = anyOf(instruction);
+                        ++at;
+                        continue;
+                    case ScalarOpcode::PushLent:
+                        *top++ = lentArgument(instruction);
+                        ++at;
+                        continue;
+                    case ScalarOpcode::PushText:
+                        *top++ = hold(Variable(key(instruction.intValue)));
+                        ++at;
+                        continue;
+                    case ScalarOpcode::OperateAny:
+                        --top;
+                        top[-1] = operateAny(static_cast<NodeKind>(instruction.kind), top[-1],
+                                             top[0]);
+                        ++at;
+                        continue;
+                    case ScalarOpcode::CallVariable:
+                    case ScalarOpcode::CallEntry:
+                    case ScalarOpcode::CallDirect:
+                        top -= instruction.kind;
+                        *top = instruction.opcode == ScalarOpcode::CallDirect
+                                   ? callDirect(instruction, top)
+                                   : call(instruction, top);
+                        ++top;
+                        if (interpreter_.softErrorUnwinding()) {
+                            unwindFrom(statementAt(at));
+                            return Flow::Leave;
+                        }
+                        ++at;
+                        continue;
+                    case ScalarOpcode::AssignAny:
+                        if (!assignAny(statement(instruction), *--top)) return Flow::Leave;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::ReturnAny:
+                        return returnAny(statement(instruction), *--top);
+                    case ScalarOpcode::DiscardAny:
+                        if (!discardAny(statement(instruction), *--top)) return Flow::Leave;
+                        ++at;
                         continue;
                     case ScalarOpcode::Finish: showTo(lastStatement_); return Flow::Next;
                     default:
@@ -544,6 +644,174 @@ ChunkRun::Flow ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastS
     assignFastScalarToVariable(run_.value_, value);
     signal_ = BlockSignal::Return;
     if (expectsTurns_) giveTurns(statement.depth);
+    return Flow::Leave;
+}
+
+/// From here to its end the statement runs as in the executor: its line is the current one.
+void ChunkRun::HotRun::beginCalls(const HotStatement& statement) {
+    showTo(nullptr);
+    lastStatement_ = nullptr;
+    inExecutor_ = true;
+    answersInScalars_ = false;
+    run_.selectLine(statement.line);
+}
+
+bool ChunkRun::HotRun::runsInFrame(std::uint16_t token) {
+    const Variable* callee = anyVariable(token);
+    if (callee == nullptr || callee->type != VarType::Function) return false;
+    const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
+    return callable != nullptr && !callable->isNative &&
+           callable->fastBodyKind == FastBodyKind::None;
+}
+
+bool ChunkRun::HotRun::isAssert(std::uint16_t token) {
+    const ScriptCallable* native = nativeOf(anyVariable(token));
+    return native != nullptr && native->builtinId == BuiltinId::Assert;
+}
+
+/// A variable as an operand: a scalar or a copy.
+FastScalarValue ChunkRun::HotRun::anyOf(const ScalarInstruction& push) {
+    const Variable* variable = anyVariable(push.token);
+    if (variable == nullptr) return FastScalarValue::nil();
+    if (push.kind == kCheckedVariable) static_cast<void>(scalarFromVariable(*variable));
+    return anyFrom(Variable(*variable));
+}
+
+/// A variable as an argument of a call whose arguments make no calls: it stays as it is until then.
+FastScalarValue ChunkRun::HotRun::lentArgument(const ScalarInstruction& push) {
+    const Variable* variable = anyVariable(push.token);
+    if (variable == nullptr) return FastScalarValue::nil();
+    if (push.kind == kCheckedVariable) static_cast<void>(scalarFromVariable(*variable));
+    FastScalarValue value = soundScalar(*variable);
+    if (value.isSet()) return value;
+    value = FastScalarValue::fromInt(push.token);
+    value.kind = ScalarKind::Lent;
+    return value;
+}
+
+/// A value for its only use.
+Variable ChunkRun::HotRun::taken(FastScalarValue value) {
+    switch (value.kind) {
+        case ScalarKind::Held: {
+            Variable& held = interpreter_.heldValues[static_cast<std::size_t>(value.intValue)];
+            Variable result = std::move(held);
+            held.setNil();
+            return result;
+        }
+        case ScalarKind::Lent: return *anyVariable(static_cast<std::uint16_t>(value.intValue));
+        default: return variableFromFastScalar(value);
+    }
+}
+
+FastScalarValue ChunkRun::HotRun::operateOnOthers(NodeKind kind, FastScalarValue left,
+                                                  FastScalarValue right) {
+    Variable first = taken(left);
+    const Variable second = taken(right);
+    return anyFrom(generalOperation(kind, first, second));
+}
+
+/// Arguments that `lends` is false for are copied: the callee may change the variable.
+void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue* args,
+                                     bool lends) {
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        if (args[i].kind == ScalarKind::Lent && lends) {
+            frame.lend(i, *anyVariable(static_cast<std::uint16_t>(args[i].intValue)));
+        } else if (args[i].kind >= ScalarKind::Held) {
+            frame[i] = taken(args[i]);
+        } else {
+            assignFastScalarToVariable(frame[i], args[i]);
+        }
+    }
+}
+
+FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
+                                       const FastScalarValue* args) {
+    const std::size_t count = instruction.kind;
+    const Variable* callee = anyVariable(instruction.token);
+    const bool isMember = instruction.opcode == ScalarOpcode::CallEntry;
+    Variable elsewhere;
+    if (isMember && callee != nullptr && callee->type == VarType::Table) {
+        const TableStorage& table = *callee->asTable();
+        const auto found = table.find(key(instruction.intValue));
+        callee = found != table.end() ? &found->second : nullptr;
+    } else if (isMember) {
+        elsewhere = interpreter_.getIndexedValue(callee != nullptr ? *callee : nilValue(),
+                                                 Variable(key(instruction.intValue)));
+        callee = &elsewhere;
+    }
+    if (callee == nullptr) callee = &nilValue();
+    const ScriptCallable* callable =
+        callee->type == VarType::Function ? callee->asFunction().get() : nullptr;
+    if (callable != nullptr && callable->runsInFrame() && count <= kMostFrameArguments) {
+        std::array<const Variable*, kMostFrameArguments> others;  // left uninitialised
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto number = static_cast<std::size_t>(args[i].intValue);
+            others[i] = args[i].kind == ScalarKind::Held ? &interpreter_.heldValues[number]
+                        : args[i].kind == ScalarKind::Lent
+                            ? anyVariable(static_cast<std::uint16_t>(number))
+                            : nullptr;
+        }
+        Variable result =
+            interpreter_.callInFrame(callee->asFunction(), args, others.data(), count);
+        bindAnew();
+        return anyFrom(std::move(result));
+    }
+    ArgumentFrame frame(interpreter_.argumentStack, count);
+    const bool lends =
+        callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
+    fillArguments(frame, args, lends);
+    if (lends) return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
+    Variable result =
+        interpreter_.callFound(*callee, isMember && callee != &elsewhere, frame.view());
+    bindAnew();
+    return anyFrom(std::move(result));
+}
+
+/// The call of `x = f(...)`, where one-line functions and natives may answer in the scalar tier.
+FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instruction,
+                                             const FastScalarValue* args) {
+    const Variable* callee = anyVariable(instruction.token);
+    const ScriptCallable* callable = callee != nullptr && callee->type == VarType::Function
+                                         ? callee->asFunction().get()
+                                         : nullptr;
+    if (callable != nullptr && callable->runsInFrame()) return call(instruction, args);
+    const bool runsNoCode =
+        callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
+    ArgumentFrame frame(interpreter_.argumentStack, instruction.kind);
+    fillArguments(frame, args, runsNoCode);
+    FastScalarValue scalar{};
+    Variable value;
+    answersInScalars_ =
+        run_.callDirectly(*code_.variables[instruction.token], frame.view(), scalar, value);
+    if (!runsNoCode) bindAnew();
+    return answersInScalars_ ? scalar : anyFrom(std::move(value));
+}
+
+/// The end of a statement with calls. False to leave.
+bool ChunkRun::HotRun::endCalls(const HotStatement& statement) {
+    inExecutor_ = false;
+    releaseHeld();
+    return !expectsTurns_ || giveTurn(statement);
+}
+
+bool ChunkRun::HotRun::assignAny(const HotStatement& statement, FastScalarValue value) {
+    // A compound assignment sees the difference between a scalar and a variable that holds one.
+    Variable other;
+    if (!answersInScalars_) other = taken(value);
+    run_.assignValue(run_.lines_[statement.line], value, answersInScalars_, other);
+    run_.value_.setNil();
+    return endCalls(statement);
+}
+
+bool ChunkRun::HotRun::discardAny(const HotStatement& statement, FastScalarValue value) {
+    run_.value_ = taken(value);
+    return endCalls(statement);
+}
+
+ChunkRun::Flow ChunkRun::HotRun::returnAny(const HotStatement& statement, FastScalarValue value) {
+    run_.value_ = taken(value);
+    signal_ = BlockSignal::Return;
+    if (interpreter_.scheduledCoroutine != nullptr) giveTurns(statement.depth);
     return Flow::Leave;
 }
 

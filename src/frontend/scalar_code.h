@@ -93,8 +93,23 @@ enum class ScalarOpcode : std::uint8_t {
     ForNext,         // counts in `for` number `token`; to `intValue` for another turn
     ForLeave,        // closes the innermost `for`
     SelectLine,      // makes the line of statement `intValue` the current one
-    ReturnValue,     // pops a value and ends the run with it
+    ReturnValue,     // pops a value and ends the run with it, in statement `intValue`
     RunStatement,    // statement `intValue` by the executor
+    // A statement with calls, by the rules of the general tier: values of any kind.
+    BeginCalls,        // of statement `intValue`
+    RequireFrameCall,  // statement `intValue` goes by the executor unless the variable `token` is a
+                       // script function that runs in a frame
+    RequireNoAssert,   // the same unless it is anything but the native `assert`
+    PushAny,           // the variable `token`
+    PushLent,          // the same as an argument, which needs no copy
+    PushText,          // literal text `intValue`
+    OperateAny,        // pops two operands of the node kind `kind`
+    CallVariable,      // calls the variable `token` with the topmost `kind` values
+    CallEntry,         // calls entry `intValue` of the table in the variable `token`
+    CallDirect,        // CallVariable for the statement `x = f(...)`
+    AssignAny,         // pops the value of the statement that assigns it
+    ReturnAny,         // pops a value and ends the run with it
+    DiscardAny,        // pops the value of an expression statement
     Finish,          // the end of the code
 };
 
@@ -102,9 +117,13 @@ enum class ScalarOpcode : std::uint8_t {
 /// operands differently.
 inline constexpr std::uint8_t kExactOperator = 1;
 
+/// As the `kind` of PushAny and PushLent: a variable whose kind and content disagree raises, as it
+/// does in the scalar tier.
+inline constexpr std::uint8_t kCheckedVariable = 1;
+
 struct ScalarInstruction {
     ScalarOpcode opcode;
-    std::uint8_t kind = 0;  // a compound operator's character, or kExactOperator
+    std::uint8_t kind = 0;  // a compound operator's character, or one of the above
     std::uint16_t token = 0;
     union {
         std::int32_t intValue = 0;

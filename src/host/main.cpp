@@ -93,6 +93,7 @@ int runMode(int argc, char** argv) {
     const std::string_view mode = argv[1];
     if (mode == "--run-bytecode") {
         if (argc != 3) return printUsage(argv[0]);
+        interpreter.leavesProgramsToSystem = true;
         runBytecodeFile(interpreter, argv[2]);
     } else if (mode == "--compile") {
         if (argc != 4) return printUsage(argv[0]);
@@ -101,6 +102,7 @@ int runMode(int argc, char** argv) {
         runPrompt(interpreter);
     } else {
         if (argc != 2) return printUsage(argv[0]);
+        interpreter.leavesProgramsToSystem = true;
         interpreter.runScript(readFile(argv[1]));
     }
     return kSuccess;

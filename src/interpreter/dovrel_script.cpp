@@ -31,6 +31,10 @@ void DovrelScript::runScript(const std::string& source) {
 }
 
 Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program) {
+    if (leavesProgramsToSystem) {
+        static auto& kept = *new std::vector<std::shared_ptr<BytecodeProgram>>;
+        kept.push_back(program);
+    }
     // The program may be gone before the next line is selected.
     struct LineTextGuard {
         DovrelScript& interpreter;

@@ -69,6 +69,9 @@ public:
     /// Raises the error that a coroutine turn has left, if there is one.
     void rethrowPendingCoroutineException();
 
+    /// For a process that ends with the one program it runs: to take a large program apart again
+    /// takes as long as to compile it, and the system takes its memory back in any case.
+    bool leavesProgramsToSystem = false;
     RandomEngine randomEngine;
     std::chrono::steady_clock::time_point startTime;
 
@@ -223,6 +226,7 @@ public:
                                            const std::vector<TokenAnalysis>& analysis);
 
     ArgumentStack argumentStack;
+    std::vector<Variable> heldValues;  // values of hot code that are no scalars, innermost last
 
     // ------------------------------------------------------------------ eval: statements
     /// Runs an assignment line. False, with nothing done, if the line is none. `result` becomes the
@@ -241,6 +245,13 @@ public:
     // ------------------------------------------------------------------ eval: calls
     /// Calls `callee`, whatever it is. Raises for anything that cannot be called.
     Variable invokeCallableFast(const Variable& callee, Arguments args);
+    /// The same for the callee of a call node; `isMember` if it was found in a table.
+    Variable callFound(const Variable& callee, bool isMember, Arguments args);
+    /// Calls a script function that runs in a frame and takes as many arguments as it names, with
+    /// arguments that are scalars for the most part. A value that is none stands in `others`.
+    Variable callInFrame(const std::shared_ptr<ScriptCallable>& callable,
+                         const FastScalarValue* values, const Variable* const* others,
+                         std::size_t count);
     /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
     /// false and the message. Nil when an outer soft error is unwinding.
     Variable protectedCall(Arguments args);
@@ -368,6 +379,8 @@ public:
 private:
     FastScalarValue runWholeScalarCode(const FastExpression& expression,
                                        const std::vector<TokenAnalysis>& analysis);
+    bool tryScalarValue(const FastExpression& expression,
+                        const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
     /// The scalar that a variable holds: nil for an unknown one, unset for another kind of value.
     FastScalarValue scalarVariable(const TokenAnalysis& token);
     // The scalar tier, by form of node; an unset value declines.
@@ -442,7 +455,8 @@ private:
     [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
     [[nodiscard]] const Variable* readVariableSlowly(const TokenAnalysis& token);
     void cacheGlobal(const TokenAnalysis& token, std::size_t slot);
-    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
+    template <typename Bind>
+    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, const Bind& bind);
     Variable runFastBody(const ScriptCallable& callable, Arguments args);
 };
 

@@ -52,3 +52,15 @@ BuiltinId builtinIdFromName(std::string_view name) {
     }
     return BuiltinId::None;
 }
+
+bool runsNoScriptCode(BuiltinId id) {
+    switch (id) {
+        case BuiltinId::None:
+        case BuiltinId::Assert:
+        case BuiltinId::Error:
+        case BuiltinId::Pcall:
+        case BuiltinId::Load:
+        case BuiltinId::TableSort: return false;
+        default: return true;
+    }
+}

@@ -51,3 +51,6 @@ inline constexpr std::size_t kBuiltinIdCount = 38;
 /// The id that a callable name yields: exact and case-sensitive, `None` for every other name. The
 /// second spellings (`tostring`, `loadstring`, ...) have none on purpose.
 [[nodiscard]] BuiltinId builtinIdFromName(std::string_view name);
+
+/// The natives with an id that can neither call back into a script nor raise a soft error.
+[[nodiscard]] bool runsNoScriptCode(BuiltinId id);

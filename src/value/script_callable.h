@@ -47,6 +47,12 @@ struct ScriptCallable {
     std::uint16_t fastGuardLine = 0;   // index in `bodyLines` of the guarding `if`
     std::uint16_t fastReturnLine = 0;  // index in `bodyLines` of the `return`
     std::string fastGuardMessage;      // decoded message of the guard's `error` call
+
+    /// A call pushes a frame with the parameters and nothing else.
+    [[nodiscard]] bool runsInFrame() const {
+        return !isNative && !isDecay && !isVariadic && !isLoadedChunk &&
+               fastBodyKind == FastBodyKind::None;
+    }
 };
 
 /// The native that a value is; null for a null pointer and for every other value.
