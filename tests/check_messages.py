@@ -19,9 +19,8 @@ BLOCKS = ("if-group", "while-loop", "repeat-loop", "numeric-for")
 UNIT = {
     "a compiled bytecode file has indices in range, and only a damaged one has others": (
         *(f"Inline bytecode {block} index out of range" for block in BLOCKS),
-        *(f"Bytecode {table} index out of range" for table in (*BLOCKS, "line", "generic-for")),
+        *(f"Bytecode {table} index out of range" for table in (*BLOCKS, "generic-for")),
         "Invalid bytecode chunk index",
-        "Bytecode chunk range is out of bounds",
         "Compiled generic-for variable index out of range",
         "Bytecode function-declaration index out of range",
         "Unexpected non-inline opcode",

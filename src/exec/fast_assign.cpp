@@ -93,8 +93,7 @@ bool ChunkRun::callDirectly(const TokenAnalysis& name, Arguments args, FastScala
         const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
         const bool isScalar =
             callable->isNative
-                ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args,
-                                                              scalar)
+                ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args, scalar)
                 : interpreter_.tryEvaluateFastCallableScalar(callable, args, scalar);
         if (isScalar) return true;
         if (unwinding()) return false;

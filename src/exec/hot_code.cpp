@@ -390,15 +390,17 @@ bool HotCompiler::emitCalls(const ParsedScriptLine& line, BytecodeOp opcode,
     bool isTranslated = false;
     ScalarOpcode end = ScalarOpcode::DiscardAny;
     if (opcode == BytecodeOp::Return) {
-        isTranslated = line.returnValues.size() == 1 &&
-                       emitCallsOf(line, line.returnValues[0], statement);
+        isTranslated =
+            line.returnValues.size() == 1 && emitCallsOf(line, line.returnValues[0], statement);
         end = ScalarOpcode::ReturnAny;
     } else if (opcode == BytecodeOp::FastAssign) {
+        // A damaged file may name a line of any shape.
+        if (line.assignment == nullptr) return false;
         const ParsedAssignment& assignment = *line.assignment;
-        isTranslated = assignment.isSimple() &&
-                       (assignment.simpleCall.valid
-                            ? emitDirectCall(line, statement)
-                            : emitCallsOf(line, assignment.values[0], statement));
+        isTranslated =
+            assignment.isSimple() &&
+            (assignment.simpleCall.valid ? emitDirectCall(line, statement)
+                                         : emitCallsOf(line, assignment.values[0], statement));
         end = ScalarOpcode::AssignAny;
     } else if (line.kind == LineKind::Plain && line.assignment == nullptr) {
         isTranslated = line.expression.isCall() && emitCallsOf(line, line.expression, statement);
@@ -427,8 +429,7 @@ bool HotCompiler::emitCallsOf(const ParsedScriptLine& line, const FastExpression
     if (first->kind == NodeKind::Call) {
         const FastExprNode& callee = nodeAt(first->left);
         if (&value == &line.expression && callee.kind == NodeKind::Variable) {
-            emit(ScalarOpcode::RequireNoAssert, number).token =
-                variableAt(line, callee.tokenIndex);
+            emit(ScalarOpcode::RequireNoAssert, number).token = variableAt(line, callee.tokenIndex);
         }
     } else {
         while (first->kind >= NodeKind::Add && first->kind <= NodeKind::GreaterEqual) {
@@ -455,7 +456,8 @@ bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t state
         const FastExpression& argument = call.arguments[i];
         const FastExprNode& root = argument.rootNode();
         if (root.kind == NodeKind::Variable) {
-            ScalarInstruction& push = emit(anyCall ? ScalarOpcode::PushAny : ScalarOpcode::PushLent);
+            ScalarInstruction& push =
+                emit(anyCall ? ScalarOpcode::PushAny : ScalarOpcode::PushLent);
             push.kind = kCheckedVariable;
             push.token = variableAt(line, root.tokenIndex);
         } else if (root.kind < NodeKind::Variable || root.kind == NodeKind::Call) {
@@ -473,8 +475,8 @@ bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t state
     return true;
 }
 
-/// A node by the general tier, with `operands` values waiting below its own. A chain of "+" that may
-/// be a text is left to the executor, unless it is certain to begin with the call of a script
+/// A node by the general tier, with `operands` values waiting below its own. A chain of "+" that
+/// may be a text is left to the executor, unless it is certain to begin with the call of a script
 /// function.
 bool HotCompiler::emitAny(const ParsedScriptLine& line, const FastExpression& expression, int index,
                           std::size_t operands, bool beginsWithFrameCall) {
@@ -520,8 +522,8 @@ bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& e
     const auto count = static_cast<std::size_t>(call.intValue);
     if ((!isEntry && callee.kind != NodeKind::Variable) || count > kMostOperands / 2) return false;
     for (std::size_t i = 0; i < count; ++i) {
-        const auto argument = static_cast<int>(
-            expression.callArguments[static_cast<std::size_t>(call.right) + i]);
+        const auto argument =
+            static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
         const FastExprNode& node = nodeAt(argument);
         if (node.kind == NodeKind::Variable && !call.argumentsHoldCall &&
             operands + i < kMostOperands) {
@@ -530,8 +532,7 @@ bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& e
             return false;
         }
     }
-    ScalarInstruction& made =
-        emit(isEntry ? ScalarOpcode::CallEntry : ScalarOpcode::CallVariable);
+    ScalarInstruction& made = emit(isEntry ? ScalarOpcode::CallEntry : ScalarOpcode::CallVariable);
     made.kind = static_cast<std::uint8_t>(count);
     made.token = variableAt(line, isEntry ? nodeAt(callee.left).tokenIndex : callee.tokenIndex);
     if (isEntry) {

@@ -71,8 +71,16 @@ struct HotCode {
     std::vector<const std::string*> keys;         // literal keys of table entries
 };
 
-/// What is known of a chunk, or of the loop around it, as hot code.
+/// What is known of a chunk, or of the loop around it, as hot code. A copy knows nothing: the code
+/// leads into the program that it was made from.
 struct HotChunk {
+    HotChunk() = default;
+    HotChunk(const HotChunk&) {}
+    HotChunk(HotChunk&&) noexcept = default;
+    HotChunk& operator=(const HotChunk&) { return *this = HotChunk(); }
+    HotChunk& operator=(HotChunk&&) noexcept = default;
+    ~HotChunk() = default;
+
     bool hasRun = false;
     std::unique_ptr<const HotCode> chunk;             // once translated, while no block scope is
     std::unique_ptr<const HotCode> chunkAmongBlocks;  // visible around it, and while one is

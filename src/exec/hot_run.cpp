@@ -127,8 +127,7 @@ private:
     FastScalarValue operateOnOthers(NodeKind kind, FastScalarValue left, FastScalarValue right);
     const Variable* anyVariable(std::uint16_t token) {
         const Variable* variable = place(token);
-        return variable != nullptr ? variable
-                                   : interpreter_.readVariable(*code_.variables[token]);
+        return variable != nullptr ? variable : interpreter_.readVariable(*code_.variables[token]);
     }
     FastScalarValue call(const ScalarInstruction& instruction, const FastScalarValue* args);
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
@@ -388,8 +387,8 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                         continue;
                     case ScalarOpcode::OperateAny:
                         --top;
-                        top[-1] = operateAny(static_cast<NodeKind>(instruction.kind), top[-1],
-                                             top[0]);
+                        top[-1] =
+                            operateAny(static_cast<NodeKind>(instruction.kind), top[-1], top[0]);
                         ++at;
                         continue;
                     case ScalarOpcode::CallVariable:
@@ -410,8 +409,7 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                         if (!assignAny(statement(instruction), *--top)) return Flow::Leave;
                         ++at;
                         continue;
-                    case ScalarOpcode::ReturnAny:
-                        return returnAny(statement(instruction), *--top);
+                    case ScalarOpcode::ReturnAny: return returnAny(statement(instruction), *--top);
                     case ScalarOpcode::DiscardAny:
                         if (!discardAny(statement(instruction), *--top)) return Flow::Leave;
                         ++at;

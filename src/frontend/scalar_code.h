@@ -110,7 +110,7 @@ enum class ScalarOpcode : std::uint8_t {
     AssignAny,         // pops the value of the statement that assigns it
     ReturnAny,         // pops a value and ends the run with it
     DiscardAny,        // pops the value of an expression statement
-    Finish,          // the end of the code
+    Finish,            // the end of the code
 };
 
 /// As the `kind` of an operator: it declines wherever the token-stream evaluator could see the
