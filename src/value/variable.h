@@ -37,17 +37,18 @@ enum class VarType : std::int32_t {
 /// assignment of mixed kinds has failed half-way; readers therefore test `type` first and take the
 /// alternative through the checked accessors.
 struct Variable {
+    // The kind stands in the bytes that the content leaves free at its end.
+    [[no_unique_address]] ValueStorage value;
     VarType type = VarType::Nil;
-    ValueStorage value;
 
     /// Nil.
     Variable() = default;
     /// A String holding a copy of `text`.
-    explicit Variable(const std::string& text) : type(VarType::String), value(text) {}
+    explicit Variable(const std::string& text) : value(text), type(VarType::String) {}
     /// A String that takes over `text`.
-    explicit Variable(std::string&& text) : type(VarType::String), value(std::move(text)) {}
+    explicit Variable(std::string&& text) : value(std::move(text)), type(VarType::String) {}
     /// A value of kind `kind`; `content` must be the alternative that belongs to it.
-    Variable(VarType kind, ValueStorage content) : type(kind), value(std::move(content)) {}
+    Variable(VarType kind, ValueStorage content) : value(std::move(content)), type(kind) {}
 
     static Variable makeInt(int number) { return Variable(VarType::Int, ValueStorage(number)); }
     static Variable makeFloat(float number) {
@@ -131,6 +132,8 @@ private:
         return *held;
     }
 };
+
+static_assert(sizeof(Variable) == 40, "arrays are made of these");
 
 /// The several results of one call.
 struct MultiResult {
