@@ -13,6 +13,23 @@ namespace {
 /// How many arguments go into a frame without a detour.
 constexpr std::size_t kMostFrameArguments = 8;
 
+/// What fails in such an instruction is reported with the statement that ran last. The counting of
+/// a `for` is among them.
+bool standsBetweenStatements(ScalarOpcode opcode) {
+    switch (opcode) {
+        case ScalarOpcode::BeginStatement:
+        case ScalarOpcode::EndBlock:
+        case ScalarOpcode::ClearValue:
+        case ScalarOpcode::PushBlock:
+        case ScalarOpcode::PopBlock:
+        case ScalarOpcode::Jump:
+        case ScalarOpcode::ForNext:
+        case ScalarOpcode::ForLeave:
+        case ScalarOpcode::Finish: return true;
+        default: return false;
+    }
+}
+
 }  // namespace
 
 class ChunkRun::HotRun {
@@ -434,8 +451,7 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
         }
     } catch (...) {
         if (!inExecutor_) {
-            // The counting of a `for` belongs to no statement.
-            showTo(at->opcode == ScalarOpcode::ForNext ? lastStatement_ : at);
+            showTo(standsBetweenStatements(at->opcode) ? lastStatement_ : at);
         }
         throw;
     }
