@@ -1,0 +1,105 @@
+// Hot code against the executor: random programs, each run by both, must leave the same variables
+// and the same reports. The statements stand in loops and in functions, which are called until they
+// are hot, with and without block scopes around.
+#include "exec/hot_code.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "../eval/random_program.h"
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+/// The report of `source`, or an empty text.
+std::string reportOf(DovrelScript& interpreter, const std::string& source) {
+    try {
+        interpreter.runScript(source);
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return {};
+}
+
+std::string valueText(const Variable& value) {
+    if (value.type == VarType::Float && std::isnan(value.asFloat())) return "nan";
+    return typeName(value.type) + " " + value.toString();
+}
+
+/// All variables, one a line.
+std::string stateOf(const DovrelScript& interpreter) {
+    std::string result;
+    for (const std::string& name : RandomProgram::variables()) {
+        const auto slot = interpreter.globalSlots.find(name);
+        if (slot == interpreter.globalSlots.end()) continue;
+        std::string text;
+        try {
+            text = valueText(interpreter.globalValues[slot->second]);
+        } catch (const std::exception& error) {
+            text = error.what();  // spoiled by a compound assignment of mixed kinds
+        }
+        result += name + " = " + text + "\n";
+    }
+    return result;
+}
+
+/// The same statements in the ways in which code gets hot.
+std::string programOf(RandomProgram& random, std::uint32_t seed) {
+    std::string statements;
+    for (int i = 0; i < 2; ++i) statements += random.statement().plain + "\n";
+    switch (seed % 4) {
+        case 0: return "for turn = 1, 3\n" + statements + "end\n";
+        case 1: return "function hot()\n" + statements + "end\nfor turn = 1, 3\nhot()\nend\n";
+        case 2:
+            return "function hot(i)\nlocal own = i\n" + statements +
+                   "native other = own\nreturn other + 1\nend\nfor turn = 1, 3\nown = hot(turn)\n" +
+                   "end\n";
+        default:
+            return "function hot(i)\nlocal left = 3\nwhile left > 0\nleft = left - 1\n" +
+                   statements +
+                   "if left == 1\nreturn left\nend\nend\nend\nhot(1)\nhot(2)\nhot(3)\n";
+    }
+}
+
+TEST(HotCode, AgreesWithTheExecutorOnRandomPrograms) {
+    constexpr std::uint32_t kPrograms = 3000;
+    int finished = 0;
+    for (std::uint32_t seed = 1; seed <= kPrograms; ++seed) {
+        RandomProgram random(seed);
+        const std::string declarations = random.declarations().plain;
+        const std::string program = programOf(random, seed);
+        DovrelScript hot;
+        DovrelScript cold;
+        cold.runsHotCode = false;
+        ASSERT_EQ(reportOf(hot, declarations), "");
+        ASSERT_EQ(reportOf(cold, declarations), "");
+        const std::string report = reportOf(hot, program);
+        ASSERT_EQ(report, reportOf(cold, program)) << "seed " << seed << "\n"
+                                                   << declarations << program;
+        ASSERT_EQ(stateOf(hot), stateOf(cold)) << "seed " << seed << "\n"
+                                               << declarations << program;
+        ASSERT_EQ(hot.frameScopes.size(), cold.frameScopes.size()) << "seed " << seed;
+        ASSERT_EQ(hot.blockScopes.size(), cold.blockScopes.size()) << "seed " << seed;
+        ASSERT_EQ(hot.boundVariables.size(), 0U) << "seed " << seed;
+        ASSERT_TRUE(hot.heldValues.empty()) << "seed " << seed;
+        if (report.empty()) ++finished;
+    }
+    // The programs are worth something only if many of them come to their end.
+    EXPECT_GE(finished, static_cast<int>(kPrograms / 5));
+}
+
+TEST(HotCode, IsNotCopiedWithAProgram) {
+    HotChunk known;
+    known.hasRun = true;
+    known.chunk = std::make_unique<const HotCode>();
+    const HotChunk copy(known);
+    EXPECT_FALSE(copy.hasRun);
+    EXPECT_EQ(copy.chunk, nullptr);
+}
+
+}  // namespace
