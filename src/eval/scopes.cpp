@@ -58,17 +58,17 @@ const Variable* searchScopes(const ScopeStack& scopes, std::size_t floor, std::s
 
 }  // namespace
 
-void DovrelScript::pushVariable(const std::string& name, const Variable& value) {
+void DovrelScript::pushVariable(const std::string& name, Variable value) {
     const auto [found, isNew] = globalSlots.try_emplace(name, globalValues.size());
     if (isNew) {
-        globalValues.push_back(value);
+        globalValues.push_back(std::move(value));
         globalAssigned.push_back(true);
         return;
     }
     if (found->second >= globalValues.size()) {
         throwPlainError("Internal slot error while setting variable: " + name);
     }
-    globalValues[found->second] = value;
+    globalValues[found->second] = std::move(value);
     globalAssigned[found->second] = true;
 }
 
@@ -313,8 +313,8 @@ void DovrelScript::assignVariableFast(const TokenAnalysis& token, const Variable
     }
 }
 
-void DovrelScript::createGlobal(const TokenAnalysis& token, const Variable& value) {
-    pushVariable(token.name->text, value);
+void DovrelScript::createGlobal(const TokenAnalysis& token, Variable value) {
+    pushVariable(token.name->text, std::move(value));
     // Kept: if this position had cached a miss although the global exists, the cache is left on
     // the newest global, whichever that is.
     cacheGlobal(token, globalValues.size() - 1);

@@ -115,7 +115,8 @@ void ChunkRun::storeAssigned(const ParsedScriptLine& line, const FastScalarValue
     }
     Variable* variable = interpreter_.variableForWriting(token);
     if (variable == nullptr) {
-        interpreter_.createGlobal(token, isScalar ? variableFromFastScalar(scalar) : value);
+        interpreter_.createGlobal(token,
+                                  isScalar ? variableFromFastScalar(scalar) : std::move(value));
     } else if (isScalar) {
         assignFastScalarToVariable(*variable, scalar);
     } else {

@@ -121,7 +121,7 @@ public:
 
     // ------------------------------------------------------------------ eval: scopes
     /// Creates or overwrites a global.
-    void pushVariable(const std::string& name, const Variable& value);
+    void pushVariable(const std::string& name, Variable value);
     /// The variable called `name`, or null. Uncached; skips the running fast callable.
     [[nodiscard]] Variable* resolveVariablePtr(Name name);
     /// The variable at a token, for reading, or null; through the token's cache.
@@ -144,7 +144,7 @@ public:
     /// Writes the variable at a token, through the token's cache.
     void assignVariableFast(const TokenAnalysis& token, const Variable& value, ScopeTarget target);
     /// Creates the global that a token names and leaves the token's cache on the newest global.
-    void createGlobal(const TokenAnalysis& token, const Variable& value);
+    void createGlobal(const TokenAnalysis& token, Variable value);
     /// A block scope is visible.
     [[nodiscard]] bool blockScopeVisible() const { return blockScopes.size() > blockScopeFloor; }
     /// Pushes a block scope with room for a handful of names.
