@@ -2,8 +2,11 @@
 // selects the native; the rest is cut at zero bytes into the arguments, each a number if it can be
 // read as one.
 //
-// The texts are short and the patterns have few quantifiers on purpose: the matcher of the standard
-// library takes a time that is exponential in both for some patterns, which is known.
+// Patterns are matched by the standard library, whose matcher tries one way after the other: for a
+// quantifier inside a quantifier, such as "%w-++" or "(a+)+", their number is exponential in the
+// length of the text. That limit is known and is the matcher's, and a time-out because of it would
+// only hide the next finding. So the texts are short, the patterns have few quantifiers, and a
+// pattern with nested ones is passed over.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -43,16 +46,25 @@ constexpr std::array<Target, 28> kTargets{{
     {nullptr, "set", false},
 }};
 
+bool isOneOf(std::string_view set, char c) { return set.find(c) != std::string_view::npos; }
+
 /// The pattern up to the first quantifier that is too many.
 std::string_view boundedPattern(std::string_view text) {
     int quantifiers = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (std::string_view("*+-?{").find(text[i]) != std::string_view::npos &&
-            ++quantifiers > kMostQuantifiers) {
-            return text.substr(0, i);
-        }
+        if (isOneOf("*+-?{", text[i]) && ++quantifiers > kMostQuantifiers) return text.substr(0, i);
     }
     return text;
+}
+
+/// Whether a repetition follows a quantifier or a group; a "?" there repeats nothing. Escapes and
+/// sets are not looked at: the forms of patterns differ in them, and too many is better here than
+/// too few.
+bool nestsQuantifiers(std::string_view pattern) {
+    for (std::size_t i = 1; i < pattern.size(); ++i) {
+        if (isOneOf("*+-{", pattern[i]) && isOneOf("*+-?})", pattern[i - 1])) return true;
+    }
+    return false;
 }
 
 Variable argumentOf(std::string_view text, std::size_t index, const Target& target) {
@@ -93,6 +105,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
     runInFreshInterpreter([&](DovrelScript& interpreter) {
         const std::vector<Variable> values = argumentsOf(text, target);
+        if (target.usesPattern && values.size() > 1 && nestsQuantifiers(values[1].asString())) {
+            return;
+        }
         const char* const global = target.library != nullptr ? target.library : target.member;
         Variable native = *interpreter.resolveVariablePtr(interpreter.names.intern(global));
         if (target.library != nullptr) {

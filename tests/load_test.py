@@ -106,12 +106,12 @@ def loads(scale):
             "keys",
             "key",
             many,
-            270,
+            240,
             keys(many),
             f"{many} {sum_to(many - 1)} {many - 1} not\nfalse false\nk1 again\n",
         ),
-        Load("elements", "element", many, 110, elements(many), f"{many} {sum_to(many)} {many}\n0\n"),
-        Load("text", "byte", large, 4, text(large), f"{large} def\n"),
+        Load("elements", "element", many, 90, elements(many), f"{many} {sum_to(many)} {many}\n0\n"),
+        Load("text", "byte", large, 1.5, text(large), f"{large} def\n"),
     ]
 
 
