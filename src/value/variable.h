@@ -133,7 +133,8 @@ private:
     }
 };
 
-static_assert(sizeof(Variable) == 40, "arrays are made of these");
+// Arrays are made of these.
+static_assert(sizeof(Variable) == 40);
 
 /// The several results of one call.
 struct MultiResult {
