@@ -50,6 +50,23 @@ struct Variable {
     /// A value of kind `kind`; `content` must be the alternative that belongs to it.
     Variable(VarType kind, ValueStorage content) : value(std::move(content)), type(kind) {}
 
+    Variable(const Variable&) = default;
+    Variable(Variable&&) noexcept = default;
+    ~Variable() = default;
+    // The kind is read first: the content that goes may own the variable that is assigned.
+    Variable& operator=(const Variable& other) {
+        const VarType kind = other.type;
+        value = other.value;
+        type = kind;
+        return *this;
+    }
+    Variable& operator=(Variable&& other) noexcept {
+        const VarType kind = other.type;
+        value = std::move(other.value);
+        type = kind;
+        return *this;
+    }
+
     static Variable makeInt(int number) { return Variable(VarType::Int, ValueStorage(number)); }
     static Variable makeFloat(float number) {
         return Variable(VarType::Float, ValueStorage(number));
