@@ -321,7 +321,7 @@ bool CoroutineTurn::startGenericFor(const ParsedScriptLine& line) {
     top().rowIndex = 0;
     if (!collectRows(line, variables.iterator)) return false;
     Scope& scope = interpreter_.frameScopes.push(variables.names.size());
-    for (const Name name : variables.names) scope.append(name, Variable());
+    for (const Name name : variables.names) scope.append(name);
     top().started = true;
     return true;
 }

@@ -10,39 +10,12 @@
 #include <vector>
 
 #include "eval/errors.h"
+#include "eval/frame_call.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
-
-class CallDepthGuard {
-public:
-    explicit CallDepthGuard(std::uint64_t& depth) : depth_(depth) { ++depth_; }
-    ~CallDepthGuard() { --depth_; }
-    CallDepthGuard(const CallDepthGuard&) = delete;
-    CallDepthGuard& operator=(const CallDepthGuard&) = delete;
-
-private:
-    std::uint64_t& depth_;
-};
-
-/// A frame scope, popped on every way out, also while the guard around it is still being made.
-class FrameScopeHold {
-public:
-    FrameScopeHold(DovrelScript& interpreter, std::size_t entries)
-        : interpreter_(interpreter), scope_(interpreter.frameScopes.push(entries)) {}
-    ~FrameScopeHold() { interpreter_.frameScopes.pop(); }
-    FrameScopeHold(const FrameScopeHold&) = delete;
-    FrameScopeHold& operator=(const FrameScopeHold&) = delete;
-
-    /// Valid until the stack of scopes grows.
-    [[nodiscard]] Scope& scope() { return scope_; }
-
-private:
-    DovrelScript& interpreter_;
-    Scope& scope_;
-};
 
 /// Without a search: of a name used twice, the first entry is the one found.
 void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args) {
@@ -50,7 +23,7 @@ void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args
         if (i < args.size()) {
             scope.append(callable.parameters[i], args[i]);
         } else {
-            scope.append(callable.parameters[i], Variable());
+            scope.append(callable.parameters[i]);
         }
     }
 }
@@ -187,25 +160,17 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
 /// Runs a body in a frame of its own, whose scope `bind` fills.
 template <typename Bind>
 Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, const Bind& bind) {
-    // Declared first, so that the record of the current line outlives the pops.
-    struct RetireGuard {
-        DovrelScript& interpreter;
-        std::shared_ptr<ScriptCallable>& callable;
-        const std::string* lineAtEntry;
-        ~RetireGuard() { interpreter.retireCallable(std::move(callable), lineAtEntry); }
-    } const retire{*this, callable, currentLine};
-
     Variable result;
     BlockSignal signal = BlockSignal::None;
     {
-        FrameScopeHold frame(*this, callable->parameters.size());
-        bind(frame.scope());
-        const NameStackGuard nameStacks(*this, callable->baseDirectory, callable->scriptName);
-        if (callable->program != nullptr) {
-            result = executeBytecodeChunkInternal(callable->program, callable->chunkIndex, signal);
-        } else if (callable->bodyLines != nullptr) {
+        FrameCall call(*this, std::move(callable));
+        bind(call.scope());
+        const ScriptCallable& called = call.callable();
+        if (called.program != nullptr) {
+            result = executeBytecodeChunkInternal(called.program, called.chunkIndex, signal);
+        } else if (called.bodyLines != nullptr) {
             std::size_t index = 0;
-            result = executeParsedBlock(*callable->bodyLines, index, signal);
+            result = executeParsedBlock(*called.bodyLines, index, signal);
         }
         rethrowPendingCoroutineException();
     }
@@ -240,24 +205,6 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
     const ScriptCallable& called = *callable;
     return runInFrame(std::move(callable),
                       [&](Scope& scope) { bindParameters(scope, called, args); });
-}
-
-Variable DovrelScript::callInFrame(const std::shared_ptr<ScriptCallable>& callable,
-                                   const FastScalarValue* values, const Variable* const* others,
-                                   std::size_t count) {
-    const CallDepthGuard depth(callDepth);
-    return runInFrame(callable, [&](Scope& scope) {
-        const std::vector<Name>& parameters = callable->parameters;
-        for (std::size_t i = 0; i < parameters.size(); ++i) {
-            if (i >= count) {
-                scope.append(parameters[i], Variable());
-            } else if (others[i] != nullptr) {
-                scope.append(parameters[i], *others[i]);
-            } else {
-                scope.append(parameters[i], variableFromFastScalar(values[i]));
-            }
-        }
-    });
 }
 
 Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments args) {

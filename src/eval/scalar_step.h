@@ -30,15 +30,16 @@ inline bool isExactOperator(const ScalarInstruction& instruction) {
     return (instruction.kind & kExactOperator) != 0;
 }
 
-/// Replaces the two topmost values by the result of `kind`; false declines.
+/// Replaces the two topmost values by the result of `kind`; false declines, and leaves them.
 template <NodeKind kind>
 [[gnu::always_inline]] inline bool stepOperator(const ScalarInstruction& instruction,
                                                 FastScalarValue*& top) {
-    const FastScalarValue right = *--top;
     const FastScalarValue result =
-        scalarOperationOn(kind, top[-1], right, isExactOperator(instruction));
+        scalarOperationOn(kind, top[-2], top[-1], isExactOperator(instruction));
+    if (!result.isSet()) return false;
+    --top;
     top[-1] = result;
-    return result.isSet();
+    return true;
 }
 
 /// Pushes the result of `kind` on the variable of an instruction and its int.
@@ -49,8 +50,9 @@ template <NodeKind kind, typename Variables>
     if (!left.isSet()) return false;
     const FastScalarValue result = scalarOperationOn(
         kind, left, FastScalarValue::fromInt(instruction.intValue), isExactOperator(instruction));
+    if (!result.isSet()) return false;
     *top++ = result;
-    return result.isSet();
+    return true;
 }
 
 /// The same on its two variables.
@@ -65,12 +67,14 @@ template <NodeKind kind, typename Variables>
     if (!right.isSet()) return false;
     const FastScalarValue result =
         scalarOperationOn(kind, left, right, isExactOperator(instruction));
+    if (!result.isSet()) return false;
     *top++ = result;
-    return result.isSet();
+    return true;
 }
 
 /// Runs the instruction at `at`, which is none of hot code, and leaves `at` on the last instruction
-/// that is done with. False declines. `top` points behind the topmost value and `place` behind the
+/// that is done with. False declines; operators and PushVariable then leave all values as they are.
+/// `top` points behind the topmost value and `place` behind the
 /// last place. `variables` answers `scalar(token)`, unset to decline, `place(token)`, null to
 /// decline, and `key(index)`, the text of a literal key.
 template <typename Variables>
@@ -92,8 +96,9 @@ template <typename Variables>
         case ScalarOpcode::PushNil: *top++ = FastScalarValue::nil(); return true;
         case ScalarOpcode::PushVariable: {
             const FastScalarValue value = variables.scalar(instruction.token);
+            if (!value.isSet()) return false;
             *top++ = value;
-            return value.isSet();
+            return true;
         }
         case ScalarOpcode::PushPlace: {
             const FastScalarValue value = soundScalar(**--place);

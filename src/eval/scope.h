@@ -10,6 +10,10 @@
 
 /// One variable of a scope.
 struct ScopeEntry {
+    explicit ScopeEntry(Name called) : name(called) {}
+    ScopeEntry(Name called, const Variable& content) : name(called), value(content) {}
+    ScopeEntry(Name called, Variable&& content) : name(called), value(std::move(content)) {}
+
     Name name;
     Variable value;
 };
@@ -34,6 +38,11 @@ public:
     [[nodiscard]] bool empty() const { return entries_.empty(); }
     [[nodiscard]] const ScopeEntry& operator[](std::size_t index) const { return entries_[index]; }
     [[nodiscard]] ScopeEntry& operator[](std::size_t index) { return entries_[index]; }
+    /// The entry at `index`, or null if there are not so many.
+    [[nodiscard]] const ScopeEntry* at(std::size_t index) const {
+        const ScopeEntry* entry = entries_.data() + index;
+        return entry < entries_.data() + entries_.size() ? entry : nullptr;
+    }
 
     /// The 0-based index of the first entry called `name`, or `size()`.
     [[nodiscard]] std::size_t find(Name name) const {
@@ -52,12 +61,18 @@ public:
     }
     /// Appends an entry without looking for an older one of that name.
     void append(Name name, const Variable& value) {
-        entries_.push_back({name, value});
+        entries_.emplace_back(name, value);
         ++name->scopeEntries;
     }
     void append(Name name, Variable&& value) {
-        entries_.push_back({name, std::move(value)});
+        entries_.emplace_back(name, std::move(value));
         ++name->scopeEntries;
+    }
+    /// The same with nil; returns where it stands.
+    Variable& append(Name name) {
+        entries_.emplace_back(name);
+        ++name->scopeEntries;
+        return entries_.back().value;
     }
     void reserve(std::size_t count) { entries_.reserve(count); }
 
@@ -93,7 +108,7 @@ public:
 
     /// Pushes an empty scope with room for `expectedEntries`.
     Scope& push(std::size_t expectedEntries) {
-        if (count_ == scopes_.size()) scopes_.emplace_back();
+        if (count_ == scopes_.size()) grow();
         Scope& scope = scopes_[count_];
         scope.reserve(expectedEntries);
         ++count_;  // last: the stack is as it was if memory runs out
@@ -109,6 +124,8 @@ public:
     }
 
 private:
+    [[gnu::noinline]] void grow() { scopes_.emplace_back(); }
+
     std::vector<Scope> scopes_;  // the first `count_` are on the stack, the others are spare
     std::size_t count_ = 0;
 };

@@ -114,19 +114,8 @@ Variable* DovrelScript::resolveVariablePtr(Name name) {
 }
 
 const Variable* DovrelScript::readVariableSlowly(const TokenAnalysis& token) {
-    // With no scope that has the name, a search could only find the global that is known already.
-    // It is cached as the search would cache it.
-    const bool isGlobal = token.slotKind == SlotKind::Global || token.slotKind == SlotKind::None;
-    if (isGlobal && token.globalValue != nullptr && fastCallable == nullptr &&
-        token.name->scopeEntries == 0) {
-        if (blockScopeVisible()) {
-            clearCache(token);
-            return token.globalValue;
-        }
-        if (!frameScopes.empty()) {
-            cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
-            return token.globalValue;
-        }
+    if (token.slotKind == SlotKind::Global || token.slotKind == SlotKind::None) {
+        if (const Variable* value = unhiddenGlobal(token)) return value;
     }
     return resolveVariableFastPtr(token);
 }

@@ -18,12 +18,12 @@ inline const Variable& elementOrNil(const ArrayStorage& array, int position) {
 
 /// The entry of a cached scope: by address without looking at the name, else by name.
 inline const Variable* cachedScopeEntry(const TokenAnalysis& token, const Scope& scope) {
-    if (token.slotIndex >= scope.size()) return nullptr;
-    const ScopeEntry& entry = scope[token.slotIndex];
-    if (token.slotScope == &scope) return &entry.value;
-    if (entry.name != token.name) return nullptr;
+    const ScopeEntry* entry = scope.at(token.slotIndex);
+    if (entry == nullptr) return nullptr;
+    if (token.slotScope == &scope) return &entry->value;
+    if (entry->name != token.name) return nullptr;
     token.slotScope = &scope;
-    return &entry.value;
+    return &entry->value;
 }
 
 inline const Variable* DovrelScript::fastParameter(const TokenAnalysis& token) const {
@@ -47,6 +47,18 @@ inline Variable* DovrelScript::cachedVariable(const TokenAnalysis& token) {
         }
     }
     return nullptr;
+}
+
+/// For a token whose cache has a global or nothing.
+inline Variable* DovrelScript::unhiddenGlobal(const TokenAnalysis& token) {
+    if (token.globalValue == nullptr || fastCallable != nullptr || token.name->scopeEntries != 0) {
+        return nullptr;
+    }
+    if (!blockScopeVisible() && frameScopes.empty()) return nullptr;
+    token.slotKind = blockScopeVisible() ? SlotKind::None : SlotKind::Global;
+    if (!blockScopeVisible()) token.slotDepth = static_cast<std::uint16_t>(frameScopes.size());
+    token.slotScope = nullptr;
+    return token.globalValue;
 }
 
 inline const Variable* DovrelScript::readVariable(const TokenAnalysis& token) {

@@ -38,6 +38,12 @@ public:
     const HotCode* hotCode(std::uint32_t chunk);
     /// The same as `run` by a chunk's hot code, which sees to its block scope itself.
     Variable runHot(const HotCode& code, BlockSignal& signal);
+    class HotRun;
+    /// What the run has come to so far.
+    [[nodiscard]] Variable& value() { return value_; }
+    /// The hot code of a chunk of a program, or null if none has been made so far.
+    static const HotCode* knownHotCode(DovrelScript& interpreter, const BytecodeProgram& program,
+                                       std::uint32_t chunk);
 
 private:
     /// What follows an instruction.
@@ -55,7 +61,6 @@ private:
     Flow endInlineStatement();
 
     // Hot code.
-    class HotRun;
     /// The hot code of a loop whose body is inlinable, or null if it has none.
     const HotCode* hotLoop(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
     Flow runHotLoop(const HotCode& code);

@@ -123,7 +123,7 @@ ChunkRun::Flow ChunkRun::runGenericFor(std::uint32_t index, BlockSignal& signal)
     }
     const LoopScopeGuard scope(interpreter_, variables.names.size());
     for (const Name name : variables.names) {
-        interpreter_.frameScopes.back().append(name, Variable());
+        interpreter_.frameScopes.back().append(name);
     }
     return builtin == BuiltinId::None ? walkElements(loop, elements) : walkBuiltin(loop, builtin);
 }

@@ -1,25 +1,10 @@
 // Statements of hot code that make calls, by the rules of the general tier.
 #include "eval/binary_operation.h"
-#include "exec/hot_run.h"
-
-namespace {
-
-/// How many arguments go into a frame without a detour.
-constexpr std::size_t kMostFrameArguments = 8;
-
-}  // namespace
-
-/// From here to its end the statement runs as in the executor: its line is the current one.
-void ChunkRun::HotRun::beginCalls(const HotStatement& statement) {
-    showTo(nullptr);
-    lastStatement_ = nullptr;
-    inExecutor_ = true;
-    answersInScalars_ = false;
-    run_.selectLine(statement.line);
-}
+#include "eval/errors.h"
+#include "exec/hot_frames.h"
 
 bool ChunkRun::HotRun::runsInFrame(std::uint16_t token) {
-    const Variable* callee = anyVariable(token);
+    const Variable* callee = place(token);
     if (callee == nullptr || callee->type != VarType::Function) return false;
     const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
     return callable != nullptr && !callable->isNative &&
@@ -27,28 +12,40 @@ bool ChunkRun::HotRun::runsInFrame(std::uint16_t token) {
 }
 
 bool ChunkRun::HotRun::isAssert(std::uint16_t token) {
-    const ScriptCallable* native = nativeOf(anyVariable(token));
+    const ScriptCallable* native = nativeOf(place(token));
     return native != nullptr && native->builtinId == BuiltinId::Assert;
 }
 
-/// A variable as an operand: a scalar or a copy.
-FastScalarValue ChunkRun::HotRun::anyOf(const ScalarInstruction& push) {
-    const Variable* variable = anyVariable(push.token);
+/// A variable as an operand: a scalar, or a copy, or a reference to where it stands bound.
+FastScalarValue ChunkRun::HotRun::anyOf(std::uint16_t token, std::uint8_t marks) {
+    const Variable* variable = place(token);
     if (variable == nullptr) return FastScalarValue::nil();
-    if (push.kind == kCheckedVariable) static_cast<void>(scalarFromVariable(*variable));
-    return anyFrom(Variable(*variable));
+    if ((marks & kCheckedVariable) != 0) static_cast<void>(scalarFromVariable(*variable));
+    const FastScalarValue scalar = soundScalar(*variable);
+    if (scalar.isSet()) return scalar;
+    if ((marks & kLentVariable) == 0) return hold(Variable(*variable));
+    FastScalarValue lent = FastScalarValue::fromInt(token);
+    lent.kind = ScalarKind::Lent;
+    return lent;
 }
 
-/// A variable as an argument of a call whose arguments make no calls: it stays as it is until then.
-FastScalarValue ChunkRun::HotRun::lentArgument(const ScalarInstruction& push) {
-    const Variable* variable = anyVariable(push.token);
-    if (variable == nullptr) return FastScalarValue::nil();
-    if (push.kind == kCheckedVariable) static_cast<void>(scalarFromVariable(*variable));
-    FastScalarValue value = soundScalar(*variable);
-    if (value.isSet()) return value;
-    value = FastScalarValue::fromInt(push.token);
-    value.kind = ScalarKind::Lent;
-    return value;
+/// An operator or a variable that scalars alone do not do.
+void ChunkRun::HotRun::stepAny(const ScalarInstruction& instruction, FastScalarValue*& top) {
+    const ScalarOpcode opcode = instruction.opcode;
+    if (opcode == ScalarOpcode::PushVariable) {
+        *top++ = anyOf(instruction.token, instruction.kind);
+        return;
+    }
+    ScalarOpcode group = ScalarOpcode::Add;
+    if (opcode >= ScalarOpcode::AddInt) {
+        const bool isInt = opcode < ScalarOpcode::AddVariable;
+        group = isInt ? ScalarOpcode::AddInt : ScalarOpcode::AddVariable;
+        *top++ = anyOf(instruction.token, 0);
+        *top++ = isInt ? FastScalarValue::fromInt(instruction.intValue)
+                       : anyOf(static_cast<std::uint16_t>(instruction.intValue), 0);
+    }
+    --top;
+    top[-1] = operateAny(operatorKind(group, opcode), top[-1], top[0]);
 }
 
 /// A value for its only use.
@@ -60,13 +57,15 @@ Variable ChunkRun::HotRun::taken(FastScalarValue value) {
             held.setNil();
             return result;
         }
-        case ScalarKind::Lent: return *anyVariable(static_cast<std::uint16_t>(value.intValue));
+        case ScalarKind::Lent: return lent(value);
         default: return variableFromFastScalar(value);
     }
 }
 
-FastScalarValue ChunkRun::HotRun::operateOnOthers(NodeKind kind, FastScalarValue left,
-                                                  FastScalarValue right) {
+FastScalarValue ChunkRun::HotRun::operateAny(NodeKind kind, FastScalarValue left,
+                                             FastScalarValue right) {
+    const FastScalarValue exact = scalarOperationOn(kind, left, right, true);
+    if (exact.isSet()) return exact;
     Variable first = taken(left);
     const Variable second = taken(right);
     return anyFrom(generalOperation(kind, first, second));
@@ -77,7 +76,7 @@ void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue
                                      bool lends) {
     for (std::size_t i = 0; i < frame.size(); ++i) {
         if (args[i].kind == ScalarKind::Lent && lends) {
-            frame.lend(i, *anyVariable(static_cast<std::uint16_t>(args[i].intValue)));
+            frame.lend(i, lent(args[i]));
         } else if (args[i].kind >= ScalarKind::Held) {
             frame[i] = taken(args[i]);
         } else {
@@ -89,7 +88,7 @@ void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue
 FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
                                        const FastScalarValue* args) {
     const std::size_t count = instruction.kind;
-    const Variable* callee = anyVariable(instruction.token);
+    const Variable* callee = place(instruction.token);
     const bool isMember = instruction.opcode == ScalarOpcode::CallEntry;
     Variable elsewhere;
     if (isMember && callee != nullptr && callee->type == VarType::Table) {
@@ -104,17 +103,11 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
     if (callee == nullptr) callee = &nilValue();
     const ScriptCallable* callable =
         callee->type == VarType::Function ? callee->asFunction().get() : nullptr;
-    if (callable != nullptr && callable->runsInFrame() && count <= kMostFrameArguments) {
-        std::array<const Variable*, kMostFrameArguments> others;  // left uninitialised
-        for (std::size_t i = 0; i < count; ++i) {
-            const auto number = static_cast<std::size_t>(args[i].intValue);
-            others[i] = args[i].kind == ScalarKind::Held ? &interpreter_.heldValues[number]
-                        : args[i].kind == ScalarKind::Lent
-                            ? anyVariable(static_cast<std::uint16_t>(number))
-                            : nullptr;
-        }
-        Variable result =
-            interpreter_.callInFrame(callee->asFunction(), args, others.data(), count);
+    if (callable != nullptr && callable->runsInFrame()) {
+        if (enter(callee->asFunction(), args, count)) return {};
+        ArgumentFrame frame(interpreter_.argumentStack, count);
+        fillArguments(frame, args, false);
+        Variable result = interpreter_.invokeCallableFast(*callee, frame.view());
         bindAnew();
         return anyFrom(std::move(result));
     }
@@ -129,10 +122,67 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
     return anyFrom(std::move(result));
 }
 
+/// Makes the code of a function the next to run, if it is hot code.
+bool ChunkRun::HotRun::enter(const std::shared_ptr<ScriptCallable>& callable,
+                             const FastScalarValue* args, std::size_t count) {
+    HotFrames& frames = *interpreter_.hotFrames;
+    if (callable->program == nullptr || frames.isFull()) return false;
+    // While it is pending, functions further in do not run.
+    if (interpreter_.softErrorPending) return false;
+    const HotCode* code = knownHotCode(interpreter_, *callable->program, callable->chunkIndex);
+    if (code == nullptr) return false;
+    HotFrame& frame = frames.push(interpreter_, callable, *code, *this);
+    bindParameters(frame.call.callable(), frame.call.scope(), args, count);
+    return true;
+}
+
+void ChunkRun::HotRun::bindParameters(const ScriptCallable& callable, Scope& scope,
+                                      const FastScalarValue* args, std::size_t count) {
+    for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
+        Variable& parameter = scope.append(callable.parameters[i]);
+        if (i >= count) continue;
+        if (args[i].kind < ScalarKind::Held) {
+            assignFastScalarToVariable(parameter, args[i]);
+        } else {
+            parameter = taken(args[i]);
+        }
+    }
+}
+
+/// Ends the innermost frame, whose caller this is. Its value, as an operand.
+FastScalarValue ChunkRun::HotRun::resultOfCall() {
+    HotFrames& frames = *interpreter_.hotFrames;
+    interpreter_.rethrowPendingCoroutineException();
+    HotFrame& frame = frames.back();
+    if (interpreter_.softErrorUnwinding()) {
+        frames.pop();
+        bindAnew();
+        return FastScalarValue::nil();
+    }
+    const BlockSignal signal = frame.signal;
+    FastScalarValue value = soundScalar(frame.run.value());
+    if (value.isSet()) {
+        frames.pop();
+    } else {
+        Variable result = std::move(frame.run.value());
+        frames.pop();
+        value = hold(std::move(result));
+    }
+    if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
+    bindAnew();
+    return value;
+}
+
+/// Ends the calls that this run has made.
+void ChunkRun::HotRun::closeCalls() {
+    HotFrames& frames = *interpreter_.hotFrames;
+    while (&frames.back().hot != this) frames.pop();
+}
+
 /// The call of `x = f(...)`, where one-line functions and natives may answer in the scalar tier.
 FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instruction,
                                              const FastScalarValue* args) {
-    const Variable* callee = anyVariable(instruction.token);
+    const Variable* callee = place(instruction.token);
     const ScriptCallable* callable = callee != nullptr && callee->type == VarType::Function
                                          ? callee->asFunction().get()
                                          : nullptr;
@@ -152,7 +202,7 @@ FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instructio
 /// The end of a statement with calls. False to leave.
 bool ChunkRun::HotRun::endCalls(const HotStatement& statement) {
     inExecutor_ = false;
-    releaseHeld();
+    if (heldCount_ > 0) releaseHeld();
     return !expectsTurns_ || giveTurn(statement);
 }
 
@@ -170,9 +220,12 @@ bool ChunkRun::HotRun::discardAny(const HotStatement& statement, FastScalarValue
     return endCalls(statement);
 }
 
-ChunkRun::Flow ChunkRun::HotRun::returnAny(const HotStatement& statement, FastScalarValue value) {
-    run_.value_ = taken(value);
+void ChunkRun::HotRun::returnAny(const HotStatement& statement, FastScalarValue value) {
+    if (value.kind < ScalarKind::Held) {
+        assignFastScalarToVariable(run_.value_, value);
+    } else {
+        run_.value_ = taken(value);
+    }
     signal_ = BlockSignal::Return;
     if (interpreter_.scheduledCoroutine != nullptr) giveTurns(statement.depth);
-    return Flow::Leave;
 }

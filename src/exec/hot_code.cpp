@@ -108,6 +108,8 @@ private:
                  std::size_t operands, bool beginsWithFrameCall = false);
     bool emitCall(const ParsedScriptLine& line, const FastExpression& expression,
                   const FastExprNode& call, std::size_t operands);
+    void emitAnyVariable(const ParsedScriptLine& line, const FastExprNode& node,
+                         std::uint8_t marks = 0);
     void emitText(const FastExpression& expression, const FastExprNode& text);
     void emitBreak(std::uint32_t line);
     void emitIfGroup(const BytecodeIfGroup& group);
@@ -121,6 +123,7 @@ private:
     void emitExpression(const ParsedScriptLine& line, const FastExpression& expression,
                         bool isExact);
     std::uint16_t variableAt(const ParsedScriptLine& line, std::size_t token);
+    std::uint16_t calleeAt(const ParsedScriptLine& line, std::size_t token);
 
     ScalarInstruction& emit(ScalarOpcode opcode, std::int32_t value = 0) {
         ok_ = ok_ && code_.code.size() < kMostInstructions;
@@ -456,10 +459,7 @@ bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t state
         const FastExpression& argument = call.arguments[i];
         const FastExprNode& root = argument.rootNode();
         if (root.kind == NodeKind::Variable) {
-            ScalarInstruction& push =
-                emit(anyCall ? ScalarOpcode::PushAny : ScalarOpcode::PushLent);
-            push.kind = kCheckedVariable;
-            push.token = variableAt(line, root.tokenIndex);
+            emitAnyVariable(line, root, kCheckedVariable | (anyCall ? 0 : kLentVariable));
         } else if (root.kind < NodeKind::Variable || root.kind == NodeKind::Call) {
             if (!emitAny(line, argument, argument.root, i)) return false;
         } else if (!argument.scalarCode.empty() && !hasCalled) {
@@ -492,9 +492,7 @@ bool HotCompiler::emitAny(const ParsedScriptLine& line, const FastExpression& ex
             return true;
         case NodeKind::NilLiteral: emit(ScalarOpcode::PushNil); return true;
         case NodeKind::StringLiteral: emitText(expression, node); return true;
-        case NodeKind::Variable:
-            emit(ScalarOpcode::PushAny).token = variableAt(line, node.tokenIndex);
-            return true;
+        case NodeKind::Variable: emitAnyVariable(line, node); return true;
         case NodeKind::Call: return emitCall(line, expression, node, operands);
         default: break;
     }
@@ -502,12 +500,32 @@ bool HotCompiler::emitAny(const ParsedScriptLine& line, const FastExpression& ex
         (node.canConcat && !beginsWithFrameCall)) {
         return false;
     }
-    if (!emitAny(line, expression, node.left, operands, beginsWithFrameCall) ||
-        !emitAny(line, expression, node.right, operands + 1)) {
+    const FastExprNode& left = expression.nodes[static_cast<std::size_t>(node.left)];
+    const FastExprNode& right = expression.nodes[static_cast<std::size_t>(node.right)];
+    const bool isOnVariable = left.kind == NodeKind::Variable;
+    ScalarInstruction operation{ScalarOpcode::Add, kExactOperator | kAnyOperands, 0, {0}};
+    if (isOnVariable && right.kind == NodeKind::IntLiteral) {
+        operation.opcode = ScalarOpcode::AddInt;
+        operation.token = variableAt(line, left.tokenIndex);
+        operation.intValue = right.intValue;
+    } else if (isOnVariable && right.kind == NodeKind::Variable) {
+        operation.opcode = ScalarOpcode::AddVariable;
+        operation.token = variableAt(line, left.tokenIndex);
+        operation.intValue = variableAt(line, right.tokenIndex);
+    } else if (!emitAny(line, expression, node.left, operands, beginsWithFrameCall) ||
+               !emitAny(line, expression, node.right, operands + 1)) {
         return false;
     }
-    emit(ScalarOpcode::OperateAny).kind = static_cast<std::uint8_t>(node.kind);
+    operation.opcode = operatorOpcode(operation.opcode, node.kind);
+    code_.code.push_back(operation);
     return true;
+}
+
+void HotCompiler::emitAnyVariable(const ParsedScriptLine& line, const FastExprNode& node,
+                                  std::uint8_t marks) {
+    ScalarInstruction& push = emit(ScalarOpcode::PushVariable);
+    push.kind = kAnyOperands | marks;
+    push.token = variableAt(line, node.tokenIndex);
 }
 
 bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& expression,
@@ -527,19 +545,28 @@ bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& e
         const FastExprNode& node = nodeAt(argument);
         if (node.kind == NodeKind::Variable && !call.argumentsHoldCall &&
             operands + i < kMostOperands) {
-            emit(ScalarOpcode::PushLent).token = variableAt(line, node.tokenIndex);
+            emitAnyVariable(line, node, kLentVariable);
         } else if (!emitAny(line, expression, argument, operands + i)) {
             return false;
         }
     }
     ScalarInstruction& made = emit(isEntry ? ScalarOpcode::CallEntry : ScalarOpcode::CallVariable);
     made.kind = static_cast<std::uint8_t>(count);
-    made.token = variableAt(line, isEntry ? nodeAt(callee.left).tokenIndex : callee.tokenIndex);
+    made.token = isEntry ? variableAt(line, nodeAt(callee.left).tokenIndex)
+                         : calleeAt(line, callee.tokenIndex);
     if (isEntry) {
         made.intValue = static_cast<std::int32_t>(code_.keys.size());
         code_.keys.push_back(&expression.strings[nodeAt(callee.right).stringIndex]);
     }
     return true;
+}
+
+/// The same as `variableAt`, for the callee of a call whose kind has been tested before.
+std::uint16_t HotCompiler::calleeAt(const ParsedScriptLine& line, std::size_t token) {
+    const auto& variables = code_.variables;
+    const auto known = std::find(variables.rbegin(), variables.rend(), &line.tokenAnalysis[token]);
+    return known != variables.rend() ? static_cast<std::uint16_t>(variables.rend() - known - 1)
+                                     : variableAt(line, token);
 }
 
 void HotCompiler::emitText(const FastExpression& expression, const FastExprNode& text) {

@@ -4,8 +4,22 @@
 #include <algorithm>
 
 #include "eval/errors.h"
+#include "exec/hot_frames.h"
 
 namespace {
+
+/// Takes off what is left of the calls of a run that has failed.
+class HotFramesGuard {
+public:
+    explicit HotFramesGuard(HotFrames& frames) : frames_(frames), count_(frames.size()) {}
+    ~HotFramesGuard() { frames_.popTo(count_); }
+    HotFramesGuard(const HotFramesGuard&) = delete;
+    HotFramesGuard& operator=(const HotFramesGuard&) = delete;
+
+private:
+    HotFrames& frames_;
+    std::size_t count_;
+};
 
 /// What fails in such an instruction is reported with the statement that ran last. The counting of
 /// a `for` is among them.
@@ -41,6 +55,15 @@ const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
     return fits && !known.loop->code.empty() ? known.loop.get() : nullptr;
 }
 
+const HotCode* ChunkRun::knownHotCode(DovrelScript& interpreter, const BytecodeProgram& program,
+                                      std::uint32_t chunk) {
+    if (!interpreter.runsHotCode || chunk >= program.hotChunks.size()) return nullptr;
+    const HotChunk& known = program.hotChunks[chunk];
+    const HotCode* code =
+        interpreter.blockScopeVisible() ? known.chunkAmongBlocks.get() : known.chunk.get();
+    return code != nullptr && !code->code.empty() ? code : nullptr;
+}
+
 const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
     HotChunk& known = program_->hotChunks[chunk];
     const bool amongBlocks = interpreter_.blockScopeVisible();
@@ -54,64 +77,74 @@ const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
 
 ChunkRun::Flow ChunkRun::runHotLoop(const HotCode& code) {
     BlockSignal signal = BlockSignal::None;  // an inlinable loop has none to give
-    return HotRun(*this, code, signal).run();
+    HotRun hot(*this, code, signal);
+    return HotRun::run(hot);
 }
 
 Variable ChunkRun::runHot(const HotCode& code, BlockSignal& signal) {
     signal = BlockSignal::None;
+    if (unwinding()) return {};
     try {
-        HotRun(*this, code, signal).run();
+        HotRun hot(*this, code, signal);
+        HotRun::run(hot);
     } catch (const std::exception& error) {
         rethrowLocated(error);
     }
     return std::move(value_);
 }
 
-ChunkRun::Flow ChunkRun::HotRun::run() {
-    std::array<FastScalarValue, kHotStackSize> stack;     // left uninitialised
-    std::array<const Variable*, kPlaceStackSize> places;  // left uninitialised
-    FastScalarValue* top = stack.data();
-    const Variable** place = places.data();
-    Position at = positionOf(0);
+ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
+    DovrelScript& interpreter = outermost.interpreter_;
+    const HotFramesGuard frames(*interpreter.hotFrames);
+    HotRun* self = &outermost;
+    FastScalarValue* top = self->stack_.data();
+    const Variable** place = self->places_.data();
+    Position at = self->positionOf(0);
+    Flow flow = Flow::Leave;
     try {
         for (;;) {
             const ScalarInstruction& instruction = *at;
             if (instruction.opcode < kFirstHotOpcode) {
-                if (stepScalarCode(at, top, place, *this)) {
+                if (stepScalarCode(at, top, place, *self)) {
+                    ++at;
+                    continue;
+                }
+                if ((at->kind & kAnyOperands) != 0) {
+                    self->stepAny(*at, top);
                     ++at;
                     continue;
                 }
             } else {
                 switch (instruction.opcode) {
                     case ScalarOpcode::BeginStatement:
-                        if (!beginStatement()) return Flow::Leave;
+                        if (self->expectsTurns_ && !self->beginStatement()) goto leave;
                         ++at;
                         continue;
                     case ScalarOpcode::EndBlock:
-                        if (expectsTurns_) giveTurns(1);
+                        if (self->expectsTurns_) self->giveTurns(1);
                         ++at;
                         continue;
                     case ScalarOpcode::ClearValue:
-                        clearsValue_ = true;
+                        self->clearsValue_ = true;
                         ++at;
                         continue;
                     case ScalarOpcode::PushBlock:
-                        pushBlock();
+                        self->pushBlock();
                         ++at;
                         continue;
                     case ScalarOpcode::PopBlock:
-                        closeBlocks(openBlocks_ - 1);
-                        bindAnew();
+                        self->closeBlocks(self->openBlocks_ - 1);
+                        self->bindAnew();
                         ++at;
                         continue;
                     case ScalarOpcode::StoreVariable: {
-                        Variable* variable = this->place(instruction.token);
+                        Variable* variable = self->target(instruction.token);
                         if (variable == nullptr) break;
                         assignFastScalarToVariable(*variable, *--top);
                         goto statementDone;
                     }
                     case ScalarOpcode::UpdateVariable: {
-                        Variable* variable = this->place(instruction.token);
+                        Variable* variable = self->target(instruction.token);
                         if (variable == nullptr ||
                             !tryApplyFastScalarOperationInPlace(
                                 *variable, static_cast<char>(instruction.kind), *--top)) {
@@ -120,48 +153,49 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                         goto statementDone;
                     }
                     case ScalarOpcode::Declare:
-                        if (!declare(instruction, *--top)) break;
+                        if (!self->declare(instruction, *--top)) break;
                         goto statementDone;
                     case ScalarOpcode::StoreElement:
                         top -= 2;
-                        if (!storeElement(instruction, top[0], top[1])) break;
-                        lastElement_ = at;
+                        if (!self->storeElement(instruction, top[0], top[1])) break;
+                        self->lastElement_ = at;
                         goto statementDone;
                     case ScalarOpcode::UpdateElement:
                         top -= 2;
-                        if (!updateElement(instruction, top[0], top[1])) break;
-                        lastElement_ = at;
+                        if (!self->updateElement(instruction, top[0], top[1])) break;
+                        self->lastElement_ = at;
                         goto statementDone;
                     case ScalarOpcode::StoreEntry:
                     case ScalarOpcode::UpdateEntry:
-                        if (!storeEntry(instruction, *--top)) break;
-                        lastElement_ = at;
+                        if (!self->storeEntry(instruction, *--top)) break;
+                        self->lastElement_ = at;
                         goto statementDone;
                     case ScalarOpcode::StoreVariables:
                         top -= instruction.kind;
-                        if (!storeVariables(instruction, top)) break;
+                        if (!self->storeVariables(instruction, top)) break;
                         goto statementDone;
                     case ScalarOpcode::StoreElements:
                         top -= 2 * instruction.kind;
-                        if (!storeElements(instruction, top, top + instruction.kind)) break;
+                        if (!self->storeElements(instruction, top, top + instruction.kind)) break;
                         goto statementDone;
                     case ScalarOpcode::JumpIfFalse:
-                        lastStatement_ = at;
-                        at = isScalarTruthy(*--top) ? at + 1 : positionOf(instruction.intValue);
+                        self->lastStatement_ = at;
+                        at = isScalarTruthy(*--top) ? at + 1
+                                                    : self->positionOf(instruction.intValue);
                         continue;
                     case ScalarOpcode::RepeatIfTrue:
                     case ScalarOpcode::RepeatIfFalse:
-                        lastStatement_ = at;
-                        if (interpreter_.softErrorUnwinding()) break;
+                        self->lastStatement_ = at;
+                        if (interpreter.softErrorUnwinding()) break;
                         at = isScalarTruthy(*--top) ==
                                      (instruction.opcode == ScalarOpcode::RepeatIfTrue)
-                                 ? positionOf(instruction.intValue)
+                                 ? self->positionOf(instruction.intValue)
                                  : at + 1;
                         continue;
-                    case ScalarOpcode::Jump: at = positionOf(instruction.intValue); continue;
+                    case ScalarOpcode::Jump: at = self->positionOf(instruction.intValue); continue;
                     case ScalarOpcode::Break:
-                        lastStatement_ = at;
-                        at = breakFrom(statement(instruction));
+                        self->lastStatement_ = at;
+                        at = self->breakFrom(self->statement(instruction));
                         continue;
                     case ScalarOpcode::ForStart: {
                         top -= 3;
@@ -172,54 +206,41 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                         const NumericForRange range{top[0].intValue, top[1].intValue,
                                                     top[2].intValue};
                         if (range.step == 0) throwPlainError("for loop step must not be 0");
-                        lastStatement_ = at;
-                        at = startFor(statement(instruction), range);
+                        self->lastStatement_ = at;
+                        at = self->startFor(self->statement(instruction), range);
                         continue;
                     }
                     case ScalarOpcode::ForNext:
-                        at = nextTurn(fors_[instruction.token]) ? positionOf(instruction.intValue)
-                                                                : at + 1;
+                        at = self->nextTurn(self->fors_[instruction.token])
+                                 ? self->positionOf(instruction.intValue)
+                                 : at + 1;
                         continue;
                     case ScalarOpcode::ForLeave:
-                        closeFor();
+                        self->closeFor();
                         ++at;
                         continue;
-                    case ScalarOpcode::SelectLine: lastStatement_ = at++; continue;
+                    case ScalarOpcode::SelectLine: self->lastStatement_ = at++; continue;
                     case ScalarOpcode::ReturnValue:
-                        lastStatement_ = at;
-                        return returnFrom(statement(instruction), *--top);
+                        self->returnFrom(self->statement(instruction), *--top);
+                        goto leave;
                     case ScalarOpcode::RunStatement:
-                        at = runByExecutor(statement(instruction));
-                        if (at == nullptr) return Flow::Leave;
+                        at = self->runByExecutor(self->statement(instruction));
+                        if (at == nullptr) goto leave;
                         continue;
                     case ScalarOpcode::BeginCalls:
-                        beginCalls(statement(instruction));
+                        self->beginCalls(self->statement(instruction));
                         ++at;
                         continue;
                     case ScalarOpcode::RequireFrameCall:
-                        if (!runsInFrame(instruction.token)) break;
+                        if (!self->runsInFrame(instruction.token)) break;
                         ++at;
                         continue;
                     case ScalarOpcode::RequireNoAssert:
-                        if (isAssert(instruction.token)) break;
-                        ++at;
-                        continue;
-                    case ScalarOpcode::PushAny:
-                        *top++ = anyOf(instruction);
-                        ++at;
-                        continue;
-                    case ScalarOpcode::PushLent:
-                        *top++ = lentArgument(instruction);
+                        if (self->isAssert(instruction.token)) break;
                         ++at;
                         continue;
                     case ScalarOpcode::PushText:
-                        *top++ = hold(Variable(key(instruction.intValue)));
-                        ++at;
-                        continue;
-                    case ScalarOpcode::OperateAny:
-                        --top;
-                        top[-1] =
-                            operateAny(static_cast<NodeKind>(instruction.kind), top[-1], top[0]);
+                        *top++ = self->hold(Variable(self->key(instruction.intValue)));
                         ++at;
                         continue;
                     case ScalarOpcode::CallVariable:
@@ -227,48 +248,78 @@ ChunkRun::Flow ChunkRun::HotRun::run() {
                     case ScalarOpcode::CallDirect:
                         top -= instruction.kind;
                         *top = instruction.opcode == ScalarOpcode::CallDirect
-                                   ? callDirect(instruction, top)
-                                   : call(instruction, top);
+                                   ? self->callDirect(instruction, top)
+                                   : self->call(instruction, top);
+                        if (top->isSet()) goto called;
+                        self->resumeAt_ = at;
+                        self->resumeTop_ = top;
+                        self = &interpreter.hotFrames->back().hot;
+                        at = self->positionOf(0);
+                        top = self->stack_.data();
+                        place = self->places_.data();
+                        continue;
+                    called:
                         ++top;
-                        if (interpreter_.softErrorUnwinding()) {
-                            unwindFrom(statementAt(at));
-                            return Flow::Leave;
+                        if (interpreter.softErrorUnwinding()) {
+                            self->unwindFrom(self->statementAt(at));
+                            goto leave;
                         }
                         ++at;
                         continue;
                     case ScalarOpcode::AssignAny:
-                        if (!assignAny(statement(instruction), *--top)) return Flow::Leave;
+                        if (!self->assignAny(self->statement(instruction), *--top)) goto leave;
                         ++at;
                         continue;
-                    case ScalarOpcode::ReturnAny: return returnAny(statement(instruction), *--top);
+                    case ScalarOpcode::ReturnAny:
+                        self->returnAny(self->statement(instruction), *--top);
+                        goto leave;
                     case ScalarOpcode::DiscardAny:
-                        if (!discardAny(statement(instruction), *--top)) return Flow::Leave;
+                        if (!self->discardAny(self->statement(instruction), *--top)) goto leave;
                         ++at;
                         continue;
-                    case ScalarOpcode::Finish: showTo(lastStatement_); return Flow::Next;
+                    case ScalarOpcode::Finish:
+                        self->showTo(self->lastStatement_);
+                        flow = Flow::Next;
+                    leave:
+                        if (self == &outermost) return flow;
+                        flow = Flow::Leave;
+                        self = self->caller_;
+                        *self->resumeTop_ = self->resultOfCall();
+                        at = self->resumeAt_;
+                        top = self->resumeTop_;
+                        place = self->places_.data();
+                        goto called;
                     default:
                         __builtin_unreachable();
                     statementDone:
-                        lastStatement_ = at++;
-                        clearsValue_ = true;
-                        if (expectsTurns_ && !giveTurn(statementAt(lastStatement_))) {
-                            return Flow::Leave;
+                        self->lastStatement_ = at++;
+                        self->clearsValue_ = true;
+                        if (self->expectsTurns_ &&
+                            !self->giveTurn(self->statementAt(self->lastStatement_))) {
+                            goto leave;
                         }
                         continue;
                 }
             }
             // Whatever has declined goes by the executor.
-            at = runByExecutor(statementAt(at));
-            if (at == nullptr) return Flow::Leave;
-            top = stack.data();
-            place = places.data();
+            at = self->runByExecutor(self->statementAt(at));
+            if (at == nullptr) goto leave;
+            top = self->stack_.data();
+            place = self->places_.data();
         }
+    } catch (const std::exception& error) {
+        self->showFailure(at);
+        if (self == &outermost) throw;
+        self->closeCalls();
+        self->run_.rethrowLocated(error);
     } catch (...) {
-        if (!inExecutor_) {
-            showTo(standsBetweenStatements(at->opcode) ? lastStatement_ : at);
-        }
+        self->showFailure(at);
         throw;
     }
+}
+
+void ChunkRun::HotRun::showFailure(Position at) {
+    if (!inExecutor_) showTo(standsBetweenStatements(at->opcode) ? lastStatement_ : at);
 }
 
 /// Opens a `for`; returns where the code goes on.
@@ -295,7 +346,7 @@ bool ChunkRun::HotRun::nextTurn(OpenFor& loop) {
 }
 
 ChunkRun::HotRun::Position ChunkRun::HotRun::runByExecutor(const HotStatement& statement) {
-    showTo(nullptr);
+    show();
     lastStatement_ = nullptr;
     inExecutor_ = true;
     Position next = nullptr;
@@ -347,6 +398,12 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::afterCondition(const HotStatement& 
     return positionOf(holds ? statement.next : statement.otherwise);
 }
 
+void ChunkRun::HotRun::closeAll() {
+    while (openFors_ > 0) closeFor();
+    if (openBlocks_ > 0) closeBlocks(0);
+    if (heldCount_ > 0) releaseHeld();
+}
+
 /// Out of the innermost loop: the statements on the way end one after the other.
 ChunkRun::HotRun::Position ChunkRun::HotRun::breakFrom(const HotStatement& statement) {
     if (expectsTurns_) giveTurns(std::size_t{statement.depth} - statement.loopDepth);
@@ -364,13 +421,13 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::unwindFrom(const HotStatement& stat
     return nullptr;
 }
 
-ChunkRun::Flow ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastScalarValue value) {
+void ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastScalarValue value) {
     clearsValue_ = false;
-    showTo(lastStatement_);
+    show();
+    run_.selectLine(statement.line);
     assignFastScalarToVariable(run_.value_, value);
     signal_ = BlockSignal::Return;
     if (expectsTurns_) giveTurns(statement.depth);
-    return Flow::Leave;
 }
 
 bool ChunkRun::HotRun::giveTurn(const HotStatement& statement) {
@@ -396,15 +453,29 @@ void ChunkRun::HotRun::giveTurns(std::size_t count) {
 
 /// The start of a statement of a recursive run, where a turn's error comes out.
 bool ChunkRun::HotRun::beginStatement() {
-    if (expectsTurns_) {
-        showTo(lastStatement_);
-        inExecutor_ = true;
-        interpreter_.rethrowPendingCoroutineException();
-        inExecutor_ = false;
-    }
+    showTo(lastStatement_);
+    inExecutor_ = true;
+    interpreter_.rethrowPendingCoroutineException();
+    inExecutor_ = false;
     if (!run_.unwinding()) return true;
     run_.leaveWithNil();
     return false;
+}
+
+const Variable* ChunkRun::HotRun::bindOther(std::uint16_t variable) {
+    const Variable* value = interpreter_.readVariable(*code_.variables[variable]);
+    // Nothing is written through it: what an instruction writes has a token of its own.
+    bound_[variable] = const_cast<Variable*>(value);
+    return value;
+}
+
+/// Null where writing could mean another variable than the token's cache leads to.
+Variable* ChunkRun::HotRun::bindForWriting(std::uint16_t variable) {
+    const TokenAnalysis& token = *code_.variables[variable];
+    Variable* value = interpreter_.cachedVariable(token);
+    if (value == nullptr) value = interpreter_.bindableVariable(token);
+    bound_[variable] = value;
+    return value;
 }
 
 const HotStatement& ChunkRun::HotRun::statementAt(Position at) const {
@@ -415,17 +486,18 @@ const HotStatement& ChunkRun::HotRun::statementAt(Position at) const {
     return *std::prev(behind);
 }
 
-/// Writes what the executor would have written by now; `at` stands in the statement that ran last,
-/// null if that was none of hot code.
-void ChunkRun::HotRun::showTo(Position at) {
+void ChunkRun::HotRun::showPending() {
     if (clearsValue_) run_.value_.setNil();
     clearsValue_ = false;
-    if (lastElement_ != nullptr) {
-        const ParsedScriptLine& line = run_.lines_[statementAt(lastElement_).line];
-        const std::size_t token = line.assignment->valueRanges[0].last - 1;
-        interpreter_.lastToken = line.tokens[token];
-        interpreter_.lastTokenIndex = token;
-        lastElement_ = nullptr;
-    }
+    if (lastElement_ == nullptr) return;
+    const ParsedScriptLine& line = run_.lines_[statementAt(lastElement_).line];
+    const std::size_t token = line.assignment->valueRanges[0].last - 1;
+    interpreter_.lastToken = line.tokens[token];
+    interpreter_.lastTokenIndex = token;
+    lastElement_ = nullptr;
+}
+
+void ChunkRun::HotRun::showTo(Position at) {
+    show();
     if (at != nullptr) run_.selectLine(statementAt(at).line);
 }

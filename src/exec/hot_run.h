@@ -3,6 +3,7 @@
 //   hot_run.cpp     the loop over the instructions, what goes by the executor, turns
 //   hot_stores.cpp  assignments
 //   hot_calls.cpp   statements with calls
+//   hot_frames.h    functions that are called from hot code and run in the caller's loop
 #pragma once
 
 #include <array>
@@ -17,37 +18,36 @@
 
 class ChunkRun::HotRun {
 public:
-    HotRun(ChunkRun& run, const HotCode& code, BlockSignal& signal)
+    /// `caller` is the run of hot code that has called the function whose code this is; null if it
+    /// was entered from elsewhere.
+    HotRun(ChunkRun& run, const HotCode& code, BlockSignal& signal, HotRun* caller = nullptr)
         : run_(run),
+          caller_(caller),
           interpreter_(run.interpreter_),
           code_(code),
           signal_(signal),
-          boundBase_(interpreter_.boundVariables.size()),
-          heldBase_(interpreter_.heldValues.size()),
-          blockFloor_(interpreter_.blockScopeFloor),
-          blocksAtStart_(interpreter_.blockScopes.size()) {
-        interpreter_.boundVariables.push(code.variables.size());
+          boundBase_(interpreter_.boundVariables.size()) {
+        interpreter_.boundVariables.push((code.variables.size() + 3) / 4 * 4);
         bindAnew();
     }
     ~HotRun() {
-        while (openFors_ > 0) closeFor();
-        if (openBlocks_ > 0) closeBlocks(0);
         interpreter_.boundVariables.popTo(boundBase_);
-        releaseHeld();
+        if (openFors_ + openBlocks_ + heldCount_ > 0) closeAll();
     }
     HotRun(const HotRun&) = delete;
     HotRun& operator=(const HotRun&) = delete;
 
-    Flow run();
+    /// Runs the code from its start to its end, with the functions that it calls.
+    static Flow run(HotRun& outermost);
 
     // What the instructions of expressions ask for.
     [[nodiscard, gnu::always_inline]] FastScalarValue scalar(std::uint16_t variable) {
         const Variable* value = place(variable);
         return value != nullptr ? soundScalar(*value) : FastScalarValue{};
     }
-    [[nodiscard, gnu::always_inline]] Variable* place(std::uint16_t variable) {
-        Variable* value = bound_[variable];
-        return value != nullptr ? value : bind(variable);
+    [[nodiscard, gnu::always_inline]] const Variable* place(std::uint16_t variable) {
+        const Variable* value = bound_[variable];
+        return value != nullptr ? value : bindForReading(variable);
     }
     [[nodiscard]] const std::string& key(int index) const {
         return *code_.keys[static_cast<std::size_t>(index)];
@@ -82,10 +82,15 @@ private:
         --openFors_;
     }
     void pushBlock() {
+        if (openBlocks_ == 0) {
+            blockFloor_ = interpreter_.blockScopeFloor;
+            blocksAtStart_ = interpreter_.blockScopes.size();
+        }
         interpreter_.pushBlockScope();
         ++openBlocks_;
         bindAnew();
     }
+    void closeAll();
     /// Pops block scopes until `count` of this run are open.
     void closeBlocks(std::size_t count) {
         interpreter_.blockScopes.popTo(blocksAtStart_ + count);
@@ -99,16 +104,23 @@ private:
     Position afterCondition(const HotStatement& statement, const char* word);
     Position breakFrom(const HotStatement& statement);
     Position unwindFrom(const HotStatement& statement);
-    Flow returnFrom(const HotStatement& statement, FastScalarValue value);
+    void returnFrom(const HotStatement& statement, FastScalarValue value);
 
     // Statements with calls.
-    void beginCalls(const HotStatement& statement);
+    void beginCalls(const HotStatement& statement) {
+        show();
+        lastStatement_ = nullptr;
+        inExecutor_ = true;
+        answersInScalars_ = false;
+        run_.selectLine(statement.line);
+    }
     bool runsInFrame(std::uint16_t token);
     bool isAssert(std::uint16_t token);
-    FastScalarValue anyOf(const ScalarInstruction& push);
-    FastScalarValue lentArgument(const ScalarInstruction& push);
+    void stepAny(const ScalarInstruction& instruction, FastScalarValue*& top);
+    FastScalarValue anyOf(std::uint16_t token, std::uint8_t marks);
     FastScalarValue hold(Variable&& value) {
         interpreter_.heldValues.push_back(std::move(value));
+        ++heldCount_;
         const auto number = static_cast<int>(interpreter_.heldValues.size() - 1);
         FastScalarValue held = FastScalarValue::fromInt(number);
         held.kind = ScalarKind::Held;
@@ -119,25 +131,24 @@ private:
         return scalar.isSet() ? scalar : hold(std::move(value));
     }
     Variable taken(FastScalarValue value);
-    [[gnu::always_inline]] FastScalarValue operateAny(NodeKind kind, FastScalarValue left,
-                                                      FastScalarValue right) {
-        const FastScalarValue exact = scalarOperationOn(kind, left, right, true);
-        return exact.isSet() ? exact : operateOnOthers(kind, left, right);
-    }
-    FastScalarValue operateOnOthers(NodeKind kind, FastScalarValue left, FastScalarValue right);
-    const Variable* anyVariable(std::uint16_t token) {
-        const Variable* variable = place(token);
-        return variable != nullptr ? variable : interpreter_.readVariable(*code_.variables[token]);
-    }
+    FastScalarValue operateAny(NodeKind kind, FastScalarValue left, FastScalarValue right);
+    /// Unset if the callee has been entered: it is the innermost frame of hot code and runs next.
     FastScalarValue call(const ScalarInstruction& instruction, const FastScalarValue* args);
+    bool enter(const std::shared_ptr<ScriptCallable>& callable, const FastScalarValue* args,
+               std::size_t count);
+    void bindParameters(const ScriptCallable& callable, Scope& scope, const FastScalarValue* args,
+                        std::size_t count);
+    FastScalarValue resultOfCall();
+    void closeCalls();
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
     FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
     bool assignAny(const HotStatement& statement, FastScalarValue value);
-    Flow returnAny(const HotStatement& statement, FastScalarValue value);
+    void returnAny(const HotStatement& statement, FastScalarValue value);
     bool discardAny(const HotStatement& statement, FastScalarValue value);
     bool endCalls(const HotStatement& statement);
     void releaseHeld() {
-        if (interpreter_.heldValues.size() > heldBase_) interpreter_.heldValues.resize(heldBase_);
+        interpreter_.heldValues.resize(interpreter_.heldValues.size() - heldCount_);
+        heldCount_ = 0;
     }
 
     // Turns of a coroutine.
@@ -152,17 +163,34 @@ private:
     bool beginStatement();
 
     // Variables.
-    [[nodiscard, gnu::noinline]] Variable* bind(std::uint16_t variable) {
+    [[nodiscard, gnu::always_inline]] Variable* target(std::uint16_t variable) {
+        Variable* value = bound_[variable];
+        return value != nullptr ? value : bindForWriting(variable);
+    }
+    /// Reading finds a variable as the executor's reading does, and leaves the token's cache so.
+    const Variable* bindForReading(std::uint16_t variable) {
         const TokenAnalysis& token = *code_.variables[variable];
         Variable* value = interpreter_.cachedVariable(token);
-        if (value == nullptr) value = interpreter_.bindableVariable(token);
-        bound_[variable] = value;
-        return value;
+        if (value == nullptr && token.slotKind == SlotKind::Global) {
+            value = interpreter_.unhiddenGlobal(token);
+        }
+        if (value == nullptr) return bindOther(variable);
+        return bound_[variable] = value;
+    }
+    const Variable* bindOther(std::uint16_t variable);
+    Variable* bindForWriting(std::uint16_t variable);
+    /// Where a bound variable stands. Whoever runs further in may have moved the list of them.
+    [[nodiscard]] const Variable& lent(FastScalarValue value) {
+        const auto number = static_cast<std::size_t>(value.intValue);
+        return *interpreter_.boundVariables.from(boundBase_)[number];
     }
     void bindAnew() {
         bound_ = interpreter_.boundVariables.from(boundBase_);
         const std::size_t count = code_.variables.size();
-        for (std::size_t i = 0; i < count; ++i) bound_[i] = nullptr;
+        // By fours, of which there are so few that a library call would take longer.
+        for (std::size_t i = 0; i < count; i += 4) {
+            bound_[i] = bound_[i + 1] = bound_[i + 2] = bound_[i + 3] = nullptr;
+        }
         expectTurns();
     }
 
@@ -173,17 +201,28 @@ private:
     [[nodiscard]] const HotStatement& statement(const ScalarInstruction& instruction) const {
         return code_.statements[static_cast<std::size_t>(instruction.intValue)];
     }
+    /// Writes what the executor would have written by now, but for the current line.
+    void show() {
+        if (clearsValue_ || lastElement_ != nullptr) showPending();
+    }
+    void showPending();
+    /// The same with the line of `at`, which stands in the statement that ran last; null if that
+    /// was none of hot code.
     void showTo(Position at);
 
+    /// What failed at `at` is reported with the statement that it belongs to.
+    void showFailure(Position at);
+
     ChunkRun& run_;
+    HotRun* const caller_;
     DovrelScript& interpreter_;
     const HotCode& code_;
     BlockSignal& signal_;
     Variable** bound_ = nullptr;  // null where nothing is bound
     std::size_t boundBase_;       // where they begin in the interpreter's stack of them
-    std::size_t heldBase_;        // where the values begin that are held here
-    std::size_t blockFloor_;
-    std::size_t blocksAtStart_;
+    std::size_t heldCount_ = 0;   // of the interpreter's held values, how many are held here
+    std::size_t blockFloor_;      // around the first block that is open here
+    std::size_t blocksAtStart_;   // the same
     std::array<OpenFor, kMostHotFors> fors_;  // the first `openFors_` are open
     std::size_t openFors_ = 0;
     std::size_t openBlocks_ = 0;
@@ -193,4 +232,10 @@ private:
     bool expectsTurns_ = false;         // a coroutine may have a turn behind each statement
     bool answersInScalars_ = false;     // the call of `x = f(...)` has been made in the scalar tier
     bool inExecutor_ = false;           // the current line and the last token are as they should
+    // Left uninitialised.
+    std::array<FastScalarValue, kHotStackSize> stack_;
+    std::array<const Variable*, kPlaceStackSize> places_;
+    // Where the code goes on after the call that it waits for.
+    Position resumeAt_;
+    FastScalarValue* resumeTop_;
 };

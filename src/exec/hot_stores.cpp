@@ -26,7 +26,7 @@ bool ChunkRun::HotRun::declare(const ScalarInstruction& instruction, FastScalarV
 /// The array in a variable; null if the variable, its value or the key is something else.
 ArrayStorage* ChunkRun::HotRun::arrayFor(std::uint16_t token, FastScalarValue key) {
     if (key.kind != ScalarKind::Int || key.intValue < 1) return nullptr;
-    Variable* variable = place(token);
+    Variable* variable = target(token);
     if (variable == nullptr || variable->type != VarType::Array) return nullptr;
     return variable->asArray().get();
 }
@@ -60,7 +60,7 @@ bool ChunkRun::HotRun::updateElement(const ScalarInstruction& instruction, FastS
 
 /// An entry that is there, so that the table's set of keys stays as it is.
 bool ChunkRun::HotRun::storeEntry(const ScalarInstruction& instruction, FastScalarValue value) {
-    Variable* variable = place(instruction.token);
+    Variable* variable = target(instruction.token);
     if (variable == nullptr || variable->type != VarType::Table) return false;
     TableStorage& table = *variable->asTable();
     const auto found = table.find(key(instruction.intValue));
@@ -77,7 +77,7 @@ bool ChunkRun::HotRun::storeVariables(const ScalarInstruction& instruction,
                                       const FastScalarValue* values) {
     std::array<Variable*, kMostParallelTargets> targets;  // left uninitialised
     for (std::uint16_t i = 0; i < instruction.kind; ++i) {
-        targets[i] = place(static_cast<std::uint16_t>(instruction.token + i));
+        targets[i] = target(static_cast<std::uint16_t>(instruction.token + i));
         if (targets[i] == nullptr) return false;
     }
     for (std::size_t i = 0; i < instruction.kind; ++i) {

@@ -247,7 +247,7 @@ BlockRun::Flow BlockRun::runNumericFor(const ParsedScriptLine& line) {
     if (!evaluateNumericForRangeByTokens(interpreter_, line, range)) return leaveWithNil();
 
     const LoopScopeGuard scope(interpreter_, 1);
-    interpreter_.frameScopes.back().append(line.tokenAnalysis[1].name, Variable());
+    interpreter_.frameScopes.back().append(line.tokenAnalysis[1].name);
     Flow flow = Flow::Next;
     for (int counter = range.start;
          range.step > 0 ? counter <= range.limit : counter >= range.limit;
@@ -288,7 +288,7 @@ BlockRun::Flow BlockRun::runGenericFor(const ParsedScriptLine& line) {
 
     const LoopScopeGuard scope(interpreter_, variables.names.size());
     for (const Name name : variables.names) {
-        interpreter_.frameScopes.back().append(name, Variable());
+        interpreter_.frameScopes.back().append(name);
     }
     GenericLoop loop{header, variables.names.size()};
     if (builtin != BuiltinId::None) {

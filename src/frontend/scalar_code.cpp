@@ -47,12 +47,6 @@ private:
     bool ok_ = true;
 };
 
-/// The opcode of an operator in the group that begins with `first`.
-ScalarOpcode binaryOpcode(NodeKind kind, ScalarOpcode first = ScalarOpcode::Add) {
-    const auto offset = static_cast<int>(kind) - static_cast<int>(NodeKind::Add);
-    return static_cast<ScalarOpcode>(static_cast<int>(first) + offset);
-}
-
 void ScalarCompiler::emitValue(int index) {
     ok_ = ok_ && depth_ < kScalarStackSize;
     if (!ok_) return;
@@ -98,7 +92,7 @@ void ScalarCompiler::emitValue(int index) {
     if (emitNamedOperands(at)) return;
     emitValue(at.left);
     emitValue(at.right);
-    emit(binaryOpcode(at.kind));
+    emit(operatorOpcode(ScalarOpcode::Add, at.kind));
     pop();
 }
 
@@ -109,9 +103,9 @@ bool ScalarCompiler::emitNamedOperands(const FastExprNode& binary) {
     const FastExprNode& right = node(binary.right);
     if (left.kind != NodeKind::Variable) return false;
     if (right.kind == NodeKind::IntLiteral) {
-        push(binaryOpcode(binary.kind, ScalarOpcode::AddInt), right.intValue);
+        push(operatorOpcode(ScalarOpcode::AddInt, binary.kind), right.intValue);
     } else if (right.kind == NodeKind::Variable) {
-        push(binaryOpcode(binary.kind, ScalarOpcode::AddVariable), right.tokenIndex);
+        push(operatorOpcode(ScalarOpcode::AddVariable, binary.kind), right.tokenIndex);
     } else {
         return false;
     }
@@ -179,6 +173,16 @@ void ScalarCompiler::emitPlace(int index) {
 }
 
 }  // namespace
+
+ScalarOpcode operatorOpcode(ScalarOpcode first, NodeKind kind) {
+    const auto offset = static_cast<int>(kind) - static_cast<int>(NodeKind::Add);
+    return static_cast<ScalarOpcode>(static_cast<int>(first) + offset);
+}
+
+NodeKind operatorKind(ScalarOpcode first, ScalarOpcode opcode) {
+    const auto offset = static_cast<int>(opcode) - static_cast<int>(first);
+    return static_cast<NodeKind>(static_cast<int>(NodeKind::Add) + offset);
+}
 
 std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression) {
     if (!expression.valid || expression.rootNode().holdsCall) return {};

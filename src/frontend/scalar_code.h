@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+enum class NodeKind : std::uint32_t;
 struct FastExpression;
 
 /// What an instruction does. `token` is the index of a variable's token.
@@ -95,15 +96,13 @@ enum class ScalarOpcode : std::uint8_t {
     SelectLine,      // makes the line of statement `intValue` the current one
     ReturnValue,     // pops a value and ends the run with it, in statement `intValue`
     RunStatement,    // statement `intValue` by the executor
-    // A statement with calls, by the rules of the general tier: values of any kind.
+    // A statement with calls, by the rules of the general tier: values of any kind. Its operands
+    // and operators are those above, marked as such.
     BeginCalls,        // of statement `intValue`
     RequireFrameCall,  // statement `intValue` goes by the executor unless the variable `token` is a
                        // script function that runs in a frame
     RequireNoAssert,   // the same unless it is anything but the native `assert`
-    PushAny,           // the variable `token`
-    PushLent,          // the same as an argument, which needs no copy
     PushText,          // literal text `intValue`
-    OperateAny,        // pops two operands of the node kind `kind`
     CallVariable,      // calls the variable `token` with the topmost `kind` values
     CallEntry,         // calls entry `intValue` of the table in the variable `token`
     CallDirect,        // CallVariable for the statement `x = f(...)`
@@ -113,17 +112,25 @@ enum class ScalarOpcode : std::uint8_t {
     Finish,            // the end of the code
 };
 
-/// As the `kind` of an operator: it declines wherever the token-stream evaluator could see the
-/// operands differently.
+// Marks in the `kind` of an operator and of PushVariable.
+
+/// The operator declines wherever the token-stream evaluator could see the operands differently.
 inline constexpr std::uint8_t kExactOperator = 1;
 
-/// As the `kind` of PushAny and PushLent: a variable whose kind and content disagree raises, as it
-/// does in the scalar tier.
-inline constexpr std::uint8_t kCheckedVariable = 1;
+/// Where it would decline, it goes by the general tier instead: values of any kind.
+inline constexpr std::uint8_t kAnyOperands = 2;
+
+/// With kAnyOperands: the variable is an argument of a call and is not changed before that, so that
+/// it needs no copy.
+inline constexpr std::uint8_t kLentVariable = 4;
+
+/// With kAnyOperands: a variable whose kind and content disagree raises, as it does in the scalar
+/// tier.
+inline constexpr std::uint8_t kCheckedVariable = 8;
 
 struct ScalarInstruction {
     ScalarOpcode opcode;
-    std::uint8_t kind = 0;  // a compound operator's character, or one of the above
+    std::uint8_t kind = 0;  // a compound operator's character, or marks of the above
     std::uint16_t token = 0;
     union {
         std::int32_t intValue = 0;
@@ -137,6 +144,10 @@ inline constexpr ScalarOpcode kFirstHotOpcode = ScalarOpcode::BeginStatement;
 /// How many scalars and how many places the code of an expression may hold at a time.
 inline constexpr std::size_t kScalarStackSize = 16;
 inline constexpr std::size_t kPlaceStackSize = 8;
+
+/// The opcode of a binary node kind in the group of operators that begins with `first`, and back.
+[[nodiscard]] ScalarOpcode operatorOpcode(ScalarOpcode first, NodeKind kind);
+[[nodiscard]] NodeKind operatorKind(ScalarOpcode first, ScalarOpcode opcode);
 
 /// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
 /// that scalars do not cover.

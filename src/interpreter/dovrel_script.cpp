@@ -9,8 +9,9 @@
 #include "eval/errors.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
+#include "exec/hot_frames.h"
 
-DovrelScript::DovrelScript() {
+DovrelScript::DovrelScript() : hotFrames(std::make_unique<HotFrames>()) {
     randomEngine.seed(std::random_device("/dev/urandom")());
     startTime = std::chrono::steady_clock::now();
     registerLibrary();

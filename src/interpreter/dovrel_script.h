@@ -43,6 +43,7 @@
 #include "value/table_cache.h"
 #include "value/variable.h"
 
+class HotFrames;
 struct BytecodeProgram;
 
 class DovrelScript;
@@ -139,6 +140,9 @@ public:
     [[nodiscard]] Variable* cachedVariable(const TokenAnalysis& token);
     /// The same with entries of blocks, and with globals among blocks that cannot hide them.
     [[nodiscard]] Variable* bindableVariable(const TokenAnalysis& token);
+    /// With no scope that has the name, a search could only find the global that the token knows.
+    /// It is cached as the search would cache it. Null if there is no such global, or no scope.
+    [[nodiscard]] Variable* unhiddenGlobal(const TokenAnalysis& token);
     /// Writes a variable by name.
     void assignVariable(Name name, const Variable& value, ScopeTarget target);
     /// Writes the variable at a token, through the token's cache.
@@ -226,7 +230,8 @@ public:
                                            const std::vector<TokenAnalysis>& analysis);
 
     ArgumentStack argumentStack;
-    std::vector<Variable> heldValues;  // values of hot code that are no scalars, innermost last
+    std::vector<Variable> heldValues;      // values of hot code that are no scalars, innermost last
+    std::unique_ptr<HotFrames> hotFrames;  // functions called from hot code, innermost last
 
     // ------------------------------------------------------------------ eval: statements
     /// Runs an assignment line. False, with nothing done, if the line is none. `result` becomes the
@@ -247,11 +252,6 @@ public:
     Variable invokeCallableFast(const Variable& callee, Arguments args);
     /// The same for the callee of a call node; `isMember` if it was found in a table.
     Variable callFound(const Variable& callee, bool isMember, Arguments args);
-    /// Calls a script function that runs in a frame and takes as many arguments as it names, with
-    /// arguments that are scalars for the most part. A value that is none stands in `others`.
-    Variable callInFrame(const std::shared_ptr<ScriptCallable>& callable,
-                         const FastScalarValue* values, const Variable* const* others,
-                         std::size_t count);
     /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
     /// false and the message. Nil when an outer soft error is unwinding.
     Variable protectedCall(Arguments args);

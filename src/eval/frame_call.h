@@ -1,0 +1,67 @@
+// What a call that runs in a frame holds while it runs, released on every way out.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "interpreter/dovrel_script.h"
+
+/// One more active call.
+class CallDepthGuard {
+public:
+    explicit CallDepthGuard(std::uint64_t& depth) : depth_(depth) { ++depth_; }
+    ~CallDepthGuard() { --depth_; }
+    CallDepthGuard(const CallDepthGuard&) = delete;
+    CallDepthGuard& operator=(const CallDepthGuard&) = delete;
+
+private:
+    std::uint64_t& depth_;
+};
+
+/// The callable, the scope of its frame, and the directory and name of its script.
+class FrameCall {
+public:
+    FrameCall(DovrelScript& interpreter, std::shared_ptr<ScriptCallable> callable)
+        : FrameCall(std::move(callable), interpreter) {
+        interpreter.frameScopes.push(callable_->parameters.size());
+        hasScope_ = true;
+        if (!callable_->baseDirectory.empty()) {
+            interpreter.baseDirectoryStack.push_back(&callable_->baseDirectory);
+            hasBaseDirectory_ = true;
+        }
+        if (!callable_->scriptName.empty()) {
+            interpreter.scriptNameStack.push_back(&callable_->scriptName);
+            hasScriptName_ = true;
+        }
+    }
+    ~FrameCall() {
+        if (hasScriptName_) interpreter_.scriptNameStack.pop_back();
+        if (hasBaseDirectory_) interpreter_.baseDirectoryStack.pop_back();
+        if (hasScope_) interpreter_.frameScopes.pop();
+        // The record of the current line outlives the call.
+        interpreter_.retireCallable(std::move(callable_), lineAtEntry_);
+    }
+    FrameCall(const FrameCall&) = delete;
+    FrameCall& operator=(const FrameCall&) = delete;
+
+    [[nodiscard]] const ScriptCallable& callable() const { return *callable_; }
+    /// Where the parameters go.
+    [[nodiscard]] Scope& scope() { return interpreter_.frameScopes.back(); }
+
+private:
+    /// Holds nothing but the callable yet. What comes after it is released even if it fails.
+    FrameCall(std::shared_ptr<ScriptCallable>&& callable, DovrelScript& interpreter)
+        : interpreter_(interpreter),
+          callable_(std::move(callable)),
+          lineAtEntry_(interpreter.currentLine) {}
+
+    DovrelScript& interpreter_;
+    std::shared_ptr<ScriptCallable> callable_;
+    const std::string* lineAtEntry_;
+    // What has been pushed.
+    bool hasScope_ = false;
+    bool hasBaseDirectory_ = false;
+    bool hasScriptName_ = false;
+};
