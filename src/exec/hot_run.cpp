@@ -261,7 +261,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                     called:
                         ++top;
                         if (interpreter.softErrorUnwinding()) {
-                            self->unwindFrom(self->statementAt(at));
+                            self->unwindFromCall(self->statementAt(at));
                             goto leave;
                         }
                         ++at;
@@ -419,6 +419,12 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::unwindFrom(const HotStatement& stat
     run_.leaveWithNil();
     giveTurns(statement.depth);
     return nullptr;
+}
+
+/// The same out of a plain statement, which ends first: in an inline run a turn follows it.
+void ChunkRun::HotRun::unwindFromCall(const HotStatement& statement) {
+    if (!statement.isRecursive) run_.endInlineStatement();
+    unwindFrom(statement);
 }
 
 void ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastScalarValue value) {

@@ -104,6 +104,7 @@ private:
     Position afterCondition(const HotStatement& statement, const char* word);
     Position breakFrom(const HotStatement& statement);
     Position unwindFrom(const HotStatement& statement);
+    void unwindFromCall(const HotStatement& statement);
     void returnFrom(const HotStatement& statement, FastScalarValue value);
 
     // Statements with calls.
