@@ -29,7 +29,15 @@ FastScalarValue ChunkRun::HotRun::anyOf(std::uint16_t token, std::uint8_t marks)
     return lent;
 }
 
-/// An operator or a variable that scalars alone do not do.
+/// What scalars alone do not do, where it is marked to go on. False declines.
+bool ChunkRun::HotRun::stepOther(const ScalarInstruction& instruction, FastScalarValue*& top) {
+    if ((instruction.kind & kScalarNode) != 0) return evaluateScalar(instruction.intValue, top);
+    if ((instruction.kind & kAnyOperands) == 0) return false;
+    stepAny(instruction, top);
+    return true;
+}
+
+/// An operator or a variable by the general tier.
 void ChunkRun::HotRun::stepAny(const ScalarInstruction& instruction, FastScalarValue*& top) {
     const ScalarOpcode opcode = instruction.opcode;
     if (opcode == ScalarOpcode::PushVariable) {
@@ -111,6 +119,10 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
         bindAnew();
         return anyFrom(std::move(result));
     }
+    if (callable != nullptr) {
+        const FastScalarValue result = resultOfBody(*callable, args, count);
+        if (result.isSet()) return result;
+    }
     ArgumentFrame frame(interpreter_.argumentStack, count);
     const bool lends =
         callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
@@ -187,6 +199,11 @@ FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instructio
                                          ? callee->asFunction().get()
                                          : nullptr;
     if (callable != nullptr && callable->runsInFrame()) return call(instruction, args);
+    if (callable != nullptr) {
+        const FastScalarValue result = resultOfBody(*callable, args, instruction.kind);
+        answersInScalars_ = result.isSet();
+        if (answersInScalars_) return result;
+    }
     const bool runsNoCode =
         callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
     ArgumentFrame frame(interpreter_.argumentStack, instruction.kind);

@@ -1,21 +1,11 @@
-// The translation of loops and chunks into hot code.
 #include "exec/hot_code.h"
 
-#include <algorithm>
-#include <utility>
-
-#include "exec/bytecode_program.h"
 #include "exec/for_header.h"
-#include "exec/inline_chunks.h"
+#include "exec/hot_compiler.h"
 
 namespace {
 
-/// More than in any code that a person writes, but a damaged file may unfold into much more.
-constexpr std::size_t kMostInstructions = 1 << 14;
 constexpr std::size_t kMostNestedBlocks = 32;
-
-/// How many operands may wait in an expression with calls.
-constexpr std::size_t kMostOperands = kHotStackSize - 2;
 
 /// The value of an element assignment goes by tokens. A node of these forms comes to the same in
 /// scalars, as long as its operators are exact ones.
@@ -53,131 +43,14 @@ bool namesVariable(ScalarOpcode opcode) {
     }
 }
 
-class HotCompiler {
-public:
-    explicit HotCompiler(BytecodeProgram& program) : program_(program) {}
+}  // namespace
 
-    HotCode compileLoop(BytecodeOp opcode, std::uint32_t operand) {
-        mode_ = {false, false, 0};
-        emitInstruction(opcode, operand, 0);
-        return finish();
-    }
-    HotCode compileChunk(std::uint32_t chunk, bool amongBlocks) {
-        mode_ = {true, amongBlocks, 1};
-        const BytecodeChunkRange& range = program_.chunks[chunk];
-        if (!rangeIsInside(range, program_)) return {};
-        // Behind a `return` nobody sees the value of what ran before.
-        valueCounts_ =
-            range.instructionCount == 0 ||
-            opcodeAt(range.firstInstruction + range.instructionCount - 1) != BytecodeOp::Return;
-        emitChunk(chunk);
-        return finish();
-    }
-
-private:
-    using Jumps = std::vector<std::uint32_t>;
-
-    /// How the chunk being translated runs.
-    struct Mode {
-        bool isRecursive = false;
-        bool amongBlocks = false;  // a block scope is visible
-        std::uint16_t depth = 0;   // see HotStatement
-    };
-    /// The innermost loop.
-    struct Loop {
-        std::vector<std::size_t> inside;  // the statements of its body that are in no other loop
-        std::uint16_t depth = 0;          // of its own statement
-        std::uint16_t openBlocks = 0;     // around it
-    };
-
-    HotCode finish();
-    void emitChunk(std::uint32_t chunk);
-    void emitNestedChunk(std::uint32_t chunk);
-    void emitInstruction(BytecodeOp opcode, std::uint32_t operand, std::uint32_t position);
-    void emitWhole(std::uint32_t line, std::uint32_t position);
-    void emitPlain(BytecodeOp opcode, std::uint32_t line, std::uint32_t position);
-    bool emitAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
-    bool emitElementAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
-    bool emitParallelAssignment(const ParsedScriptLine& line, const ParsedAssignment& assignment);
-    bool emitReturn(const ParsedScriptLine& line, std::size_t statement);
-    bool emitCalls(const ParsedScriptLine& line, BytecodeOp opcode, std::size_t statement);
-    bool emitCallsOf(const ParsedScriptLine& line, const FastExpression& value,
-                     std::size_t statement);
-    bool emitDirectCall(const ParsedScriptLine& line, std::size_t statement);
-    bool emitAny(const ParsedScriptLine& line, const FastExpression& expression, int index,
-                 std::size_t operands, bool beginsWithFrameCall = false);
-    bool emitCall(const ParsedScriptLine& line, const FastExpression& expression,
-                  const FastExprNode& call, std::size_t operands);
-    void emitAnyVariable(const ParsedScriptLine& line, const FastExprNode& node,
-                         std::uint8_t marks = 0);
-    void emitText(const FastExpression& expression, const FastExprNode& text);
-    void emitBreak(std::uint32_t line);
-    void emitIfGroup(const BytecodeIfGroup& group);
-    void emitWhileLoop(const BytecodeWhileLoop& loop);
-    void emitRepeatLoop(const BytecodeRepeatLoop& loop);
-    void emitNumericFor(const BytecodeForLoop& loop);
-    void emitLoopBody(std::uint32_t chunk, Loop& loop);
-    void endLoop(const Loop& loop);
-    bool emitForClause(const ParsedScriptLine& line);
-    void emitCondition(HotStatementKind kind, std::uint32_t line, ScalarOpcode jump);
-    void emitExpression(const ParsedScriptLine& line, const FastExpression& expression,
-                        bool isExact);
-    std::uint16_t variableAt(const ParsedScriptLine& line, std::size_t token);
-    std::uint16_t calleeAt(const ParsedScriptLine& line, std::size_t token);
-
-    ScalarInstruction& emit(ScalarOpcode opcode, std::int32_t value = 0) {
-        ok_ = ok_ && code_.code.size() < kMostInstructions;
-        code_.code.push_back({opcode, 0, 0, {value}});
-        return code_.code.back();
-    }
-    [[nodiscard]] std::uint32_t here() const {
-        return static_cast<std::uint32_t>(code_.code.size());
-    }
-    void jumpTo(std::uint32_t position, std::uint32_t target) {
-        code_.code[position].intValue = static_cast<std::int32_t>(target);
-    }
-    [[nodiscard]] BytecodeOp opcodeAt(std::uint32_t position) const {
-        return static_cast<BytecodeOp>(program_.code[position].opcode);
-    }
-    std::size_t beginStatement(HotStatementKind kind, std::uint32_t line);
-    /// In a recursive run there is something to do where a statement begins, and where a block
-    /// statement ends.
-    void beginRecursiveStatement() {
-        if (mode_.isRecursive) emit(ScalarOpcode::BeginStatement);
-    }
-    void endBlockStatement() {
-        if (mode_.isRecursive) emit(ScalarOpcode::EndBlock);
-    }
-    void runByExecutor(std::size_t statement) {
-        emit(ScalarOpcode::RunStatement, static_cast<std::int32_t>(statement));
-    }
-    /// The line, or null, with the translation given up.
-    const ParsedScriptLine* lineAt(std::uint32_t index) {
-        if (index < program_.lines.size()) return &program_.lines[index];
-        ok_ = false;
-        return nullptr;
-    }
-    /// The record at `index`, or null, with the translation given up.
-    template <typename Record>
-    const Record* recordAt(const std::vector<Record>& table, std::uint32_t index) {
-        if (index < table.size()) return &table[index];
-        ok_ = false;
-        return nullptr;
-    }
-    [[nodiscard]] bool isInlinable(std::uint32_t chunk) {
-        return !mode_.amongBlocks && chunkIsInlinable(program_, chunk);
-    }
-
-    BytecodeProgram& program_;
-    HotCode code_;
-    Mode mode_;
-    Loop* loop_ = nullptr;
-    std::uint16_t openFors_ = 0;
-    std::uint16_t openBlocks_ = 0;
-    std::size_t nestedBlocks_ = 0;
-    bool valueCounts_ = false;
-    bool ok_ = true;
-};
+void HotCompiler::takeBack(const Mark& to) {
+    code_.code.resize(to.code);
+    code_.variables.resize(to.variables);
+    code_.keys.resize(to.keys);
+    code_.scalarNodes.resize(to.scalarNodes);
+}
 
 HotCode HotCompiler::finish() {
     emit(ScalarOpcode::Finish);
@@ -383,197 +256,6 @@ bool HotCompiler::emitReturn(const ParsedScriptLine& line, std::size_t statement
     return true;
 }
 
-/// A statement that makes calls, if all of it can be translated. What has been emitted of another
-/// is taken back.
-bool HotCompiler::emitCalls(const ParsedScriptLine& line, BytecodeOp opcode,
-                            std::size_t statement) {
-    const std::size_t size = code_.code.size();
-    const std::size_t variables = code_.variables.size();
-    const std::size_t keys = code_.keys.size();
-    bool isTranslated = false;
-    ScalarOpcode end = ScalarOpcode::DiscardAny;
-    if (opcode == BytecodeOp::Return) {
-        isTranslated =
-            line.returnValues.size() == 1 && emitCallsOf(line, line.returnValues[0], statement);
-        end = ScalarOpcode::ReturnAny;
-    } else if (opcode == BytecodeOp::FastAssign) {
-        // A damaged file may name a line of any shape.
-        if (line.assignment == nullptr) return false;
-        const ParsedAssignment& assignment = *line.assignment;
-        isTranslated =
-            assignment.isSimple() &&
-            (assignment.simpleCall.valid ? emitDirectCall(line, statement)
-                                         : emitCallsOf(line, assignment.values[0], statement));
-        end = ScalarOpcode::AssignAny;
-    } else if (line.kind == LineKind::Plain && line.assignment == nullptr) {
-        isTranslated = line.expression.isCall() && emitCallsOf(line, line.expression, statement);
-    }
-    if (isTranslated) {
-        emit(end, static_cast<std::int32_t>(statement));
-        return true;
-    }
-    code_.code.resize(size);
-    code_.variables.resize(variables);
-    code_.keys.resize(keys);
-    return false;
-}
-
-/// A value that is a call, or an arithmetic chain whose first operand is a call that the tiers
-/// before the general one are bound to decline, with nothing done.
-bool HotCompiler::emitCallsOf(const ParsedScriptLine& line, const FastExpression& value,
-                              std::size_t statement) {
-    if (!value.valid || !value.rootNode().holdsCall) return false;
-    const auto number = static_cast<std::int32_t>(statement);
-    const auto nodeAt = [&value](int index) -> const FastExprNode& {
-        return value.nodes[static_cast<std::size_t>(index)];
-    };
-    const FastExprNode* first = &value.rootNode();
-    emit(ScalarOpcode::BeginCalls, number);
-    if (first->kind == NodeKind::Call) {
-        const FastExprNode& callee = nodeAt(first->left);
-        if (&value == &line.expression && callee.kind == NodeKind::Variable) {
-            emit(ScalarOpcode::RequireNoAssert, number).token = variableAt(line, callee.tokenIndex);
-        }
-    } else {
-        while (first->kind >= NodeKind::Add && first->kind <= NodeKind::GreaterEqual) {
-            first = &nodeAt(first->left);
-        }
-        if (first->kind != NodeKind::Call || first->argumentsHoldCall) return false;
-        const FastExprNode& callee = nodeAt(first->left);
-        if (callee.kind != NodeKind::Variable) return false;
-        emit(ScalarOpcode::RequireFrameCall, number).token = variableAt(line, callee.tokenIndex);
-    }
-    return emitAny(line, value, value.root, 0, true);
-}
-
-/// `x = f(a, b)`: each argument is an expression of its own, which may go through the scalar tier.
-bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t statement) {
-    const FastCallExpression& call = line.assignment->simpleCall;
-    if (call.arguments.size() > kMostOperands / 2) return false;
-    const bool anyCall =
-        std::any_of(call.arguments.begin(), call.arguments.end(),
-                    [](const FastExpression& value) { return value.rootNode().holdsCall; });
-    emit(ScalarOpcode::BeginCalls, static_cast<std::int32_t>(statement));
-    bool hasCalled = false;
-    for (std::size_t i = 0; i < call.arguments.size(); ++i) {
-        const FastExpression& argument = call.arguments[i];
-        const FastExprNode& root = argument.rootNode();
-        if (root.kind == NodeKind::Variable) {
-            emitAnyVariable(line, root, kCheckedVariable | (anyCall ? 0 : kLentVariable));
-        } else if (root.kind < NodeKind::Variable || root.kind == NodeKind::Call) {
-            if (!emitAny(line, argument, argument.root, i)) return false;
-        } else if (!argument.scalarCode.empty() && !hasCalled) {
-            emitExpression(line, argument, false);  // may decline: nothing has been done yet
-        } else {
-            return false;
-        }
-        hasCalled = hasCalled || root.holdsCall;
-    }
-    ScalarInstruction& made = emit(ScalarOpcode::CallDirect);
-    made.kind = static_cast<std::uint8_t>(call.arguments.size());
-    made.token = variableAt(line, call.nameToken);
-    return true;
-}
-
-/// A node by the general tier, with `operands` values waiting below its own. A chain of "+" that
-/// may be a text is left to the executor, unless it is certain to begin with the call of a script
-/// function.
-bool HotCompiler::emitAny(const ParsedScriptLine& line, const FastExpression& expression, int index,
-                          std::size_t operands, bool beginsWithFrameCall) {
-    if (operands >= kMostOperands) return false;
-    const FastExprNode& node = expression.nodes[static_cast<std::size_t>(index)];
-    switch (node.kind) {
-        case NodeKind::IntLiteral: emit(ScalarOpcode::PushInt, node.intValue); return true;
-        case NodeKind::FloatLiteral:
-            emit(ScalarOpcode::PushFloat).floatValue = node.floatValue;
-            return true;
-        case NodeKind::BoolLiteral:
-            emit(ScalarOpcode::PushBool, node.boolValue ? 1 : 0);
-            return true;
-        case NodeKind::NilLiteral: emit(ScalarOpcode::PushNil); return true;
-        case NodeKind::StringLiteral: emitText(expression, node); return true;
-        case NodeKind::Variable: emitAnyVariable(line, node); return true;
-        case NodeKind::Call: return emitCall(line, expression, node, operands);
-        default: break;
-    }
-    if (node.kind < NodeKind::Add || node.kind > NodeKind::GreaterEqual ||
-        (node.canConcat && !beginsWithFrameCall)) {
-        return false;
-    }
-    const FastExprNode& left = expression.nodes[static_cast<std::size_t>(node.left)];
-    const FastExprNode& right = expression.nodes[static_cast<std::size_t>(node.right)];
-    const bool isOnVariable = left.kind == NodeKind::Variable;
-    ScalarInstruction operation{ScalarOpcode::Add, kExactOperator | kAnyOperands, 0, {0}};
-    if (isOnVariable && right.kind == NodeKind::IntLiteral) {
-        operation.opcode = ScalarOpcode::AddInt;
-        operation.token = variableAt(line, left.tokenIndex);
-        operation.intValue = right.intValue;
-    } else if (isOnVariable && right.kind == NodeKind::Variable) {
-        operation.opcode = ScalarOpcode::AddVariable;
-        operation.token = variableAt(line, left.tokenIndex);
-        operation.intValue = variableAt(line, right.tokenIndex);
-    } else if (!emitAny(line, expression, node.left, operands, beginsWithFrameCall) ||
-               !emitAny(line, expression, node.right, operands + 1)) {
-        return false;
-    }
-    operation.opcode = operatorOpcode(operation.opcode, node.kind);
-    code_.code.push_back(operation);
-    return true;
-}
-
-void HotCompiler::emitAnyVariable(const ParsedScriptLine& line, const FastExprNode& node,
-                                  std::uint8_t marks) {
-    ScalarInstruction& push = emit(ScalarOpcode::PushVariable);
-    push.kind = kAnyOperands | marks;
-    push.token = variableAt(line, node.tokenIndex);
-}
-
-bool HotCompiler::emitCall(const ParsedScriptLine& line, const FastExpression& expression,
-                           const FastExprNode& call, std::size_t operands) {
-    const auto nodeAt = [&expression](std::int64_t index) -> const FastExprNode& {
-        return expression.nodes[static_cast<std::size_t>(index)];
-    };
-    const FastExprNode& callee = nodeAt(call.left);
-    const bool isEntry = callee.kind == NodeKind::Index &&
-                         nodeAt(callee.left).kind == NodeKind::Variable &&
-                         nodeAt(callee.right).kind == NodeKind::StringLiteral;
-    const auto count = static_cast<std::size_t>(call.intValue);
-    if ((!isEntry && callee.kind != NodeKind::Variable) || count > kMostOperands / 2) return false;
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto argument =
-            static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
-        const FastExprNode& node = nodeAt(argument);
-        if (node.kind == NodeKind::Variable && !call.argumentsHoldCall &&
-            operands + i < kMostOperands) {
-            emitAnyVariable(line, node, kLentVariable);
-        } else if (!emitAny(line, expression, argument, operands + i)) {
-            return false;
-        }
-    }
-    ScalarInstruction& made = emit(isEntry ? ScalarOpcode::CallEntry : ScalarOpcode::CallVariable);
-    made.kind = static_cast<std::uint8_t>(count);
-    made.token = isEntry ? variableAt(line, nodeAt(callee.left).tokenIndex)
-                         : calleeAt(line, callee.tokenIndex);
-    if (isEntry) {
-        made.intValue = static_cast<std::int32_t>(code_.keys.size());
-        code_.keys.push_back(&expression.strings[nodeAt(callee.right).stringIndex]);
-    }
-    return true;
-}
-
-/// The same as `variableAt`, for the callee of a call whose kind has been tested before.
-std::uint16_t HotCompiler::calleeAt(const ParsedScriptLine& line, std::size_t token) {
-    const auto& variables = code_.variables;
-    const auto known = std::find(variables.rbegin(), variables.rend(), &line.tokenAnalysis[token]);
-    return known != variables.rend() ? static_cast<std::uint16_t>(variables.rend() - known - 1)
-                                     : variableAt(line, token);
-}
-
-void HotCompiler::emitText(const FastExpression& expression, const FastExprNode& text) {
-    emit(ScalarOpcode::PushText, static_cast<std::int32_t>(code_.keys.size()));
-    code_.keys.push_back(&expression.strings[text.stringIndex]);
-}
-
 void HotCompiler::emitBreak(std::uint32_t line) {
     ok_ = ok_ && loop_ != nullptr && lineAt(line) != nullptr;
     if (!ok_) return;
@@ -583,9 +265,9 @@ void HotCompiler::emitBreak(std::uint32_t line) {
 }
 
 /// The code of an expression, with its variables and keys numbered anew.
-void HotCompiler::emitExpression(const ParsedScriptLine& line, const FastExpression& expression,
-                                 bool isExact) {
-    for (ScalarInstruction instruction : expression.scalarCode) {
+void HotCompiler::emitCode(const ParsedScriptLine& line, const FastExpression& expression,
+                           const std::vector<ScalarInstruction>& code, bool isExact) {
+    for (ScalarInstruction instruction : code) {
         if (instruction.opcode == ScalarOpcode::PlaceEntry) {
             const auto index = static_cast<std::size_t>(instruction.intValue);
             instruction.intValue = static_cast<std::int32_t>(code_.keys.size());
@@ -742,8 +424,6 @@ void HotCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     emit(ScalarOpcode::ForLeave);
     endBlockStatement();
 }
-
-}  // namespace
 
 HotCode compileHotLoop(BytecodeProgram& program, std::uint8_t opcode, std::uint32_t operand) {
     return HotCompiler(program).compileLoop(static_cast<BytecodeOp>(opcode), operand);

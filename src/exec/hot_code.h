@@ -25,6 +25,7 @@
 #include "frontend/scalar_code.h"
 
 struct BytecodeProgram;
+struct FastExpression;
 struct TokenAnalysis;
 
 /// What the executor has to do for a statement that hot code cannot run.
@@ -63,12 +64,24 @@ inline constexpr std::size_t kMostParallelTargets = 4;
 /// of an assignment.
 inline constexpr std::size_t kHotStackSize = kScalarStackSize + 2 * kMostParallelTargets;
 
+/// A node that goes by the scalar tier in an assigned value with calls.
+struct HotScalarNode {
+    const FastExpression* expression = nullptr;
+    const std::vector<TokenAnalysis>* analysis = nullptr;
+    int node = 0;
+    // Of a call only.
+    const std::string* key = nullptr;  // of the callee, if it is an entry of a table
+    bool argumentsHoldCall = false;
+    std::uint32_t behind = 0;  // where the code goes on with the result
+};
+
 /// The pointers lead into the program, which owns the code.
 struct HotCode {
     std::vector<ScalarInstruction> code;          // empty if there is none
     std::vector<HotStatement> statements;         // by ascending `first`
     std::vector<const TokenAnalysis*> variables;  // one for each place that names one
     std::vector<const std::string*> keys;         // literal keys of table entries
+    std::vector<HotScalarNode> scalarNodes;
 };
 
 /// What is known of a chunk, or of the loop around it, as hot code. A copy knows nothing: the code

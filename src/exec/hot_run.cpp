@@ -109,8 +109,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                     ++at;
                     continue;
                 }
-                if ((at->kind & kAnyOperands) != 0) {
-                    self->stepAny(*at, top);
+                if (self->stepOther(*at, top)) {
                     ++at;
                     continue;
                 }
@@ -231,9 +230,10 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         self->beginCalls(self->statement(instruction));
                         ++at;
                         continue;
-                    case ScalarOpcode::RequireFrameCall:
-                        if (!self->runsInFrame(instruction.token)) break;
-                        ++at;
+                    case ScalarOpcode::JumpUnlessFrameCall:
+                        at = self->runsInFrame(instruction.token)
+                                 ? at + 1
+                                 : self->positionOf(instruction.intValue);
                         continue;
                     case ScalarOpcode::RequireNoAssert:
                         if (self->isAssert(instruction.token)) break;
@@ -264,6 +264,33 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                             self->unwindFromCall(self->statementAt(at));
                             goto leave;
                         }
+                        ++at;
+                        continue;
+                    case ScalarOpcode::BeginScalarCall:
+                        if (self->findBody(instruction)) {
+                            ++at;
+                            continue;
+                        }
+                        if (!self->evaluateScalar(instruction.intValue, top)) break;
+                        at = self->positionOf(self->scalarNode(instruction).behind);
+                        continue;
+                    case ScalarOpcode::CallScalar:
+                        top -= instruction.kind;
+                        *top = self->callScalar(instruction, top);
+                        if (!top->isSet()) break;
+                        ++top;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::EvaluateScalar:
+                        if (!self->evaluateScalar(instruction.intValue, top)) break;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::RequireNumber:
+                        if (!top[-1].isNumeric()) break;
+                        ++at;
+                        continue;
+                    case ScalarOpcode::AssignScalar:
+                        if (!self->assignScalar(self->statement(instruction), *--top)) goto leave;
                         ++at;
                         continue;
                     case ScalarOpcode::AssignAny:
@@ -302,7 +329,8 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                 }
             }
             // Whatever has declined goes by the executor.
-            at = self->runByExecutor(self->statementAt(at));
+            at = self->hasCalled_ ? self->assignByGeneralTier(self->statementAt(at))
+                                  : self->runByExecutor(self->statementAt(at));
             if (at == nullptr) goto leave;
             top = self->stack_.data();
             place = self->places_.data();

@@ -3,6 +3,7 @@
 //   hot_run.cpp     the loop over the instructions, what goes by the executor, turns
 //   hot_stores.cpp  assignments
 //   hot_calls.cpp   statements with calls
+//   hot_bodies.cpp  one-line functions, assigned values of the scalar tier
 //   hot_frames.h    functions that are called from hot code and run in the caller's loop
 #pragma once
 
@@ -113,10 +114,12 @@ private:
         lastStatement_ = nullptr;
         inExecutor_ = true;
         answersInScalars_ = false;
+        hasCalled_ = false;
         run_.selectLine(statement.line);
     }
     bool runsInFrame(std::uint16_t token);
     bool isAssert(std::uint16_t token);
+    bool stepOther(const ScalarInstruction& instruction, FastScalarValue*& top);
     void stepAny(const ScalarInstruction& instruction, FastScalarValue*& top);
     FastScalarValue anyOf(std::uint16_t token, std::uint8_t marks);
     FastScalarValue hold(Variable&& value) {
@@ -143,6 +146,18 @@ private:
     void closeCalls();
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
     FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
+    // One-line functions, and assigned values of the scalar tier.
+    struct BodyVariables;
+    FastScalarValue resultOfBody(const ScriptCallable& callable, const FastScalarValue* args,
+                                 std::size_t count);
+    [[nodiscard]] const HotScalarNode& scalarNode(const ScalarInstruction& instruction) const {
+        return code_.scalarNodes[static_cast<std::size_t>(instruction.intValue)];
+    }
+    bool findBody(const ScalarInstruction& call);
+    FastScalarValue callScalar(const ScalarInstruction& call, const FastScalarValue* args);
+    bool evaluateScalar(std::int32_t node, FastScalarValue*& top);
+    bool assignScalar(const HotStatement& statement, FastScalarValue value);
+    Position assignByGeneralTier(const HotStatement& statement);
     bool assignAny(const HotStatement& statement, FastScalarValue value);
     void returnAny(const HotStatement& statement, FastScalarValue value);
     bool discardAny(const HotStatement& statement, FastScalarValue value);
@@ -184,6 +199,12 @@ private:
     [[nodiscard]] const Variable& lent(FastScalarValue value) {
         const auto number = static_cast<std::size_t>(value.intValue);
         return *interpreter_.boundVariables.from(boundBase_)[number];
+    }
+    /// An operand that is no scalar.
+    [[nodiscard]] const Variable& operand(FastScalarValue value) {
+        return value.kind == ScalarKind::Held
+                   ? interpreter_.heldValues[static_cast<std::size_t>(value.intValue)]
+                   : lent(value);
     }
     void bindAnew() {
         bound_ = interpreter_.boundVariables.from(boundBase_);
@@ -233,6 +254,8 @@ private:
     bool expectsTurns_ = false;         // a coroutine may have a turn behind each statement
     bool answersInScalars_ = false;     // the call of `x = f(...)` has been made in the scalar tier
     bool inExecutor_ = false;           // the current line and the last token are as they should
+    bool hasCalled_ = false;            // part of the statement has run and must not run again
+    const ScriptCallable* body_ = nullptr;  // the one-line function of a call that has begun
     // Left uninitialised.
     std::array<FastScalarValue, kHotStackSize> stack_;
     std::array<const Variable*, kPlaceStackSize> places_;

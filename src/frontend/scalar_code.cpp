@@ -11,8 +11,8 @@ class ScalarCompiler {
 public:
     explicit ScalarCompiler(const FastExpression& expression) : expression_(expression) {}
 
-    std::vector<ScalarInstruction> compile() {
-        emitValue(expression_.root);
+    std::vector<ScalarInstruction> compile(int index) {
+        emitValue(index);
         if (!ok_ || deepest_ > kScalarStackSize || mostPlaces_ > kPlaceStackSize) return {};
         code_.shrink_to_fit();
         return std::move(code_);
@@ -185,6 +185,11 @@ NodeKind operatorKind(ScalarOpcode first, ScalarOpcode opcode) {
 }
 
 std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression) {
-    if (!expression.valid || expression.rootNode().holdsCall) return {};
-    return ScalarCompiler(expression).compile();
+    if (!expression.valid) return {};
+    return compileScalarCode(expression, expression.root);
+}
+
+std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression, int index) {
+    if (expression.nodes[static_cast<std::size_t>(index)].holdsCall) return {};
+    return ScalarCompiler(expression).compile(index);
 }

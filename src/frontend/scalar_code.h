@@ -98,18 +98,25 @@ enum class ScalarOpcode : std::uint8_t {
     RunStatement,    // statement `intValue` by the executor
     // A statement with calls, by the rules of the general tier: values of any kind. Its operands
     // and operators are those above, marked as such.
-    BeginCalls,        // of statement `intValue`
-    RequireFrameCall,  // statement `intValue` goes by the executor unless the variable `token` is a
-                       // script function that runs in a frame
-    RequireNoAssert,   // the same unless it is anything but the native `assert`
-    PushText,          // literal text `intValue`
-    CallVariable,      // calls the variable `token` with the topmost `kind` values
-    CallEntry,         // calls entry `intValue` of the table in the variable `token`
-    CallDirect,        // CallVariable for the statement `x = f(...)`
-    AssignAny,         // pops the value of the statement that assigns it
-    ReturnAny,         // pops a value and ends the run with it
-    DiscardAny,        // pops the value of an expression statement
-    Finish,            // the end of the code
+    BeginCalls,           // of statement `intValue`
+    JumpUnlessFrameCall,  // to `intValue`, unless the variable `token` is a script function that
+                          // runs in a frame
+    RequireNoAssert,  // statement `intValue` goes by the executor if the variable `token` is the
+                      // native `assert`
+    PushText,         // literal text `intValue`
+    CallVariable,     // calls the variable `token` with the topmost `kind` values
+    CallEntry,        // calls entry `intValue` of the table in the variable `token`
+    CallDirect,       // CallVariable for the statement `x = f(...)`
+    AssignAny,        // pops the value of the statement that assigns it
+    ReturnAny,        // pops a value and ends the run with it
+    DiscardAny,       // pops the value of an expression statement
+    // An assigned value with calls, by the rules of the scalar tier.
+    BeginScalarCall,  // of node `intValue`, by the callee in the variable `token`
+    CallScalar,       // makes that call with the topmost `kind` values
+    EvaluateScalar,   // pushes the value of node `intValue`
+    RequireNumber,    // of the topmost value
+    AssignScalar,     // pops the value of the statement that assigns it
+    Finish,           // the end of the code
 };
 
 // Marks in the `kind` of an operator and of PushVariable.
@@ -127,6 +134,9 @@ inline constexpr std::uint8_t kLentVariable = 4;
 /// With kAnyOperands: a variable whose kind and content disagree raises, as it does in the scalar
 /// tier.
 inline constexpr std::uint8_t kCheckedVariable = 8;
+
+/// The variable is node `intValue` of hot code that goes by the scalar tier.
+inline constexpr std::uint8_t kScalarNode = 16;
 
 struct ScalarInstruction {
     ScalarOpcode opcode;
@@ -152,3 +162,6 @@ inline constexpr std::size_t kPlaceStackSize = 8;
 /// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
 /// that scalars do not cover.
 [[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression);
+/// The same for the node at `index` of it.
+[[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression,
+                                                               int index);
