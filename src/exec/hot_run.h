@@ -193,7 +193,7 @@ private:
         if (value == nullptr) return bindOther(variable);
         return bound_[variable] = value;
     }
-    const Variable* bindOther(std::uint16_t variable);
+    [[gnu::noinline]] const Variable* bindOther(std::uint16_t variable);
     Variable* bindForWriting(std::uint16_t variable);
     /// Where a bound variable stands. Whoever runs further in may have moved the list of them.
     [[nodiscard]] const Variable& lent(FastScalarValue value) {
