@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "frontend/character_class.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -15,9 +15,10 @@ constexpr std::size_t kPendingReserve = 256;
 
 /// Blanks and tabs only: a carriage return stays in the text, the tokeniser takes it as a blank.
 std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 /// The line splitter. It and the tokeniser each know strings and comments, and must agree.
@@ -85,6 +86,8 @@ std::size_t LineSplitter::scan(std::string_view line, std::size_t lineNumber,
         const char c = line[i];
         if (quote_ != 0) {
             scanInsideString(c);
+        } else if (!hasClass(c, kSplitterCharacter)) {
+            continue;
         } else if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
             return i;
         } else if (c == ';' && bracketsClosed()) {
@@ -137,7 +140,7 @@ void LineSplitter::pushEmptyRecord(std::size_t lineNumber) {
 }
 
 void LineSplitter::flushLogicalLine() {
-    ParsedScriptLine line;
+    ParsedScriptLine& line = lines_.emplace_back();
     line.source = pending_;
     line.lineNumber = pendingLine_;
     // Reports show this line until the first statement runs. The text is the interpreter's own,
@@ -149,7 +152,6 @@ void LineSplitter::flushLogicalLine() {
     for (const std::string& token : line.tokens) {
         line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
     }
-    lines_.push_back(std::move(line));
     pending_.clear();
     closeBrackets();
 }

@@ -115,6 +115,7 @@ public:
     void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
 
     NamePool names;
+    std::vector<std::string_view> tokenTexts;  // of `tokenise`; kept for its storage
     /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
     /// tokens. For tests that compare the tiers.
     bool compileExpressions = true;
