@@ -90,7 +90,7 @@ void DovrelScript::consultGlobalCache(const TokenAnalysis& token) {
 void DovrelScript::cacheGlobal(const TokenAnalysis& token, std::size_t slot) {
     token.globalSlotChecked = true;
     token.globalSlotFound = true;
-    token.globalSlot = slot;
+    token.globalSlot = static_cast<std::uint32_t>(slot);
     token.globalValue = globalAt(slot);
 }
 
