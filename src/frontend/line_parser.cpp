@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "frontend/character_class.h"
+#include "frontend/line_preparation.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -136,7 +137,9 @@ void LineSplitter::append(std::string_view piece, std::size_t lineNumber) {
 }
 
 void LineSplitter::pushEmptyRecord(std::size_t lineNumber) {
-    lines_.emplace_back().lineNumber = lineNumber;
+    ParsedScriptLine& line = lines_.emplace_back();
+    line.lineNumber = lineNumber;
+    line.prepared = true;
 }
 
 void LineSplitter::flushLogicalLine() {
@@ -152,6 +155,8 @@ void LineSplitter::flushLogicalLine() {
     for (const std::string& token : line.tokens) {
         line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
     }
+    // Now, and not for all lines at the end, because what it reads is still at hand.
+    prepareLine(line, interpreter_.compileExpressions);
     pending_.clear();
     closeBrackets();
 }
@@ -171,6 +176,6 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
         start = end + 1;
     }
     splitter.finish();
-    prepareParsedLines(lines);
+    matchBlocks(lines);
     return lines;
 }

@@ -5,7 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "frontend/shared_array.h"
 
 struct FastExpression;
 
@@ -140,4 +141,4 @@ inline constexpr std::size_t kPlaceStackSize = 8;
 
 /// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
 /// that scalars do not cover.
-[[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression);
+[[nodiscard]] SharedArray<ScalarInstruction> compileScalarCode(const FastExpression& expression);
