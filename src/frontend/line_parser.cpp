@@ -161,12 +161,21 @@ void LineSplitter::flushLogicalLine() {
     closeBrackets();
 }
 
+/// The number of line feeds; many times as fast as to look at each character.
+std::size_t countLineFeeds(std::string_view text) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find('\n'); at != std::string_view::npos; ++count) {
+        at = text.find('\n', at + 1);
+    }
+    return count;
+}
+
 }  // namespace
 
 std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source) {
     std::vector<ParsedScriptLine> lines;
     if (source.empty()) return lines;
-    lines.reserve(static_cast<std::size_t>(std::count(source.begin(), source.end(), '\n')) + 1);
+    lines.reserve(countLineFeeds(source) + 1);
 
     LineSplitter splitter(*this, lines);
     std::size_t lineNumber = 0;

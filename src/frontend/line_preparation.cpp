@@ -63,6 +63,15 @@ bool isAssignmentOperator(std::string_view token) {
            std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
 }
 
+/// The tokens from `start` on may be an assignment, by its first two; most lines are none. A name
+/// alone is one where nothing is assigned.
+bool mayBeAssignment(const ParsedScriptLine& line, std::size_t start) {
+    if (start >= line.tokens.size() || !line.tokenAnalysis[start].isIdentifier) return false;
+    if (start + 1 == line.tokens.size()) return line.assignmentScope == ScopeTarget::Local;
+    const std::string& next = line.tokens[start + 1];
+    return isSymbol(next, '[') || isSymbol(next, ',') || isAssignmentOperator(next);
+}
+
 /// Prepares one line at a time.
 class LinePreparer {
 public:
@@ -176,6 +185,7 @@ SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& lin
 }
 
 void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) const {
+    if (!mayBeAssignment(line, start)) return;
     ParsedAssignment assignment;
     ScratchMemory scratch;
     Scratch<ParsedAssignmentTarget> targets(scratch.resource());
