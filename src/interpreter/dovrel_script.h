@@ -448,6 +448,8 @@ private:
     const Variable* variableInPlace(const FastExpression& expression, int index,
                                     const std::vector<TokenAnalysis>& analysis);
 
+    /// The slot of the global called `name`, or kNoGlobalSlot.
+    [[nodiscard]] std::size_t findGlobalSlot(Name name) const;
     void consultGlobalCache(const TokenAnalysis& token);
     [[nodiscard]] Variable* findInScopes(Name name);
     [[nodiscard]] Variable* globalAt(std::size_t slot);
