@@ -79,18 +79,25 @@ Variable* DovrelScript::globalAt(std::size_t slot) {
     return &globalValues[slot];
 }
 
+std::size_t DovrelScript::findGlobalSlot(Name name) const {
+    if (name->globalSlot == kNoGlobalSlot) {
+        const auto found = globalSlots.find(name->text);
+        if (found != globalSlots.end()) name->globalSlot = found->second;
+    }
+    return name->globalSlot;
+}
+
 void DovrelScript::consultGlobalCache(const TokenAnalysis& token) {
     if (token.globalSlotChecked) return;
     token.globalSlotChecked = true;
-    const auto found = globalSlots.find(token.name->text);
-    if (found == globalSlots.end()) return;
-    cacheGlobal(token, found->second);
+    const std::size_t slot = findGlobalSlot(token.name);
+    if (slot != kNoGlobalSlot) cacheGlobal(token, slot);
 }
 
 void DovrelScript::cacheGlobal(const TokenAnalysis& token, std::size_t slot) {
     token.globalSlotChecked = true;
     token.globalSlotFound = true;
-    token.globalSlot = slot;
+    token.globalSlot = static_cast<std::uint32_t>(slot);
     token.globalValue = globalAt(slot);
 }
 
@@ -109,8 +116,8 @@ Variable* DovrelScript::findInScopes(Name name) {
 
 Variable* DovrelScript::resolveVariablePtr(Name name) {
     if (Variable* value = findInScopes(name)) return value;
-    const auto found = globalSlots.find(name->text);
-    return found == globalSlots.end() ? nullptr : globalAt(found->second);
+    const std::size_t slot = findGlobalSlot(name);
+    return slot == kNoGlobalSlot ? nullptr : globalAt(slot);
 }
 
 const Variable* DovrelScript::readVariableSlowly(const TokenAnalysis& token) {
@@ -207,8 +214,8 @@ Variable* DovrelScript::bindableVariable(const TokenAnalysis& token) {
 
 Variable* DovrelScript::resolveExistingVariable(Name name) {
     if (Variable* value = findInScopes(name)) return value;
-    const auto found = globalSlots.find(name->text);
-    return found == globalSlots.end() ? nullptr : assignableGlobal(found->second, name->text);
+    const std::size_t slot = findGlobalSlot(name);
+    return slot == kNoGlobalSlot ? nullptr : assignableGlobal(slot, name->text);
 }
 
 Variable* DovrelScript::assignableGlobal(std::size_t slot, const std::string& name) {
@@ -260,10 +267,10 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
     }
     if (value != nullptr) return const_cast<Variable*>(value);
 
-    const auto found = globalSlots.find(token.name->text);
-    if (found == globalSlots.end()) return nullptr;
-    cacheGlobal(token, found->second);
-    Variable* global = assignableGlobal(found->second, token.name->text);
+    const std::size_t slot = findGlobalSlot(token.name);
+    if (slot == kNoGlobalSlot) return nullptr;
+    cacheGlobal(token, slot);
+    Variable* global = assignableGlobal(slot, token.name->text);
     if (!blockScopeVisible()) {
         cacheSlot(token, SlotKind::Global, frameScopes.size(), token.slotIndex, nullptr);
     }

@@ -12,21 +12,13 @@
 
 namespace {
 
-/// One plain target and one compiled value: what FastAssign runs.
-bool hasFastAssignmentShape(const ParsedScriptLine& line) {
-    return line.assignment != nullptr && line.assignment->isSimple() &&
-           (line.assignment->simpleValue() != nullptr || line.assignment->simpleCall.valid);
-}
-
 std::uint32_t indexOf(std::size_t index) { return static_cast<std::uint32_t>(index); }
 
-/// Compiles one block; nested blocks are compiled by compilers of their own. The chunk's index is
-/// taken first and its instructions are appended last, which gives chunks in pre-order and code in
-/// post-order.
+/// Compiles a block and those nested in it. A chunk's index is taken first and its instructions are
+/// appended last, which gives chunks in pre-order and code in post-order.
 class ChunkCompiler {
 public:
-    ChunkCompiler(DovrelScript& interpreter, BytecodeProgram& program)
-        : interpreter_(interpreter), program_(program), lines_(program.lines) {}
+    explicit ChunkCompiler(BytecodeProgram& program) : program_(program), lines_(program.lines) {}
 
     std::uint32_t compile(std::size_t firstLine, std::size_t endLine);
 
@@ -37,27 +29,24 @@ private:
     std::size_t compileFor(std::size_t line);
     std::size_t compileFunction(std::size_t line);
 
-    std::uint32_t compileBody(std::size_t firstLine, std::size_t endLine) {
-        return interpreter_.compileBytecodeChunk(program_, firstLine, endLine);
-    }
     std::size_t requireEnd(std::size_t line, const char* message) const {
         const std::size_t end = lines_[line].matchingEnd;
         if (end == kNoLine) throwPlainError(message);
         return end;
     }
     void emit(BytecodeOp opcode, std::size_t operand) {
-        instructions_.push_back({static_cast<std::uint8_t>(opcode), indexOf(operand), 0});
+        open_.push_back({static_cast<std::uint8_t>(opcode), indexOf(operand), 0});
     }
 
-    DovrelScript& interpreter_;
     BytecodeProgram& program_;
     const std::vector<ParsedScriptLine>& lines_;
-    std::vector<BytecodeInstruction> instructions_;
+    std::vector<BytecodeInstruction> open_;  // of the chunks that are not finished, innermost last
 };
 
 std::uint32_t ChunkCompiler::compile(std::size_t firstLine, std::size_t endLine) {
     const std::size_t chunk = program_.chunks.size();
     program_.chunks.emplace_back();
+    const std::size_t ownInstructions = open_.size();
     bool hasLocal = false;
     const std::size_t end = std::min(endLine, lines_.size());
     for (std::size_t i = firstLine; i < end;) {
@@ -72,9 +61,11 @@ std::uint32_t ChunkCompiler::compile(std::size_t firstLine, std::size_t endLine)
     }
     BytecodeChunkRange& range = program_.chunks[chunk];
     range.firstInstruction = indexOf(program_.code.size());
-    range.instructionCount = indexOf(instructions_.size());
+    range.instructionCount = indexOf(open_.size() - ownInstructions);
     range.hasLocalDeclaration = hasLocal;
-    program_.code.insert(program_.code.end(), instructions_.begin(), instructions_.end());
+    const auto first = open_.begin() + static_cast<std::ptrdiff_t>(ownInstructions);
+    program_.code.insert(program_.code.end(), first, open_.end());
+    open_.erase(first, open_.end());
     return indexOf(chunk);
 }
 
@@ -91,14 +82,14 @@ std::size_t ChunkCompiler::compileStatement(std::size_t line, std::size_t endLin
         case LineKind::If: return compileIfChain(line, endLine);
         case LineKind::While: {
             const std::size_t end = requireEnd(line, "Missing 'end' for while block");
-            const std::uint32_t body = compileBody(line + 1, end);
+            const std::uint32_t body = compile(line + 1, end);
             program_.whileLoops.push_back({indexOf(line), body});
             emit(BytecodeOp::WhileLoop, program_.whileLoops.size() - 1);
             return end + 1;
         }
         case LineKind::Repeat: {
             const std::size_t until = requireEnd(line, "Missing 'until' for repeat block");
-            const std::uint32_t body = compileBody(line + 1, until);
+            const std::uint32_t body = compile(line + 1, until);
             program_.repeatLoops.push_back({indexOf(until), body});
             emit(BytecodeOp::RepeatLoop, program_.repeatLoops.size() - 1);
             return until + 1;
@@ -111,13 +102,13 @@ std::size_t ChunkCompiler::compileStatement(std::size_t line, std::size_t endLin
         case LineKind::Empty:
         case LineKind::Plain: break;
     }
-    emit(hasFastAssignmentShape(lines_[line]) ? BytecodeOp::FastAssign : BytecodeOp::Statement,
-         line);
+    emit(lines_[line].isFastAssignment ? BytecodeOp::FastAssign : BytecodeOp::Statement, line);
     return line + 1;
 }
 
 std::size_t ChunkCompiler::compileIfChain(std::size_t line, std::size_t endLine) {
     BytecodeIfGroup group;
+    group.branches.reserve(2);  // most have no more
     std::size_t next = line + 1;
     for (std::size_t branch = line; branch < endLine;) {
         if (branch >= lines_.size()) throwPlainError("Invalid if-chain while compiling bytecode");
@@ -127,7 +118,7 @@ std::size_t ChunkCompiler::compileIfChain(std::size_t line, std::size_t endLine)
         if (bodyEnd == kNoLine || bodyEnd > lines_.size()) {
             throwPlainError("Missing 'end' for if block");
         }
-        const std::uint32_t body = compileBody(branch + 1, bodyEnd);
+        const std::uint32_t body = compile(branch + 1, bodyEnd);
         group.branches.push_back({indexOf(branch), body, header.kind == LineKind::Else});
         if (isLast) {
             next = bodyEnd + 1;
@@ -143,7 +134,7 @@ std::size_t ChunkCompiler::compileIfChain(std::size_t line, std::size_t endLine)
 /// Whatever is not of the numeric form is generic, however malformed; it fails when it runs.
 std::size_t ChunkCompiler::compileFor(std::size_t line) {
     const std::size_t end = requireEnd(line, "Missing 'end' for for block");
-    const std::uint32_t body = compileBody(line + 1, end);
+    const std::uint32_t body = compile(line + 1, end);
     const bool isNumeric = isNumericForLine(lines_[line]);
     auto& table = isNumeric ? program_.numericFors : program_.genericFors;
     table.push_back({indexOf(line), body});
@@ -153,7 +144,7 @@ std::size_t ChunkCompiler::compileFor(std::size_t line) {
 
 std::size_t ChunkCompiler::compileFunction(std::size_t line) {
     const std::size_t end = requireEnd(line, "Missing 'end' for function block");
-    const std::uint32_t body = compileBody(line + 1, end);
+    const std::uint32_t body = compile(line + 1, end);
     program_.functionDecls.push_back({indexOf(line), body, indexOf(line + 1), indexOf(end),
                                       program_.baseDirectory, program_.scriptName});
     emit(BytecodeOp::FunctionDecl, program_.functionDecls.size() - 1);
@@ -174,5 +165,5 @@ BytecodeProgram DovrelScript::compileToBytecodeInternal(const std::string& sourc
 
 std::uint32_t DovrelScript::compileBytecodeChunk(BytecodeProgram& program, std::size_t firstLine,
                                                  std::size_t endLine) {
-    return ChunkCompiler(*this, program).compile(firstLine, endLine);
+    return ChunkCompiler(program).compile(firstLine, endLine);
 }

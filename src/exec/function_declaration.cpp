@@ -74,16 +74,16 @@ private:
         }
     }
 
-    Name takeIdentifier(const std::string& message, std::string_view fallback) {
+    Name takeIdentifier(const char* message, std::string_view fallback) {
         if (atEnd() || !line_.tokenAnalysis[position_].isIdentifier) throwNear(message, fallback);
         return line_.tokenAnalysis[position_++].name;
     }
-    void expect(std::string_view text, const std::string& message) { expect(text, message, text); }
-    void expect(std::string_view text, const std::string& message, std::string_view fallback) {
+    void expect(std::string_view text, const char* message) { expect(text, message, text); }
+    void expect(std::string_view text, const char* message, std::string_view fallback) {
         if (!nextIs(text)) throwNear(message, fallback);
         ++position_;
     }
-    [[noreturn]] void throwNear(const std::string& message, std::string_view fallback) {
+    [[noreturn]] void throwNear(const char* message, std::string_view fallback) {
         interpreter_.throwError(message, atEnd() ? fallback : std::string_view(token()));
     }
     [[nodiscard]] bool atEnd() const { return position_ >= line_.tokens.size(); }

@@ -275,7 +275,7 @@ bool HotCompiler::emitWithoutCall(const ParsedScriptLine& line, const FastExpres
     const bool isFirst =
         code_.scalarNodes.empty() || code_.scalarNodes.back().expression != &expression;
     if (isFirst) {
-        const std::vector<ScalarInstruction> code = compileScalarCode(expression, index);
+        const SharedArray<ScalarInstruction> code = compileScalarCode(expression, index);
         if (code.empty() || operands + kScalarStackSize > kHotStackSize) return false;
         emitCode(line, expression, code, false);
         return true;

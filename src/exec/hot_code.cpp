@@ -266,7 +266,7 @@ void HotCompiler::emitBreak(std::uint32_t line) {
 
 /// The code of an expression, with its variables and keys numbered anew.
 void HotCompiler::emitCode(const ParsedScriptLine& line, const FastExpression& expression,
-                           const std::vector<ScalarInstruction>& code, bool isExact) {
+                           const SharedArray<ScalarInstruction>& code, bool isExact) {
     for (ScalarInstruction instruction : code) {
         if (instruction.opcode == ScalarOpcode::PlaceEntry) {
             const auto index = static_cast<std::size_t>(instruction.intValue);

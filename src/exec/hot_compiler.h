@@ -116,7 +116,7 @@ private:
         emitCode(line, expression, expression.scalarCode, isExact);
     }
     void emitCode(const ParsedScriptLine& line, const FastExpression& expression,
-                  const std::vector<ScalarInstruction>& code, bool isExact);
+                  const SharedArray<ScalarInstruction>& code, bool isExact);
     std::uint16_t variableAt(const ParsedScriptLine& line, std::size_t token);
 
     ScalarInstruction& emit(ScalarOpcode opcode, std::int32_t value = 0) {

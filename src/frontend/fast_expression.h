@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "frontend/scalar_code.h"
+#include "frontend/shared_array.h"
 
 struct TokenAnalysis;
 
@@ -44,27 +45,27 @@ enum class NodeKind : std::uint32_t {
 /// One node. Children stand before their parents in the array.
 struct FastExprNode {
     NodeKind kind = NodeKind::None;
-    std::int32_t left = -1;          // first child, or -1
-    std::int32_t right = -1;         // second child, or -1; for a call see NodeKind::Call
-    std::uint16_t tokenIndex = 0;    // the line's token of this node
-    std::uint16_t stringIndex = 0;   // for a string: index in `strings`
-    std::int32_t intValue = 0;       // for an int: the value; for a call: the argument count
-    float floatValue = 0.0F;         // for a float: the value
-    bool boolValue = false;          // for a bool: the value
-    bool floatResult = false;        // a float literal, "/" or "^" takes part in the arithmetic
-    bool holdsCall = false;          // a call stands in this node or below it
-    bool argumentsHoldCall = false;  // for a call: one stands in its arguments
-    bool canConcat = false;          // the concat form can succeed here, or run a call in trying
+    std::int32_t left = -1;              // first child, or -1
+    std::int32_t right = -1;             // second child, or -1; for a call see NodeKind::Call
+    std::uint16_t tokenIndex = 0;        // the line's token of this node
+    std::uint16_t stringIndex = 0;       // for a string: index in `strings`
+    std::int32_t intValue = 0;           // for an int: the value; for a call: the argument count
+    float floatValue = 0.0F;             // for a float: the value
+    bool boolValue : 1 = false;          // for a bool: the value
+    bool floatResult : 1 = false;        // a float literal, "/" or "^" takes part in the arithmetic
+    bool holdsCall : 1 = false;          // a call stands in this node or below it
+    bool argumentsHoldCall : 1 = false;  // for a call: one stands in its arguments
+    bool canConcat : 1 = false;  // the concat form can succeed here, or run a call in trying
 };
 
 /// A compiled expression. It refers to its line's tokens by index and is used together with them.
 struct FastExpression {
     bool valid = false;
     std::int32_t root = -1;                    // index of the top node, -1 when invalid
-    std::vector<std::string> strings;          // decoded string constants
-    std::vector<std::uint32_t> callArguments;  // node indices; each call owns a contiguous run
-    std::vector<FastExprNode> nodes;
-    std::vector<ScalarInstruction> scalarCode;  // the same without recursion; empty with a call
+    SharedArray<std::string> strings;          // decoded string constants
+    SharedArray<std::uint32_t> callArguments;  // node indices; each call owns a contiguous run
+    SharedArray<FastExprNode> nodes;
+    SharedArray<ScalarInstruction> scalarCode;  // the same without recursion; empty with a call
 
     [[nodiscard]] const FastExprNode& rootNode() const {
         return nodes[static_cast<std::size_t>(root)];
@@ -77,7 +78,7 @@ struct FastExpression {
 struct FastCallExpression {
     bool valid = false;
     std::uint16_t nameToken = 0;  // the token of the function's name
-    std::vector<FastExpression> arguments;
+    SharedArray<FastExpression> arguments;
 };
 
 /// Compiles the tokens [first, last). Reports nothing: a range that it does not handle gives an

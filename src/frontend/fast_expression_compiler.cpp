@@ -2,12 +2,15 @@
 // messages. It refuses whatever it does not handle, and the line then goes by tokens.
 #include <cstddef>
 #include <limits>
+#include <memory_resource>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "frontend/character_class.h"
 #include "frontend/fast_expression.h"
 #include "frontend/operator_table.h"
+#include "frontend/scratch_memory.h"
 #include "frontend/token_analysis.h"
 #include "value/numbers.h"
 
@@ -42,22 +45,27 @@ public:
     Parser(const std::vector<std::string>& tokens, const std::vector<TokenAnalysis>& analysis,
            std::size_t first, std::size_t last)
         : tokens_(tokens), analysis_(analysis), position_(first), last_(last) {
-        expression_.nodes.reserve(last - first);
+        nodes_.reserve(last - first);
     }
 
     FastExpression parse() {
-        expression_.root = parseExpression(1);
-        if (!ok_ || position_ != last_ || expression_.root < 0) return {};
-        expression_.valid = true;
-        expression_.nodes.shrink_to_fit();
-        expression_.scalarCode = compileScalarCode(expression_);
-        return std::move(expression_);
+        FastExpression expression;
+        const int root = parseExpression(1);
+        if (!ok_ || position_ != last_ || root < 0) return expression;
+        expression.valid = true;
+        expression.root = root;
+        expression.strings = SharedArray<std::string>::movedFrom(strings_);
+        expression.callArguments = SharedArray<std::uint32_t>::copyOf(callArguments_);
+        expression.nodes = SharedArray<FastExprNode>::copyOf(nodes_);
+        expression.scalarCode = compileScalarCode(expression);
+        return expression;
     }
 
 private:
     int parseExpression(int level);
     int parseOperand();
     int parseUnary(NodeKind kind, std::size_t token);
+    int parseWord(std::size_t token);
     int parseNot(std::size_t token);
     int parseNumber(std::size_t token);
     int parsePostfix(int node);
@@ -72,11 +80,11 @@ private:
         return kFailed;
     }
     [[nodiscard]] bool atEnd() const { return position_ >= last_; }
-    [[nodiscard]] bool nextIs(std::string_view text) const {
-        return !atEnd() && tokens_[position_] == text;
+    [[nodiscard]] bool nextIs(char symbol) const {
+        return !atEnd() && isSymbol(tokens_[position_], symbol);
     }
-    [[nodiscard]] FastExprNode& node(int index) {
-        return expression_.nodes[static_cast<std::size_t>(index)];
+    [[nodiscard]] const FastExprNode& node(int index) const {
+        return nodes_[static_cast<std::size_t>(index)];
     }
 
     const std::vector<std::string>& tokens_;
@@ -84,7 +92,11 @@ private:
     std::size_t position_;
     std::size_t last_;
     bool ok_ = true;
-    FastExpression expression_;
+    // The expression so far.
+    ScratchMemory scratch_;
+    std::vector<std::string> strings_;
+    std::pmr::vector<std::uint32_t> callArguments_{scratch_.resource()};
+    std::pmr::vector<FastExprNode> nodes_{scratch_.resource()};
 };
 
 int Parser::parseExpression(int level) {
@@ -108,31 +120,35 @@ int Parser::parseOperand() {
     const std::size_t token = position_++;
     const std::string& text = tokens_[token];
     const TokenAnalysis& known = analysis_[token];
-    if (text == "(") {
-        const int inner = parseExpression(1);
-        if (!ok_ || !nextIs(")")) return fail();
-        ++position_;
-        return parsePostfix(inner);
-    }
-    if (text == "+") return parseExpression(kUnaryLevel);  // unary plus leaves no trace
-    if (text == "-") return parseUnary(NodeKind::Negate, token);
-    if (text == "!") return parseUnary(NodeKind::Not, token);
-    if (text == "#") return parseUnary(NodeKind::Length, token);
-    if (text == "not") return parseNot(token);
-    if (known.isTrue || known.isFalse) {
-        FastExprNode literal;
-        literal.kind = NodeKind::BoolLiteral;
-        literal.boolValue = known.isTrue;
-        return parsePostfix(addNode(literal, token));
-    }
-    if (isQuotedToken(text)) return parsePostfix(addString(decodeStringToken(text), token));
-    if (known.isIdentifier) {
-        FastExprNode variable;
-        variable.kind = NodeKind::Variable;
-        return parsePostfix(addNode(variable, token));
-    }
+    if (known.isIdentifier) return parseWord(token);
     if (known.isNumeric) return parseNumber(token);
-    return fail();  // "[", "{", "...", and every word that is no number
+    if (isQuotedToken(text)) return parsePostfix(addString(decodeStringToken(text), token));
+    if (text.size() != 1) return fail();  // "..." and every other word
+    switch (text[0]) {
+        case '(': {
+            const int inner = parseExpression(1);
+            if (!ok_ || !nextIs(')')) return fail();
+            ++position_;
+            return parsePostfix(inner);
+        }
+        case '+': return parseExpression(kUnaryLevel);  // unary plus leaves no trace
+        case '-': return parseUnary(NodeKind::Negate, token);
+        case '!': return parseUnary(NodeKind::Not, token);
+        case '#': return parseUnary(NodeKind::Length, token);
+        default: return fail();  // "[" and "{" among them
+    }
+}
+
+int Parser::parseWord(std::size_t token) {
+    const TokenAnalysis& known = analysis_[token];
+    if (tokens_[token] == std::string_view("not")) return parseNot(token);
+    FastExprNode word;
+    word.kind = NodeKind::Variable;
+    if (known.isTrue || known.isFalse) {
+        word.kind = NodeKind::BoolLiteral;
+        word.boolValue = known.isTrue;
+    }
+    return parsePostfix(addNode(word, token));
 }
 
 int Parser::parseUnary(NodeKind kind, std::size_t token) {
@@ -170,9 +186,9 @@ int Parser::parseNumber(std::size_t token) {
 
 int Parser::parsePostfix(int result) {
     while (ok_) {
-        if (nextIs("[")) {
+        if (nextIs('[')) {
             result = parseIndex(result, position_++);
-        } else if (nextIs("(")) {
+        } else if (nextIs('(')) {
             result = parseCall(result, position_++);
         } else {
             return result;
@@ -183,7 +199,7 @@ int Parser::parsePostfix(int result) {
 
 int Parser::parseIndex(int base, std::size_t bracket) {
     const int key = parseExpression(1);
-    if (!ok_ || !nextIs("]")) return fail();
+    if (!ok_ || !nextIs(']')) return fail();
     ++position_;
     FastExprNode index;
     index.kind = NodeKind::Index;
@@ -196,8 +212,8 @@ int Parser::parseIndex(int base, std::size_t bracket) {
 int Parser::parseCall(int callee, std::size_t parenthesis) {
     // Gathered apart, so that the run of this call stays contiguous although calls among its
     // arguments append theirs in between.
-    std::vector<std::uint32_t> arguments;
-    if (nextIs(")")) {
+    std::pmr::vector<std::uint32_t> arguments(scratch_.resource());
+    if (nextIs(')')) {
         ++position_;
     } else {
         for (;;) {
@@ -205,22 +221,21 @@ int Parser::parseCall(int callee, std::size_t parenthesis) {
             if (!ok_ || atEnd()) return fail();
             arguments.push_back(static_cast<std::uint32_t>(argument));
             const std::string& separator = tokens_[position_++];
-            if (separator == ")") break;
-            if (separator != ",") return fail();
+            if (isSymbol(separator, ')')) break;
+            if (!isSymbol(separator, ',')) return fail();
         }
     }
     FastExprNode call;
     call.kind = NodeKind::Call;
     call.left = callee;
-    call.right = static_cast<std::int32_t>(expression_.callArguments.size());
+    call.right = static_cast<std::int32_t>(callArguments_.size());
     call.intValue = static_cast<std::int32_t>(arguments.size());
     call.holdsCall = true;
     for (const std::uint32_t argument : arguments) {
-        call.argumentsHoldCall = call.argumentsHoldCall || expression_.nodes[argument].holdsCall;
+        call.argumentsHoldCall = call.argumentsHoldCall || nodes_[argument].holdsCall;
     }
     call.canConcat = arguments.size() == 1 && node(callee).kind == NodeKind::Variable;
-    expression_.callArguments.insert(expression_.callArguments.end(), arguments.begin(),
-                                     arguments.end());
+    callArguments_.insert(callArguments_.end(), arguments.begin(), arguments.end());
     return addNode(call, parenthesis);
 }
 
@@ -243,12 +258,12 @@ int Parser::addBinary(int operatorNumber, int left, int right, std::size_t token
 }
 
 int Parser::addString(std::string&& text, std::size_t token) {
-    if (expression_.strings.size() > std::numeric_limits<std::uint16_t>::max()) return fail();
+    if (strings_.size() > std::numeric_limits<std::uint16_t>::max()) return fail();
     FastExprNode literal;
     literal.kind = NodeKind::StringLiteral;
-    literal.stringIndex = static_cast<std::uint16_t>(expression_.strings.size());
+    literal.stringIndex = static_cast<std::uint16_t>(strings_.size());
     literal.canConcat = true;
-    expression_.strings.push_back(std::move(text));
+    strings_.push_back(std::move(text));
     return addNode(literal, token);
 }
 
@@ -256,8 +271,8 @@ int Parser::addNode(FastExprNode added, std::size_t token) {
     // A token beyond 16 bits has no place in a node; the line then goes by tokens.
     if (token > std::numeric_limits<std::uint16_t>::max()) return fail();
     added.tokenIndex = static_cast<std::uint16_t>(token);
-    expression_.nodes.push_back(added);
-    return static_cast<int>(expression_.nodes.size()) - 1;
+    nodes_.push_back(added);
+    return static_cast<int>(nodes_.size()) - 1;
 }
 
 }  // namespace

@@ -4,9 +4,10 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "frontend/character_class.h"
+#include "frontend/line_preparation.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -15,9 +16,10 @@ constexpr std::size_t kPendingReserve = 256;
 
 /// Blanks and tabs only: a carriage return stays in the text, the tokeniser takes it as a blank.
 std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 /// The line splitter. It and the tokeniser each know strings and comments, and must agree.
@@ -85,6 +87,8 @@ std::size_t LineSplitter::scan(std::string_view line, std::size_t lineNumber,
         const char c = line[i];
         if (quote_ != 0) {
             scanInsideString(c);
+        } else if (!hasClass(c, kSplitterCharacter)) {
+            continue;
         } else if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
             return i;
         } else if (c == ';' && bracketsClosed()) {
@@ -133,11 +137,13 @@ void LineSplitter::append(std::string_view piece, std::size_t lineNumber) {
 }
 
 void LineSplitter::pushEmptyRecord(std::size_t lineNumber) {
-    lines_.emplace_back().lineNumber = lineNumber;
+    ParsedScriptLine& line = lines_.emplace_back();
+    line.lineNumber = lineNumber;
+    line.prepared = true;
 }
 
 void LineSplitter::flushLogicalLine() {
-    ParsedScriptLine line;
+    ParsedScriptLine& line = lines_.emplace_back();
     line.source = pending_;
     line.lineNumber = pendingLine_;
     // Reports show this line until the first statement runs. The text is the interpreter's own,
@@ -149,9 +155,19 @@ void LineSplitter::flushLogicalLine() {
     for (const std::string& token : line.tokens) {
         line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
     }
-    lines_.push_back(std::move(line));
+    // Now, and not for all lines at the end, because what it reads is still at hand.
+    prepareLine(line, interpreter_.compileExpressions);
     pending_.clear();
     closeBrackets();
+}
+
+/// The number of line feeds; many times as fast as to look at each character.
+std::size_t countLineFeeds(std::string_view text) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find('\n'); at != std::string_view::npos; ++count) {
+        at = text.find('\n', at + 1);
+    }
+    return count;
 }
 
 }  // namespace
@@ -159,7 +175,7 @@ void LineSplitter::flushLogicalLine() {
 std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source) {
     std::vector<ParsedScriptLine> lines;
     if (source.empty()) return lines;
-    lines.reserve(static_cast<std::size_t>(std::count(source.begin(), source.end(), '\n')) + 1);
+    lines.reserve(countLineFeeds(source) + 1);
 
     LineSplitter splitter(*this, lines);
     std::size_t lineNumber = 0;
@@ -169,6 +185,6 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
         start = end + 1;
     }
     splitter.finish();
-    prepareParsedLines(lines);
+    matchBlocks(lines);
     return lines;
 }

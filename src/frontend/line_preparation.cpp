@@ -5,14 +5,21 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <memory_resource>
 #include <utility>
 
 #include "eval/errors.h"
+#include "frontend/character_class.h"
+#include "frontend/scratch_memory.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
 
 using Tokens = std::vector<std::string>;
+
+/// A list that is taken over by a line once it is whole.
+template <typename T>
+using Scratch = std::pmr::vector<T>;
 
 /// A 16-bit token index would not reach it.
 constexpr std::size_t kMaxTokenIndex = 0xFFFF;
@@ -22,7 +29,7 @@ struct KeywordRow {
     LineKind kind;
 };
 
-constexpr std::array<KeywordRow, 12> kKeywords = {{
+constexpr std::array<KeywordRow, 11> kKeywords = {{
     {"if", LineKind::If},
     {"elseif", LineKind::ElseIf},
     {"else", LineKind::Else},
@@ -34,25 +41,35 @@ constexpr std::array<KeywordRow, 12> kKeywords = {{
     {"function", LineKind::Function},
     {"return", LineKind::Return},
     {"break", LineKind::Break},
-    {"", LineKind::Plain},
 }};
 
 LineKind kindOf(const Tokens& tokens) {
     if (tokens.empty()) return LineKind::Empty;
-    if (tokens.size() > 1 && tokens[1] == "function") {
-        if (tokens[0] == "decay") return LineKind::DecayFunction;
-        if (tokens[0] == "native") return LineKind::NativeFunction;
-        if (tokens[0] == "local") return LineKind::LocalFunction;
+    const std::string_view first = tokens[0];
+    if (tokens.size() > 1 && tokens[1] == std::string_view("function")) {
+        if (first == "decay") return LineKind::DecayFunction;
+        if (first == "native") return LineKind::NativeFunction;
+        if (first == "local") return LineKind::LocalFunction;
     }
     const auto found = std::find_if(kKeywords.begin(), kKeywords.end(),
-                                    [&](const KeywordRow& row) { return row.word == tokens[0]; });
+                                    [&](const KeywordRow& row) { return row.word == first; });
     return found == kKeywords.end() ? LineKind::Plain : found->kind;
 }
 
+/// "=", or another operator in front of it.
 bool isAssignmentOperator(std::string_view token) {
-    constexpr std::array<std::string_view, 8> kOperators = {
-        "=", "+=", "-=", "*=", "/=", "\\=", "%=", "^="};
-    return std::find(kOperators.begin(), kOperators.end(), token) != kOperators.end();
+    if (token.size() == 1) return token[0] == '=';
+    return token.size() == 2 && token[1] == '=' &&
+           std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
+}
+
+/// The tokens from `start` on may be an assignment, by its first two; most lines are none. A name
+/// alone is one where nothing is assigned.
+bool mayBeAssignment(const ParsedScriptLine& line, std::size_t start) {
+    if (start >= line.tokens.size() || !line.tokenAnalysis[start].isIdentifier) return false;
+    if (start + 1 == line.tokens.size()) return line.assignmentScope == ScopeTarget::Local;
+    const std::string& next = line.tokens[start + 1];
+    return isSymbol(next, '[') || isSymbol(next, ',') || isAssignmentOperator(next);
 }
 
 /// Prepares one line at a time.
@@ -68,10 +85,13 @@ private:
         return compileFastExpressionRange(line.tokens, line.tokenAnalysis, range.first, range.last);
     }
     void parseAssignment(ParsedScriptLine& line, std::size_t start) const;
+    /// The expressions of several ranges; invalid ones keep their place.
+    [[nodiscard]] SharedArray<FastExpression> compileAll(
+        const ParsedScriptLine& line, const SharedArray<TokenRange>& ranges) const;
     [[nodiscard]] static bool parseTargets(const ParsedScriptLine& line, std::size_t& position,
-                                           std::vector<ParsedAssignmentTarget>& targets);
+                                           Scratch<ParsedAssignmentTarget>& targets);
     [[nodiscard]] static bool parseValueRanges(const ParsedScriptLine& line, std::size_t first,
-                                               std::vector<TokenRange>& ranges);
+                                               Scratch<TokenRange>& ranges);
     [[nodiscard]] FastCallExpression compileDirectCall(const ParsedScriptLine& line,
                                                        TokenRange range) const;
     void prepareReturn(ParsedScriptLine& line) const;
@@ -85,6 +105,7 @@ private:
 void LinePreparer::prepare(ParsedScriptLine& line) const {
     line.kind = kindOf(line.tokens);
     line.prepared = true;
+    line.isFastAssignment = false;
     line.assignmentScope = ScopeTarget::Default;
     line.matchingEnd = kNoLine;
     line.nextBranch = kNoLine;
@@ -92,11 +113,12 @@ void LinePreparer::prepare(ParsedScriptLine& line) const {
     line.forHeader.reset();
     line.condition = {};
     line.expression = {};
-    line.returnValues.clear();
+    line.returnValues = {};
     if (line.tokens.empty()) return;
 
-    if (line.tokens[0] == "local") line.assignmentScope = ScopeTarget::Local;
-    if (line.tokens[0] == "native") line.assignmentScope = ScopeTarget::Native;
+    const std::string_view first = line.tokens[0];
+    if (first == "local") line.assignmentScope = ScopeTarget::Local;
+    if (first == "native") line.assignmentScope = ScopeTarget::Native;
     // Every line is tried as an assignment, whatever its first word is; the kind wins at run time.
     parseAssignment(line, line.assignmentScope == ScopeTarget::Default ? 0 : 1);
 
@@ -119,21 +141,23 @@ void LinePreparer::prepare(ParsedScriptLine& line) const {
 }
 
 bool LinePreparer::parseTargets(const ParsedScriptLine& line, std::size_t& position,
-                                std::vector<ParsedAssignmentTarget>& targets) {
+                                Scratch<ParsedAssignmentTarget>& targets) {
     const Tokens& tokens = line.tokens;
     while (position < tokens.size()) {
         if (!line.tokenAnalysis[position].isIdentifier) return false;
         ParsedAssignmentTarget target;
         target.nameToken = position++;
-        while (position < tokens.size() && tokens[position] == "[") {
+        Scratch<TokenRange> ranges(targets.get_allocator());
+        while (position < tokens.size() && isSymbol(tokens[position], '[')) {
             const std::size_t first = position + 1;
             const std::size_t close = findTopLevelToken(tokens, first, "]");
             if (close >= tokens.size() || close == first) return false;
-            target.indexRanges.push_back({first, close});
+            ranges.push_back({first, close});
             position = close + 1;
         }
+        target.indexRanges = SharedArray<TokenRange>::copyOf(ranges);
         targets.push_back(std::move(target));
-        if (position >= tokens.size() || tokens[position] != ",") break;
+        if (position >= tokens.size() || !isSymbol(tokens[position], ',')) break;
         ++position;
     }
     return !targets.empty();
@@ -141,7 +165,7 @@ bool LinePreparer::parseTargets(const ParsedScriptLine& line, std::size_t& posit
 
 /// A comma at the very end is tolerated, an empty range is not.
 bool LinePreparer::parseValueRanges(const ParsedScriptLine& line, std::size_t first,
-                                    std::vector<TokenRange>& ranges) {
+                                    Scratch<TokenRange>& ranges) {
     while (first < line.tokens.size()) {
         const std::size_t last = findTopLevelToken(line.tokens, first, "");
         if (last == first) return false;
@@ -151,31 +175,43 @@ bool LinePreparer::parseValueRanges(const ParsedScriptLine& line, std::size_t fi
     return !ranges.empty();
 }
 
+SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& line,
+                                                     const SharedArray<TokenRange>& ranges) const {
+    ScratchMemory scratch;
+    Scratch<FastExpression> compiled(scratch.resource());
+    compiled.reserve(ranges.size());
+    for (const TokenRange& range : ranges) compiled.push_back(compile(line, range));
+    return SharedArray<FastExpression>::movedFrom(compiled);
+}
+
 void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) const {
+    if (!mayBeAssignment(line, start)) return;
     ParsedAssignment assignment;
+    ScratchMemory scratch;
+    Scratch<ParsedAssignmentTarget> targets(scratch.resource());
     std::size_t position = start;
-    if (!parseTargets(line, position, assignment.targets)) return;
+    if (!parseTargets(line, position, targets)) return;
     assignment.operatorIndex = position;
     if (position < line.tokens.size()) {
         const std::string& token = line.tokens[position];
         if (!isAssignmentOperator(token)) return;
-        if (!parseValueRanges(line, position + 1, assignment.valueRanges)) return;
-        assignment.isPlain = token == "=";
+        Scratch<TokenRange> ranges(scratch.resource());
+        if (!parseValueRanges(line, position + 1, ranges)) return;
+        assignment.valueRanges = SharedArray<TokenRange>::copyOf(ranges);
+        assignment.isPlain = token.size() == 1;
         assignment.operation = token[0];
     } else if (line.assignmentScope != ScopeTarget::Local) {
         return;  // only `local` declares without a value
     }
 
-    for (ParsedAssignmentTarget& target : assignment.targets) {
-        for (const TokenRange& range : target.indexRanges) {
-            target.indexExpressions.push_back(compile(line, range));
-        }
+    for (ParsedAssignmentTarget& target : targets) {
+        target.indexExpressions = compileAll(line, target.indexRanges);
     }
-    for (const TokenRange& range : assignment.valueRanges) {
-        assignment.values.push_back(compile(line, range));
-    }
+    assignment.targets = SharedArray<ParsedAssignmentTarget>::movedFrom(targets);
+    assignment.values = compileAll(line, assignment.valueRanges);
     if (assignment.isSimple()) {
         assignment.simpleCall = compileDirectCall(line, assignment.valueRanges[0]);
+        line.isFastAssignment = assignment.values[0].valid || assignment.simpleCall.valid;
         assignment.isScalarCandidate = line.assignmentScope == ScopeTarget::Default &&
                                        !assignment.values[0].scalarCode.empty();
     }
@@ -188,9 +224,12 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
     if (first + 2 >= last || first > kMaxTokenIndex) return {};
     const TokenAnalysis& name = line.tokenAnalysis[first];
     // "not" and the boolean literals have the form of an identifier but name no function.
-    if (!name.isIdentifier || name.isTrue || name.isFalse || line.tokens[first] == "not") return {};
-    if (line.tokens[first + 1] != "(" || line.tokens[last - 1] != ")") return {};
+    if (!name.isIdentifier || name.isTrue || name.isFalse) return {};
+    if (!isSymbol(line.tokens[first + 1], '(') || !isSymbol(line.tokens[last - 1], ')')) return {};
+    if (line.tokens[first] == "not") return {};
 
+    ScratchMemory scratch;
+    Scratch<FastExpression> arguments(scratch.resource());
     FastCallExpression call;
     call.nameToken = static_cast<std::uint16_t>(first);
     const std::size_t close = last - 1;
@@ -198,20 +237,24 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
         const std::size_t end = std::min(findTopLevelToken(line.tokens, piece, ""), close);
         FastExpression argument = compile(line, {piece, end});
         if (!argument.valid) return {};
-        call.arguments.push_back(std::move(argument));
+        arguments.push_back(std::move(argument));
         piece = end + 1;  // a comma directly before ")" is tolerated here
     }
+    call.arguments = SharedArray<FastExpression>::movedFrom(arguments);
     call.valid = compileExpressions_;
     return call;
 }
 
 void LinePreparer::prepareReturn(ParsedScriptLine& line) const {
+    ScratchMemory scratch;
+    Scratch<FastExpression> values(scratch.resource());
     for (std::size_t first = 1; first < line.tokens.size();) {
         const std::size_t last = findTopLevelToken(line.tokens, first, "");
-        if (last == first) return;
-        line.returnValues.push_back(compile(line, {first, last}));
+        if (last == first) break;
+        values.push_back(compile(line, {first, last}));
         first = last + 1;
     }
+    line.returnValues = SharedArray<FastExpression>::movedFrom(values);
 }
 
 ParsedForHeader LinePreparer::parseForHeader(const ParsedScriptLine& line) const {
@@ -280,27 +323,32 @@ enum class BlockKind : std::uint8_t { If, While, For, Function, Repeat };
 struct BlockEntry {
     BlockKind kind;
     std::size_t startLine;
-    std::vector<std::size_t> branchLines;  // of an `if`: it and its branches so far
+    std::size_t lastBranch;  // of an `if`: its last branch so far, itself to begin with
 };
 
-/// Links each block header with its closing line. Reports nothing: what stays open keeps kNoLine.
+}  // namespace
+
+void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
+    LinePreparer(compileExpressions).prepare(line);
+}
+
 void matchBlocks(std::vector<ParsedScriptLine>& lines) {
     std::vector<BlockEntry> open;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         switch (lines[i].kind) {
-            case LineKind::If: open.push_back({BlockKind::If, i, {i}}); break;
-            case LineKind::While: open.push_back({BlockKind::While, i, {}}); break;
-            case LineKind::For: open.push_back({BlockKind::For, i, {}}); break;
-            case LineKind::Repeat: open.push_back({BlockKind::Repeat, i, {}}); break;
+            case LineKind::If: open.push_back({BlockKind::If, i, i}); break;
+            case LineKind::While: open.push_back({BlockKind::While, i, i}); break;
+            case LineKind::For: open.push_back({BlockKind::For, i, i}); break;
+            case LineKind::Repeat: open.push_back({BlockKind::Repeat, i, i}); break;
             case LineKind::Function:
             case LineKind::DecayFunction:
             case LineKind::NativeFunction:
-            case LineKind::LocalFunction: open.push_back({BlockKind::Function, i, {}}); break;
+            case LineKind::LocalFunction: open.push_back({BlockKind::Function, i, i}); break;
             case LineKind::ElseIf:
             case LineKind::Else:
                 if (!open.empty() && open.back().kind == BlockKind::If) {
-                    lines[open.back().branchLines.back()].nextBranch = i;
-                    open.back().branchLines.push_back(i);
+                    lines[open.back().lastBranch].nextBranch = i;
+                    open.back().lastBranch = i;
                 }
                 break;
             case LineKind::Until:
@@ -311,8 +359,8 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
                 break;
             case LineKind::End:
                 if (open.empty()) break;
-                lines[open.back().startLine].matchingEnd = i;
-                for (const std::size_t branch : open.back().branchLines) {
+                for (std::size_t branch = open.back().startLine; branch != kNoLine;
+                     branch = lines[branch].nextBranch) {
                     lines[branch].matchingEnd = i;
                 }
                 open.pop_back();
@@ -321,8 +369,6 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
         }
     }
 }
-
-}  // namespace
 
 std::size_t findTopLevelToken(const std::vector<std::string>& tokens, std::size_t start,
                               std::string_view terminator) {
@@ -352,7 +398,7 @@ std::size_t findTopLevelToken(const std::vector<std::string>& tokens, std::size_
                 default: break;
             }
         }
-        if (parentheses == 0 && brackets == 0 && braces == 0 && token == terminator) return i;
+        if (parentheses == 0 && brackets == 0 && braces == 0 && terminator == token) return i;
     }
     return i;
 }
@@ -369,7 +415,6 @@ std::size_t findMatchingEnd(const std::vector<ParsedScriptLine>& lines, std::siz
 }
 
 void DovrelScript::prepareParsedLines(std::vector<ParsedScriptLine>& lines) const {
-    const LinePreparer preparer(compileExpressions);
-    for (ParsedScriptLine& line : lines) preparer.prepare(line);
+    for (ParsedScriptLine& line : lines) prepareLine(line, compileExpressions);
     matchBlocks(lines);
 }

@@ -8,6 +8,13 @@
 
 #include "frontend/parsed_script_line.h"
 
+/// Works out everything about one line but its block links; `compileExpressions` is the
+/// interpreter's.
+void prepareLine(ParsedScriptLine& line, bool compileExpressions);
+
+/// Links each block header with its closing line. Reports nothing: what stays open keeps kNoLine.
+void matchBlocks(std::vector<ParsedScriptLine>& lines);
+
 /// The index of the first token from `start` on that equals `terminator` outside all brackets; an
 /// empty terminator means ",". The token count if there is none, and `start` if it lies behind the
 /// end.

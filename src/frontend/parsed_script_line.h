@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "frontend/fast_expression.h"
+#include "frontend/shared_array.h"
 #include "frontend/token_analysis.h"
 
 enum class BuiltinId : std::uint8_t;
@@ -53,21 +54,21 @@ struct TokenRange {
 /// One left side of an assignment.
 struct ParsedAssignmentTarget {
     std::size_t nameToken = 0;                     // index of the variable's token
-    std::vector<TokenRange> indexRanges;           // the tokens inside each `[...]`, left to right
-    std::vector<FastExpression> indexExpressions;  // one per range; invalid ones keep their place
+    SharedArray<TokenRange> indexRanges;           // the tokens inside each `[...]`, left to right
+    SharedArray<FastExpression> indexExpressions;  // one per range; invalid ones keep their place
 };
 
 /// The parse of an assignment or a `local` declaration.
 struct ParsedAssignment {
-    std::size_t operatorIndex = 0;  // the operator's token; the token count for a declaration
-    bool isPlain = true;            // the operator is exactly "=", or there is none
-    char operation = 0;             // first character of a compound operator
-    std::vector<ParsedAssignmentTarget> targets;
-    std::vector<TokenRange> valueRanges;
-    std::vector<FastExpression> values;  // one per range; invalid ones keep their place
+    std::size_t operatorIndex = 0;   // the operator's token; the token count for a declaration
+    bool isPlain = true;             // the operator is exactly "=", or there is none
+    char operation = 0;              // first character of a compound operator
     bool isScalarCandidate = false;  // one plain target that is no declaration, one compiled value
                                      // with no call in it
-    FastCallExpression simpleCall;   // one plain target, one value: the value as a direct call
+    SharedArray<ParsedAssignmentTarget> targets;
+    SharedArray<TokenRange> valueRanges;
+    SharedArray<FastExpression> values;  // one per range; invalid ones keep their place
+    FastCallExpression simpleCall;       // one plain target, one value: the value as a direct call
 
     /// One plain target and one value.
     [[nodiscard]] bool isSimple() const {
@@ -108,6 +109,7 @@ struct ParsedScriptLine {
 
     LineKind kind = LineKind::Empty;
     bool prepared = false;
+    bool isFastAssignment = false;  // one plain target, one compiled value: what FastAssign runs
     ScopeTarget assignmentScope = ScopeTarget::Default;  // by the line's first word
     std::size_t matchingEnd = kNoLine;                   // the line that closes this block
     std::size_t nextBranch = kNoLine;  // for `if`, `elseif`: the next `elseif` or `else`
@@ -115,7 +117,7 @@ struct ParsedScriptLine {
     std::shared_ptr<const ParsedForHeader> forHeader;    // set for `for` lines
     FastExpression condition;                  // `if`, `elseif`, `while`, `until`: tokens from 1 on
     FastExpression expression;                 // an expression statement: all tokens
-    std::vector<FastExpression> returnValues;  // `return`: one per value
+    SharedArray<FastExpression> returnValues;  // `return`: one per value
 
     /// All return values compiled, at least one.
     [[nodiscard]] bool hasCompiledReturnValues() const {

@@ -1,21 +1,25 @@
 #include "frontend/scalar_code.h"
 
 #include <algorithm>
+#include <memory_resource>
+#include <vector>
 
 #include "frontend/fast_expression.h"
+#include "frontend/scratch_memory.h"
 
 namespace {
 
 /// Emits code in the order in which the nodes are evaluated: the errors come out in that order.
 class ScalarCompiler {
 public:
-    explicit ScalarCompiler(const FastExpression& expression) : expression_(expression) {}
+    explicit ScalarCompiler(const FastExpression& expression) : expression_(expression) {
+        code_.reserve(expression.nodes.size());
+    }
 
-    std::vector<ScalarInstruction> compile(int index) {
+    SharedArray<ScalarInstruction> compile(int index) {
         emitValue(index);
         if (!ok_ || deepest_ > kScalarStackSize || mostPlaces_ > kPlaceStackSize) return {};
-        code_.shrink_to_fit();
-        return std::move(code_);
+        return SharedArray<ScalarInstruction>::copyOf(code_);
     }
 
 private:
@@ -39,7 +43,8 @@ private:
     void pop() { --depth_; }
 
     const FastExpression& expression_;
-    std::vector<ScalarInstruction> code_;
+    ScratchMemory scratch_;
+    std::pmr::vector<ScalarInstruction> code_{scratch_.resource()};
     std::size_t depth_ = 0;
     std::size_t deepest_ = 0;
     std::size_t places_ = 0;
@@ -184,12 +189,12 @@ NodeKind operatorKind(ScalarOpcode first, ScalarOpcode opcode) {
     return static_cast<NodeKind>(static_cast<int>(NodeKind::Add) + offset);
 }
 
-std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression) {
+SharedArray<ScalarInstruction> compileScalarCode(const FastExpression& expression) {
     if (!expression.valid) return {};
     return compileScalarCode(expression, expression.root);
 }
 
-std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression, int index) {
+SharedArray<ScalarInstruction> compileScalarCode(const FastExpression& expression, int index) {
     if (expression.nodes[static_cast<std::size_t>(index)].holdsCall) return {};
     return ScalarCompiler(expression).compile(index);
 }

@@ -5,7 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "frontend/shared_array.h"
 
 enum class NodeKind : std::uint32_t;
 struct FastExpression;
@@ -161,7 +162,7 @@ inline constexpr std::size_t kPlaceStackSize = 8;
 
 /// The code for a valid expression; empty if it holds a call, needs a deeper stack, or has a node
 /// that scalars do not cover.
-[[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression);
+[[nodiscard]] SharedArray<ScalarInstruction> compileScalarCode(const FastExpression& expression);
 /// The same for the node at `index` of it.
-[[nodiscard]] std::vector<ScalarInstruction> compileScalarCode(const FastExpression& expression,
+[[nodiscard]] SharedArray<ScalarInstruction> compileScalarCode(const FastExpression& expression,
                                                                int index);

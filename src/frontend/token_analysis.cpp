@@ -2,32 +2,34 @@
 
 #include <algorithm>
 
+#include "frontend/character_class.h"
 #include "interpreter/dovrel_script.h"
 #include "value/numbers.h"
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-bool isIdentifierStart(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$';
-}
-
 /// An optional sign, then digits with at most one "." among them and at least one digit. An
 /// exponent makes no number.
 bool hasNumericForm(std::string_view token) {
-    if (!token.empty() && (token[0] == '+' || token[0] == '-')) token.remove_prefix(1);
-    const auto digits = std::count_if(token.begin(), token.end(), isDigit);
-    const auto points = std::count(token.begin(), token.end(), '.');
-    return digits > 0 && points <= 1 && static_cast<std::size_t>(digits + points) == token.size();
+    if (token[0] == '+' || token[0] == '-') token.remove_prefix(1);
+    std::size_t digits = 0;
+    std::size_t points = 0;
+    for (const char c : token) {
+        if (hasClass(c, kDigitCharacter)) {
+            ++digits;
+        } else if (c != '.' || ++points > 1) {
+            return false;
+        }
+    }
+    return digits > 0;
 }
 
 }  // namespace
 
 bool isIdentifier(std::string_view token) {
-    return !token.empty() && isIdentifierStart(token[0]) &&
+    return !token.empty() && hasClass(token[0], kIdentifierStart) &&
            std::all_of(token.begin() + 1, token.end(),
-                       [](char c) { return isIdentifierStart(c) || isDigit(c); });
+                       [](char c) { return hasClass(c, kIdentifierStart | kDigitCharacter); });
 }
 
 bool isTrueToken(std::string_view token) {
@@ -66,10 +68,16 @@ std::string decodeStringToken(const std::string& token) {
 
 TokenAnalysis DovrelScript::analyseToken(const std::string& token) {
     TokenAnalysis analysis;
-    analysis.isTrue = isTrueToken(token);
-    analysis.isFalse = isFalseToken(token);
-    analysis.isIdentifier = isIdentifier(token);
-    if (analysis.isIdentifier) analysis.name = names.intern(token);
+    if (token.empty()) return analysis;
+    // The first character tells which of the forms to look for.
+    if (hasClass(token[0], kIdentifierStart)) {
+        analysis.isIdentifier = isIdentifier(token);
+        if (!analysis.isIdentifier) return analysis;
+        analysis.isTrue = token[0] == 't' && isTrueToken(token);
+        analysis.isFalse = token[0] == 'f' && isFalseToken(token);
+        analysis.name = names.intern(token);
+        return analysis;
+    }
     analysis.isNumeric = hasNumericForm(token);
     if (analysis.isNumeric) {
         analysis.isFloat = token.find('.') != std::string::npos;

@@ -22,23 +22,24 @@ enum class SlotKind : std::uint8_t {
 
 /// The classification of one token, with the cache of its variable. One record stands beside each
 /// token of a line, never shared by name: the cache belongs to the position. The cache fields
-/// change while a line runs and are no part of the token's meaning.
+/// change while a line runs and are no part of the token's meaning. The fields are packed: a
+/// program has more of these records than of any other.
 struct TokenAnalysis {
-    Name name = nullptr;        // the interned text of an identifier, else null
-    bool isIdentifier = false;  // the text has the form of an identifier
-    bool isTrue = false;        // one of the spellings of true
-    bool isFalse = false;       // one of the spellings of false
-    bool isNumeric = false;     // the text has the form of a number
-    bool isFloat = false;       // numeric, with a "."
-    bool hasIntValue = false;   // numeric, not float, within 32 bits
-    int intValue = 0;           // the value, when `hasIntValue`
+    Name name = nullptr;            // the interned text of an identifier, else null
+    int intValue = 0;               // the value, when `hasIntValue`
+    bool isIdentifier : 1 = false;  // the text has the form of an identifier
+    bool isTrue : 1 = false;        // one of the spellings of true
+    bool isFalse : 1 = false;       // one of the spellings of false
+    bool isNumeric : 1 = false;     // the text has the form of a number
+    bool isFloat : 1 = false;       // numeric, with a "."
+    bool hasIntValue : 1 = false;   // numeric, not float, within 32 bits
 
+    mutable bool globalSlotFound : 1 = false;    // the name has the global slot `globalSlot`
+    mutable bool globalSlotChecked : 1 = false;  // the global map has been asked, once for all
     mutable SlotKind slotKind = SlotKind::None;
-    mutable bool globalSlotFound = false;    // the name has the global slot `globalSlot`
-    mutable bool globalSlotChecked = false;  // the global map has been asked, once for all
     mutable std::uint16_t slotDepth = 0;
     mutable std::uint16_t slotIndex = 0;
-    mutable std::size_t globalSlot = 0;
+    mutable std::uint32_t globalSlot = 0;
     mutable Variable* globalValue = nullptr;   // the value of that slot; globals never move
     mutable const Scope* slotScope = nullptr;  // compared, never dereferenced
 };

@@ -2,6 +2,7 @@
 #include "interpreter/dovrel_script.h"
 
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <utility>
@@ -17,7 +18,20 @@ DovrelScript::DovrelScript() : hotFrames(std::make_unique<HotFrames>()) {
     registerLibrary();
 }
 
-DovrelScript::~DovrelScript() = default;
+DovrelScript::~DovrelScript() {
+    if (!leavesProgramsToSystem) return;
+    // Script functions hold nothing but lines. All other values go: they may hold open files.
+    static auto& kept = *new std::vector<Variable>;
+    try {
+        for (Variable& value : globalValues) {
+            if (value.type == VarType::Function && nativeOf(&value) == nullptr) {
+                kept.push_back(std::move(value));
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        return;  // what could not be kept goes as well
+    }
+}
 
 void DovrelScript::runScript(const std::string& source) {
     // Outside the handler, so that the lines are alive while a report is built.

@@ -116,6 +116,7 @@ public:
     void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
 
     NamePool names;
+    std::vector<std::string_view> tokenTexts;  // of `tokenise`; kept for its storage
     /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
     /// tokens. For tests that compare the tiers.
     bool compileExpressions = true;
@@ -447,6 +448,8 @@ private:
     const Variable* variableInPlace(const FastExpression& expression, int index,
                                     const std::vector<TokenAnalysis>& analysis);
 
+    /// The slot of the global called `name`, or kNoGlobalSlot.
+    [[nodiscard]] std::size_t findGlobalSlot(Name name) const;
     void consultGlobalCache(const TokenAnalysis& token);
     [[nodiscard]] Variable* findInScopes(Name name);
     [[nodiscard]] Variable* globalAt(std::size_t slot);

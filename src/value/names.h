@@ -3,9 +3,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
+
+inline constexpr std::size_t kNoGlobalSlot = static_cast<std::size_t>(-1);
 
 /// What the interpreter keeps of one identifier.
 struct NameRecord {
@@ -14,21 +18,52 @@ struct NameRecord {
     /// With none, the name can only be a global, and no scope has to be searched: without this
     /// count a deep recursion would search all its frames for each global.
     std::size_t scopeEntries = 0;
+    /// The slot of the global of this name, once it has been looked up; slots never change.
+    std::size_t globalSlot = kNoGlobalSlot;
 };
 
 /// An interned identifier. It lives as long as its NamePool.
 using Name = NameRecord*;
 
-/// The interpreter's set of names.
+/// The interpreter's set of names: a hash table of open addressing. Each identifier of each line is
+/// looked up here once.
 class NamePool {
 public:
     /// The one record for `text`.
-    [[nodiscard]] Name intern(const std::string& text) {
-        const auto [found, isNew] = names_.try_emplace(text);
-        if (isNew) found->second.text = text;
-        return &found->second;
+    [[nodiscard]] Name intern(std::string_view text) {
+        const Name known = placeOf(text);
+        return known != nullptr ? known : add(text);
     }
 
 private:
-    std::unordered_map<std::string, NameRecord> names_;
+    static constexpr std::size_t kFirstSize = 512;  // a power of two, as all sizes are
+
+    /// FNV-1a.
+    static std::size_t hashOf(std::string_view text) {
+        std::uint64_t hash = 14695981039346656037U;
+        for (const char c : text) {
+            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+        }
+        return static_cast<std::size_t>(hash ^ (hash >> 32));
+    }
+    /// Where `text` stands, or the free place where it belongs.
+    Name& placeOf(std::string_view text) {
+        const std::size_t mask = places_.size() - 1;
+        std::size_t at = hashOf(text) & mask;
+        while (places_[at] != nullptr && places_[at]->text != text) at = (at + 1) & mask;
+        return places_[at];
+    }
+    Name add(std::string_view text) {
+        if (2 * records_.size() >= places_.size()) grow();
+        const Name added = &records_.emplace_back(NameRecord{std::string(text)});
+        placeOf(text) = added;
+        return added;
+    }
+    void grow() {
+        places_.assign(2 * places_.size(), nullptr);
+        for (NameRecord& record : records_) placeOf(record.text) = &record;
+    }
+
+    std::deque<NameRecord> records_;                            // never moves one
+    std::vector<Name> places_ = std::vector<Name>(kFirstSize);  // at most half of them are taken
 };

@@ -73,8 +73,9 @@ TEST_F(GeneralTier, RefusesUnknownKinds) {
         FastExpression expression;
         expression.valid = true;
         expression.root = 0;
-        expression.nodes.resize(1);
-        expression.nodes[0].kind = static_cast<NodeKind>(kind);
+        FastExprNode node;
+        node.kind = static_cast<NodeKind>(kind);
+        expression.nodes = {node};
         EXPECT_EQ(messageOf([&] {
                       static_cast<void>(interpreter.evaluateFastExpressionNode(expression, 0, {}));
                   }),

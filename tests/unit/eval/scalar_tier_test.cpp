@@ -102,8 +102,9 @@ TEST_F(ScalarTiers, EveryTierDeclinesUnknownKinds) {
         FastExpression expression;
         expression.valid = true;
         expression.root = 0;
-        expression.nodes.resize(1);
-        expression.nodes[0].kind = static_cast<NodeKind>(kind);
+        FastExprNode node;
+        node.kind = static_cast<NodeKind>(kind);
+        expression.nodes = {node};
         FastScalarValue value{};
         int number = 0;
         bool answer = false;

@@ -17,7 +17,7 @@ using Range = std::pair<std::size_t, std::size_t>;
 using Ranges = std::vector<Range>;
 using Lines = std::vector<ParsedScriptLine>;
 
-Ranges rangesOf(const std::vector<TokenRange>& ranges) {
+Ranges rangesOf(const SharedArray<TokenRange>& ranges) {
     Ranges result;
     for (const TokenRange& range : ranges) result.emplace_back(range.first, range.last);
     return result;
