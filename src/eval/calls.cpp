@@ -4,6 +4,7 @@
 // What a call leaves as it found it, on every way out: callDepth, frameScopes, varargStack, the two
 // name stacks, and the fast-call fields. The callable is held by reference count for the whole
 // call, since the call may overwrite the variable that named it.
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -17,15 +18,11 @@
 
 namespace {
 
-/// Without a search: of a name used twice, the first entry is the one found.
-void bindParameters(Scope& scope, const ScriptCallable& callable, Arguments args) {
-    for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
-        if (i < args.size()) {
-            scope.append(callable.parameters[i], args[i]);
-        } else {
-            scope.append(callable.parameters[i]);
-        }
-    }
+/// Gives the parameters, which are the first entries of a scope, their values. Without a search: of
+/// a name used twice, the first entry is the one found.
+void bindParameters(Scope& scope, Arguments args) {
+    const std::size_t given = std::min(args.size(), scope.size());
+    for (std::size_t i = 0; i < given; ++i) scope[i].value = args[i];
 }
 
 std::vector<Variable> extraArguments(const ScriptCallable& callable, Arguments args) {
@@ -157,14 +154,13 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
     callable.fastReturnLine = static_cast<std::uint16_t>(used.back());
 }
 
-/// Runs a body in a frame of its own, whose scope `bind` fills.
-template <typename Bind>
-Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, const Bind& bind) {
+/// Runs a body in a frame of its own.
+Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args) {
     Variable result;
     BlockSignal signal = BlockSignal::None;
     {
         FrameCall call(*this, std::move(callable));
-        bind(call.scope());
+        bindParameters(call.scope(), args);
         const ScriptCallable& called = call.callable();
         if (called.program != nullptr) {
             result = executeBytecodeChunkInternal(called.program, called.chunkIndex, signal);
@@ -202,9 +198,7 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
         throwPlainError("Loaded script chunks do not accept call arguments");
     }
     const VarargGuard varargs(*this, *callable, args);
-    const ScriptCallable& called = *callable;
-    return runInFrame(std::move(callable),
-                      [&](Scope& scope) { bindParameters(scope, called, args); });
+    return runInFrame(std::move(callable), args);
 }
 
 Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments args) {
@@ -271,7 +265,8 @@ void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callabl
     auto state = std::make_shared<CoroutineState>();
     state->callable = callable;
     Scope& scope = state->flow.frameScopes.push(callable->parameters.size());
-    bindParameters(scope, *callable, args);
+    for (const Name name : callable->parameters) scope.append(name);
+    bindParameters(scope, args);
     if (callable->isVariadic) {
         state->flow.varargStack.push_back(extraArguments(*callable, args));
     }

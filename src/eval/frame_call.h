@@ -25,16 +25,11 @@ class FrameCall {
 public:
     FrameCall(DovrelScript& interpreter, std::shared_ptr<ScriptCallable> callable)
         : FrameCall(std::move(callable), interpreter) {
-        interpreter.frameScopes.push(callable_->parameters.size());
+        Scope& scope = interpreter.frameScopes.push(callable_->parameters.size());
         hasScope_ = true;
-        if (!callable_->baseDirectory.empty()) {
-            interpreter.baseDirectoryStack.push_back(&callable_->baseDirectory);
-            hasBaseDirectory_ = true;
-        }
-        if (!callable_->scriptName.empty()) {
-            interpreter.scriptNameStack.push_back(&callable_->scriptName);
-            hasScriptName_ = true;
-        }
+        for (const Name name : callable_->parameters) scope.append(name);
+        hasBaseDirectory_ = push(interpreter.baseDirectoryStack, callable_->baseDirectory);
+        hasScriptName_ = push(interpreter.scriptNameStack, callable_->scriptName);
     }
     ~FrameCall() {
         if (hasScriptName_) interpreter_.scriptNameStack.pop_back();
@@ -47,10 +42,16 @@ public:
     FrameCall& operator=(const FrameCall&) = delete;
 
     [[nodiscard]] const ScriptCallable& callable() const { return *callable_; }
-    /// Where the parameters go.
+    /// Its first entries are the parameters, nil at first.
     [[nodiscard]] Scope& scope() { return interpreter_.frameScopes.back(); }
 
 private:
+    /// An empty text says nothing, and in a recursion the text is there already.
+    static bool push(std::vector<const std::string*>& stack, const std::string& text) {
+        if (text.empty() || (!stack.empty() && stack.back() == &text)) return false;
+        stack.push_back(&text);
+        return true;
+    }
     /// Holds nothing but the callable yet. What comes after it is released even if it fails.
     FrameCall(std::shared_ptr<ScriptCallable>&& callable, DovrelScript& interpreter)
         : interpreter_(interpreter),

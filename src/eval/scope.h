@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -10,11 +11,7 @@
 
 /// One variable of a scope.
 struct ScopeEntry {
-    explicit ScopeEntry(Name called) : name(called) {}
-    ScopeEntry(Name called, const Variable& content) : name(called), value(content) {}
-    ScopeEntry(Name called, Variable&& content) : name(called), value(std::move(content)) {}
-
-    Name name;
+    Name name = nullptr;
     Variable value;
 };
 
@@ -24,70 +21,71 @@ struct ScopeEntry {
 class Scope {
 public:
     Scope() = default;
-    ~Scope() { uncountEntries(); }
-    Scope(Scope&& other) noexcept = default;
-    Scope& operator=(Scope&& other) noexcept {
-        uncountEntries();
-        entries_ = std::move(other.entries_);
-        other.entries_.clear();
-        return *this;
-    }
+    ~Scope() { clear(); }
+    Scope(Scope&& other) noexcept
+        : entries_(std::move(other.entries_)),
+          count_(std::exchange(other.count_, 0)),
+          capacity_(std::exchange(other.capacity_, 0)) {}
+    Scope& operator=(Scope&&) = delete;
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-    [[nodiscard]] std::size_t size() const { return entries_.size(); }
-    [[nodiscard]] bool empty() const { return entries_.empty(); }
+    [[nodiscard]] std::size_t size() const { return count_; }
+    [[nodiscard]] bool empty() const { return count_ == 0; }
     [[nodiscard]] const ScopeEntry& operator[](std::size_t index) const { return entries_[index]; }
     [[nodiscard]] ScopeEntry& operator[](std::size_t index) { return entries_[index]; }
     /// The entry at `index`, or null if there are not so many.
     [[nodiscard]] const ScopeEntry* at(std::size_t index) const {
-        const ScopeEntry* entry = entries_.data() + index;
-        return entry < entries_.data() + entries_.size() ? entry : nullptr;
+        return index < count_ ? &entries_[index] : nullptr;
     }
 
     /// The 0-based index of the first entry called `name`, or `size()`.
     [[nodiscard]] std::size_t find(Name name) const {
         std::size_t index = 0;
-        while (index < entries_.size() && entries_[index].name != name) ++index;
+        while (index < count_ && entries_[index].name != name) ++index;
         return index;
     }
     /// Overwrites the entry called `name`, or appends one.
     void set(Name name, const Variable& value) {
         const std::size_t index = find(name);
-        if (index < entries_.size()) {
+        if (index < count_) {
             entries_[index].value = value;
         } else {
-            append(name, value);
+            append(name, Variable(value));  // a copy: growing moves the values of this scope
         }
     }
-    /// Appends an entry without looking for an older one of that name.
-    void append(Name name, const Variable& value) {
-        entries_.emplace_back(name, value);
-        ++name->scopeEntries;
-    }
-    void append(Name name, Variable&& value) {
-        entries_.emplace_back(name, std::move(value));
-        ++name->scopeEntries;
-    }
-    /// The same with nil; returns where it stands.
+    /// Appends an entry with nil without looking for an older one of that name. Returns its value.
     Variable& append(Name name) {
-        entries_.emplace_back(name);
+        if (count_ == capacity_) grow(2 * capacity_ + 1);
+        ScopeEntry& entry = entries_[count_++];
+        entry.name = name;
         ++name->scopeEntries;
-        return entries_.back().value;
+        return entry.value;
     }
-    void reserve(std::size_t count) { entries_.reserve(count); }
+    void append(Name name, Variable&& value) { append(name) = std::move(value); }
+    void reserve(std::size_t count) {
+        if (count > capacity_) grow(count);
+    }
 
-    /// Destroys the values; the storage stays for the next use.
+    /// Destroys the values, first to last; the storage stays for the next use.
     void clear() {
-        uncountEntries();
-        entries_.clear();
+        for (std::size_t i = 0; i < count_; ++i) {
+            --entries_[i].name->scopeEntries;
+            entries_[i].value.setNil();
+        }
+        count_ = 0;
     }
 
 private:
-    void uncountEntries() {
-        for (const ScopeEntry& entry : entries_) --entry.name->scopeEntries;
+    [[gnu::noinline]] void grow(std::size_t capacity) {
+        auto larger = std::make_unique<ScopeEntry[]>(capacity);
+        for (std::size_t i = 0; i < count_; ++i) larger[i] = std::move(entries_[i]);
+        entries_ = std::move(larger);
+        capacity_ = capacity;
     }
 
-    std::vector<ScopeEntry> entries_;
+    std::unique_ptr<ScopeEntry[]> entries_;  // the first `count_` are used, the others hold nil
+    std::size_t count_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 /// A stack of scopes. It grows as a vector does, so that a scope's address changes when the stack
@@ -108,7 +106,7 @@ public:
 
     /// Pushes an empty scope with room for `expectedEntries`.
     Scope& push(std::size_t expectedEntries) {
-        if (count_ == scopes_.size()) grow();
+        if (count_ == made_) grow();
         Scope& scope = scopes_[count_];
         scope.reserve(expectedEntries);
         ++count_;  // last: the stack is as it was if memory runs out
@@ -121,13 +119,18 @@ public:
     void swap(ScopeStack& other) noexcept {
         scopes_.swap(other.scopes_);
         std::swap(count_, other.count_);
+        std::swap(made_, other.made_);
     }
 
 private:
-    [[gnu::noinline]] void grow() { scopes_.emplace_back(); }
+    [[gnu::noinline]] void grow() {
+        scopes_.emplace_back();
+        ++made_;
+    }
 
     std::vector<Scope> scopes_;  // the first `count_` are on the stack, the others are spare
     std::size_t count_ = 0;
+    std::size_t made_ = 0;  // its size
 };
 
 /// A stack of pointers to variables. What is pushed has no content yet, and moves when more is

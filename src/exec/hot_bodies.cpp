@@ -87,6 +87,7 @@ FastScalarValue ChunkRun::HotRun::callScalar(const ScalarInstruction& call,
                                              const FastScalarValue* args) {
     const HotScalarNode& node = scalarNode(call);
     // Arguments with calls may have changed the callee.
+    if (node.argumentsHoldCall) bound_[call.token] = nullptr;
     if (!node.argumentsHoldCall || findBody(call)) {
         const FastScalarValue result = resultOfBody(*body_, args, call.kind);
         if (result.isSet()) return result;
@@ -103,7 +104,7 @@ FastScalarValue ChunkRun::HotRun::callScalar(const ScalarInstruction& call,
         !run_.unwinding() && found.type == VarType::Function &&
         interpreter_.tryEvaluateFastCallableScalar(found.asFunction(), frame.view(), result) &&
         !run_.unwinding();
-    bindAnew();
+    loseBindings();
     return isScalar ? result : FastScalarValue{};
 }
 
@@ -113,7 +114,7 @@ bool ChunkRun::HotRun::evaluateScalar(std::int32_t index, FastScalarValue*& top)
     hasCalled_ = true;
     const bool isScalar = interpreter_.tryEvaluateFastExpressionScalarNode(
         *node.expression, node.node, *node.analysis, *top);
-    bindAnew();
+    loseBindings();
     if (!isScalar || run_.unwinding()) return false;
     ++top;
     return true;
@@ -138,7 +139,7 @@ ChunkRun::HotRun::Position ChunkRun::HotRun::assignByGeneralTier(const HotStatem
     const FastExpression& value = line.assignment->values[0];
     Variable result =
         interpreter_.evaluateFastExpressionNode(value, value.root, line.tokenAnalysis);
-    bindAnew();
+    loseBindings();
     if (run_.unwinding()) {
         unwindFromCall(statement);
         return nullptr;

@@ -1,4 +1,6 @@
 // Statements of hot code that make calls, by the rules of the general tier.
+#include <algorithm>
+
 #include "eval/binary_operation.h"
 #include "eval/errors.h"
 #include "exec/hot_frames.h"
@@ -116,7 +118,7 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
         ArgumentFrame frame(interpreter_.argumentStack, count);
         fillArguments(frame, args, false);
         Variable result = interpreter_.invokeCallableFast(*callee, frame.view());
-        bindAnew();
+        loseBindings();
         return anyFrom(std::move(result));
     }
     if (callable != nullptr) {
@@ -130,7 +132,7 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
     if (lends) return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
     Variable result =
         interpreter_.callFound(*callee, isMember && callee != &elsewhere, frame.view());
-    bindAnew();
+    loseBindings();
     return anyFrom(std::move(result));
 }
 
@@ -144,15 +146,15 @@ bool ChunkRun::HotRun::enter(const std::shared_ptr<ScriptCallable>& callable,
     const HotCode* code = knownHotCode(interpreter_, *callable->program, callable->chunkIndex);
     if (code == nullptr) return false;
     HotFrame& frame = frames.push(interpreter_, callable, *code, *this);
-    bindParameters(frame.call.callable(), frame.call.scope(), args, count);
+    bindParameters(frame.call.scope(), args, count);
     return true;
 }
 
-void ChunkRun::HotRun::bindParameters(const ScriptCallable& callable, Scope& scope,
-                                      const FastScalarValue* args, std::size_t count) {
-    for (std::size_t i = 0; i < callable.parameters.size(); ++i) {
-        Variable& parameter = scope.append(callable.parameters[i]);
-        if (i >= count) continue;
+void ChunkRun::HotRun::bindParameters(Scope& scope, const FastScalarValue* args,
+                                      std::size_t count) {
+    const std::size_t given = std::min(count, scope.size());
+    for (std::size_t i = 0; i < given; ++i) {
+        Variable& parameter = scope[i].value;
         if (args[i].kind < ScalarKind::Held) {
             assignFastScalarToVariable(parameter, args[i]);
         } else {
@@ -168,7 +170,7 @@ FastScalarValue ChunkRun::HotRun::resultOfCall() {
     HotFrame& frame = frames.back();
     if (interpreter_.softErrorUnwinding()) {
         frames.pop();
-        bindAnew();
+        loseBindings();
         return FastScalarValue::nil();
     }
     const BlockSignal signal = frame.signal;
@@ -181,7 +183,7 @@ FastScalarValue ChunkRun::HotRun::resultOfCall() {
         value = hold(std::move(result));
     }
     if (signal == BlockSignal::Break) throwPlainError("break used outside a loop");
-    bindAnew();
+    loseBindings();
     return value;
 }
 
@@ -212,7 +214,7 @@ FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instructio
     Variable value;
     answersInScalars_ =
         run_.callDirectly(*code_.variables[instruction.token], frame.view(), scalar, value);
-    if (!runsNoCode) bindAnew();
+    if (!runsNoCode) loseBindings();
     return answersInScalars_ ? scalar : anyFrom(std::move(value));
 }
 

@@ -77,7 +77,10 @@ struct HotScalarNode {
 
 /// The pointers lead into the program, which owns the code.
 struct HotCode {
-    std::vector<ScalarInstruction> code;          // empty if there is none
+    /// Where nothing could be translated, there is no instruction.
+    [[nodiscard]] bool isUsable() const { return !code.empty(); }
+
+    std::vector<ScalarInstruction> code;
     std::vector<HotStatement> statements;         // by ascending `first`
     std::vector<const TokenAnalysis*> variables;  // one for each place that names one
     std::vector<const std::string*> keys;         // literal keys of table entries

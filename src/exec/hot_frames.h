@@ -37,9 +37,7 @@ public:
 
     template <typename... Parts>
     HotFrame& push(Parts&&... parts) {
-        if (count_ == frames_.size()) {
-            frames_.push_back(std::make_unique<std::optional<HotFrame>>());
-        }
+        if (count_ == made_) grow();
         HotFrame& frame = frames_[count_]->emplace(std::forward<Parts>(parts)...);
         ++count_;
         return frame;
@@ -52,7 +50,13 @@ public:
 private:
     static constexpr std::size_t kMostFrames = std::size_t{1} << 18;
 
+    [[gnu::noinline]] void grow() {
+        frames_.push_back(std::make_unique<std::optional<HotFrame>>());
+        ++made_;
+    }
+
     std::vector<std::unique_ptr<std::optional<HotFrame>>>
         frames_;  // the first `count_` are on the stack
     std::size_t count_ = 0;
+    std::size_t made_ = 0;  // the size of `frames_`
 };

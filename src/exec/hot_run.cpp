@@ -52,7 +52,7 @@ const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
     }
     // In a damaged file several loops may share a body.
     const bool fits = known.loopOpcode == byte && known.loopOperand == operand;
-    return fits && !known.loop->code.empty() ? known.loop.get() : nullptr;
+    return fits && known.loop->isUsable() ? known.loop.get() : nullptr;
 }
 
 const HotCode* ChunkRun::knownHotCode(DovrelScript& interpreter, const BytecodeProgram& program,
@@ -61,7 +61,7 @@ const HotCode* ChunkRun::knownHotCode(DovrelScript& interpreter, const BytecodeP
     const HotChunk& known = program.hotChunks[chunk];
     const HotCode* code =
         interpreter.blockScopeVisible() ? known.chunkAmongBlocks.get() : known.chunk.get();
-    return code != nullptr && !code->code.empty() ? code : nullptr;
+    return code != nullptr && code->isUsable() ? code : nullptr;
 }
 
 const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
@@ -72,7 +72,7 @@ const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
         if (!std::exchange(known.hasRun, true)) return nullptr;
         code = std::make_unique<const HotCode>(compileHotChunk(*program_, chunk, amongBlocks));
     }
-    return code->code.empty() ? nullptr : code.get();
+    return code->isUsable() ? code.get() : nullptr;
 }
 
 ChunkRun::Flow ChunkRun::runHotLoop(const HotCode& code) {
@@ -186,6 +186,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                     case ScalarOpcode::RepeatIfFalse:
                         self->lastStatement_ = at;
                         if (interpreter.softErrorUnwinding()) break;
+                        self->goBack();
                         at = isScalarTruthy(*--top) ==
                                      (instruction.opcode == ScalarOpcode::RepeatIfTrue)
                                  ? self->positionOf(instruction.intValue)
@@ -210,6 +211,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         continue;
                     }
                     case ScalarOpcode::ForNext:
+                        self->goBack();
                         at = self->nextTurn(self->fors_[instruction.token])
                                  ? self->positionOf(instruction.intValue)
                                  : at + 1;

@@ -140,8 +140,7 @@ private:
     FastScalarValue call(const ScalarInstruction& instruction, const FastScalarValue* args);
     bool enter(const std::shared_ptr<ScriptCallable>& callable, const FastScalarValue* args,
                std::size_t count);
-    void bindParameters(const ScriptCallable& callable, Scope& scope, const FastScalarValue* args,
-                        std::size_t count);
+    void bindParameters(Scope& scope, const FastScalarValue* args, std::size_t count);
     FastScalarValue resultOfCall();
     void closeCalls();
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
@@ -213,7 +212,18 @@ private:
         for (std::size_t i = 0; i < count; i += 4) {
             bound_[i] = bound_[i + 1] = bound_[i + 2] = bound_[i + 3] = nullptr;
         }
+        isStale_ = false;
         expectTurns();
+    }
+    /// The same behind a call, at little cost: code that runs on meets none of the variables again
+    /// that are bound. Where it goes back, they are bound anew.
+    void loseBindings() {
+        bound_ = interpreter_.boundVariables.from(boundBase_);
+        isStale_ = true;
+        expectTurns();
+    }
+    void goBack() {
+        if (isStale_) bindAnew();
     }
 
     [[nodiscard]] Position positionOf(std::int64_t index) const {
@@ -255,6 +265,7 @@ private:
     bool answersInScalars_ = false;     // the call of `x = f(...)` has been made in the scalar tier
     bool inExecutor_ = false;           // the current line and the last token are as they should
     bool hasCalled_ = false;            // part of the statement has run and must not run again
+    bool isStale_ = false;              // what is bound may stand elsewhere by now
     const ScriptCallable* body_ = nullptr;  // the one-line function of a call that has begun
     // Left uninitialised.
     std::array<FastScalarValue, kHotStackSize> stack_;

@@ -458,8 +458,7 @@ private:
     [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
     [[nodiscard]] const Variable* readVariableSlowly(const TokenAnalysis& token);
     void cacheGlobal(const TokenAnalysis& token, std::size_t slot);
-    template <typename Bind>
-    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, const Bind& bind);
+    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
     Variable runFastBody(const ScriptCallable& callable, Arguments args);
 };
 

@@ -69,17 +69,29 @@ TEST_F(ScopeTest, NamesCountTheirEntries) {
         scope.set(y_, Variable());
         EXPECT_EQ(x_->scopeEntries, 2U);
         EXPECT_EQ(y_->scopeEntries, 1U);
-        Scope moved(std::move(scope));
-        EXPECT_EQ(x_->scopeEntries, 2U);
-        Scope other;
-        other.append(y_, Variable());
-        EXPECT_EQ(y_->scopeEntries, 2U);
-        other = std::move(moved);
-        EXPECT_EQ(y_->scopeEntries, 1U);
-        EXPECT_EQ(x_->scopeEntries, 2U);
+        {
+            const Scope moved(std::move(scope));
+            EXPECT_EQ(x_->scopeEntries, 2U);
+        }
+        EXPECT_EQ(x_->scopeEntries, 0U);
+        EXPECT_EQ(y_->scopeEntries, 0U);
+        scope.append(x_);
+        EXPECT_EQ(x_->scopeEntries, 1U);
     }
     EXPECT_EQ(x_->scopeEntries, 0U);
-    EXPECT_EQ(y_->scopeEntries, 0U);
+}
+
+TEST_F(ScopeTest, EntriesAreNilAgainBehindAClear) {
+    Scope scope;
+    for (int i = 0; i < 5; ++i) scope.append(i % 2 == 0 ? x_ : y_, Variable::makeInt(i));
+    ASSERT_EQ(scope.size(), 5U);
+    EXPECT_EQ(scope[4].value.asInt(), 4);
+    EXPECT_EQ(scope.at(5), nullptr);
+    scope.clear();
+    EXPECT_TRUE(scope.empty());
+    EXPECT_EQ(scope.at(0), nullptr);
+    EXPECT_TRUE(scope.append(y_).isNil());
+    EXPECT_EQ(scope.find(y_), 0U);
 }
 
 TEST_F(ScopeStackTest, PushesEmptyScopes) {
