@@ -159,6 +159,7 @@ Variable TokenEvaluator::evaluatePostfix(Variable value) {
 Variable TokenEvaluator::evaluateCall(const Variable& callee) {
     std::vector<Variable> arguments;
     if (!consumeIf(")")) {
+        arguments.reserve(4);  // most calls have no more
         do {
             arguments.push_back(evaluate(1));
             if (unwinding()) return {};

@@ -6,14 +6,19 @@
 // expressions joined by jumps and stores; and its variables are looked up once and kept.
 //
 // What makes this right:
-//   1. Instructions of hot code run no script code, so a variable that has been bound stays in
-//      place. The executor runs whatever else there is, and then everything is bound anew.
-//   2. A variable is bound only where its token's cache is good. Where it is not, and wherever an
-//      instruction declines, the executor runs the whole statement instead.
+//   1. Instructions of hot code run no script code, but for those that call or give turns, so a
+//      variable that has been bound stays in place. Whenever script code has run, all variables are
+//      bound anew before any of them is met again.
+//   2. A variable is read as the executor reads it. It is bound for writing only where its token's
+//      cache is good; where it is not, and wherever an instruction declines, the executor runs the
+//      whole statement instead. Nothing that can be seen has been done by then, or else the
+//      statement goes on by the tier that comes next.
 //   3. Whoever looks from outside - an error, another statement, a turn of a coroutine - finds the
 //      current line, the last token and the chunk's value as the executor would have left them.
 //   4. Turns of a coroutine come where they come in the executor: in a recursive run behind each
 //      statement and each block statement, in an inline run behind plain statements.
+//   5. A function that is called from hot code and is hot code itself runs in the same loop over
+//      instructions, in a HotFrame. Its errors are located in it, and pass its callers as they are.
 #pragma once
 
 #include <cstddef>

@@ -31,6 +31,28 @@ void ValueStorage::moveFrom(ValueStorage& other) noexcept {
     alternative_ = other.alternative_;
 }
 
+void ValueStorage::assignFrom(const ValueStorage& other) {
+    // Texts of an ordinary size are copied into the storage of the old one.
+    constexpr std::size_t kMostReused = 1024;
+    if (alternative_ == Alternative::String && other.alternative_ == Alternative::String &&
+        string_.capacity() <= kMostReused) {
+        string_ = other.string_;
+        return;
+    }
+    ValueStorage copy(other);
+    replaceBy(copy);
+}
+
+/// Takes over the content of `other`. The old content goes last: it may own what `other` stands in.
+void ValueStorage::replaceBy(ValueStorage& other) noexcept {
+    ValueStorage old;
+    if (!isTrivial()) {
+        old.moveFrom(*this);
+        destroy();
+    }
+    moveFrom(other);
+}
+
 void ValueStorage::destroy() noexcept {
     const Alternative alternative = alternative_;
     switch (alternative) {

@@ -85,9 +85,7 @@ public:
         if (isTrivial() && other.isTrivial()) {
             takeTrivial(other);
         } else if (this != &other) {
-            // The old content goes last: it may own what `other` stands in.
-            ValueStorage copy(other);
-            swap(copy);
+            assignFrom(other);
         }
         return *this;
     }
@@ -95,8 +93,7 @@ public:
         if (isTrivial() && other.isTrivial()) {
             takeTrivial(other);
         } else if (this != &other) {
-            ValueStorage taken(std::move(other));
-            swap(taken);
+            replaceBy(other);
         }
         return *this;
     }
@@ -172,6 +169,8 @@ private:
     }
     void copyFrom(const ValueStorage& other);
     void moveFrom(ValueStorage& other) noexcept;
+    void assignFrom(const ValueStorage& other);
+    void replaceBy(ValueStorage& other) noexcept;
     void destroy() noexcept;
 
     union {
