@@ -39,6 +39,9 @@ end
 function constant()
     return 7
 end
+function hollow(v)
+    return absent
+end
 function outer(v)
     return v + n
 end
@@ -95,7 +98,7 @@ t = {"twice": twice, "pick": pick, "told": told, "note": note, "abs": math["abs"
 
     std::string statement() {
         const std::string target = pick(std::array{"x", "y", "z", "own"});
-        switch (below(10)) {
+        switch (below(11)) {
             case 0: return target + " += " + expression(2);
             case 1: return target + " -= " + expression(2);
             case 2: return call(2);
@@ -103,6 +106,8 @@ t = {"twice": twice, "pick": pick, "told": told, "note": note, "abs": math["abs"
             case 4:  // never an array, which could hold itself
                 return "a[" + std::to_string(1 + below(4)) + "] = 0 + (" + expression(2) + ")";
             case 5:
+                return "for k = 1, 2\n" + target + " = " + expression(2) + "\n" + call(1) + "\nend";
+            case 6:
                 return "if " + expression(2) + pick(std::array{" < ", " == ", " >= "}) +
                        expression(1) + "\nx = x + 1\nend";
             default: return target + " = " + expression(3);
@@ -132,37 +137,18 @@ private:
                                "true", "\"s\"", "a[1]", "a[2]", "a[3]", "t[\"value\"]"});
     }
     std::string callee() {
-        return pick(std::array{"note",
-                               "twice",
-                               "mix",
-                               "pick",
-                               "constant",
-                               "outer",
-                               "less",
-                               "told",
-                               "sum",
-                               "divided",
-                               "change",
-                               "deep",
-                               "text",
-                               "guarded",
-                               "fails",
-                               "two",
-                               "nothing",
-                               "t[\"twice\"]",
-                               "t[\"pick\"]",
-                               "t[\"told\"]",
-                               "t[\"abs\"]",
-                               "t[\"absent\"]",
-                               "math[\"floor\"]",
-                               "toString",
-                               "len",
-                               "absent",
-                               "x"});
+        return pick(std::array{"note",        "twice",      "mix",           "pick",
+                               "constant",    "hollow",     "outer",         "less",
+                               "told",        "sum",        "divided",       "change",
+                               "deep",        "text",       "guarded",       "fails",
+                               "two",         "nothing",    "t[\"twice\"]",  "t[\"pick\"]",
+                               "t[\"told\"]", "t[\"abs\"]", "t[\"absent\"]", "math[\"floor\"]",
+                               "toString",    "len",        "absent",        "x"});
     }
     std::string call(int depth) {
         const std::string name = callee();
         if (name == "deep") return "deep(" + std::to_string(below(4)) + ")";
+        if (below(12) == 0) return name + "()";
         std::string arguments = expression(depth - 1);
         if (below(2) == 0) arguments += ", " + expression(depth - 1);
         return name + "(" + arguments + ")";
