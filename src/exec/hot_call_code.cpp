@@ -82,11 +82,16 @@ bool HotCompiler::emitReturnedCalls(const ParsedScriptLine& line, std::size_t st
     return true;
 }
 
-/// `x = f(1) + g(2)` in both ways, of which the first call's callee decides.
+/// `x = t["f"](1)`, or `x = f(1) + g(2)` in both ways, of which the first call's callee decides.
 bool HotCompiler::emitAssignedCalls(const ParsedScriptLine& line, std::size_t statement) {
     const FastExpression& value = line.assignment->values[0];
-    if (!value.valid || !value.rootNode().holdsCall || value.isCall()) return false;
+    if (!value.valid || !value.rootNode().holdsCall) return false;
     const auto number = static_cast<std::int32_t>(statement);
+    if (value.isCall()) {
+        if (!emitAny(line, value, value.root, 0)) return false;
+        emit(ScalarOpcode::AssignAny, number);
+        return true;
+    }
     const Mark start = mark();
     const std::uint32_t test = here();
     std::uint32_t skip = 0;

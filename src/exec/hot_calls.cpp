@@ -187,6 +187,12 @@ FastScalarValue ChunkRun::HotRun::resultOfCall() {
     return value;
 }
 
+/// Ends the innermost frame, whose caller this is and whose result is known.
+void ChunkRun::HotRun::endCallAtOnce() {
+    interpreter_.hotFrames->pop();
+    loseBindings();
+}
+
 /// Ends the calls that this run has made.
 void ChunkRun::HotRun::closeCalls() {
     HotFrames& frames = *interpreter_.hotFrames;

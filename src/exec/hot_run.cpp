@@ -222,7 +222,9 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         continue;
                     case ScalarOpcode::SelectLine: self->lastStatement_ = at++; continue;
                     case ScalarOpcode::ReturnValue:
-                        self->returnFrom(self->statement(instruction), *--top);
+                        self->beginReturn(self->statement(instruction));
+                        if (self->returnsAtOnce(*--top)) goto returnAtOnce;
+                        self->returnFrom(self->statement(instruction), *top);
                         goto leave;
                     case ScalarOpcode::RunStatement:
                         at = self->runByExecutor(self->statement(instruction));
@@ -300,8 +302,19 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         ++at;
                         continue;
                     case ScalarOpcode::ReturnAny:
-                        self->returnAny(self->statement(instruction), *--top);
+                        if (self->returnsAtOnce(*--top)) goto returnAtOnce;
+                        self->returnAny(self->statement(instruction), *top);
                         goto leave;
+                    returnAtOnce : {
+                        const FastScalarValue result = *top;
+                        self = self->caller_;
+                        top = self->resumeTop_;
+                        *top = result;
+                        self->endCallAtOnce();
+                        at = self->resumeAt_;
+                        place = self->places_.data();
+                        goto called;
+                    }
                     case ScalarOpcode::DiscardAny:
                         if (!self->discardAny(self->statement(instruction), *--top)) goto leave;
                         ++at;
@@ -458,9 +471,6 @@ void ChunkRun::HotRun::unwindFromCall(const HotStatement& statement) {
 }
 
 void ChunkRun::HotRun::returnFrom(const HotStatement& statement, FastScalarValue value) {
-    clearsValue_ = false;
-    show();
-    run_.selectLine(statement.line);
     assignFastScalarToVariable(run_.value_, value);
     signal_ = BlockSignal::Return;
     if (expectsTurns_) giveTurns(statement.depth);

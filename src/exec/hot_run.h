@@ -106,6 +106,11 @@ private:
     Position breakFrom(const HotStatement& statement);
     Position unwindFrom(const HotStatement& statement);
     void unwindFromCall(const HotStatement& statement);
+    void beginReturn(const HotStatement& statement) {
+        clearsValue_ = false;
+        show();
+        run_.selectLine(statement.line);
+    }
     void returnFrom(const HotStatement& statement, FastScalarValue value);
 
     // Statements with calls.
@@ -142,6 +147,12 @@ private:
                std::size_t count);
     void bindParameters(Scope& scope, const FastScalarValue* args, std::size_t count);
     FastScalarValue resultOfCall();
+    /// A scalar result, a caller in hot code, and nothing that the end of the call has to look at.
+    [[nodiscard]] bool returnsAtOnce(FastScalarValue value) const {
+        return caller_ != nullptr && !expectsTurns_ && value.kind < ScalarKind::Held &&
+               !interpreter_.softErrorPending;
+    }
+    void endCallAtOnce();
     void closeCalls();
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
     FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
