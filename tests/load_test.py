@@ -100,8 +100,8 @@ print(len(text), string["sub"](text, -3))
 def loads(scale):
     lines, many, large = 1000000 // scale, 5000000 // scale, (256 << 20) // scale // 16 * 16
     return [
-        Load("assignments", "line", lines, 1500, assignments(lines), f"{lines - 2}\n"),
-        Load("functions", "line", lines, 1500, functions(lines), "99\n"),
+        Load("assignments", "line", lines, 1100, assignments(lines), f"{lines - 2}\n"),
+        Load("functions", "line", lines, 1100, functions(lines), "99\n"),
         Load(
             "keys",
             "key",

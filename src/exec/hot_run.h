@@ -99,7 +99,7 @@ private:
         openBlocks_ = count;
     }
 
-    // What goes by the executor. A null position leaves the code, `leaves_` being set before.
+    // What goes by the executor. A null position leaves the code.
     Position runByExecutor(const HotStatement& statement);
     Position runWhole(const HotStatement& statement);
     Position afterCondition(const HotStatement& statement, const char* word);
