@@ -95,32 +95,52 @@ void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue
     }
 }
 
+/// Makes the code of a function the next to run, if it runs in a frame and is hot code.
+[[gnu::always_inline]] inline bool ChunkRun::HotRun::tryEnter(const Variable& callee,
+                                                              const FastScalarValue* args,
+                                                              std::size_t count) {
+    if (callee.type != VarType::Function) return false;
+    const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
+    if (callable == nullptr || !callable->runsInFrame() || callable->program == nullptr) {
+        return false;
+    }
+    // While a soft error is pending, functions further in do not run.
+    HotFrames& frames = *interpreter_.hotFrames;
+    if (frames.isFull() || interpreter_.softErrorPending) return false;
+    const HotCode* code = knownHotCode(interpreter_, *callable->program, callable->chunkIndex);
+    if (code == nullptr) return false;
+    HotFrame& frame = frames.push(interpreter_, callable, *code, *this);
+    bindParameters(frame.call.scope(), args, count);
+    return true;
+}
+
 FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
                                        const FastScalarValue* args) {
-    const std::size_t count = instruction.kind;
     const Variable* callee = place(instruction.token);
-    const bool isMember = instruction.opcode == ScalarOpcode::CallEntry;
-    Variable elsewhere;
-    if (isMember && callee != nullptr && callee->type == VarType::Table) {
-        const TableStorage& table = *callee->asTable();
-        const auto found = table.find(key(instruction.intValue));
-        callee = found != table.end() ? &found->second : nullptr;
-    } else if (isMember) {
-        elsewhere = interpreter_.getIndexedValue(callee != nullptr ? *callee : nilValue(),
-                                                 Variable(key(instruction.intValue)));
-        callee = &elsewhere;
-    }
+    if (instruction.opcode == ScalarOpcode::CallEntry) return callEntry(instruction, args, callee);
     if (callee == nullptr) callee = &nilValue();
-    const ScriptCallable* callable =
-        callee->type == VarType::Function ? callee->asFunction().get() : nullptr;
-    if (callable != nullptr && callable->runsInFrame()) {
-        if (enter(callee->asFunction(), args, count)) return {};
-        ArgumentFrame frame(interpreter_.argumentStack, count);
-        fillArguments(frame, args, false);
-        Variable result = interpreter_.invokeCallableFast(*callee, frame.view());
-        loseBindings();
-        return anyFrom(std::move(result));
+    if (tryEnter(*callee, args, instruction.kind)) return {};
+    return callValue(*callee, false, args, instruction.kind);
+}
+
+FastScalarValue ChunkRun::HotRun::callEntry(const ScalarInstruction& instruction,
+                                            const FastScalarValue* args, const Variable* base) {
+    const std::string& name = key(instruction.intValue);
+    if (base == nullptr || base->type != VarType::Table) {
+        const Variable elsewhere =
+            interpreter_.getIndexedValue(base != nullptr ? *base : nilValue(), Variable(name));
+        return callValue(elsewhere, false, args, instruction.kind);
     }
+    const Variable& entry = *entryOf(*base, name);
+    if (tryEnter(entry, args, instruction.kind)) return {};
+    return callValue(entry, true, args, instruction.kind);
+}
+
+/// Calls any value; `isMember` if it was found in a table.
+FastScalarValue ChunkRun::HotRun::callValue(const Variable& callee, bool isMember,
+                                            const FastScalarValue* args, std::size_t count) {
+    const ScriptCallable* callable =
+        callee.type == VarType::Function ? callee.asFunction().get() : nullptr;
     if (callable != nullptr) {
         const FastScalarValue result = resultOfBody(*callable, args, count);
         if (result.isSet()) return result;
@@ -130,24 +150,9 @@ FastScalarValue ChunkRun::HotRun::call(const ScalarInstruction& instruction,
         callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
     fillArguments(frame, args, lends);
     if (lends) return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
-    Variable result =
-        interpreter_.callFound(*callee, isMember && callee != &elsewhere, frame.view());
+    Variable result = interpreter_.callFound(callee, isMember, frame.view());
     loseBindings();
     return anyFrom(std::move(result));
-}
-
-/// Makes the code of a function the next to run, if it is hot code.
-bool ChunkRun::HotRun::enter(const std::shared_ptr<ScriptCallable>& callable,
-                             const FastScalarValue* args, std::size_t count) {
-    HotFrames& frames = *interpreter_.hotFrames;
-    if (callable->program == nullptr || frames.isFull()) return false;
-    // While it is pending, functions further in do not run.
-    if (interpreter_.softErrorPending) return false;
-    const HotCode* code = knownHotCode(interpreter_, *callable->program, callable->chunkIndex);
-    if (code == nullptr) return false;
-    HotFrame& frame = frames.push(interpreter_, callable, *code, *this);
-    bindParameters(frame.call.scope(), args, count);
-    return true;
 }
 
 void ChunkRun::HotRun::bindParameters(Scope& scope, const FastScalarValue* args,

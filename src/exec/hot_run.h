@@ -143,8 +143,11 @@ private:
     FastScalarValue operateAny(NodeKind kind, FastScalarValue left, FastScalarValue right);
     /// Unset if the callee has been entered: it is the innermost frame of hot code and runs next.
     FastScalarValue call(const ScalarInstruction& instruction, const FastScalarValue* args);
-    bool enter(const std::shared_ptr<ScriptCallable>& callable, const FastScalarValue* args,
-               std::size_t count);
+    FastScalarValue callEntry(const ScalarInstruction& instruction, const FastScalarValue* args,
+                              const Variable* base);
+    FastScalarValue callValue(const Variable& callee, bool isMember, const FastScalarValue* args,
+                              std::size_t count);
+    bool tryEnter(const Variable& callee, const FastScalarValue* args, std::size_t count);
     void bindParameters(Scope& scope, const FastScalarValue* args, std::size_t count);
     FastScalarValue resultOfCall();
     /// A scalar result, a caller in hot code, and nothing that the end of the call has to look at.
