@@ -13,7 +13,7 @@ enum class ScalarKind : std::uint32_t {
     Bool = 4,
     // In hot code only, among the operands of calls: values that are no scalars.
     Held = 5,  // number `intValue` of the interpreter's held values
-    Lent = 6,  // the bound variable number `intValue`
+    Lent = 6,  // the variable lent as operand number `intValue`
 };
 
 /// Two words without a constructor, so that it travels in registers: write `FastScalarValue{}` for

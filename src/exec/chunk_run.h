@@ -42,8 +42,15 @@ public:
     /// What the run has come to so far.
     [[nodiscard]] Variable& value() { return value_; }
     /// The hot code of a chunk of a program, or null if none has been made so far.
-    static const HotCode* knownHotCode(DovrelScript& interpreter, const BytecodeProgram& program,
-                                       std::uint32_t chunk);
+    [[gnu::always_inline]] static const HotCode* knownHotCode(const DovrelScript& interpreter,
+                                                              const BytecodeProgram& program,
+                                                              std::uint32_t chunk) {
+        if (!interpreter.runsHotCode || chunk >= program.hotChunks.size()) return nullptr;
+        const HotChunk& known = program.hotChunks[chunk];
+        const HotCode* code =
+            interpreter.blockScopeVisible() ? known.chunkAmongBlocks.get() : known.chunk.get();
+        return code != nullptr && code->isUsable() ? code : nullptr;
+    }
 
 private:
     /// What follows an instruction.

@@ -87,7 +87,7 @@ FastScalarValue ChunkRun::HotRun::callScalar(const ScalarInstruction& call,
                                              const FastScalarValue* args) {
     const HotScalarNode& node = scalarNode(call);
     // Arguments with calls may have changed the callee.
-    if (node.argumentsHoldCall) bound_[call.token] = nullptr;
+    if (node.argumentsHoldCall) bind(call.token, nullptr);
     if (!node.argumentsHoldCall || findBody(call)) {
         const FastScalarValue result = resultOfBody(*body_, args, call.kind);
         if (result.isSet()) return result;

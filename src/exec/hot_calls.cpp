@@ -18,15 +18,19 @@ bool ChunkRun::HotRun::isAssert(std::uint16_t token) {
     return native != nullptr && native->builtinId == BuiltinId::Assert;
 }
 
-/// A variable as an operand: a scalar, or a copy, or a reference to where it stands bound.
-FastScalarValue ChunkRun::HotRun::anyOf(std::uint16_t token, std::uint8_t marks) {
+/// A variable as the operand that goes to `at`: a scalar, or a copy, or a reference to where it
+/// stands.
+FastScalarValue ChunkRun::HotRun::anyOf(std::uint16_t token, std::uint8_t marks,
+                                        const FastScalarValue* at) {
     const Variable* variable = place(token);
     if (variable == nullptr) return FastScalarValue::nil();
     if ((marks & kCheckedVariable) != 0) static_cast<void>(scalarFromVariable(*variable));
     const FastScalarValue scalar = soundScalar(*variable);
     if (scalar.isSet()) return scalar;
     if ((marks & kLentVariable) == 0) return hold(Variable(*variable));
-    FastScalarValue lent = FastScalarValue::fromInt(token);
+    const auto number = static_cast<int>(at - stack_.data());
+    lent_[static_cast<std::size_t>(number)] = variable;
+    FastScalarValue lent = FastScalarValue::fromInt(number);
     lent.kind = ScalarKind::Lent;
     return lent;
 }
@@ -43,16 +47,19 @@ bool ChunkRun::HotRun::stepOther(const ScalarInstruction& instruction, FastScala
 void ChunkRun::HotRun::stepAny(const ScalarInstruction& instruction, FastScalarValue*& top) {
     const ScalarOpcode opcode = instruction.opcode;
     if (opcode == ScalarOpcode::PushVariable) {
-        *top++ = anyOf(instruction.token, instruction.kind);
+        *top = anyOf(instruction.token, instruction.kind, top);
+        ++top;
         return;
     }
     ScalarOpcode group = ScalarOpcode::Add;
     if (opcode >= ScalarOpcode::AddInt) {
         const bool isInt = opcode < ScalarOpcode::AddVariable;
         group = isInt ? ScalarOpcode::AddInt : ScalarOpcode::AddVariable;
-        *top++ = anyOf(instruction.token, 0);
-        *top++ = isInt ? FastScalarValue::fromInt(instruction.intValue)
-                       : anyOf(static_cast<std::uint16_t>(instruction.intValue), 0);
+        *top = anyOf(instruction.token, 0, top);
+        ++top;
+        *top = isInt ? FastScalarValue::fromInt(instruction.intValue)
+                     : anyOf(static_cast<std::uint16_t>(instruction.intValue), 0, top);
+        ++top;
     }
     --top;
     top[-1] = operateAny(operatorKind(group, opcode), top[-1], top[0]);

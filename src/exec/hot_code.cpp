@@ -1,5 +1,7 @@
 #include "exec/hot_code.h"
 
+#include <algorithm>
+
 #include "exec/for_header.h"
 #include "exec/hot_compiler.h"
 
@@ -54,6 +56,12 @@ void HotCompiler::takeBack(const Mark& to) {
 
 HotCode HotCompiler::finish() {
     emit(ScalarOpcode::Finish);
+    code_.goesBack =
+        std::any_of(code_.code.begin(), code_.code.end(), [](const ScalarInstruction& instruction) {
+            return instruction.opcode == ScalarOpcode::RepeatIfTrue ||
+                   instruction.opcode == ScalarOpcode::RepeatIfFalse ||
+                   instruction.opcode == ScalarOpcode::ForNext;
+        });
     if (!ok_ || code_.variables.size() > kMostHotVariables) return {};
     return std::move(code_);
 }
@@ -107,6 +115,7 @@ void HotCompiler::emitNestedChunk(std::uint32_t chunk) {
         if (valueCounts_) emit(ScalarOpcode::ClearValue);
     }
     emitChunk(chunk);
+    hasBegun_ = false;
     mode_ = outer;
 }
 
@@ -306,6 +315,7 @@ void HotCompiler::emitCondition(HotStatementKind kind, std::uint32_t index, Scal
 void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
     beginRecursiveStatement();
     Jumps toEnd;
+    bool givesNoTurn = true;  // no condition so far makes calls
     for (std::size_t i = 0; ok_ && i < group.branches.size(); ++i) {
         const BytecodeIfBranch& branch = group.branches[i];
         if (branch.isElse) {
@@ -313,6 +323,7 @@ void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
             const std::size_t marker =
                 beginStatement(HotStatementKind::Marker, branch.conditionLine);
             emit(ScalarOpcode::SelectLine, static_cast<std::int32_t>(marker));
+            hasBegun_ = givesNoTurn;
             emitNestedChunk(branch.bodyChunk);
             break;  // what follows an `else` is never reached
         }
@@ -322,6 +333,9 @@ void HotCompiler::emitIfGroup(const BytecodeIfGroup& group) {
         if (!ok_) return;
         const std::uint32_t skip = here() - 1;
         code_.statements[condition].next = here();
+        givesNoTurn =
+            givesNoTurn && !program_.lines[branch.conditionLine].condition.scalarCode.empty();
+        hasBegun_ = givesNoTurn;
         emitNestedChunk(branch.bodyChunk);
         if (i + 1 < group.branches.size()) {
             toEnd.push_back(here());

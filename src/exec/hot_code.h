@@ -21,6 +21,7 @@
 //      instructions, in a HotFrame. Its errors are located in it, and pass its callers as they are.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,6 +33,7 @@
 struct BytecodeProgram;
 struct FastExpression;
 struct TokenAnalysis;
+struct Variable;
 
 /// What the executor has to do for a statement that hot code cannot run.
 enum class HotStatementKind : std::uint8_t {
@@ -62,6 +64,9 @@ struct HotStatement {
 inline constexpr std::size_t kMostHotFors = 8;
 inline constexpr std::size_t kMostHotVariables = 512;
 
+/// What is bound where nothing is ever bound.
+inline constexpr std::array<Variable*, kMostHotVariables> kNothingBound{};
+
 /// How many targets an assignment may have in hot code.
 inline constexpr std::size_t kMostParallelTargets = 4;
 
@@ -85,6 +90,7 @@ struct HotCode {
     /// Where nothing could be translated, there is no instruction.
     [[nodiscard]] bool isUsable() const { return !code.empty(); }
 
+    bool goesBack = false;  // there is a loop, so that a variable may be met more than once
     std::vector<ScalarInstruction> code;
     std::vector<HotStatement> statements;         // by ascending `first`
     std::vector<const TokenAnalysis*> variables;  // one for each place that names one

@@ -137,7 +137,8 @@ private:
     /// In a recursive run there is something to do where a statement begins, and where a block
     /// statement ends.
     void beginRecursiveStatement() {
-        if (mode_.isRecursive) emit(ScalarOpcode::BeginStatement);
+        if (mode_.isRecursive && !hasBegun_) emit(ScalarOpcode::BeginStatement);
+        hasBegun_ = false;
     }
     void endBlockStatement() {
         if (mode_.isRecursive) emit(ScalarOpcode::EndBlock);
@@ -170,5 +171,6 @@ private:
     std::uint16_t openBlocks_ = 0;
     std::size_t nestedBlocks_ = 0;
     bool valueCounts_ = false;
+    bool hasBegun_ = false;  // since the last statement began, nothing could give a turn
     bool ok_ = true;
 };

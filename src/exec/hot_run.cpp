@@ -55,15 +55,6 @@ const HotCode* ChunkRun::hotLoop(BytecodeOp opcode, std::uint32_t operand,
     return fits && known.loop->isUsable() ? known.loop.get() : nullptr;
 }
 
-const HotCode* ChunkRun::knownHotCode(DovrelScript& interpreter, const BytecodeProgram& program,
-                                      std::uint32_t chunk) {
-    if (!interpreter.runsHotCode || chunk >= program.hotChunks.size()) return nullptr;
-    const HotChunk& known = program.hotChunks[chunk];
-    const HotCode* code =
-        interpreter.blockScopeVisible() ? known.chunkAmongBlocks.get() : known.chunk.get();
-    return code != nullptr && code->isUsable() ? code : nullptr;
-}
-
 const HotCode* ChunkRun::hotCode(std::uint32_t chunk) {
     HotChunk& known = program_->hotChunks[chunk];
     const bool amongBlocks = interpreter_.blockScopeVisible();
@@ -511,7 +502,7 @@ bool ChunkRun::HotRun::beginStatement() {
 const Variable* ChunkRun::HotRun::bindOther(std::uint16_t variable) {
     const Variable* value = interpreter_.readVariable(*code_.variables[variable]);
     // Nothing is written through it: what an instruction writes has a token of its own.
-    bound_[variable] = const_cast<Variable*>(value);
+    bind(variable, const_cast<Variable*>(value));
     return value;
 }
 
@@ -520,7 +511,7 @@ Variable* ChunkRun::HotRun::bindForWriting(std::uint16_t variable) {
     const TokenAnalysis& token = *code_.variables[variable];
     Variable* value = interpreter_.cachedVariable(token);
     if (value == nullptr) value = interpreter_.bindableVariable(token);
-    bound_[variable] = value;
+    bind(variable, value);
     return value;
 }
 

@@ -28,7 +28,7 @@ public:
           code_(code),
           signal_(signal),
           boundBase_(interpreter_.boundVariables.size()) {
-        interpreter_.boundVariables.push((code.variables.size() + 3) / 4 * 4);
+        if (code.goesBack) interpreter_.boundVariables.push((code.variables.size() + 3) / 4 * 4);
         bindAnew();
     }
     ~HotRun() {
@@ -126,7 +126,7 @@ private:
     bool isAssert(std::uint16_t token);
     bool stepOther(const ScalarInstruction& instruction, FastScalarValue*& top);
     void stepAny(const ScalarInstruction& instruction, FastScalarValue*& top);
-    FastScalarValue anyOf(std::uint16_t token, std::uint8_t marks);
+    FastScalarValue anyOf(std::uint16_t token, std::uint8_t marks, const FastScalarValue* at);
     FastScalarValue hold(Variable&& value) {
         interpreter_.heldValues.push_back(std::move(value));
         ++heldCount_;
@@ -204,14 +204,13 @@ private:
             value = interpreter_.unhiddenGlobal(token);
         }
         if (value == nullptr) return bindOther(variable);
-        return bound_[variable] = value;
+        bind(variable, value);
+        return value;
     }
     [[gnu::noinline]] const Variable* bindOther(std::uint16_t variable);
     Variable* bindForWriting(std::uint16_t variable);
-    /// Where a bound variable stands. Whoever runs further in may have moved the list of them.
     [[nodiscard]] const Variable& lent(FastScalarValue value) {
-        const auto number = static_cast<std::size_t>(value.intValue);
-        return *interpreter_.boundVariables.from(boundBase_)[number];
+        return *lent_[static_cast<std::size_t>(value.intValue)];
     }
     /// An operand that is no scalar.
     [[nodiscard]] const Variable& operand(FastScalarValue value) {
@@ -219,22 +218,29 @@ private:
                    ? interpreter_.heldValues[static_cast<std::size_t>(value.intValue)]
                    : lent(value);
     }
+    /// Code that never goes back meets each variable once: nothing is kept for it.
+    void bind(std::uint16_t variable, Variable* value) {
+        if (code_.goesBack) interpreter_.boundVariables.from(boundBase_)[variable] = value;
+    }
     void bindAnew() {
-        bound_ = interpreter_.boundVariables.from(boundBase_);
+        expectTurns();
+        if (!code_.goesBack) return;
+        Variable** bound = interpreter_.boundVariables.from(boundBase_);
         const std::size_t count = code_.variables.size();
         // By fours, of which there are so few that a library call would take longer.
         for (std::size_t i = 0; i < count; i += 4) {
-            bound_[i] = bound_[i + 1] = bound_[i + 2] = bound_[i + 3] = nullptr;
+            bound[i] = bound[i + 1] = bound[i + 2] = bound[i + 3] = nullptr;
         }
+        bound_ = bound;
         isStale_ = false;
-        expectTurns();
     }
     /// The same behind a call, at little cost: code that runs on meets none of the variables again
     /// that are bound. Where it goes back, they are bound anew.
     void loseBindings() {
+        expectTurns();
+        if (!code_.goesBack) return;
         bound_ = interpreter_.boundVariables.from(boundBase_);
         isStale_ = true;
-        expectTurns();
     }
     void goBack() {
         if (isStale_) bindAnew();
@@ -264,11 +270,11 @@ private:
     DovrelScript& interpreter_;
     const HotCode& code_;
     BlockSignal& signal_;
-    Variable** bound_ = nullptr;  // null where nothing is bound
-    std::size_t boundBase_;       // where they begin in the interpreter's stack of them
-    std::size_t heldCount_ = 0;   // of the interpreter's held values, how many are held here
-    std::size_t blockFloor_;      // around the first block that is open here
-    std::size_t blocksAtStart_;   // the same
+    Variable* const* bound_ = kNothingBound.data();  // null where nothing is bound
+    std::size_t boundBase_;      // where they begin in the interpreter's stack of them
+    std::size_t heldCount_ = 0;  // of the interpreter's held values, how many are held here
+    std::size_t blockFloor_;     // around the first block that is open here
+    std::size_t blocksAtStart_;  // the same
     std::array<OpenFor, kMostHotFors> fors_;  // the first `openFors_` are open
     std::size_t openFors_ = 0;
     std::size_t openBlocks_ = 0;
@@ -284,6 +290,7 @@ private:
     // Left uninitialised.
     std::array<FastScalarValue, kHotStackSize> stack_;
     std::array<const Variable*, kPlaceStackSize> places_;
+    std::array<const Variable*, kHotStackSize> lent_;  // the variables that are lent, by operand
     // Where the code goes on after the call that it waits for.
     Position resumeAt_;
     FastScalarValue* resumeTop_;
