@@ -154,6 +154,7 @@ void HotCompiler::emitInstruction(BytecodeOp opcode, std::uint32_t operand,
 
 /// An instruction that the executor runs in any case.
 void HotCompiler::emitWhole(std::uint32_t line, std::uint32_t position) {
+    if (lineAt(line) == nullptr) return;
     beginRecursiveStatement();
     const std::size_t statement = beginStatement(HotStatementKind::Whole, line);
     runByExecutor(statement);

@@ -90,7 +90,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
     HotRun* self = &outermost;
     FastScalarValue* top = self->stack_.data();
     const Variable** place = self->places_.data();
-    Position at = self->positionOf(0);
+    Position at = self->firstPosition();
     Flow flow = Flow::Leave;
     try {
         for (;;) {
@@ -249,7 +249,7 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         self->resumeAt_ = at;
                         self->resumeTop_ = top;
                         self = &interpreter.hotFrames->back().hot;
-                        at = self->positionOf(0);
+                        at = self->firstPosition();
                         top = self->stack_.data();
                         place = self->places_.data();
                         continue;
@@ -302,9 +302,10 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
                         top = self->resumeTop_;
                         *top = result;
                         self->endCallAtOnce();
-                        at = self->resumeAt_;
+                        ++top;
+                        at = self->resumeAt_ + 1;
                         place = self->places_.data();
-                        goto called;
+                        continue;
                     }
                     case ScalarOpcode::DiscardAny:
                         if (!self->discardAny(self->statement(instruction), *--top)) goto leave;
@@ -536,5 +537,5 @@ void ChunkRun::HotRun::showPending() {
 
 void ChunkRun::HotRun::showTo(Position at) {
     show();
-    if (at != nullptr) run_.selectLine(statementAt(at).line);
+    if (at != nullptr) selectLine(statementAt(at));
 }

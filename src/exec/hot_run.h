@@ -109,7 +109,7 @@ private:
     void beginReturn(const HotStatement& statement) {
         clearsValue_ = false;
         show();
-        run_.selectLine(statement.line);
+        selectLine(statement);
     }
     void returnFrom(const HotStatement& statement, FastScalarValue value);
 
@@ -120,7 +120,7 @@ private:
         inExecutor_ = true;
         answersInScalars_ = false;
         hasCalled_ = false;
-        run_.selectLine(statement.line);
+        selectLine(statement);
     }
     bool runsInFrame(std::uint16_t token);
     bool isAssert(std::uint16_t token);
@@ -249,6 +249,11 @@ private:
     [[nodiscard]] Position positionOf(std::int64_t index) const {
         return code_.code.data() + index;
     }
+    /// With no turn to be expected, nothing is to be done where the first statement begins.
+    [[nodiscard]] Position firstPosition() const {
+        const Position first = code_.code.data();
+        return first->opcode == ScalarOpcode::BeginStatement && !expectsTurns_ ? first + 1 : first;
+    }
     [[nodiscard]] const HotStatement& statementAt(Position at) const;
     [[nodiscard]] const HotStatement& statement(const ScalarInstruction& instruction) const {
         return code_.statements[static_cast<std::size_t>(instruction.intValue)];
@@ -261,6 +266,12 @@ private:
     /// The same with the line of `at`, which stands in the statement that ran last; null if that
     /// was none of hot code.
     void showTo(Position at);
+    /// Makes the line of a statement, which is one of the program's, the current one.
+    void selectLine(const HotStatement& statement) {
+        const ParsedScriptLine& line = run_.lines_[statement.line];
+        interpreter_.selectLine(line);
+        run_.statementTokens_ = &line.tokens;
+    }
 
     /// What failed at `at` is reported with the statement that it belongs to.
     void showFailure(Position at);
