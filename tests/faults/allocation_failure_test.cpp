@@ -11,6 +11,7 @@
 
 #include "eval/errors.h"
 #include "exec/bytecode_program.h"
+#include "exec/hot_frames.h"
 #include "failing_allocations.h"
 #include "interpreter/dovrel_script.h"
 
@@ -19,6 +20,10 @@ namespace {
 // Texts are longer than what a string holds without an allocation.
 const std::vector<std::string> kScripts = {
     "a long name of a script = 1",
+    "function h(n, s)\nif n < 1\nreturn s\nend\nreturn h(n - 1, s + \" and a piece more\")\nend\n"
+    "function g(s)\nreturn s\nend\nfunction c(a, b)\nreturn a - b\nend\n"
+    "for i = 1, 4\nx = h(3, \"a text that is long enough\")\ny = g(x) == x\nz = c(c(i, 1), 2) % 7\n"
+    "u = h(i, \"b\") + g(\"another text that is long enough\")\nend\n",
     "x = \"a text that is long enough\" + \" to be allocated somewhere\"; y = x + x\n",
     "t = {n: \"a text that is long enough\", m: [1, 2, {k: \"and another such text here\"}]}\n"
     "t[\"a key that is long enough\"] = t[\"n\"]; t[\"m\"][4] = 5; x, t[\"m\"][1] = t[\"n\"], x\n",
@@ -67,6 +72,9 @@ void expectNothingLeft(const DovrelScript& interpreter) {
     EXPECT_EQ(interpreter.scriptNameStack.size(), 0U);
     EXPECT_EQ(interpreter.protectedCallDepths.size(), 0U);
     EXPECT_EQ(interpreter.callDepth, 0U);
+    EXPECT_EQ(interpreter.boundVariables.size(), 0U);
+    EXPECT_EQ(interpreter.heldValues.size(), 0U);
+    EXPECT_EQ(interpreter.hotFrames->size(), 0U);
     EXPECT_EQ(interpreter.fastCallable, nullptr);
     EXPECT_FALSE(interpreter.softErrorPending);
     EXPECT_FALSE(interpreter.inCoroutineTurn);
