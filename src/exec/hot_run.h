@@ -159,6 +159,7 @@ private:
     void closeCalls();
     void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
     FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
+
     // One-line functions, and assigned values of the scalar tier.
     struct BodyVariables;
     FastScalarValue resultOfBody(const ScriptCallable& callable, const FastScalarValue* args,
@@ -171,6 +172,8 @@ private:
     bool evaluateScalar(std::int32_t node, FastScalarValue*& top);
     bool assignScalar(const HotStatement& statement, FastScalarValue value);
     Position assignByGeneralTier(const HotStatement& statement);
+
+    // Ends of statements with calls. False to leave.
     bool assignAny(const HotStatement& statement, FastScalarValue value);
     void returnAny(const HotStatement& statement, FastScalarValue value);
     bool discardAny(const HotStatement& statement, FastScalarValue value);
