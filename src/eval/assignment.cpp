@@ -339,35 +339,10 @@ void AssignmentRun::runSpreadCall(const FastExpression& expression) {
     }
 }
 
-/// `ok, result = pcall(f, ...)`, with the one-line functions protected by the scalar tier first.
+/// `ok, result = pcall(f, ...)`.
 void AssignmentRun::runProtectedCall(Arguments args) {
-    if (args.empty()) throwPlainError("pcall requires a callable value");
-    const Variable& callee = args[0];
-    std::vector<Variable> outcome;
-    if (callee.type == VarType::Function) {
-        bool ok = false;
-        FastScalarValue scalar{};
-        std::string message;
-        bool answered = true;
-        try {
-            answered = interpreter_.tryEvaluateProtectedFastCallableScalar(
-                callee.asFunction(), args.from(1), ok, scalar, message);
-        } catch (const std::exception& error) {
-            ok = false;
-            message = error.what();
-        }
-        if (unwinding()) return;
-        if (answered) {
-            outcome.push_back(Variable::makeBool(ok));
-            outcome.push_back(ok ? variableFromFastScalar(scalar) : Variable(message));
-        }
-    }
-    if (outcome.empty()) {
-        const Variable result = interpreter_.protectedCall(args);
-        if (unwinding()) return;
-        outcome = result.asMulti()->values;
-    }
-    storeAll(outcome);
+    const Variable outcome = interpreter_.spreadProtectedCall(args);
+    if (!unwinding()) storeAll(outcome.asMulti()->values);
 }
 
 /// Several targets with indices or a compound operator, or values that do not match one target.
@@ -407,6 +382,29 @@ Variable AssignmentRun::runGeneral() {
         first += count;
     }
     return result;
+}
+
+Variable DovrelScript::spreadProtectedCall(Arguments args) {
+    if (args.empty()) throwPlainError("pcall requires a callable value");
+    if (args[0].type == VarType::Function) {
+        bool ok = false;
+        FastScalarValue scalar{};
+        std::string message;
+        bool answered = true;
+        try {
+            answered = tryEvaluateProtectedFastCallableScalar(args[0].asFunction(), args.from(1),
+                                                              ok, scalar, message);
+        } catch (const std::exception& error) {
+            ok = false;
+            message = error.what();
+        }
+        if (softErrorUnwinding()) return {};
+        if (answered) {
+            return Variable::makeMulti({Variable::makeBool(ok), ok ? variableFromFastScalar(scalar)
+                                                                   : Variable(message)});
+        }
+    }
+    return protectedCall(args);
 }
 
 bool DovrelScript::executeAssignment(const ParsedScriptLine& line, Variable& result) {

@@ -16,6 +16,7 @@
 #include "eval/frame_call.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
+#include "exec/machine.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -159,6 +160,10 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
 /// Runs a body in a frame of its own.
 Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args) {
     Variable result;
+    if (callable->program != nullptr && machine->tryCall(callable, args, result)) {
+        if (softErrorUnwinding()) return {};
+        return result;
+    }
     BlockSignal signal = BlockSignal::None;
     {
         FrameCall call(*this, std::move(callable));

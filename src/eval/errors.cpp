@@ -19,6 +19,10 @@ std::size_t caretColumn(std::string_view source, std::string_view token) {
 }  // namespace
 
 void DovrelScript::throwError(const std::string& message, std::string_view token) {
+    throw std::runtime_error(locatedReport(message, token));
+}
+
+std::string DovrelScript::locatedReport(const std::string& message, std::string_view token) {
     const std::string_view source = currentLine != nullptr ? std::string_view(*currentLine) : "";
     const bool named = !scriptNameStack.empty() && !scriptNameStack.back()->empty();
 
@@ -43,7 +47,7 @@ void DovrelScript::throwError(const std::string& message, std::string_view token
         report.append(token.size() - 1, '~');
     }
     report += "\n  hint: check spelling, operators, parentheses, and quote matching\n";
-    throw std::runtime_error(report);
+    return report;
 }
 
 void DovrelScript::rethrowLocated(const std::exception& error, std::string_view fallbackToken) {

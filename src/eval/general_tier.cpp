@@ -182,6 +182,9 @@ Variable DovrelScript::evaluateFastExpressionNode(const FastExpression& expressi
             if (!node.holdsCall && tryLeafInts(expression, node, analysis, result)) return result;
             return evaluateBinaryNode(expression, node, analysis);
         }
+        case NodeKind::ArrayLiteral:
+        case NodeKind::TableLiteral:
+        case NodeKind::Varargs:
         case NodeKind::None: break;
     }
     throwPlainError("Invalid fast expression node");

@@ -153,12 +153,13 @@ bool DovrelScript::tryScalarBuiltinOnValues(const FastExpression& expression,
                                             BuiltinId id, FastScalarValue& out) {
     ArgumentFrame arguments(argumentStack, static_cast<std::size_t>(node.intValue));
     if (!evaluateLentArguments(expression, node, analysis, arguments)) return false;
-    const std::size_t count = arguments.size();
-    if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(arguments.view())) {
-        return false;
-    }
-    if (id == BuiltinId::ToNumber && (count < 1 || count > 2)) return false;
-    return tryFastScalarFromVariable(dispatchBuiltinFast(id, arguments.view()), out);
+    return tryScalarBuiltin(id, arguments.view(), out);
+}
+
+bool DovrelScript::tryScalarBuiltin(BuiltinId id, Arguments args, FastScalarValue& out) {
+    if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(args)) return false;
+    if (id == BuiltinId::ToNumber && (args.empty() || args.size() > 2)) return false;
+    return tryFastScalarFromVariable(dispatchBuiltinFast(id, args), out);
 }
 
 bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
@@ -179,6 +180,11 @@ bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
         }
     }
     if (softErrorUnwinding()) return false;
+    return tryScalarBuiltin(id, values, count, out);
+}
+
+bool DovrelScript::tryScalarBuiltin(BuiltinId id, const FastScalarValue* values,
+                                    std::size_t count, FastScalarValue& out) {
     if (count == 0) return tryWithoutArguments(*this, id, out);
     if (id == BuiltinId::GetTimeMs) throwPlainError("getTimeMs function takes no arguments");
     if (!std::all_of(values, values + count,

@@ -95,6 +95,9 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
             return scalarOperand(expression, node.right, analysis);
         }
         case NodeKind::StringLiteral:
+        case NodeKind::ArrayLiteral:
+        case NodeKind::TableLiteral:
+        case NodeKind::Varargs:
         case NodeKind::None: break;
     }
     return {};

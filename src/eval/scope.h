@@ -1,7 +1,9 @@
 // A scope: a short list of names and values, searched from the front.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -9,46 +11,50 @@
 #include "value/names.h"
 #include "value/variable.h"
 
-/// One variable of a scope.
+/// One variable of a scope, where it stands.
 struct ScopeEntry {
-    Name name = nullptr;
-    Variable value;
+    Name name;
+    Variable& value;
 };
 
 /// The variables of one block or one call, in order of first assignment. A scope never loses an
 /// entry except by being destroyed whole. Scopes hold a handful of names, so a linear search over
 /// interned names beats a map.
+///
+/// Names and values stand in arrays of the scope's own, or, in a scope that compiled code has opened, in
+/// registers of that code: such a scope is a window into them.
 class Scope {
 public:
     Scope() = default;
     ~Scope() { clear(); }
     Scope(Scope&& other) noexcept
-        : entries_(std::move(other.entries_)),
+        : names_(std::exchange(other.names_, nullptr)),
+          values_(std::exchange(other.values_, nullptr)),
           count_(std::exchange(other.count_, 0)),
-          capacity_(std::exchange(other.capacity_, 0)) {}
+          capacity_(std::exchange(other.capacity_, 0)),
+          ownNames_(std::move(other.ownNames_)),
+          ownValues_(std::move(other.ownValues_)),
+          ownCapacity_(std::exchange(other.ownCapacity_, 0)) {}
     Scope& operator=(Scope&&) = delete;
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
     [[nodiscard]] std::size_t size() const { return count_; }
     [[nodiscard]] bool empty() const { return count_ == 0; }
-    [[nodiscard]] const ScopeEntry& operator[](std::size_t index) const { return entries_[index]; }
-    [[nodiscard]] ScopeEntry& operator[](std::size_t index) { return entries_[index]; }
-    /// The entry at `index`, or null if there are not so many.
-    [[nodiscard]] const ScopeEntry* at(std::size_t index) const {
-        return index < count_ ? &entries_[index] : nullptr;
+    [[nodiscard]] ScopeEntry operator[](std::size_t index) const {
+        return {names_[index], values_[index]};
     }
 
     /// The 0-based index of the first entry called `name`, or `size()`.
     [[nodiscard]] std::size_t find(Name name) const {
         std::size_t index = 0;
-        while (index < count_ && entries_[index].name != name) ++index;
+        while (index < count_ && names_[index] != name) ++index;
         return index;
     }
     /// Overwrites the entry called `name`, or appends one.
     void set(Name name, const Variable& value) {
         const std::size_t index = find(name);
         if (index < count_) {
-            entries_[index].value = value;
+            values_[index] = value;
         } else {
             append(name, Variable(value));  // a copy: growing moves the values of this scope
         }
@@ -56,36 +62,79 @@ public:
     /// Appends an entry with nil without looking for an older one of that name. Returns its value.
     Variable& append(Name name) {
         if (count_ == capacity_) grow(2 * capacity_ + 1);
-        ScopeEntry& entry = entries_[count_++];
-        entry.name = name;
+        // The names of compiled code stand in their places already, and are not ours to write.
+        if (names_[count_] != name) names_[count_] = name;
         ++name->scopeEntries;
-        return entry.value;
+        return values_[count_++];
     }
     void append(Name name, Variable&& value) { append(name) = std::move(value); }
+    /// Makes an empty scope one with room for `count` entries of its own.
     void reserve(std::size_t count) {
-        if (count > capacity_) grow(count);
+        if (count > ownCapacity_) growOwn(static_cast<std::uint32_t>(count));
+        names_ = ownNames_.get();
+        values_ = ownValues_.get();
+        capacity_ = ownCapacity_;
     }
+    /// Makes an empty scope a window: its entries will be `values`, which hold nil and stay in
+    /// place while the scope lives, under the names `names`, of which the first `count` are there.
+    void openWindow(const Name* names, Variable* values, std::uint32_t count,
+                    std::uint32_t capacity) {
+        names_ = const_cast<Name*>(names);
+        values_ = values;
+        count_ = count;
+        capacity_ = capacity;
+        for (std::uint32_t i = 0; i < count; ++i) ++names[i]->scopeEntries;
+    }
+    /// The same with names of its own, since their order is not known before.
+    void openWindowWithOwnNames(const Name* names, Variable* values, std::uint32_t count,
+                                std::uint32_t capacity) {
+        if (capacity > ownCapacity_) growOwn(capacity);
+        std::copy_n(names, count, ownNames_.get());
+        openWindow(ownNames_.get(), values, count, capacity);
+    }
+    /// Counts the next entry of a window, whose value stands in its place and whose name is known.
+    void declareNext() { ++names_[count_++]->scopeEntries; }
 
     /// Destroys the values, first to last; the storage stays for the next use.
     void clear() {
-        for (std::size_t i = 0; i < count_; ++i) {
-            --entries_[i].name->scopeEntries;
-            entries_[i].value.setNil();
+        for (std::uint32_t i = 0; i < count_; ++i) {
+            --names_[i]->scopeEntries;
+            values_[i].setNil();
         }
         count_ = 0;
     }
 
 private:
-    [[gnu::noinline]] void grow(std::size_t capacity) {
-        auto larger = std::make_unique<ScopeEntry[]>(capacity);
-        for (std::size_t i = 0; i < count_; ++i) larger[i] = std::move(entries_[i]);
-        entries_ = std::move(larger);
+    void growOwn(std::uint32_t capacity) {
+        auto names = std::make_unique<Name[]>(capacity);
+        auto values = std::make_unique<Variable[]>(capacity);
+        ownNames_ = std::move(names);
+        ownValues_ = std::move(values);
+        ownCapacity_ = capacity;
+    }
+    [[gnu::noinline]] void grow(std::uint32_t capacity) {
+        auto names = std::make_unique<Name[]>(capacity);
+        auto values = std::make_unique<Variable[]>(capacity);
+        for (std::uint32_t i = 0; i < count_; ++i) {
+            names[i] = names_[i];
+            values[i] = std::move(values_[i]);
+        }
+        ownNames_ = std::move(names);
+        ownValues_ = std::move(values);
+        ownCapacity_ = capacity;
+        names_ = ownNames_.get();
+        values_ = ownValues_.get();
         capacity_ = capacity;
     }
 
-    std::unique_ptr<ScopeEntry[]> entries_;  // the first `count_` are used, the others hold nil
-    std::size_t count_ = 0;
-    std::size_t capacity_ = 0;
+    Name* names_ = nullptr;  // the first `count_` are used, the other values hold nil
+    Variable* values_ = nullptr;
+    std::uint32_t count_ = 0;
+    std::uint32_t capacity_ = 0;
+    // Storage of its own, kept for the next use while the scope is a window.
+    std::unique_ptr<Name[]> ownNames_;
+    std::unique_ptr<Variable[]> ownValues_;
+    std::uint32_t ownCapacity_ = 0;
 };
 
 /// A stack of scopes. It grows as a vector does, so that a scope's address changes when the stack
@@ -111,6 +160,11 @@ public:
         scope.reserve(expectedEntries);
         ++count_;  // last: the stack is as it was if memory runs out
         return scope;
+    }
+    /// Pushes an empty scope for the caller to open as a window.
+    Scope& pushWindow() {
+        if (count_ == made_) grow();
+        return scopes_[count_++];
     }
     void pop() { scopes_[--count_].clear(); }
     void popTo(std::size_t count) {

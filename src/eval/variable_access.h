@@ -18,12 +18,12 @@ inline const Variable& elementOrNil(const ArrayStorage& array, int position) {
 
 /// The entry of a cached scope: by address without looking at the name, else by name.
 inline const Variable* cachedScopeEntry(const TokenAnalysis& token, const Scope& scope) {
-    const ScopeEntry* entry = scope.at(token.slotIndex);
-    if (entry == nullptr) return nullptr;
-    if (token.slotScope == &scope) return &entry->value;
-    if (entry->name != token.name) return nullptr;
+    if (token.slotIndex >= scope.size()) return nullptr;
+    const ScopeEntry entry = scope[token.slotIndex];
+    if (token.slotScope == &scope) return &entry.value;
+    if (entry.name != token.name) return nullptr;
     token.slotScope = &scope;
-    return &entry->value;
+    return &entry.value;
 }
 
 inline const Variable* DovrelScript::fastParameter(const TokenAnalysis& token) const {

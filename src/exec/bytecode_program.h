@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "exec/hot_code.h"
+#include "exec/machine_function.h"
 #include "frontend/parsed_script_line.h"
 
 /// What an instruction runs. `operand` is an index into the table named here.
@@ -101,4 +102,5 @@ struct BytecodeProgram {
     std::vector<BytecodeFunctionDecl> functionDecls;
     std::vector<ChunkInlineState> chunkInlineStates;  // one per chunk once sized; never stored
     std::vector<HotChunk> hotChunks;                  // the same
+    MachineFunctions machineFunctions;                // the same
 };

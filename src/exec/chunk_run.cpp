@@ -52,12 +52,6 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
         throwPlainError("Invalid bytecode chunk index");
     }
     ChunkRun run(*this, program, nesting);
-    if (chunk < program->hotChunks.size() && runsHotCode) {
-        if (const HotCode* hot = run.hotCode(chunk)) return run.runHot(*hot, signal);
-    } else {
-        program->hotChunks.resize(program->chunks.size());
-        program->hotChunks[chunk].hasRun = true;
-    }
     const BytecodeChunkRange range = program->chunks[chunk];
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");
@@ -82,6 +76,14 @@ Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
         }
     }
     return std::move(value_);
+}
+
+bool ChunkRun::runOne(const BytecodeInstruction& instruction, BlockSignal& signal) {
+    try {
+        return execute(instruction, signal) == Flow::Next;
+    } catch (const std::exception& error) {
+        rethrowLocated(error);
+    }
 }
 
 void ChunkRun::rethrowLocated(const std::exception& error) {
@@ -217,10 +219,6 @@ ChunkRun::Flow ChunkRun::runWhileLoop(std::uint32_t index, BlockSignal& signal, 
                                         : "Bytecode while-loop index out of range");
     selectLine(loop.conditionLine);
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
-    if (isInline) {
-        const HotCode* hot = hotLoop(BytecodeOp::WhileLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotLoop(*hot);
-    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     do {
@@ -238,10 +236,6 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
                    mode == Mode::Inline ? "Inline bytecode repeat-loop index out of range"
                                         : "Bytecode repeat-loop index out of range");
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
-    if (isInline) {
-        const HotCode* hot = hotLoop(BytecodeOp::RepeatLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotLoop(*hot);
-    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     for (;;) {

@@ -40,6 +40,11 @@ enum class NodeKind : std::uint32_t {
     GreaterEqual = 24,
     And = 25,
     Or = 26,
+    // In the token form only.
+    ArrayLiteral = 27,  // `intValue` elements from `right` on in `callArguments`
+    TableLiteral = 28,  // the same with three indices for each entry: key node or -1, text of the
+                        // key or -1, value node
+    Varargs = 29,
 };
 
 /// One node. Children stand before their parents in the array.
@@ -49,6 +54,7 @@ struct FastExprNode {
     std::int32_t right = -1;             // second child, or -1; for a call see NodeKind::Call
     std::uint16_t tokenIndex = 0;        // the line's token of this node
     std::uint16_t stringIndex = 0;       // for a string: index in `strings`
+    std::uint16_t endToken = 0;          // token form: the last token that belongs to the node
     std::int32_t intValue = 0;           // for an int: the value; for a call: the argument count
     float floatValue = 0.0F;             // for a float: the value
     bool boolValue : 1 = false;          // for a bool: the value
@@ -80,6 +86,12 @@ struct FastCallExpression {
     std::uint16_t nameToken = 0;  // the token of the function's name
     SharedArray<FastExpression> arguments;
 };
+
+/// The token form of the tokens [first, last): the same nodes with the literals and "...", for code
+/// that does what the token-stream evaluator does. Invalid where that would raise or stop early.
+[[nodiscard]] FastExpression compileTokenForm(const std::vector<std::string>& tokens,
+                                              const std::vector<TokenAnalysis>& analysis,
+                                              std::size_t first, std::size_t last);
 
 /// Compiles the tokens [first, last). Reports nothing: a range that it does not handle gives an
 /// invalid result, and the token-stream evaluator then works or raises the right message.

@@ -43,8 +43,12 @@ NodeKind nodeKindOf(int operatorNumber) {
 class Parser {
 public:
     Parser(const std::vector<std::string>& tokens, const std::vector<TokenAnalysis>& analysis,
-           std::size_t first, std::size_t last)
-        : tokens_(tokens), analysis_(analysis), position_(first), last_(last) {
+           std::size_t first, std::size_t last, bool isTokenForm = false)
+        : tokens_(tokens),
+          analysis_(analysis),
+          position_(first),
+          last_(last),
+          isTokenForm_(isTokenForm) {
         nodes_.reserve(last - first);
     }
 
@@ -57,7 +61,7 @@ public:
         expression.strings = SharedArray<std::string>::movedFrom(strings_);
         expression.callArguments = SharedArray<std::uint32_t>::copyOf(callArguments_);
         expression.nodes = SharedArray<FastExprNode>::copyOf(nodes_);
-        expression.scalarCode = compileScalarCode(expression);
+        if (!isTokenForm_) expression.scalarCode = compileScalarCode(expression);
         return expression;
     }
 
@@ -71,6 +75,11 @@ private:
     int parsePostfix(int node);
     int parseIndex(int base, std::size_t bracket);
     int parseCall(int callee, std::size_t parenthesis);
+    int parseArrayLiteral(std::size_t bracket);
+    int parseTableLiteral(std::size_t brace);
+    bool parseTableEntry(std::pmr::vector<std::uint32_t>& entries);
+    int addLiteral(NodeKind kind, const std::pmr::vector<std::uint32_t>& parts, std::size_t count,
+                   std::size_t token);
     int addBinary(int operatorNumber, int left, int right, std::size_t token);
     int addString(std::string&& text, std::size_t token);
     int addNode(FastExprNode node, std::size_t token);
@@ -91,6 +100,7 @@ private:
     const std::vector<TokenAnalysis>& analysis_;
     std::size_t position_;
     std::size_t last_;
+    bool isTokenForm_;
     bool ok_ = true;
     // The expression so far.
     ScratchMemory scratch_;
@@ -123,19 +133,28 @@ int Parser::parseOperand() {
     if (known.isIdentifier) return parseWord(token);
     if (known.isNumeric) return parseNumber(token);
     if (isQuotedToken(text)) return parsePostfix(addString(decodeStringToken(text), token));
-    if (text.size() != 1) return fail();  // "..." and every other word
+    if (isTokenForm_ && text == "...") {
+        FastExprNode varargs;
+        varargs.kind = NodeKind::Varargs;
+        return addNode(varargs, token);
+    }
+    if (text.size() != 1) return fail();  // every other word
     switch (text[0]) {
         case '(': {
             const int inner = parseExpression(1);
             if (!ok_ || !nextIs(')')) return fail();
             ++position_;
+            nodes_[static_cast<std::size_t>(inner)].endToken =
+                static_cast<std::uint16_t>(position_ - 1);
             return parsePostfix(inner);
         }
+        case '[': return isTokenForm_ ? parsePostfix(parseArrayLiteral(token)) : fail();
+        case '{': return isTokenForm_ ? parsePostfix(parseTableLiteral(token)) : fail();
         case '+': return parseExpression(kUnaryLevel);  // unary plus leaves no trace
         case '-': return parseUnary(NodeKind::Negate, token);
         case '!': return parseUnary(NodeKind::Not, token);
         case '#': return parseUnary(NodeKind::Length, token);
-        default: return fail();  // "[" and "{" among them
+        default: return fail();
     }
 }
 
@@ -185,6 +204,11 @@ int Parser::parseNumber(std::size_t token) {
 }
 
 int Parser::parsePostfix(int result) {
+    // The token-stream evaluator stops behind such literals.
+    if (isTokenForm_ && ok_ && node(result).kind != NodeKind::StringLiteral &&
+        node(result).kind <= NodeKind::NilLiteral && (nextIs('[') || nextIs('('))) {
+        return fail();
+    }
     while (ok_) {
         if (nextIs('[')) {
             result = parseIndex(result, position_++);
@@ -207,6 +231,72 @@ int Parser::parseIndex(int base, std::size_t bracket) {
     index.right = key;
     index.holdsCall = node(base).holdsCall || node(key).holdsCall;
     return addNode(index, bracket);
+}
+
+int Parser::addLiteral(NodeKind kind, const std::pmr::vector<std::uint32_t>& parts,
+                       std::size_t count, std::size_t token) {
+    FastExprNode literal;
+    literal.kind = kind;
+    literal.right = static_cast<std::int32_t>(callArguments_.size());
+    literal.intValue = static_cast<std::int32_t>(count);
+    for (const FastExprNode& part : nodes_) literal.holdsCall = literal.holdsCall || part.holdsCall;
+    callArguments_.insert(callArguments_.end(), parts.begin(), parts.end());
+    return addNode(literal, token);
+}
+
+int Parser::parseArrayLiteral(std::size_t bracket) {
+    std::pmr::vector<std::uint32_t> elements(scratch_.resource());
+    while (!nextIs(']')) {
+        const int element = parseExpression(1);
+        if (!ok_ || atEnd()) return fail();
+        elements.push_back(static_cast<std::uint32_t>(element));
+        if (nextIs(']')) break;
+        if (!nextIs(',')) return fail();
+        ++position_;
+        if (atEnd()) return fail();
+    }
+    ++position_;
+    return addLiteral(NodeKind::ArrayLiteral, elements, elements.size(), bracket);
+}
+
+bool Parser::parseTableEntry(std::pmr::vector<std::uint32_t>& entries) {
+    constexpr auto kNone = static_cast<std::uint32_t>(-1);
+    std::uint32_t key = kNone;
+    std::uint32_t text = kNone;
+    const auto separates = [this](std::size_t at) {
+        return at < last_ && (isSymbol(tokens_[at], ':') || isSymbol(tokens_[at], '='));
+    };
+    if (nextIs('[')) {
+        ++position_;
+        key = static_cast<std::uint32_t>(parseExpression(1));
+        if (!ok_ || !nextIs(']') || !separates(position_ + 1)) return false;
+        position_ += 2;
+    } else if (separates(position_ + 1)) {
+        const std::string& name = tokens_[position_];
+        const TokenAnalysis& known = analysis_[position_];
+        if (!isQuotedToken(name) && !known.isIdentifier && !known.isNumeric) return false;
+        text = static_cast<std::uint32_t>(strings_.size());
+        strings_.push_back(isQuotedToken(name) ? decodeStringToken(name) : name);
+        position_ += 2;
+    }
+    const int value = parseExpression(1);
+    if (!ok_) return false;
+    for (const std::uint32_t part : {key, text, static_cast<std::uint32_t>(value)}) {
+        entries.push_back(part);
+    }
+    return true;
+}
+
+int Parser::parseTableLiteral(std::size_t brace) {
+    std::pmr::vector<std::uint32_t> entries(scratch_.resource());
+    while (!nextIs('}')) {
+        if (atEnd() || !parseTableEntry(entries) || atEnd()) return fail();
+        if (nextIs('}')) break;
+        if (!nextIs(',')) return fail();
+        ++position_;
+    }
+    ++position_;
+    return addLiteral(NodeKind::TableLiteral, entries, entries.size() / 3, brace);
 }
 
 int Parser::parseCall(int callee, std::size_t parenthesis) {
@@ -271,6 +361,7 @@ int Parser::addNode(FastExprNode added, std::size_t token) {
     // A token beyond 16 bits has no place in a node; the line then goes by tokens.
     if (token > std::numeric_limits<std::uint16_t>::max()) return fail();
     added.tokenIndex = static_cast<std::uint16_t>(token);
+    added.endToken = static_cast<std::uint16_t>(position_ - 1);
     nodes_.push_back(added);
     return static_cast<int>(nodes_.size()) - 1;
 }
@@ -282,4 +373,11 @@ FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens
                                           std::size_t first, std::size_t last) {
     if (last <= first || last > tokens.size() || analysis.size() != tokens.size()) return {};
     return Parser(tokens, analysis, first, last).parse();
+}
+
+FastExpression compileTokenForm(const std::vector<std::string>& tokens,
+                                const std::vector<TokenAnalysis>& analysis, std::size_t first,
+                                std::size_t last) {
+    if (last <= first || last > tokens.size() || analysis.size() != tokens.size()) return {};
+    return Parser(tokens, analysis, first, last, true).parse();
 }

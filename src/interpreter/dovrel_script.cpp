@@ -11,8 +11,10 @@
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
 #include "exec/hot_frames.h"
+#include "exec/machine.h"
 
-DovrelScript::DovrelScript() : hotFrames(std::make_unique<HotFrames>()) {
+DovrelScript::DovrelScript()
+    : hotFrames(std::make_unique<HotFrames>()), machine(std::make_unique<Machine>(*this)) {
     randomEngine.seed(std::random_device("/dev/urandom")());
     startTime = std::chrono::steady_clock::now();
     registerLibrary();
@@ -59,7 +61,9 @@ Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>
     Variable result;
     {
         const NameStackGuard programNames(*this, program->baseDirectory, program->scriptName);
-        result = executeBytecodeChunkInternal(program, 0, signal);
+        if (!machine->tryRun(program, result, signal)) {
+            result = executeBytecodeChunkInternal(program, 0, signal);
+        }
         rethrowPendingCoroutineException();
     }
     // Found only when it runs, and only here: a `break` travels up like any other signal.

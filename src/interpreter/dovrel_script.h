@@ -44,6 +44,7 @@
 #include "value/variable.h"
 
 class HotFrames;
+class Machine;
 struct BytecodeProgram;
 
 class DovrelScript;
@@ -233,6 +234,7 @@ public:
     ArgumentStack argumentStack;
     std::vector<Variable> heldValues;      // values of hot code that are no scalars, innermost last
     std::unique_ptr<HotFrames> hotFrames;  // functions called from hot code, innermost last
+    std::unique_ptr<Machine> machine;      // runs compiled functions
 
     // ------------------------------------------------------------------ eval: statements
     /// Runs an assignment line. False, with nothing done, if the line is none. `result` becomes the
@@ -256,6 +258,9 @@ public:
     /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
     /// false and the message. Nil when an outer soft error is unwinding.
     Variable protectedCall(Arguments args);
+    /// `ok, result = pcall(f, ...)`: the same as a Multi, one-line functions in the scalar tier
+    /// first. Nil when an outer soft error is unwinding.
+    Variable spreadProtectedCall(Arguments args);
     /// Recognises the short body shapes; called once by whoever declares a function.
     static void prepareFastCallableBody(ScriptCallable& callable);
     /// Runs a fast body in the scalar tier; false if it declines.
@@ -273,6 +278,8 @@ public:
     // ------------------------------------------------------------------ eval: errors
     /// Raises the located report of `message` near `token`.
     [[noreturn]] void throwError(const std::string& message, std::string_view token);
+    /// That report.
+    [[nodiscard]] std::string locatedReport(const std::string& message, std::string_view token);
     /// Raises the report of `error`, unless it is a report already and is raised again as it is.
     /// Must be called from a handler. Near `lastToken`, else near `fallbackToken`.
     [[noreturn]] void rethrowLocated(const std::exception& error, std::string_view fallbackToken);
@@ -366,6 +373,10 @@ public:
     void pushFunction(const std::string& name, NativeBody body);
     /// Calls the native of `id`; nil for an id without a fast body.
     Variable dispatchBuiltinFast(BuiltinId id, Arguments args);
+    /// The natives of the scalar tier on values, and the mathematical ones on scalars; false declines.
+    [[nodiscard]] bool tryScalarBuiltin(BuiltinId id, Arguments args, FastScalarValue& out);
+    [[nodiscard]] bool tryScalarBuiltin(BuiltinId id, const FastScalarValue* values,
+                                        std::size_t count, FastScalarValue& out);
     /// Calls a native whose result is likely to be a scalar; false if the id or the result is
     /// another.
     [[nodiscard]] bool tryEvaluateNativeBuiltinScalar(BuiltinId id, Arguments args,

@@ -12,6 +12,7 @@
 #include "value/variable.h"
 
 struct BytecodeProgram;
+struct MachineFunction;
 struct ParsedScriptLine;
 enum class BuiltinId : std::uint8_t;
 
@@ -47,6 +48,9 @@ struct ScriptCallable {
     std::uint16_t fastGuardLine = 0;   // index in `bodyLines` of the guarding `if`
     std::uint16_t fastReturnLine = 0;  // index in `bodyLines` of the `return`
     std::string fastGuardMessage;      // decoded message of the guard's `error` call
+    // Its compiled form, once somebody has asked; the program owns it.
+    mutable MachineFunction* machineFunction = nullptr;
+    mutable bool isMachineRefused = false;
 
     /// A call pushes a frame with the parameters and nothing else.
     [[nodiscard]] bool runsInFrame() const {

@@ -1,0 +1,1055 @@
+// The loop over the instructions of the compiled form.
+//
+// What may move under one's feet here:
+//   1. `at` is the current instruction, `R` the registers of the innermost activation, `code` its code. All
+//      three change with each call and return, and when other code goes on for the same activation.
+//   2. `activations_` moves its elements when it grows. Registers never move while their activation lives.
+//   3. An instruction that runs script code may change every variable, global and element. No reference into
+//      an array or a table is kept across one.
+//   4. Rare cases are functions beside the loop. One that declines says where the code goes on by `at`.
+#include "exec/machine.h"
+
+#include <cmath>
+#include <utility>
+
+#include "eval/assignment.h"
+#include "eval/errors.h"
+#include "eval/variable_access.h"
+#include "exec/machine_values.h"
+#include "exec/machine_walk.h"
+#include "library/natives.h"
+#include "value/operators.h"
+
+// Labels as values: both compilers have them, and each instruction gets a jump of its own to predict.
+#pragma GCC diagnostic ignored "-Wpedantic"
+
+#define DISPATCH() goto* kLabels[static_cast<std::uint8_t>(at->op)]
+#define NEXT() \
+    do {       \
+        ++at;  \
+        DISPATCH(); \
+    } while (false)
+
+Variable Machine::run() {
+    static const void* const kLabels[] = {
+        &&LoadNil, &&LoadInt, &&LoadConst, &&Move, &&Take, &&Clear, &&GetVariable, &&GetGlobal,
+        &&GetPlace, &&SetVariable, &&SetGlobal, &&UpdateVariable, &&UpdateRegister, &&PushBlock,
+        &&PopBlock, &&DeclareBlock, &&DeclareFrame, &&Add, &&Subtract, &&Multiply, &&Divide,
+        &&IntDivide, &&Modulo, &&Power, &&Equal, &&NotEqual, &&Less, &&Greater, &&LessEqual,
+        &&GreaterEqual, &&AddInt, &&SubtractInt, &&MultiplyInt, &&DivideInt, &&IntDivideInt,
+        &&ModuloInt, &&AddConst, &&SubtractConst, &&MultiplyConst, &&DivideConst, &&Negate, &&Not,
+        &&Length, &&Join, &&Append, &&AppendGlobal, &&Jump, &&JumpBack, &&JumpIfFalse,
+        &&JumpIfTrue, &&SkipUnlessTrue, &&SkipIfTrue, &&IfEqual, &&IfNotEqual, &&IfLess,
+        &&IfGreater, &&IfLessEqual, &&IfGreaterEqual, &&UnlessEqual, &&UnlessNotEqual,
+        &&UnlessLess, &&UnlessGreater, &&UnlessLessEqual, &&UnlessGreaterEqual, &&IfEqualInt,
+        &&IfNotEqualInt, &&IfLessInt, &&IfGreaterInt, &&IfLessEqualInt, &&IfGreaterEqualInt,
+        &&UnlessEqualInt, &&UnlessNotEqualInt, &&UnlessLessInt, &&UnlessGreaterInt,
+        &&UnlessLessEqualInt, &&UnlessGreaterEqualInt, &&IfEqualConst, &&UnlessEqualConst, &&Index,
+        &&IndexInt, &&IndexConst, &&SetIndex, &&SetIndexGlobal, &&UpdateIndex,
+        &&UpdateIndexGlobal, &&SetPath, &&Call, &&CallGlobal, &&CallMember, &&RequireScalarCall,
+        &&CallScalar, &&RequireScalar, &&Return, &&ReturnNil, &&ReturnMulti, &&NewArray,
+        &&NewTable, &&RequireKey, &&Varargs, &&SpreadCall, &&Spread, &&CutMulti, &&ForStart,
+        &&ForNext, &&ForSlowly, &&CloseFrame, &&OpenLoopFrame, &&WalkCheck, &&WalkCall,
+        &&WalkStart, &&WalkNext, &&WalkEnd, &&RunStatement, &&TreeValue, &&TreeCondition, &&Line,
+        &&LastToken, &&ChunkValue, &&ClearChunkValue, &&BeginStatement, &&EndStatement,
+        &&EndInline, &&GiveTurns,
+    };
+    static_assert(std::size(kLabels) == static_cast<std::size_t>(Op::Count_));
+
+    const std::size_t entry = activations_.size() - 1;
+    const MachineCode* code = activations_.back().code;
+    Variable* R = activations_.back().base;
+    Pc at = code->code.data();
+    Variable* slot = nullptr;     // of a call under way
+    std::size_t argumentCount = 0;
+    Variable result;
+
+    // The operators with two numbers of a kind; everything else goes by `binary`.
+    const auto slowBinary = [&](NodeKind kind, const Variable& left, const Variable& right) {
+        const Pc before = at;
+        Variable* const target = &R[at->a];
+        if (!binary(*code, at, kind, *target, left, right)) return false;
+        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
+        if ((before->m & kSecondGoes) != 0) R[before->c].setNil();
+        return true;
+    };
+    const auto slowCompare = [&](NodeKind kind, const Variable& left, const Variable& right,
+                                 bool& truth, bool hasSecond) {
+        const Pc before = at;
+        if (!compare(*code, at, kind, left, right, truth)) return false;
+        if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
+        if (hasSecond && (before->m & kSecondGoes) != 0) R[before->b].setNil();
+        return true;
+    };
+
+    try {
+        DISPATCH();
+
+    LoadNil:
+        R[at->a].setNil();
+        NEXT();
+    LoadInt:
+        R[at->a].setInt(at->d());
+        NEXT();
+    LoadConst:
+        R[at->a] = code->constants[static_cast<std::size_t>(at->d())];
+        NEXT();
+    Move:
+        R[at->a] = R[at->b];
+        NEXT();
+    Take:
+        R[at->a] = std::move(R[at->b]);
+        R[at->b].setNil();
+        NEXT();
+    Clear:
+        R[at->a].setNil();
+        NEXT();
+
+    GetVariable:
+        getVariable(*code, *at, R[at->a]);
+        NEXT();
+    GetGlobal: {
+        const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
+        if (const Variable* value = globalOf(record)) {
+            R[at->a] = *value;
+        } else {
+            getVariable(*code, *at, R[at->a]);
+        }
+        NEXT();
+    }
+    GetPlace:
+        getPlace(*code, *at, R[at->a]);
+        NEXT();
+    SetVariable:
+        setVariable(*code, *at, R[at->a]);
+        NEXT();
+    SetGlobal: {
+        const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
+        if (Variable* value = globalOf(record)) {
+            *value = std::move(R[at->a]);
+            R[at->a].setNil();
+        } else {
+            setVariable(*code, *at, R[at->a]);
+        }
+        NEXT();
+    }
+    UpdateVariable: {
+        const VariableRecord& record = code->variables[at->a];
+        Variable* variable = globalOf(record);
+        if (variable == nullptr) {
+            variable = interpreter_.variableForWriting(*record.token);
+            if (variable == nullptr) {
+                showPosition(*code, at);
+                interpreter_.throwError("Variable not found: " + record.name->text,
+                                        record.name->text);
+            }
+        }
+        update(variable, *code, at, R[at->b]);
+        NEXT();
+    }
+    UpdateRegister: {
+        Variable& variable = R[at->a];
+        const Variable& operand = R[at->b];
+        if (areInts(variable, operand)) {
+            if (at->m == '+') {
+                variable.setInt(wrapAdd(variable.asInt(), operand.asInt()));
+                NEXT();
+            }
+            if (at->m == '-') {
+                variable.setInt(wrapSubtract(variable.asInt(), operand.asInt()));
+                NEXT();
+            }
+        }
+        update(&variable, *code, at, R[at->b]);
+        NEXT();
+    }
+
+    PushBlock: {
+        const ScopeWindow& window = code->windows[static_cast<std::size_t>(at->d())];
+        interpreter_.blockScopes.pushWindow().openWindow(
+            window.names.data(), R + window.first, 0,
+            static_cast<std::uint32_t>(window.names.size()));
+        NEXT();
+    }
+    PopBlock:
+        interpreter_.blockScopes.pop();
+        NEXT();
+    DeclareBlock:
+        interpreter_.blockScopes.back().declareNext();
+        NEXT();
+    DeclareFrame:
+        interpreter_.frameScopes.back().declareNext();
+        NEXT();
+
+    Add: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areInts(left, right)) {
+            R[at->a].setInt(wrapAdd(left.asInt(), right.asInt()));
+            NEXT();
+        }
+        if (areFloats(left, right)) {
+            R[at->a].setFloat(left.asFloat() + right.asFloat());
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Add, left, right)) DISPATCH();
+        NEXT();
+    }
+    Subtract: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areInts(left, right)) {
+            R[at->a].setInt(wrapSubtract(left.asInt(), right.asInt()));
+            NEXT();
+        }
+        if (areFloats(left, right)) {
+            R[at->a].setFloat(left.asFloat() - right.asFloat());
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Subtract, left, right)) DISPATCH();
+        NEXT();
+    }
+    Multiply: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areInts(left, right)) {
+            R[at->a].setInt(wrapMultiply(left.asInt(), right.asInt()));
+            NEXT();
+        }
+        if (areFloats(left, right)) {
+            R[at->a].setFloat(left.asFloat() * right.asFloat());
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Multiply, left, right)) DISPATCH();
+        NEXT();
+    }
+    Divide: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areFloats(left, right) && right.asFloat() != 0.0F) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asFloat()) /
+                                                 static_cast<double>(right.asFloat())));
+            NEXT();
+        }
+        if (areInts(left, right) && right.asInt() != 0) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asInt()) /
+                                                 static_cast<double>(right.asInt())));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Divide, left, right)) DISPATCH();
+        NEXT();
+    }
+    IntDivide: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areInts(left, right)) {
+            R[at->a].setInt(checkedDivide(left.asInt(), right.asInt()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::IntDivide, left, right)) DISPATCH();
+        NEXT();
+    }
+    Modulo: {
+        const Variable& left = R[at->b];
+        const Variable& right = R[at->c];
+        if (areInts(left, right)) {
+            R[at->a].setInt(checkedRemainder(left.asInt(), right.asInt()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Modulo, left, right)) DISPATCH();
+        NEXT();
+    }
+    Power:
+        if (!slowBinary(NodeKind::Power, R[at->b], R[at->c])) DISPATCH();
+        NEXT();
+
+#define COMPARISON(Kind, op)                                                     \
+    Kind: {                                                                      \
+        const Variable& left = R[at->b];                                         \
+        const Variable& right = R[at->c];                                        \
+        if (areInts(left, right)) {                                              \
+            R[at->a].setBool(left.asInt() op right.asInt());                     \
+            NEXT();                                                              \
+        }                                                                        \
+        if (!slowBinary(NodeKind::Kind, left, right)) DISPATCH();                \
+        NEXT();                                                                  \
+    }
+        COMPARISON(Equal, ==)
+        COMPARISON(NotEqual, !=)
+        COMPARISON(Less, <)
+        COMPARISON(Greater, >)
+        COMPARISON(LessEqual, <=)
+        COMPARISON(GreaterEqual, >=)
+
+    AddInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left)) {
+            R[at->a].setInt(wrapAdd(left.asInt(), at->distance()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+    SubtractInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left)) {
+            R[at->a].setInt(wrapSubtract(left.asInt(), at->distance()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+    MultiplyInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left)) {
+            R[at->a].setInt(wrapMultiply(left.asInt(), at->distance()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+    DivideInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left) && at->distance() != 0) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asInt()) /
+                                                 static_cast<double>(at->distance())));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Divide, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+    IntDivideInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left)) {
+            R[at->a].setInt(checkedDivide(left.asInt(), at->distance()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+    ModuloInt: {
+        const Variable& left = R[at->b];
+        if (isIntValue(left)) {
+            R[at->a].setInt(checkedRemainder(left.asInt(), at->distance()));
+            NEXT();
+        }
+        if (!slowBinary(NodeKind::Modulo, left, Variable::makeInt(at->distance()))) DISPATCH();
+        NEXT();
+    }
+
+#define WITH_CONSTANT(Name, Kind, op)                                                       \
+    Name: {                                                                                 \
+        const Variable& left = R[at->b];                                                    \
+        const Variable& right = code->constants[at->c];                                     \
+        if (isFloatValue(left)) {                                                           \
+            R[at->a].setFloat(left.asFloat() op right.asFloat());                           \
+            NEXT();                                                                         \
+        }                                                                                   \
+        const Pc before = at;                                                               \
+        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) DISPATCH();          \
+        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();                           \
+        NEXT();                                                                             \
+    }
+        WITH_CONSTANT(AddConst, Add, +)
+        WITH_CONSTANT(SubtractConst, Subtract, -)
+        WITH_CONSTANT(MultiplyConst, Multiply, *)
+    DivideConst: {
+        const Variable& left = R[at->b];
+        const Variable& right = code->constants[at->c];
+        if (isFloatValue(left) && right.asFloat() != 0.0F) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asFloat()) /
+                                                 static_cast<double>(right.asFloat())));
+            NEXT();
+        }
+        const Pc before = at;
+        if (!binary(*code, at, NodeKind::Divide, R[at->a], left, right)) DISPATCH();
+        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
+        NEXT();
+    }
+
+    Negate:
+    Not:
+    Length: {
+        const Pc before = at;
+        if (!unary(*code, at, R[at->a], R[at->b])) DISPATCH();
+        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
+        NEXT();
+    }
+    Join:
+        if (!join(*code, at, R[at->a], &R[at->b], at->c)) DISPATCH();
+        NEXT();
+    Append:
+        if (!append(*code, at, R)) DISPATCH();
+        NEXT();
+    AppendGlobal:
+        if (!appendGlobal(*code, at, R)) DISPATCH();
+        NEXT();
+
+    Jump:
+        at = code->code.data() + at->d();
+        DISPATCH();
+    JumpBack: {
+        Activation& running = activations_.back();
+        if ((code->isStale || (code->forTurns && !givesTurns())) && running.function != nullptr) {
+            const auto loop = static_cast<std::size_t>(at->d());
+            const MachineCode* next = renewed(*running.function, *code);
+            if (next != code && R + next->registerCount <= segmentEnd_ &&
+                loop < next->loopEnds.size() && next->loopEnds[loop] != kNoLoopEnd) {
+                code = next;
+                running.code = next;
+                at = code->code.data() + code->loopEnds[loop];
+                top_ = R + code->registerCount;
+                NEXT();
+            }
+            if (next != code && code->forTurns && next->other == code) {
+                // The loop has no such place in the code without turns, but its next instruction has.
+                const auto index = static_cast<std::size_t>(at - code->code.data());
+                code = next;
+                running.code = next;
+                at = next->code.data() + next->other->toOther[index];
+                DISPATCH();
+            }
+        }
+        NEXT();
+    }
+    JumpIfFalse: {
+        const Variable& value = R[at->a];
+        bool holds = false;
+        if (isBoolValue(value)) {
+            holds = value.asBool();
+        } else {
+            const Pc before = at;
+            if (!truth(*code, at, value, holds)) DISPATCH();
+            if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
+        }
+        if (holds) NEXT();
+        at = code->code.data() + at->d();
+        DISPATCH();
+    }
+    JumpIfTrue: {
+        const Variable& value = R[at->a];
+        bool holds = false;
+        if (isBoolValue(value)) {
+            holds = value.asBool();
+        } else {
+            const Pc before = at;
+            if (!truth(*code, at, value, holds)) DISPATCH();
+            if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
+        }
+        if (!holds) NEXT();
+        at = code->code.data() + at->d();
+        DISPATCH();
+    }
+    SkipUnlessTrue:
+    SkipIfTrue: {
+        const bool skips = at->op == Op::SkipIfTrue;
+        bool holds = false;
+        if (!truth(*code, at, R[at->a], holds)) DISPATCH();
+        if (holds == skips) {
+            at = code->code.data() + at->d();
+            DISPATCH();
+        }
+        R[at->a].setNil();
+        NEXT();
+    }
+
+#define BRANCH(Kind, op, sense, Prefix)                                                       \
+    Prefix##Kind: {                                                                           \
+        const Variable& left = R[at->a];                                                      \
+        const Variable& right = R[at->b];                                                     \
+        bool truth_ = false;                                                                  \
+        const int distance = at->distance();                                                  \
+        if (areInts(left, right)) {                                                           \
+            truth_ = left.asInt() op right.asInt();                                           \
+        } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) {                 \
+            DISPATCH();                                                                       \
+        }                                                                                     \
+        if (truth_ != sense) NEXT();                                                          \
+        at += distance;                                                                       \
+        DISPATCH();                                                                           \
+    }
+#define BRANCH_INT(Kind, op, sense, Prefix)                                                   \
+    Prefix##Kind##Int: {                                                                      \
+        const Variable& left = R[at->a];                                                      \
+        bool truth_ = false;                                                                  \
+        const int distance = at->distance();                                                  \
+        if (isIntValue(left)) {                                                               \
+            truth_ = left.asInt() op static_cast<std::int16_t>(at->b);                        \
+        } else if (!slowCompare(NodeKind::Kind, left,                                         \
+                                Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_,  \
+                                false)) {                                                     \
+            DISPATCH();                                                                       \
+        }                                                                                     \
+        if (truth_ != sense) NEXT();                                                          \
+        at += distance;                                                                       \
+        DISPATCH();                                                                           \
+    }
+#define BRANCHES(Kind, op)               \
+    BRANCH(Kind, op, true, If)           \
+    BRANCH(Kind, op, false, Unless)      \
+    BRANCH_INT(Kind, op, true, If)       \
+    BRANCH_INT(Kind, op, false, Unless)
+        BRANCHES(Equal, ==)
+        BRANCHES(NotEqual, !=)
+        BRANCHES(Less, <)
+        BRANCHES(Greater, >)
+        BRANCHES(LessEqual, <=)
+        BRANCHES(GreaterEqual, >=)
+    IfEqualConst:
+    UnlessEqualConst: {
+        const Variable& left = R[at->a];
+        const Variable& right = code->constants[at->b];
+        const int distance = at->distance();
+        const bool sense = at->op == Op::IfEqualConst;
+        bool isEqual = false;
+        if (isTextValue(left) && isTextValue(right)) {
+            isEqual = left.asString() == right.asString();
+            if ((at->m & kTierMask) == 0) declined_ = at;
+            if ((at->m & kFirstGoes) != 0) R[at->a].setNil();
+        } else if (!slowCompare(NodeKind::Equal, left, right, isEqual, false)) {
+            DISPATCH();
+        }
+        if (isEqual != sense) NEXT();
+        at += distance;
+        DISPATCH();
+    }
+
+    Index: {
+        const Variable& base = R[at->b];
+        const Variable& key = R[at->c];
+        if (base.type == VarType::Array && isIntValue(key) && (at->m & kFirstGoes) == 0 &&
+            at->a != at->b) {
+            const ArrayStorage& array = *base.asArray();
+            const auto place =
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+            if (place < array.size()) {
+                R[at->a] = array[place];
+            } else {
+                R[at->a].setNil();
+            }
+            NEXT();
+        }
+        if (!index(*code, at, R, key)) DISPATCH();
+        NEXT();
+    }
+    IndexInt: {
+        const Variable& base = R[at->b];
+        if (base.type == VarType::Array && (at->m & kFirstGoes) == 0 && at->a != at->b) {
+            const ArrayStorage& array = *base.asArray();
+            const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(at->c) - 1);
+            if (place < array.size()) {
+                R[at->a] = array[place];
+            } else {
+                R[at->a].setNil();
+            }
+            NEXT();
+        }
+        if (!index(*code, at, R, Variable::makeInt(at->c))) DISPATCH();
+        NEXT();
+    }
+    IndexConst: {
+        const Variable& base = R[at->b];
+        const Variable& key = code->constants[at->c];
+        if (base.type == VarType::Table && (at->m & kFirstGoes) == 0 && at->a != at->b) {
+            const TableStorage& table = *base.asTable();
+            const auto found = table.find(key.asString());
+            if (found != table.end()) {
+                R[at->a] = found->second;
+            } else {
+                R[at->a].setNil();
+            }
+            NEXT();
+        }
+        if (!index(*code, at, R, key)) DISPATCH();
+        NEXT();
+    }
+    SetIndex: {
+        lastStore_ = at;
+        lastStoreCode_ = code;
+        Variable& base = R[at->a];
+        const Variable& key = R[at->b];
+        if (base.type == VarType::Array && isIntValue(key)) {
+            ArrayStorage& array = *base.asArray();
+            const auto place =
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+            if (place < array.size()) {
+                array[place] = std::move(R[at->c]);
+                R[at->c].setNil();
+                NEXT();
+            }
+        }
+        setIndex(base, key, R[at->c]);
+        R[at->b].setNil();
+        R[at->c].setNil();
+        NEXT();
+    }
+    SetIndexGlobal: {
+        lastStore_ = at;
+        lastStoreCode_ = code;
+        Variable& base = variableForStore(*code, at->a);
+        const Variable& key = R[at->b];
+        if (base.type == VarType::Array && isIntValue(key)) {
+            ArrayStorage& array = *base.asArray();
+            const auto place =
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+            if (place < array.size()) {
+                array[place] = std::move(R[at->c]);
+                R[at->c].setNil();
+                NEXT();
+            }
+        }
+        setIndex(base, key, R[at->c]);
+        R[at->b].setNil();
+        R[at->c].setNil();
+        NEXT();
+    }
+    UpdateIndex:
+        lastStore_ = at;
+        lastStoreCode_ = code;
+        updateIndex(R[at->a], R[at->b], R[at->c], static_cast<char>(at->m));
+        R[at->b].setNil();
+        R[at->c].setNil();
+        NEXT();
+    UpdateIndexGlobal:
+        lastStore_ = at;
+        lastStoreCode_ = code;
+        updateIndex(variableForStore(*code, at->a), R[at->b], R[at->c],
+                    static_cast<char>(at->m));
+        R[at->b].setNil();
+        R[at->c].setNil();
+        NEXT();
+    SetPath:
+        lastStore_ = at;
+        lastStoreCode_ = code;
+        setPath(*code, code->stores[static_cast<std::size_t>(at->d())], R);
+        NEXT();
+
+    CallGlobal: {
+        slot = &R[at->a];
+        argumentCount = at->b;
+        VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->c]);
+        const Variable* callee = read(record);
+        if (callee != nullptr) {
+            *slot = *callee;
+        } else {
+            slot->setNil();
+        }
+        goto callSlot;
+    }
+    CallMember: {
+        slot = &R[at->a];
+        argumentCount = at->b;
+        const MemberSite& site = code->members[at->c];
+        const Variable* base =
+            site.baseIsRegister
+                ? &R[site.base]
+                : read(const_cast<VariableRecord&>(code->variables[site.base]));
+        const std::string& key = code->constants[site.key].asString();
+        if (base != nullptr && base->type == VarType::Table) {
+            const TableStorage& table = *base->asTable();
+            const auto found = table.find(key);
+            if (found != table.end()) {
+                *slot = found->second;
+                if (const ScriptCallable* native = nativeOf(slot);
+                    native != nullptr && native->builtinId != BuiltinId::None) {
+                    if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
+                        decline(*code, at, R);
+                        DISPATCH();
+                    }
+                    activations_.back().pc = at;
+                    if (callNative(slot, argumentCount, *native, true)) goto called;
+                }
+            } else {
+                slot->setNil();
+            }
+        } else if (base != nullptr) {
+            *slot = interpreter_.getIndexedValue(*base, code->constants[site.key]);
+        } else {
+            *slot = interpreter_.getIndexedValue(Variable(), code->constants[site.key]);
+        }
+        goto callSlot;
+    }
+    Call:
+        slot = &R[at->a];
+        argumentCount = at->b;
+    callSlot:
+        if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
+            slot->setNil();
+            decline(*code, at, R);
+            DISPATCH();
+        }
+        activations_.back().pc = at;
+        if (slot->type == VarType::Function) {
+            if (tryEnter(slot, argumentCount)) {
+                code = activations_.back().code;
+                R = activations_.back().base;
+                at = code->code.data();
+                DISPATCH();
+            }
+        }
+        callOther(slot, argumentCount, at->m);
+    called:
+        if (needsAttention()) goto attend;
+        NEXT();
+
+    SpreadCall:
+        activations_.back().pc = at;
+        slot = &R[at->a];
+        if (slot->type == VarType::Function && tryEnter(slot, at->b)) {
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = code->code.data();
+            DISPATCH();
+        }
+        *slot = spreadCall(slot, at->b);
+        if (needsAttention()) goto attend;
+        NEXT();
+    Spread:
+        spread(R[at->a], &R[at->b], at->c);
+        NEXT();
+    CutMulti:
+        if (R[at->a].type == VarType::Multi) {
+            R[at->a] = AssignmentRun::firstValue(Variable(R[at->a]));
+        }
+        NEXT();
+
+    RequireScalarCall:
+        activations_.back().pc = at;
+        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], at)) DISPATCH();
+        NEXT();
+    CallScalar: {
+        activations_.back().pc = at;
+        const ScalarCallSite& site = code->scalarCalls[at->c];
+        if (!callScalar(*code, R, site, &R[at->a], at->b)) {
+            if (interpreter_.softErrorUnwinding()) goto attend;
+            decline(*code, at, R);
+            DISPATCH();
+        }
+        if (needsAttention()) goto attend;
+        NEXT();
+    }
+    RequireScalar: {
+        const VarType type = R[at->a].type;
+        if (type == VarType::Int || type == VarType::Float || type == VarType::Bool ||
+            type == VarType::Nil) {
+            NEXT();
+        }
+        decline(*code, at, R);
+        DISPATCH();
+    }
+
+    ReturnMulti:
+        R[at->a] = multiOf(&R[at->a], at->b);
+    Return: {
+        if (code->forTurns) giveTurns(at->c);
+        if (lastStore_ != nullptr) showLastStore();
+        if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
+        result = std::move(R[at->a]);
+        R[at->a].setNil();
+        slot = activations_.back().slot;
+        popActivation();
+        *slot = std::move(result);
+        result.setNil();
+        code = activations_.back().code;
+        R = activations_.back().base;
+        at = activations_.back().pc;
+        NEXT();
+    }
+    ReturnNil:
+        if (code->forTurns && at->m == 0) giveTurns(at->c);
+        if (lastStore_ != nullptr) showLastStore();
+        slot = &R[code->chunkValue];
+        if (at->m == 0) slot->setNil();
+        goto leaveWithSlot;
+    leaveSlowly:
+        slot = &R[at->a];
+    leaveWithSlot: {
+        if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
+            interpreter_.rethrowPendingCoroutineException();
+        }
+        if (activations_.size() - 1 == entry) {
+            result = std::move(*slot);
+            slot->setNil();
+            popActivation();
+            return result;
+        }
+        Variable* const target = activations_.back().slot;
+        result = std::move(*slot);
+        slot->setNil();
+        popActivation();
+        *target = std::move(result);
+        result.setNil();
+        if (interpreter_.softErrorUnwinding()) target->setNil();
+        code = activations_.back().code;
+        R = activations_.back().base;
+        at = activations_.back().pc;
+        if (needsAttention()) goto attend;
+        NEXT();
+    }
+
+    // Behind a call: a soft error may be on its way, or a coroutine be scheduled.
+    attend: {
+        if (!code->forTurns && givesTurns()) {
+            Activation& running = activations_.back();
+            MachineFunction::Form* form = nullptr;
+            for (MachineFunction::Form& known : running.function->forms) {
+                if (known.plain.get() == code) form = &known;
+            }
+            // Code that has been replaced gets its form for turns from a draft of its own.
+            const MachineCode* turns =
+                form != nullptr ? codeOf(*running.function, form != &running.function->forms[0])
+                                : nullptr;
+            if (turns != nullptr && turns->forTurns && turns->other == code) {
+                at = turns->code.data() +
+                     code->toOther[static_cast<std::size_t>(at - code->code.data())];
+                code = turns;
+                running.code = turns;
+                running.pc = at;
+            }
+        }
+        if (!interpreter_.softErrorUnwinding()) NEXT();
+    }
+    unwind: {
+        const MachineStatement& statement = statementAt(*code, at);
+        if (code->forTurns) {
+            if (!statement.isRecursive) {
+                if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
+                    !interpreter_.pendingCoroutineException) {
+                    interpreter_.serviceScheduledCoroutineTurn();
+                }
+                interpreter_.rethrowPendingCoroutineException();
+            }
+            giveTurns(statement.depth + std::size_t{1});
+        }
+        showStore();
+        Variable* const target = activations_.back().slot;
+        abandonActivation();
+        if (activations_.size() == entry) return result;
+        target->setNil();
+        code = activations_.back().code;
+        R = activations_.back().base;
+        at = activations_.back().pc;
+        goto attend;
+    }
+
+    NewArray:
+        newArray(&R[at->b], at->c, R[at->a]);
+        NEXT();
+    NewTable:
+        newTable(code->tables[static_cast<std::size_t>(at->d())], *code, R, R[at->a]);
+        NEXT();
+    RequireKey:
+        static_cast<void>(keyToString(R[at->a]));
+        NEXT();
+    Varargs:
+        if (interpreter_.varargStack.empty()) {
+            R[at->a].setNil();
+        } else {
+            R[at->a] =
+                Variable::makeMulti(std::vector<Variable>(interpreter_.varargStack.back()));
+        }
+        NEXT();
+
+    ForStart: {
+        const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
+        Variable* first = &R[at->a];
+        const bool hasTurn = startFor(first);
+        const ScopeWindow& window = code->windows[site.window];
+        Scope& scope = interpreter_.frameScopes.pushWindow();
+        const auto capacity = static_cast<std::uint32_t>(window.names.size());
+        first[3].setInt(first[0].asInt());
+        if (window.hasOwnNames) {
+            scope.openWindowWithOwnNames(window.names.data(), R + window.first, 1, capacity);
+        } else {
+            scope.openWindow(window.names.data(), R + window.first, 1, capacity);
+        }
+        if (!hasTurn) {
+            at = code->code.data() + site.otherwise;
+            DISPATCH();
+        }
+        NEXT();
+    }
+    ForNext: {
+        Variable* first = &R[at->a];
+        const int step = first[2].asInt();
+        const int counter = wrapAdd(first[0].asInt(), step);
+        first[0].setInt(counter);
+        if (step >= 1 ? counter > first[1].asInt() : counter < first[1].asInt()) NEXT();
+        // Only the int alternative is written, never the kind: a body that has put another one
+        // there fails here.
+        first[3].intReference() = counter;
+        at = code->code.data() + at->d();
+        DISPATCH();
+    }
+    ForSlowly:
+        activations_.back().pc = at;
+        evaluateRange(*code, code->loops[static_cast<std::size_t>(at->d())], &R[at->a]);
+        if (needsAttention()) goto attend;
+        NEXT();
+    CloseFrame:
+        interpreter_.frameScopes.pop();
+        NEXT();
+    OpenLoopFrame: {
+        const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
+        const ScopeWindow& window = code->windows[site.window];
+        Scope& scope = interpreter_.frameScopes.pushWindow();
+        const auto capacity = static_cast<std::uint32_t>(window.names.size());
+        for (std::size_t i = 0; i < site.nameCount; ++i) R[window.first + i].setNil();
+        if (window.hasOwnNames) {
+            scope.openWindowWithOwnNames(window.names.data(), R + window.first, window.given,
+                                         capacity);
+        } else {
+            scope.openWindow(window.names.data(), R + window.first, window.given, capacity);
+        }
+        NEXT();
+    }
+    WalkCheck: {
+        const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
+        if (checkWalk(*code, site)) NEXT();
+        at = code->code.data() + site.otherwise;
+        DISPATCH();
+    }
+    WalkCall: {
+        const bool begins = beginWalkOfCall(&R[at->b], at->c);
+        clearArguments(&R[at->b], at->c);
+        if (begins) NEXT();
+        at += 2;
+        DISPATCH();
+    }
+    WalkStart: {
+        const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
+        beginWalk(site, R[at->a + 1], at->m == 1);
+        NEXT();
+    }
+    WalkNext: {
+        const Walk& walk = *walks_.back();
+        if (!nextOfWalk(R + at->a + 3, walk.nameCount)) NEXT();
+        at = code->code.data() + at->d();
+        DISPATCH();
+    }
+    WalkEnd:
+        spareWalks_.push_back(std::move(walks_.back()));
+        walks_.pop_back();
+        spareWalks_.back()->clear();
+        NEXT();
+
+    RunStatement: {
+        const MachineStatement& statement =
+            code->statements[static_cast<std::size_t>(at->d())];
+        activations_.back().pc = at;
+        ++counts.byExecutor;
+        const StatementEnd end = runStatement(*code, statement);
+        if (end == StatementEnd::Unwinds) goto unwind;
+        if (end == StatementEnd::Leaves) {
+            if (code->forTurns) giveTurns(statement.depth + std::size_t{1});
+            slot = &R[code->chunkValue];
+            goto leaveWithSlot;
+        }
+        if (needsAttention()) goto attend;
+        NEXT();
+    }
+    TreeValue: {
+        activations_.back().pc = at;
+        ++counts.byTiers;
+        const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
+        static_cast<void>(evaluateSite(*code, at, site));
+        if (needsAttention()) goto attend;
+        NEXT();
+    }
+    TreeCondition: {
+        activations_.back().pc = at;
+        ++counts.byTiers;
+        const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
+        const ParsedScriptLine& line = *site.line;
+        const bool holds = interpreter_.evaluateCondition(
+            line,
+            line.kind == LineKind::While   ? "while"
+            : line.kind == LineKind::Until ? "until"
+                                           : "if",
+            DovrelScript::ConditionTiers::BoolFirst);
+        if (interpreter_.softErrorUnwinding()) goto attend;
+        const Pc target = code->code.data() + (holds ? site.behind : site.otherwise);
+        if (!code->forTurns && givesTurns()) {
+            // The condition's statement goes on in the other form.
+            activations_.back().pc = at;
+            Activation& running = activations_.back();
+            for (MachineFunction::Form& known : running.function->forms) {
+                if (known.plain.get() != code) continue;
+                const MachineCode* turns =
+                    codeOf(*running.function, &known != &running.function->forms[0]);
+                if (turns == nullptr || turns->other != code) break;
+                const ExpressionSite& same =
+                    turns->expressions[static_cast<std::size_t>(at->d())];
+                code = turns;
+                running.code = turns;
+                at = turns->code.data() + (holds ? same.behind : same.otherwise);
+                DISPATCH();
+            }
+        }
+        at = target;
+        DISPATCH();
+    }
+
+    Line: {
+        if (lastStore_ != nullptr) showLastStore();
+        const MachineStatement& statement =
+            code->statements[static_cast<std::size_t>(at->d())];
+        const ParsedScriptLine& line = activations_.back().program->lines[statement.line];
+        interpreter_.currentLineNumber = line.lineNumber;
+        interpreter_.currentLine = &line.source;
+        NEXT();
+    }
+    LastToken: {
+        lastStore_ = nullptr;
+        const TokenSite& site = code->tokenMarks[static_cast<std::size_t>(at->d())];
+        interpreter_.lastToken = lineOf(site.line).tokens[site.token];
+        interpreter_.lastTokenIndex = site.token;
+        NEXT();
+    }
+    ChunkValue:
+        R[code->chunkValue] = std::move(R[at->a]);
+        R[at->a].setNil();
+        NEXT();
+    ClearChunkValue:
+        R[code->chunkValue].setNil();
+        NEXT();
+
+    BeginStatement:
+        showStore();
+        interpreter_.rethrowPendingCoroutineException();
+        if (interpreter_.softErrorUnwinding()) goto unwind;
+        NEXT();
+    EndStatement:
+        showStore();
+        interpreter_.runTurnHook();
+        NEXT();
+    EndInline:
+        showStore();
+        if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
+            !interpreter_.pendingCoroutineException) {
+            interpreter_.serviceScheduledCoroutineTurn();
+        }
+        interpreter_.rethrowPendingCoroutineException();
+        NEXT();
+    GiveTurns:
+        showStore();
+        giveTurns(static_cast<std::size_t>(at->d()));
+        NEXT();
+    } catch (const std::exception& error) {
+        // Located by the statement that failed, once; then out of all functions of this loop.
+        std::string token;
+        std::string report;
+        const bool isLocated = isLocatedReport(error.what());
+        if (!isLocated) {
+            showFailure(activations_.back(), at, token);
+            report = interpreter_.locatedReport(error.what(), token);
+        }
+        showStore();
+        while (activations_.size() > entry) abandonActivation();
+        if (isLocated) throw;
+        throw std::runtime_error(report);
+    } catch (...) {
+        while (activations_.size() > entry) abandonActivation();
+        throw;
+    }
+}

@@ -1,0 +1,199 @@
+// Runs the compiled form (exec/machine_code.h): one loop for all functions that are called from it.
+//
+//   machine.cpp           the loop
+//   machine_values.cpp    operators and elements, where the loop does not do them at once
+//   machine_calls.cpp     calls, returns, errors, what goes by the executor
+//   machine_walks.cpp     generic `for`
+//   machine_functions.cpp code for functions and programs, made when it is needed
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "exec/bytecode_program.h"
+#include "exec/machine_code.h"
+#include "exec/machine_function.h"
+#include "interpreter/dovrel_script.h"
+
+class Machine {
+public:
+    explicit Machine(DovrelScript& interpreter);
+    ~Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+    /// Calls a script function that runs in a frame and has a program. False, with nothing done, if
+    /// there is no compiled form of it.
+    [[nodiscard]] bool tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments args,
+                               Variable& result);
+    /// Runs chunk 0 of a program. False, with nothing done, if there is no compiled form of it.
+    [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
+                              BlockSignal& signal);
+
+    /// What has been compiled and run, for tests that demand it.
+    struct Counts {
+        std::uint64_t compiled = 0;     // functions and programs
+        std::uint64_t recompiled = 0;
+        std::uint64_t refused = 0;
+        std::uint64_t calls = 0;        // of compiled functions
+        std::uint64_t byExecutor = 0;   // statements that went by the executor
+        std::uint64_t byTiers = 0;      // expressions that went by the tiers
+    };
+    Counts counts;
+
+private:
+    using Op = MachineOp;
+    using Tier = MachineTier;
+    using Pc = const MachineInstruction*;
+
+    /// One running function or program.
+    struct Activation {
+        const MachineCode* code = nullptr;
+        Pc pc = nullptr;  // while something that it has called runs
+        Variable* base = nullptr;
+        Variable* slot = nullptr;  // the callee; the result goes there
+        MachineFunction* function = nullptr;
+        const BytecodeProgram* program = nullptr;
+        std::shared_ptr<BytecodeProgram> const* owner = nullptr;
+        const std::string* lineAtEntry = nullptr;
+        std::uint32_t frames = 0;  // scopes at its entry
+        std::uint32_t blocks = 0;
+        std::uint32_t walks = 0;
+        bool isEntry = false;       // the loop ends with it
+        bool isProgram = false;     // no function: it has no frame, and no callee before its base
+        bool hasDirectory = false;  // what has been pushed
+        bool hasName = false;
+        bool hasVarargs = false;
+        bool hasSegment = false;    // its registers begin a segment
+    };
+    struct Walk;
+
+    // The loop.
+    Variable run();
+
+    // Registers.
+    Variable* roomFor(Variable* base, std::size_t arguments, std::size_t count, bool& newSegment);
+    void dropSegment();
+
+    // Functions.
+    const MachineCode* codeOf(MachineFunction& function, bool amongBlocks);
+    const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
+    MachineFunction* functionOf(const ScriptCallable& callable);
+    bool compile(MachineFunction& function, bool amongBlocks);
+    [[nodiscard]] bool givesTurns() const {
+        return !interpreter_.inCoroutineTurn && (interpreter_.scheduledCoroutine != nullptr ||
+                                                 interpreter_.pendingCoroutineException != nullptr);
+    }
+    [[nodiscard]] bool needsAttention() const {
+        return interpreter_.softErrorPending || interpreter_.scheduledCoroutine != nullptr ||
+               interpreter_.pendingCoroutineException != nullptr;
+    }
+
+    // Calls. The callee stands in `slot`, its arguments behind it.
+    bool tryEnter(Variable* slot, std::size_t count);
+    void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
+               std::size_t count);
+    void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
+    bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
+    void clearArguments(Variable* slot, std::size_t count);
+    void popActivation();
+    void abandonActivation();
+    const Variable* calleeOf(const MachineCode& code, const Variable* registers,
+                             const ScalarCallSite& site, Variable& scratch);
+    bool mayCallScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
+                       Pc& pc);
+    bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
+                    Variable* slot, std::size_t count);
+    bool isScalarCallee(const Variable* callee) const;
+    Variable spreadCall(Variable* slot, std::size_t count);
+
+    // Variables.
+    const Variable* read(VariableRecord& record);
+    void meetGlobal(const MachineCode& code, MachineInstruction& instruction,
+                    VariableRecord& record, Op op);
+    void touchGlobal(const TokenAnalysis& token);
+    void getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target);
+    void getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target);
+    void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
+    Variable* globalOf(const VariableRecord& record) {
+        if (record.global == nullptr || record.name->scopeEntries != 0) return nullptr;
+        touchGlobal(*record.token);
+        return record.global;
+    }
+    Variable& variableForStore(const MachineCode& code, std::uint16_t record);
+    void update(Variable* variable, const MachineCode& code, Pc pc, Variable& operand);
+
+    // Operators: false declines, and the code goes on where `pc` says.
+    bool binary(const MachineCode& code, Pc& pc, NodeKind kind, Variable& target,
+                const Variable& left, const Variable& right);
+    bool compare(const MachineCode& code, Pc& pc, NodeKind kind, const Variable& left,
+                 const Variable& right, bool& truth);
+    bool unary(const MachineCode& code, Pc& pc, Variable& target, const Variable& operand);
+    bool truth(const MachineCode& code, Pc& pc, const Variable& value, bool& holds);
+    bool join(const MachineCode& code, Pc& pc, Variable& target, Variable* operands,
+              std::size_t count);
+    bool append(const MachineCode& code, Pc& pc, Variable* registers);
+    bool appendGlobal(const MachineCode& code, Pc& pc, Variable* registers);
+    bool index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& key);
+    static void spread(Variable& result, Variable* targets, std::size_t count);
+    static Variable multiOf(Variable* values, std::size_t count);
+    static void newArray(Variable* elements, std::size_t count, Variable& target);
+    void setIndex(Variable& base, const Variable& key, const Variable& value);
+    void updateIndex(Variable& base, const Variable& key, const Variable& value, char operation);
+    void setPath(const MachineCode& code, const StoreSite& site, Variable* registers);
+    void newTable(const TableSite& site, const MachineCode& code, Variable* registers,
+                  Variable& target);
+    void decline(const MachineCode& code, Pc& pc, Variable* registers);
+    bool evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite& site);
+    const ExpressionSite* siteAt(const MachineCode& code, Pc pc, bool scalarForm) const;
+    bool isWithinSite(const MachineCode& code, Pc pc, Pc mark) const;
+
+    // Walks.
+    bool checkWalk(const MachineCode& code, const LoopSite& site);
+    bool beginWalkOfCall(Variable* slot, std::size_t count);
+    void beginWalk(const LoopSite& site, Variable& value, bool isBuiltin);
+    bool nextOfWalk(Variable* names, std::size_t count);
+    void evaluateRange(const MachineCode& code, const LoopSite& site, Variable* first);
+    bool startFor(Variable* first);
+
+    // Positions.
+    [[nodiscard]] const MachineStatement& statementAt(const MachineCode& code, Pc pc) const;
+    void showLine(const MachineCode& code, const MachineStatement& statement);
+    void showStore() {
+        if (lastStore_ != nullptr) showLastStore();
+    }
+    void showLastStore();
+    void showFailure(const Activation& at, Pc pc, std::string& token);
+    void showPosition(const MachineCode& code, Pc pc);
+    enum class StatementEnd : std::uint8_t { GoesOn, Unwinds, Leaves };
+    StatementEnd runStatement(const MachineCode& code, const MachineStatement& statement);
+    [[nodiscard]] const ParsedScriptLine& lineOf(std::uint32_t index) const {
+        return activations_.back().program->lines[index];
+    }
+    void giveTurns(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) interpreter_.runTurnHook();
+    }
+
+    DovrelScript& interpreter_;
+    std::vector<Activation> activations_;
+    std::vector<std::unique_ptr<Variable[]>> segments_;
+    std::vector<std::size_t> segmentSizes_;
+    std::size_t segment_ = 0;
+    Variable* segmentEnd_ = nullptr;
+    Variable* top_ = nullptr;  // behind the registers of the innermost activation
+    std::vector<std::unique_ptr<Walk>> walks_;
+    std::vector<std::unique_ptr<Walk>> spareWalks_;
+    // The element assignment whose last token nobody has seen yet.
+    Pc lastStore_ = nullptr;
+    const MachineCode* lastStoreCode_ = nullptr;
+    const BytecodeProgram* lastStoreProgram_ = nullptr;
+    // Where an instruction for either tier has last done what the general tier does differently, and
+    // where one has last declined.
+    Pc diverged_ = nullptr;
+    Pc declined_ = nullptr;
+    bool lastCallWasScalar_ = false;
+    BlockSignal leaveSignal_ = BlockSignal::None;  // of a program
+};

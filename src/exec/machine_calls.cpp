@@ -1,0 +1,496 @@
+// Calls and returns of the compiled form, what it leaves to the executor, and the positions that errors show.
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+
+#include "eval/errors.h"
+#include "eval/variable_access.h"
+#include "exec/bytecode_program.h"
+#include "exec/chunk_run.h"
+#include "exec/machine.h"
+#include "exec/machine_walk.h"
+#include "library/natives.h"
+
+namespace {
+
+constexpr std::size_t kSegmentSize = std::size_t{1} << 16;
+
+bool isMathId(BuiltinId id) {
+    return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);
+}
+
+bool isScalarId(BuiltinId id) {
+    return isMathId(id) || id == BuiltinId::ToNumber || id == BuiltinId::Len ||
+           id == BuiltinId::StringLen || id == BuiltinId::StringByte || id == BuiltinId::Utf8Len;
+}
+
+}  // namespace
+
+Machine::Machine(DovrelScript& interpreter) : interpreter_(interpreter) {}
+
+Machine::~Machine() = default;
+
+// ---------------------------------------------------------------- registers
+
+/// Room for `count` registers from `base` on, or in a segment of their own, where what stands in front of
+/// `base` and the `arguments` from there on go too.
+Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t count,
+                           bool& newSegment) {
+    newSegment = false;
+    if (base != nullptr && base + count <= segmentEnd_) return base;
+    const std::size_t needed = count + arguments + 1;
+    const std::size_t next = base == nullptr ? 0 : segment_ + 1;
+    if (next < segments_.size() && segmentSizes_[next] < needed) {
+        segments_.resize(next);
+        segmentSizes_.resize(next);
+    }
+    if (next == segments_.size()) {
+        const std::size_t size = std::max(kSegmentSize, 2 * needed);
+        segments_.push_back(std::make_unique<Variable[]>(size));
+        segmentSizes_.push_back(size);
+    }
+    Variable* moved = segments_[next].get() + 1;
+    for (std::size_t i = 0; i < arguments; ++i) {
+        moved[i] = std::move(base[i]);
+        base[i].setNil();
+    }
+    segment_ = next;
+    segmentEnd_ = segments_[next].get() + segmentSizes_[next];
+    newSegment = true;
+    return moved;
+}
+
+void Machine::dropSegment() {
+    // One spare segment stays.
+    if (segments_.size() > segment_ + 1) {
+        segments_.resize(segment_ + 1);
+        segmentSizes_.resize(segment_ + 1);
+    }
+    if (segment_ == 0) {
+        segmentEnd_ = nullptr;
+        return;
+    }
+    --segment_;
+    segmentEnd_ = segments_[segment_].get() + segmentSizes_[segment_];
+}
+
+// ---------------------------------------------------------------- calls
+
+bool Machine::tryEnter(Variable* slot, std::size_t count) {
+    const ScriptCallable* callable = slot->asFunction().get();
+    if (callable == nullptr || callable->isNative || callable->isDecay ||
+        callable->fastBodyKind != FastBodyKind::None ||
+        (callable->isLoadedChunk && count > 0)) {
+        return false;
+    }
+    MachineFunction* function = functionOf(*callable);
+    if (function == nullptr) return false;
+    const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
+    if (code == nullptr) return false;
+    enter(*function, *code, slot, count);
+    return true;
+}
+
+void Machine::enter(MachineFunction& function, const MachineCode& code, Variable* slot,
+                    std::size_t count) {
+    const ScriptCallable& callable = *slot->asFunction();
+    const std::size_t given = function.parameters.size();
+    Activation entered;
+    entered.code = &code;
+    entered.function = &function;
+    entered.program = function.program;
+    entered.slot = slot;
+    entered.lineAtEntry = interpreter_.currentLine;
+    entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
+    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+    entered.walks = static_cast<std::uint32_t>(walks_.size());
+    if (callable.isVariadic) {
+        std::vector<Variable> extra;
+        for (std::size_t i = given; i < count; ++i) extra.push_back(std::move(slot[1 + i]));
+        interpreter_.varargStack.push_back(std::move(extra));
+        entered.hasVarargs = true;
+    }
+    for (std::size_t i = given; i < count; ++i) slot[1 + i].setNil();
+    Variable* base =
+        roomFor(slot + 1, std::min(count, given), code.registerCount, entered.hasSegment);
+    for (std::size_t i = count; i < given; ++i) base[i].setNil();
+    entered.base = base;
+    activations_.push_back(entered);
+    const ScopeWindow& window = code.windows[code.frameWindow];
+    Scope& scope = interpreter_.frameScopes.pushWindow();
+    const auto capacity = static_cast<std::uint32_t>(window.names.size());
+    if (window.hasOwnNames) {
+        scope.openWindowWithOwnNames(window.names.data(), base,
+                                     static_cast<std::uint32_t>(given), capacity);
+    } else {
+        scope.openWindow(window.names.data(), base, static_cast<std::uint32_t>(given), capacity);
+    }
+    const auto push = [](std::vector<const std::string*>& stack, const std::string& text) {
+        if (text.empty() || (!stack.empty() && stack.back() == &text)) return false;
+        stack.push_back(&text);
+        return true;
+    };
+    Activation& running = activations_.back();
+    running.hasDirectory = push(interpreter_.baseDirectoryStack, callable.baseDirectory);
+    running.hasName = push(interpreter_.scriptNameStack, callable.scriptName);
+    ++interpreter_.callDepth;
+    top_ = base + code.registerCount;
+    lastCallWasScalar_ = false;
+    ++counts.calls;
+}
+
+/// The end of the innermost activation: its scopes go, and all else that it has pushed.
+void Machine::popActivation() {
+    const Activation running = activations_.back();
+    if (interpreter_.blockScopes.size() > running.blocks) {
+        interpreter_.blockScopes.popTo(running.blocks);
+    }
+    while (walks_.size() > running.walks) {
+        spareWalks_.push_back(std::move(walks_.back()));
+        walks_.pop_back();
+        spareWalks_.back()->clear();
+    }
+    if (running.hasName) interpreter_.scriptNameStack.pop_back();
+    if (running.hasDirectory) interpreter_.baseDirectoryStack.pop_back();
+    if (running.hasVarargs) interpreter_.varargStack.pop_back();
+    interpreter_.frameScopes.popTo(running.frames);
+    activations_.pop_back();
+    if (running.hasSegment) dropSegment();
+    top_ = activations_.empty() ? nullptr
+                                : activations_.back().base + activations_.back().code->registerCount;
+    if (running.isProgram) return;
+    --interpreter_.callDepth;
+    if (interpreter_.currentLine != running.lineAtEntry &&
+        interpreter_.currentLine != interpreter_.retiredLine) {
+        // The record of the current line outlives the call.
+        interpreter_.retiredCallable = running.slot->asFunction();
+        interpreter_.retiredLine = interpreter_.currentLine;
+    }
+}
+
+/// The same where it has been left in the middle: operands may wait in its registers.
+void Machine::abandonActivation() {
+    const Activation running = activations_.back();
+    if (interpreter_.blockScopes.size() > running.blocks) {
+        interpreter_.blockScopes.popTo(running.blocks);
+    }
+    if (interpreter_.frameScopes.size() > running.frames) {
+        interpreter_.frameScopes.popTo(running.frames);
+    }
+    for (std::size_t i = 0; i < running.code->registerCount; ++i) running.base[i].setNil();
+    popActivation();
+}
+
+void Machine::clearArguments(Variable* slot, std::size_t count) {
+    for (std::size_t i = 0; i <= count; ++i) slot[i].setNil();
+}
+
+/// A callee that does not run in this loop.
+void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
+    const ArgumentList list(slot + 1, count);
+    const Arguments args = list.view();
+    Variable result;
+    const ScriptCallable* callable =
+        slot->type == VarType::Function ? slot->asFunction().get() : nullptr;
+    lastCallWasScalar_ = false;
+    if (callable != nullptr && callable->isNative && !callable->isDecay) {
+        if ((marks & kDiscards) != 0 && callable->builtinId == BuiltinId::Assert) {
+            // A statement of its own: it is no call.
+            if (count == 0) throwPlainError("assert requires at least 1 argument");
+            if (!isTruthy(slot[1])) {
+                interpreter_.raiseScriptErrorSoft(count > 1 ? slot[2].toString()
+                                                            : "assertion failed!");
+            }
+            clearArguments(slot, count);
+            return;
+        }
+        FastScalarValue scalar{};
+        if ((marks & kDirectCall) != 0 && callable->builtinId != BuiltinId::None &&
+            interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args, scalar)) {
+            lastCallWasScalar_ = true;
+            result = variableFromFastScalar(scalar);
+        } else {
+            result = interpreter_.invokeCallableFast(*slot, args);
+        }
+    } else if (callable != nullptr && (marks & kDirectCall) != 0) {
+        FastScalarValue scalar{};
+        if (interpreter_.tryEvaluateFastCallableScalar(slot->asFunction(), args, scalar)) {
+            lastCallWasScalar_ = true;
+            result = variableFromFastScalar(scalar);
+        } else if (!interpreter_.softErrorUnwinding()) {
+            result = interpreter_.invokeCallableFast(*slot, args);
+        }
+    } else {
+        result = interpreter_.invokeCallableFast(*slot, args);
+    }
+    clearArguments(slot, count);
+    *slot = std::move(result);
+}
+
+/// A member of a library table goes straight to its fast body, outside the count of calls.
+bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable& native,
+                         bool isMember) {
+    static_cast<void>(isMember);
+    const ArgumentList list(slot + 1, count);
+    Variable result = interpreter_.dispatchBuiltinFast(native.builtinId, list.view());
+    if (interpreter_.softErrorUnwinding()) result.setNil();
+    clearArguments(slot, count);
+    *slot = std::move(result);
+    return true;
+}
+
+/// `a, b = f(x)`: what the call gives, a multi-value or its only value.
+Variable Machine::spreadCall(Variable* slot, std::size_t count) {
+    const ArgumentList list(slot + 1, count);
+    const Arguments args = list.view();
+    const Variable callee = *slot;
+    const ScriptCallable* callable =
+        callee.type == VarType::Function ? callee.asFunction().get() : nullptr;
+    Variable result;
+    if (callable != nullptr && callable->isNative && !callable->isDecay &&
+        callable->builtinId == BuiltinId::Pcall) {
+        result = interpreter_.spreadProtectedCall(args);
+    } else {
+        FastScalarValue scalar{};
+        if (callable != nullptr && !callable->isNative &&
+            interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), args, scalar)) {
+            result = variableFromFastScalar(scalar);
+        } else if (!interpreter_.softErrorUnwinding()) {
+            result = interpreter_.invokeCallableFast(callee, args);
+        }
+    }
+    clearArguments(slot, count);
+    return result;
+}
+
+bool Machine::isScalarCallee(const Variable* callee) const {
+    if (callee == nullptr || callee->type != VarType::Function) return false;
+    const ScriptCallable* callable = callee->asFunction().get();
+    if (callable == nullptr) return false;
+    if (callable->isNative) return isScalarId(callable->builtinId);
+    return !callable->isDecay && callable->fastBodyKind != FastBodyKind::None;
+}
+
+/// The callee of a call of the scalar tier, found without running anything; null for none.
+const Variable* Machine::calleeOf(const MachineCode& code, const Variable* registers,
+                                  const ScalarCallSite& site, Variable&) {
+    if (site.isMember) {
+        const MemberSite& member = code.members[site.callee];
+        const Variable* base =
+            member.baseIsRegister
+                ? &registers[member.base]
+                : read(const_cast<VariableRecord&>(code.variables[member.base]));
+        if (base == nullptr || base->type != VarType::Table) return nullptr;
+        const TableStorage& table = *base->asTable();
+        const auto found = table.find(code.constants[member.key].asString());
+        return found != table.end() ? &found->second : nullptr;
+    }
+    if (site.isRegister) return &registers[site.callee];
+    return read(const_cast<VariableRecord&>(code.variables[site.callee]));
+}
+
+bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
+                            const ScalarCallSite& site, Pc& pc) {
+    Variable scratch;
+    const Variable* callee = calleeOf(code, registers, site, scratch);
+    if (!isScalarCallee(callee)) {
+        decline(code, pc, registers);
+        return false;
+    }
+    const ScriptCallable& callable = *callee->asFunction();
+    if ((callable.isNative && isMathId(callable.builtinId)) == site.takesScalars) return true;
+    // The arguments are code of the other kind.
+    FastScalarValue scalar{};
+    if (!interpreter_.tryEvaluateFastExpressionScalarNode(*site.expression, site.node,
+                                                          site.line->tokenAnalysis, scalar)) {
+        decline(code, pc, registers);
+        return false;
+    }
+    assignFastScalarToVariable(registers[site.result], scalar);
+    pc = code.code.data() + site.behind;
+    return false;
+}
+
+bool Machine::callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
+                         Variable* slot, std::size_t count) {
+    Variable scratch;
+    const Variable* found = calleeOf(code, registers, site, scratch);
+    const Variable callee = found != nullptr ? *found : Variable();
+    bool isDone = false;
+    FastScalarValue scalar{};
+    if (isScalarCallee(&callee)) {
+        const ScriptCallable& callable = *callee.asFunction();
+        if (callable.isNative && isMathId(callable.builtinId)) {
+            std::array<FastScalarValue, 8> few;
+            std::vector<FastScalarValue> many;
+            if (count > few.size()) many.resize(count);
+            FastScalarValue* values = count > few.size() ? many.data() : few.data();
+            for (std::size_t i = 0; i < count; ++i) values[i] = scalarFromVariable(slot[1 + i]);
+            isDone = interpreter_.tryScalarBuiltin(callable.builtinId, values, count, scalar);
+        } else {
+            const ArgumentList list(slot + 1, count);
+            if (callable.isNative) {
+                isDone = interpreter_.tryScalarBuiltin(callable.builtinId, list.view(), scalar);
+            } else {
+                isDone = interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(),
+                                                                    list.view(), scalar) &&
+                         !interpreter_.softErrorUnwinding();
+            }
+        }
+    }
+    clearArguments(slot, count);
+    if (!isDone) return false;
+    assignFastScalarToVariable(*slot, scalar);
+    return true;
+}
+
+bool Machine::tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments args,
+                      Variable& result) {
+    MachineFunction* function = functionOf(*callable);
+    if (function == nullptr) return false;
+    const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
+    if (code == nullptr) return false;
+    bool newSegment = false;
+    Variable* slot = roomFor(top_, 0, args.size() + 2, newSegment);
+    Variable* const outerTop = top_;
+    *slot = Variable::makeFunction(callable);
+    for (std::size_t i = 0; i < args.size(); ++i) slot[1 + i] = args[i];
+    top_ = slot + 1 + args.size();
+    enter(*function, *code, slot, args.size());
+    // The caller has counted the call, and has pushed the extra arguments of a variadic function.
+    --interpreter_.callDepth;
+    if (activations_.back().hasVarargs) {
+        interpreter_.varargStack.pop_back();
+        activations_.back().hasVarargs = false;
+    }
+    activations_.back().isEntry = true;
+    const auto restore = [&] {
+        slot->setNil();
+        if (newSegment) dropSegment();
+        top_ = outerTop;
+    };
+    try {
+        ++interpreter_.callDepth;
+        result = run();
+        restore();
+    } catch (...) {
+        restore();
+        throw;
+    }
+    return true;
+}
+
+bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
+                     BlockSignal& signal) {
+    if (!interpreter_.runsHotCode || program->chunks.empty()) return false;
+    auto& functions = program->machineFunctions.byChunk;
+    if (functions.size() < program->chunks.size()) functions.resize(program->chunks.size());
+    std::unique_ptr<MachineFunction>& function = functions[0];
+    if (function == nullptr) {
+        function = std::make_unique<MachineFunction>();
+        function->program = program.get();
+        function->hasFrame = false;
+    }
+    if (function->hasFrame) return false;
+    const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
+    if (code == nullptr) return false;
+    Activation entered;
+    entered.code = code;
+    entered.function = function.get();
+    entered.program = program.get();
+    entered.owner = &program;
+    entered.lineAtEntry = interpreter_.currentLine;
+    entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
+    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+    entered.walks = static_cast<std::uint32_t>(walks_.size());
+    entered.isEntry = true;
+    entered.isProgram = true;
+    Variable* const outerTop = top_;
+    entered.base = roomFor(top_, 0, code->registerCount, entered.hasSegment);
+    activations_.push_back(entered);
+    top_ = entered.base + code->registerCount;
+    leaveSignal_ = BlockSignal::None;
+    try {
+        result = run();
+    } catch (...) {
+        top_ = outerTop;
+        throw;
+    }
+    top_ = outerTop;
+    signal = leaveSignal_;
+    return true;
+}
+
+// ---------------------------------------------------------------- by the executor
+
+/// Runs a statement by the executor. What follows it: the next one, or the end of the function.
+Machine::StatementEnd Machine::runStatement(const MachineCode& code,
+                                            const MachineStatement& statement) {
+    const Activation running = activations_.back();
+    const std::shared_ptr<BytecodeProgram>& program =
+        running.owner != nullptr ? *running.owner : running.slot->asFunction()->program;
+    // The function may be overwritten by what it calls, but its slot holds it.
+    const std::shared_ptr<BytecodeProgram> held = program;
+    const BytecodeInstruction& instruction = held->code[statement.instruction];
+    ChunkRun run(interpreter_, held, 0);
+    BlockSignal signal = BlockSignal::None;
+    run.value() = std::move(running.base[code.chunkValue]);
+    running.base[code.chunkValue].setNil();
+    const bool goesOn = run.runOne(instruction, signal);
+    activations_.back().base[code.chunkValue] = std::move(run.value());
+    if (goesOn) return StatementEnd::GoesOn;
+    if (signal == BlockSignal::None) return StatementEnd::Unwinds;
+    leaveSignal_ = signal;
+    return StatementEnd::Leaves;
+}
+
+// ---------------------------------------------------------------- positions
+
+const MachineStatement& Machine::statementAt(const MachineCode& code, Pc pc) const {
+    const auto index = static_cast<std::uint32_t>(pc - code.code.data());
+    const auto behind = std::upper_bound(
+        code.statements.begin(), code.statements.end(), index,
+        [](std::uint32_t i, const MachineStatement& statement) { return i < statement.first; });
+    return behind == code.statements.begin() ? *behind : *std::prev(behind);
+}
+
+void Machine::showLine(const MachineCode& code, const MachineStatement& statement) {
+    static_cast<void>(code);
+    interpreter_.selectLine(lineOf(statement.line));
+}
+
+void Machine::showLastStore() {
+    const MachineStatement& statement = statementAt(*lastStoreCode_, lastStore_);
+    lastStore_ = nullptr;
+    if (statement.lastToken < 0) return;
+    const auto token = static_cast<std::size_t>(statement.lastToken);
+    interpreter_.lastToken = lineOf(statement.line).tokens[token];
+    interpreter_.lastTokenIndex = token;
+}
+
+/// Makes the position what it is at `pc`: the line, and the last token if the tokens' rules are followed.
+void Machine::showPosition(const MachineCode& code, Pc pc) {
+    showStore();
+    if (code.statements.empty()) return;
+    const MachineStatement& statement = statementAt(code, pc);
+    if (!statement.runsCode && !code.forTurns) showLine(code, statement);
+    const auto index = static_cast<std::uint32_t>(pc - code.code.data());
+    const auto site = std::lower_bound(
+        code.tokens.begin(), code.tokens.end(), index,
+        [](const TokenSite& known, std::uint32_t i) { return known.at < i; });
+    if (site != code.tokens.end() && site->at == index) {
+        interpreter_.lastToken = lineOf(site->line).tokens[site->token];
+        interpreter_.lastTokenIndex = site->token;
+    }
+}
+
+/// The same for an instruction that has failed; `token` is the first of its statement.
+void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
+    const MachineCode& code = *at.code;
+    token = "script";
+    if (code.statements.empty()) return;
+    showPosition(code, pc);
+    const ParsedScriptLine& line = at.program->lines[statementAt(code, pc).line];
+    if (!line.tokens.empty()) token = line.tokens[0];
+}

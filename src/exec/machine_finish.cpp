@@ -1,0 +1,88 @@
+#include "exec/machine_finish.h"
+
+#include <limits>
+
+namespace {
+
+using Op = MachineOp;
+
+/// Instructions that the form without turns leaves out.
+bool isForTurns(const MachineInstruction& instruction) {
+    switch (instruction.op) {
+        case Op::BeginStatement:
+        case Op::EndStatement:
+        case Op::EndInline:
+        case Op::GiveTurns: return true;
+        case Op::Line:
+        case Op::JumpBack: return instruction.m == 1;
+        default: return false;
+    }
+}
+
+bool hasShortTarget(Op op) { return op >= Op::IfEqual && op <= Op::UnlessEqualConst; }
+
+/// Where each instruction of a draft comes to stand.
+std::vector<std::uint32_t> placesOf(const MachineDraft& draft, bool forTurns) {
+    std::vector<std::uint32_t> places(draft.code.size() + 1);
+    std::uint32_t next = 0;
+    for (std::size_t i = 0; i < draft.code.size(); ++i) {
+        places[i] = next;
+        if (forTurns || !isForTurns(draft.code[i])) ++next;
+    }
+    places[draft.code.size()] = next;
+    return places;
+}
+
+}  // namespace
+
+MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
+    MachineCode result = draft.tables;
+    const std::vector<std::uint32_t> places = placesOf(draft, forTurns);
+    for (const MachineInstruction& instruction : draft.code) {
+        if (!forTurns && isForTurns(instruction)) continue;
+        if (instruction.op == Op::JumpBack) {
+            const auto loop = static_cast<std::size_t>(instruction.d());
+            if (result.loopEnds.size() <= loop) result.loopEnds.resize(loop + 1, kNoLoopEnd);
+            result.loopEnds[loop] = static_cast<std::uint32_t>(result.code.size());
+        }
+        result.code.push_back(instruction);
+    }
+    const auto target = [&](std::uint32_t label) { return places[draft.labels[label]]; };
+    for (const auto& [at, label] : draft.jumps) {
+        MachineInstruction& instruction = result.code[places[at]];
+        if (hasShortTarget(instruction.op)) {
+            const std::int64_t distance =
+                std::int64_t{target(label)} - static_cast<std::int64_t>(places[at]);
+            if (distance < std::numeric_limits<std::int16_t>::min() ||
+                distance > std::numeric_limits<std::int16_t>::max()) {
+                return {};
+            }
+            instruction.c = static_cast<std::uint16_t>(static_cast<std::int16_t>(distance));
+        } else {
+            instruction.setD(static_cast<std::int32_t>(target(label)));
+        }
+    }
+    for (MachineStatement& statement : result.statements) statement.first = places[statement.first];
+    constexpr auto kUnbound = static_cast<std::uint32_t>(-1);
+    for (ExpressionSite& site : result.expressions) {
+        site.first = places[site.first];
+        site.last = places[site.last];
+        if (site.behind != kUnbound) site.behind = target(site.behind);
+        if (site.isCondition && site.otherwise != kUnbound) site.otherwise = target(site.otherwise);
+    }
+    for (ScalarCallSite& site : result.scalarCalls) site.behind = target(site.behind);
+    for (LoopSite& site : result.loops) site.otherwise = target(site.otherwise);
+    for (TokenSite& site : result.tokens) site.at = places[site.at];
+    result.forTurns = forTurns;
+    return result;
+}
+
+void linkMachineCode(const MachineDraft& draft, MachineCode& plain, MachineCode& turns) {
+    plain.other = &turns;
+    turns.other = &plain;
+    plain.toOther.resize(plain.code.size());
+    turns.toOther = placesOf(draft, false);
+    for (std::uint32_t i = 0; i < draft.code.size(); ++i) {
+        if (!isForTurns(draft.code[i])) plain.toOther[turns.toOther[i]] = i;
+    }
+}

@@ -1,0 +1,103 @@
+// Code for functions and programs: made at the first call, and anew when tokens have met their places.
+#include <utility>
+
+#include "exec/machine.h"
+#include "exec/machine_compiler.h"
+#include "exec/machine_finish.h"
+#include "value/script_callable.h"
+
+namespace {
+
+/// How often a function is compiled anew at most.
+constexpr std::uint8_t kMostRenewals = 6;
+
+}  // namespace
+
+MachineFunction::MachineFunction() = default;
+MachineFunction::~MachineFunction() = default;
+MachineFunctions::MachineFunctions() = default;
+MachineFunctions::MachineFunctions(const MachineFunctions&) {}
+MachineFunctions::MachineFunctions(MachineFunctions&&) noexcept = default;
+MachineFunctions& MachineFunctions::operator=(const MachineFunctions&) {
+    byChunk.clear();
+    return *this;
+}
+MachineFunctions& MachineFunctions::operator=(MachineFunctions&&) noexcept = default;
+MachineFunctions::~MachineFunctions() = default;
+
+MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
+    if (callable.machineFunction != nullptr) return callable.machineFunction;
+    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsHotCode) {
+        return nullptr;
+    }
+    callable.isMachineRefused = true;
+    BytecodeProgram& program = *callable.program;
+    auto& functions = program.machineFunctions.byChunk;
+    if (callable.chunkIndex >= program.chunks.size()) return nullptr;
+    if (functions.size() < program.chunks.size()) functions.resize(program.chunks.size());
+    std::unique_ptr<MachineFunction>& function = functions[callable.chunkIndex];
+    if (function == nullptr) {
+        function = std::make_unique<MachineFunction>();
+        function->program = &program;
+        function->chunk = callable.chunkIndex;
+        function->parameters = callable.parameters;
+    }
+    // In a damaged file two declarations may share a body.
+    if (!function->hasFrame || function->parameters != callable.parameters) return nullptr;
+    callable.isMachineRefused = false;
+    callable.machineFunction = function.get();
+    return function.get();
+}
+
+bool Machine::compile(MachineFunction& function, bool amongBlocks) {
+    MachineFunction::Form& form = function.forms[amongBlocks ? 1 : 0];
+    MachineCompiler::Unit unit;
+    unit.chunk = function.chunk;
+    unit.parameters = function.parameters;
+    unit.hasFrame = function.hasFrame;
+    unit.amongBlocks = amongBlocks;
+    auto draft = std::make_unique<MachineDraft>();
+    if (!MachineCompiler(interpreter_, *function.program, unit).compile(*draft)) return false;
+    MachineCode plain = finishMachineCode(*draft, false);
+    if (!plain.isUsable()) return false;
+    if (form.plain != nullptr) function.replaced.push_back(std::move(form.plain));
+    if (form.turns != nullptr) function.replaced.push_back(std::move(form.turns));
+    form.plain = std::make_unique<MachineCode>(std::move(plain));
+    form.draft = std::move(draft);
+    return true;
+}
+
+/// The code for a call now, with turns of a coroutine or without; null if there is none.
+const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) {
+    MachineFunction::Form& form = function.forms[amongBlocks ? 1 : 0];
+    if (form.plain == nullptr) {
+        if (form.isRefused) return nullptr;
+        if (!compile(function, amongBlocks)) {
+            form.isRefused = true;
+            ++counts.refused;
+            return nullptr;
+        }
+        ++counts.compiled;
+    } else if (form.plain->isStale && form.renewals < kMostRenewals) {
+        ++form.renewals;
+        if (compile(function, amongBlocks)) ++counts.recompiled;
+    }
+    if (!givesTurns()) return form.plain.get();
+    if (form.turns == nullptr) {
+        form.turns = std::make_unique<MachineCode>(finishMachineCode(*form.draft, true));
+        linkMachineCode(*form.draft, *form.plain, *form.turns);
+    }
+    return form.turns.get();
+}
+
+/// The code that goes on for `code` at the end of a loop's turn; `code` itself if none is better.
+const MachineCode* Machine::renewed(MachineFunction& function, const MachineCode& code) {
+    for (std::size_t i = 0; i < function.forms.size(); ++i) {
+        MachineFunction::Form& form = function.forms[i];
+        if (form.plain.get() != &code && form.turns.get() != &code) continue;
+        const MachineCode* better = codeOf(function, i == 1);
+        return better != nullptr ? better : &code;
+    }
+    // It has been replaced while it ran: by a newer code of the same form, at the next call.
+    return &code;
+}

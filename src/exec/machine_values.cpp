@@ -1,0 +1,625 @@
+// What the machine's loop does not do at once: variables through their tokens, operators on other
+// values than two numbers of a kind, elements.
+#include <string>
+#include <utility>
+
+#include "eval/binary_operation.h"
+#include "eval/errors.h"
+#include "eval/indexed_store.h"
+#include "eval/scalar_arithmetic.h"
+#include "eval/variable_access.h"
+#include "exec/machine.h"
+#include "exec/machine_values.h"
+#include <span>
+
+#include "frontend/operator_table.h"
+#include "value/operators.h"
+#include "value/text.h"
+
+namespace {
+
+int operatorNumber(NodeKind kind) {
+    switch (kind) {
+        case NodeKind::Equal: return kEqual;
+        case NodeKind::NotEqual: return kNotEqual;
+        case NodeKind::Less: return kLess;
+        case NodeKind::Greater: return kGreater;
+        case NodeKind::LessEqual: return kLessEqual;
+        case NodeKind::GreaterEqual: return kGreaterEqual;
+        case NodeKind::Add: return kAdd;
+        case NodeKind::Subtract: return kSubtract;
+        case NodeKind::Multiply: return kMultiply;
+        case NodeKind::Divide: return kDivide;
+        case NodeKind::IntDivide: return kIntDivide;
+        case NodeKind::Modulo: return kModulo;
+        default: return kPower;
+    }
+}
+
+/// Both tiers come to the same on two scalars.
+bool tiersAgree(NodeKind kind, const FastScalarValue& left, const FastScalarValue& right) {
+    if (kind >= NodeKind::Equal || kind == NodeKind::Divide) return true;
+    if (kind == NodeKind::Power) return false;
+    if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) return true;
+    return left.kind == ScalarKind::Float && right.kind == ScalarKind::Float &&
+           kind <= NodeKind::Multiply;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- variables
+
+/// Leaves the cache of a token that has met its global without a search as the search would.
+void Machine::touchGlobal(const TokenAnalysis& token) {
+    if (interpreter_.blockScopeVisible()) {
+        token.slotKind = SlotKind::None;
+    } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr) {
+        token.slotKind = SlotKind::Global;
+        token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
+    } else if (token.slotKind == SlotKind::None) {
+        token.slotKind = SlotKind::Global;
+        token.slotDepth = 0;
+    }
+}
+
+const Variable* Machine::read(VariableRecord& record) {
+    if (const Variable* value = globalOf(record)) return value;
+    const Variable* value = interpreter_.readVariable(*record.token);
+    if (record.global == nullptr && value != nullptr && !record.hasPlace &&
+        record.token->globalSlotFound && record.token->globalSlot == record.name->globalSlot &&
+        value == record.token->globalValue && record.name->scopeEntries == 0) {
+        record.global = record.token->globalValue;
+    }
+    return value;
+}
+
+void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instruction,
+                         VariableRecord& record, Op op) {
+    if (record.global != nullptr || record.name->scopeEntries != 0) return;
+    const TokenAnalysis& token = *record.token;
+    if (!token.globalSlotFound || token.globalSlot != record.name->globalSlot) return;
+    if (token.globalValue == nullptr) return;
+    record.global = token.globalValue;
+    instruction.op = op;
+    const_cast<MachineCode&>(code).isStale = true;
+}
+
+void Machine::getVariable(const MachineCode& code, const MachineInstruction& at,
+                          Variable& target) {
+    auto& record =
+        const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
+    const Variable* value = interpreter_.readVariable(*record.token);
+    if (value != nullptr) {
+        target = *value;
+    } else {
+        target.setNil();
+    }
+    meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::GetGlobal);
+}
+
+void Machine::getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target) {
+    const VariableRecord& record = code.variables[static_cast<std::size_t>(at.d())];
+    const Variable* value = interpreter_.readVariable(*record.token);
+    if (value != nullptr) {
+        target = *value;
+    } else {
+        target.setNil();
+    }
+    const TokenAnalysis& token = *record.token;
+    if (token.slotKind != SlotKind::Frame || token.slotDepth != record.frameDepth ||
+        token.slotIndex != record.entry) {
+        return;
+    }
+    // From now on the token always leads there.
+    auto& instruction = const_cast<MachineInstruction&>(at);
+    instruction.op = Op::Move;
+    instruction.b = record.place;
+    instruction.c = 0;
+    const_cast<MachineCode&>(code).isStale = true;
+}
+
+void Machine::setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value) {
+    auto& record =
+        const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
+    const TokenAnalysis& token = *record.token;
+    if (Variable* variable = interpreter_.variableForWriting(token)) {
+        *variable = std::move(value);
+    } else {
+        interpreter_.createGlobal(token, std::move(value));
+    }
+    value.setNil();
+    if (record.hasPlace) {
+        if (token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
+            token.slotIndex == record.entry) {
+            const_cast<MachineCode&>(code).isStale = true;
+        }
+        return;
+    }
+    static_cast<void>(record.name->globalSlot == kNoGlobalSlot
+                          ? interpreter_.resolveVariablePtr(record.name)
+                          : nullptr);
+    meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::SetGlobal);
+}
+
+Variable& Machine::variableForStore(const MachineCode& code, std::uint16_t index) {
+    const VariableRecord& record = code.variables[index];
+    if (Variable* variable = globalOf(record)) return *variable;
+    Variable* variable = interpreter_.variableForWriting(*record.token);
+    // The code knows a global of this name, and globals stay.
+    if (variable == nullptr) throwPlainError("Variable not found: " + record.name->text);
+    return *variable;
+}
+
+void Machine::update(Variable* variable, const MachineCode& code, Pc pc, Variable& operand) {
+    const char operation = static_cast<char>(pc->m);
+    const FastScalarValue scalar = scalarFromVariable(operand);
+    bool isScalar = scalar.isSet();
+    switch (static_cast<OperandOrigin>(pc->c)) {
+        case OperandOrigin::Call: isScalar = isScalar && lastCallWasScalar_; break;
+        case OperandOrigin::General: isScalar = false; break;
+        case OperandOrigin::Scalar: break;
+        case OperandOrigin::Unknown: {
+            const bool isPlainMix =
+                isScalar && variable->isNumeric() && variable->type != operand.type;
+            if (!isPlainMix) break;
+            // The kinds mix: it is the scalar tier's word that counts, and it says it again.
+            const MachineStatement& statement = statementAt(code, pc);
+            const ParsedScriptLine& line = lineOf(statement.line);
+            const FastExpression& value = line.assignment->values[0];
+            FastScalarValue again{};
+            isScalar = interpreter_.tryEvaluateFastExpressionScalarNode(
+                value, value.root, line.tokenAnalysis, again);
+            break;
+        }
+    }
+    if (isScalar && tryApplyFastScalarOperationInPlace(*variable, operation, scalar)) {
+        operand.setNil();
+        return;
+    }
+    if (!tryApplyOperationInPlace(*variable, operation, operand)) {
+        *variable = performOperation(*variable, operation, operand);
+    }
+    operand.setNil();
+}
+
+// ---------------------------------------------------------------- sites
+
+const ExpressionSite* Machine::siteAt(const MachineCode& code, Pc pc, bool scalarForm) const {
+    const auto at = static_cast<std::uint32_t>(pc - code.code.data());
+    for (auto site = code.expressions.rbegin(); site != code.expressions.rend(); ++site) {
+        if (site->first <= at && at < site->last && site->isScalarForm == scalarForm) {
+            return &*site;
+        }
+    }
+    return nullptr;
+}
+
+bool Machine::isWithinSite(const MachineCode& code, Pc pc, Pc mark) const {
+    const ExpressionSite* site = siteAt(code, pc, false);
+    if (site == nullptr) return false;
+    const auto at = mark - code.code.data();
+    return at >= static_cast<std::ptrdiff_t>(site->first) && mark <= pc;
+}
+
+/// Where the code goes on when an expression cannot: its general form, or behind it with what the
+/// tiers themselves give. What waits in registers goes.
+void Machine::decline(const MachineCode& code, Pc& pc, Variable* registers) {
+    const auto at = static_cast<std::uint32_t>(pc - code.code.data());
+    const ExpressionSite* site = nullptr;
+    for (auto known = code.expressions.rbegin(); known != code.expressions.rend(); ++known) {
+        if (known->first <= at && at < known->last) {
+            site = &*known;
+            break;
+        }
+    }
+    for (std::size_t i = site->firstTemporary; i < site->endTemporary; ++i) {
+        // Only what is no variable of a scope within: expressions open none.
+        registers[i].setNil();
+    }
+    if (site->isScalarForm) {
+        pc = code.code.data() + site->behind;
+        return;
+    }
+    static_cast<void>(evaluateSite(code, pc, *site));
+}
+
+/// Evaluates an expression by the tiers. For a condition, `pc` is where it leads.
+bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite& site) {
+    const ParsedScriptLine& line = *site.line;
+    if (site.isCondition) {
+        const bool holds = interpreter_.evaluateCondition(
+            line, "if", DovrelScript::ConditionTiers::BoolFirst);
+        pc = code.code.data() + (holds ? site.behind : site.otherwise);
+        return holds;
+    }
+    Variable value;
+    if (site.node < 0) {
+        value = interpreter_.evaluateFastExpression(*site.expression, line.tokenAnalysis);
+    } else {
+        FastScalarValue scalar{};
+        if (!site.isGeneral &&
+            interpreter_.tryEvaluateFastExpressionScalarNode(*site.expression, site.node,
+                                                             line.tokenAnalysis, scalar)) {
+            value = variableFromFastScalar(scalar);
+        } else if (!interpreter_.softErrorUnwinding()) {
+            value = interpreter_.evaluateFastExpressionNode(*site.expression, site.node,
+                                                            line.tokenAnalysis);
+        }
+    }
+    activations_.back().base[site.result] = std::move(value);
+    if (site.last > site.first) pc = code.code.data() + site.behind;
+    return true;
+}
+
+// ---------------------------------------------------------------- operators
+
+bool Machine::binary(const MachineCode& code, Pc& pc, NodeKind kind, Variable& target,
+                     const Variable& left, const Variable& right) {
+    const auto tier = static_cast<Tier>(pc->m & kTierMask);
+    if (tier == Tier::Either || tier == Tier::Scalar) {
+        const FastScalarValue a = soundScalar(left);
+        const FastScalarValue b = soundScalar(right);
+        if (a.isSet() && b.isSet()) {
+            const FastScalarValue result = scalarOperationOn(kind, a, b);
+            if (result.isSet()) {
+                if (tier == Tier::Either && !tiersAgree(kind, a, b)) {
+                    if (declined_ != nullptr) {
+                        if (isWithinSite(code, pc, declined_)) {
+                            decline(code, pc, activations_.back().base);
+                            return false;
+                        }
+                        declined_ = nullptr;
+                    }
+                    diverged_ = pc;
+                }
+                assignFastScalarToVariable(target, result);
+                return true;
+            }
+        }
+        if (tier == Tier::Scalar) {
+            decline(code, pc, activations_.back().base);
+            return false;
+        }
+        if (diverged_ != nullptr) {
+            if (isWithinSite(code, pc, diverged_)) {
+                decline(code, pc, activations_.back().base);
+                return false;
+            }
+            diverged_ = nullptr;
+        }
+        declined_ = pc;
+    }
+    if (tier == Tier::Tokens) {
+        target = applyBinaryOperator(operatorNumber(kind), left, right);
+        return true;
+    }
+    Variable first = left;
+    target = generalOperation(kind, first, right);
+    return true;
+}
+
+bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Variable& left,
+                      const Variable& right, bool& truth) {
+    if (areFloats(left, right)) {
+        truth = compareNumbers(kind, left.asFloat(), right.asFloat());
+        return true;
+    }
+    Variable result;
+    if (!binary(code, pc, kind, result, left, right)) return false;
+    truth = result.asBool();
+    return true;
+}
+
+bool Machine::unary(const MachineCode& code, Pc& pc, Variable& target, const Variable& operand) {
+    const auto tier = static_cast<Tier>(pc->m & kTierMask);
+    if (pc->op == Op::Length) {
+        const int length = interpreter_.arrayLength(operand);
+        target.setInt(length);
+        return true;
+    }
+    const bool isScalar = operand.type == VarType::Int || operand.type == VarType::Float ||
+                          operand.type == VarType::Bool || operand.type == VarType::Nil;
+    if (pc->op == Op::Not) {
+        if (isScalar && (tier == Tier::Either || tier == Tier::Scalar)) {
+            const FastScalarValue scalar = scalarFromVariable(operand);
+            const bool isZero = scalar.kind != ScalarKind::Bool &&
+                                scalar.kind != ScalarKind::Nil && !isScalarTruthy(scalar);
+            // A zero is where the tiers differ.
+            if (isZero && tier == Tier::Either) {
+                decline(code, pc, activations_.back().base);
+                return false;
+            }
+            target.setBool(!isScalarTruthy(scalar));
+            return true;
+        }
+        if (tier == Tier::Scalar) {
+            decline(code, pc, activations_.back().base);
+            return false;
+        }
+        const bool holds = isTruthy(operand);
+        if (tier == Tier::Either) declined_ = pc;
+        target.setBool(!holds);
+        return true;
+    }
+    if (operand.type == VarType::Float) {
+        target.setFloat(-operand.asFloat());
+        return true;
+    }
+    if (operand.type == VarType::Int || operand.type == VarType::Bool) {
+        target.setInt(wrapNegate(toInt(operand)));
+        return true;
+    }
+    if (tier == Tier::Scalar) {
+        decline(code, pc, activations_.back().base);
+        return false;
+    }
+    if (tier == Tier::Tokens) {
+        // Near the operator.
+        showPosition(code, pc);
+        interpreter_.throwError("Unary '-' requires a numeric value", "-");
+    }
+    throwPlainError("Unary '-' requires a numeric value");
+}
+
+/// The truth of a value by the rule of the tier that has given it.
+bool Machine::truth(const MachineCode& code, Pc& pc, const Variable& value, bool& holds) {
+    const auto tier = static_cast<Tier>(pc->m & kTierMask);
+    if (tier == Tier::General || tier == Tier::Tokens) {
+        holds = isTruthy(value);
+        return true;
+    }
+    const FastScalarValue scalar = soundScalar(value);
+    if (!scalar.isSet()) {
+        if (tier == Tier::Scalar) {
+            decline(code, pc, activations_.back().base);
+            return false;
+        }
+        if (diverged_ != nullptr) {
+            if (isWithinSite(code, pc, diverged_)) {
+                decline(code, pc, activations_.back().base);
+                return false;
+            }
+            diverged_ = nullptr;
+        }
+        declined_ = pc;
+        holds = isTruthy(value);
+        return true;
+    }
+    holds = isScalarTruthy(scalar);
+    const bool isZero =
+        !holds && (scalar.kind == ScalarKind::Int || scalar.kind == ScalarKind::Float);
+    if (isZero && tier == Tier::Either && (pc->m & kAloneTest) == 0) {
+        decline(code, pc, activations_.back().base);
+        return false;
+    }
+    return true;
+}
+
+bool Machine::join(const MachineCode& code, Pc& pc, Variable& target, Variable* operands,
+                   std::size_t count) {
+    const auto clear = [&] {
+        for (std::size_t i = 0; i < count; ++i) operands[i].setNil();
+    };
+    if (count >= 2 && (operands[0].type == VarType::String ||
+                       operands[1].type == VarType::String)) {
+        const auto tier = static_cast<Tier>(pc->m & kTierMask);
+        if (tier == Tier::Either) {
+            if (diverged_ != nullptr) {
+                if (isWithinSite(code, pc, diverged_)) {
+                    decline(code, pc, activations_.back().base);
+                    return false;
+                }
+                diverged_ = nullptr;
+            }
+            declined_ = pc;
+        }
+        std::string text;
+        std::size_t size = 0;
+        for (std::size_t i = 0; i < count; ++i) size += estimateVariableStringSize(operands[i]);
+        text.reserve(size);
+        for (std::size_t i = 0; i < count; ++i) appendVariableStringFast(text, operands[i]);
+        clear();
+        target = Variable(std::move(text));
+        return true;
+    }
+    Variable sum = std::move(operands[0]);
+    operands[0].setNil();
+    for (std::size_t i = 1; i < count; ++i) {
+        Variable next;
+        if (!binary(code, pc, NodeKind::Add, next, sum, operands[i])) return false;
+        sum = std::move(next);
+    }
+    clear();
+    target = std::move(sum);
+    return true;
+}
+
+bool Machine::append(const MachineCode& code, Pc& pc, Variable* registers) {
+    Variable& variable = registers[pc->a];
+    Variable* operands = registers + pc->b;
+    const std::size_t count = pc->c;
+    if (isTextValue(variable)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
+            operands[i].setNil();
+        }
+        declined_ = nullptr;
+        return true;
+    }
+    std::vector<Variable> all;
+    all.push_back(variable);
+    for (std::size_t i = 0; i < count; ++i) {
+        all.push_back(std::move(operands[i]));
+        operands[i].setNil();
+    }
+    Variable result;
+    if (!join(code, pc, result, all.data(), all.size())) return false;
+    variable = std::move(result);
+    return true;
+}
+
+bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers) {
+    if (pc->m == 1) {  // the read of the variable, by a token of its own
+        touchGlobal(*code.variables[static_cast<std::size_t>(pc->d())].token);
+        return true;
+    }
+    const Pc before = pc;
+    Variable* operands = registers + pc->b;
+    const std::size_t count = pc->c;
+    Variable& variable = variableForStore(code, pc->a);
+    if (isTextValue(variable)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
+            operands[i].setNil();
+        }
+        declined_ = nullptr;
+        return true;
+    }
+    std::vector<Variable> all;
+    all.push_back(variable);
+    for (std::size_t i = 0; i < count; ++i) {
+        all.push_back(std::move(operands[i]));
+        operands[i].setNil();
+    }
+    Variable result;
+    const bool isJoined = join(code, pc, result, all.data(), all.size());
+    if (!isJoined) {
+        // The tiers have put it into the register of the site.
+        const ExpressionSite* site = siteAt(code, before, false);
+        result = std::move(registers[site->result]);
+        registers[site->result].setNil();
+    }
+    variableForStore(code, before->a) = std::move(result);
+    return isJoined;
+}
+
+// ---------------------------------------------------------------- elements
+
+bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& key) {
+    const MachineInstruction& at = *pc;
+    const Variable& base = registers[at.b];
+    const auto tier = static_cast<Tier>(at.m & kTierMask);
+    Variable element;
+    if (base.type == VarType::Array && key.type == VarType::Bool && (at.m & kIntTierKey) != 0) {
+        // The int tier takes a bool for 0 or 1; the scalar tier declines it.
+        element = elementOrNil(*base.asArray(), key.asBool() ? 1 : 0);
+        if (tier == Tier::Either) declined_ = pc;
+    } else {
+        const bool isPlain =
+            (base.type == VarType::Array && key.type == VarType::Int) ||
+            (base.type == VarType::Table && key.type != VarType::Nil);
+        if (tier == Tier::Either && !isPlain) {
+            if (diverged_ != nullptr) {
+                if (isWithinSite(code, pc, diverged_)) {
+                    decline(code, pc, registers);
+                    return false;
+                }
+                diverged_ = nullptr;
+            }
+            declined_ = pc;
+        }
+        element = interpreter_.getIndexedValue(base, key);
+    }
+    if ((at.m & kFirstGoes) != 0) registers[at.b].setNil();
+    if (at.op == Op::Index && (at.m & kSecondGoes) != 0) registers[at.c].setNil();
+    registers[at.a] = std::move(element);
+    return true;
+}
+
+void Machine::setIndex(Variable& base, const Variable& key, const Variable& value) {
+    interpreter_.setIndexedValue(base, key, value, true);
+}
+
+void Machine::updateIndex(Variable& base, const Variable& key, const Variable& value,
+                          char operation) {
+    Variable element = interpreter_.getIndexedValue(base, key);
+    if (!tryApplyOperationInPlace(element, operation, value)) {
+        element = performOperation(element, operation, value);
+    }
+    interpreter_.setIndexedValue(base, key, element, false);
+}
+
+void Machine::setPath(const MachineCode& code, const StoreSite& site, Variable* registers) {
+    Variable& variable =
+        site.isGlobal ? variableForStore(code, site.base) : registers[site.base];
+    Variable base = variable;
+    const std::span<const Variable> keys(registers + site.firstKey, site.keyCount);
+    Variable& value = registers[site.value];
+    const bool isPlain = site.operation == '\0';
+    Variable* last = walkToLastContainer(interpreter_, base, keys, isPlain);
+    if (isPlain) {
+        interpreter_.setIndexedValue(*last, keys.back(), value, true);
+    } else {
+        updateIndex(*last, keys.back(), value, site.operation);
+    }
+    variable = std::move(base);
+    for (std::size_t i = 0; i < site.keyCount; ++i) registers[site.firstKey + i].setNil();
+    value.setNil();
+}
+
+void Machine::newArray(Variable* values, std::size_t count, Variable& target) {
+    ArrayStorage elements;
+    elements.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        elements.push_back(std::move(values[i]));
+        values[i].setNil();
+    }
+    target = Variable::makeArray(std::move(elements));
+}
+
+void Machine::newTable(const TableSite& site, const MachineCode& code, Variable* registers,
+                       Variable& target) {
+    TableStorage keyed;
+    ArrayStorage positional;
+    bool hasKeys = false;
+    for (const TableSite::Entry& entry : site.entries) {
+        Variable& value = registers[entry.value];
+        if (entry.key < 0 && entry.keyRegister < 0) {
+            if (hasKeys) keyed[std::to_string(positional.size() + 1)] = value;
+            positional.push_back(std::move(value));
+            value.setNil();
+            continue;
+        }
+        if (!hasKeys) {
+            hasKeys = true;
+            for (std::size_t i = 0; i < positional.size(); ++i) {
+                keyed[std::to_string(i + 1)] = positional[i];
+            }
+        }
+        if (entry.key >= 0) {
+            keyed[code.constants[static_cast<std::size_t>(entry.key)].asString()] =
+                std::move(value);
+        } else {
+            Variable& key = registers[entry.keyRegister];
+            keyed[keyToString(key)] = std::move(value);
+            key.setNil();
+        }
+        value.setNil();
+    }
+    target = hasKeys || site.entries.empty() ? Variable::makeTable(std::move(keyed))
+                                             : Variable::makeArray(std::move(positional));
+}
+
+void Machine::spread(Variable& result, Variable* targets, std::size_t count) {
+    const Variable spread = std::move(result);
+    result.setNil();
+    if (spread.type == VarType::Multi) {
+        const std::vector<Variable>& values = spread.asMulti()->values;
+        for (std::size_t i = 0; i < count; ++i) {
+            targets[i] = i < values.size() ? values[i] : Variable();
+        }
+        return;
+    }
+    targets[0] = spread;
+    for (std::size_t i = 1; i < count; ++i) targets[i].setNil();
+}
+
+Variable Machine::multiOf(Variable* values, std::size_t count) {
+    std::vector<Variable> all;
+    all.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        all.push_back(std::move(values[i]));
+        values[i].setNil();
+    }
+    return Variable::makeMulti(std::move(all));
+}
