@@ -390,24 +390,25 @@ Variable Machine::run() {
         DISPATCH();
     JumpBack: {
         Activation& running = activations_.back();
-        if ((code->isStale || (code->forTurns && !givesTurns())) && running.function != nullptr) {
+        if (code->isStale || (code->forTurns && !givesTurns())) {
             const auto loop = static_cast<std::size_t>(at->d());
             const MachineCode* next = renewed(*running.function, *code);
-            if (next != code && R + next->registerCount <= segmentEnd_ &&
-                loop < next->loopEnds.size() && next->loopEnds[loop] != kNoLoopEnd) {
+            if (next->version == code->version) {
+                if (next != code && code->forTurns) {
+                    const auto index = static_cast<std::size_t>(at - code->code.data());
+                    at = next->code.data() + code->toOther[index];
+                    code = next;
+                    running.code = next;
+                    // The instruction is there too, or else what follows it.
+                    if (at->op == Op::JumpBack) NEXT();
+                    DISPATCH();
+                }
+            } else if (R + next->registerCount <= segmentEnd_ && loop < next->loopEnds.size() &&
+                       next->loopEnds[loop] != kNoLoopEnd) {
                 code = next;
                 running.code = next;
                 at = code->code.data() + code->loopEnds[loop];
                 top_ = R + code->registerCount;
-                NEXT();
-            }
-            if (next != code && code->forTurns && next->other == code) {
-                // The loop has no such place in the code without turns, but its next instruction has.
-                const auto index = static_cast<std::size_t>(at - code->code.data());
-                code = next;
-                running.code = next;
-                at = next->code.data() + next->other->toOther[index];
-                DISPATCH();
             }
         }
         NEXT();
@@ -790,22 +791,12 @@ Variable Machine::run() {
     // Behind a call: a soft error may be on its way, or a coroutine be scheduled.
     attend: {
         if (!code->forTurns && givesTurns()) {
-            Activation& running = activations_.back();
-            MachineFunction::Form* form = nullptr;
-            for (MachineFunction::Form& known : running.function->forms) {
-                if (known.plain.get() == code) form = &known;
-            }
-            // Code that has been replaced gets its form for turns from a draft of its own.
-            const MachineCode* turns =
-                form != nullptr ? codeOf(*running.function, form != &running.function->forms[0])
-                                : nullptr;
-            if (turns != nullptr && turns->forTurns && turns->other == code) {
-                at = turns->code.data() +
-                     code->toOther[static_cast<std::size_t>(at - code->code.data())];
-                code = turns;
-                running.code = turns;
-                running.pc = at;
-            }
+            const MachineCode* turns = turnsOf(*code);
+            at = turns->code.data() +
+                 code->toOther[static_cast<std::size_t>(at - code->code.data())];
+            code = turns;
+            activations_.back().code = turns;
+            activations_.back().pc = at;
         }
         if (!interpreter_.softErrorUnwinding()) NEXT();
     }
@@ -822,6 +813,9 @@ Variable Machine::run() {
             giveTurns(statement.depth + std::size_t{1});
         }
         showStore();
+        if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
+            interpreter_.rethrowPendingCoroutineException();
+        }
         Variable* const target = activations_.back().slot;
         abandonActivation();
         if (activations_.size() == entry) return result;
@@ -968,25 +962,13 @@ Variable Machine::run() {
                                            : "if",
             DovrelScript::ConditionTiers::BoolFirst);
         if (interpreter_.softErrorUnwinding()) goto attend;
-        const Pc target = code->code.data() + (holds ? site.behind : site.otherwise);
         if (!code->forTurns && givesTurns()) {
-            // The condition's statement goes on in the other form.
-            activations_.back().pc = at;
-            Activation& running = activations_.back();
-            for (MachineFunction::Form& known : running.function->forms) {
-                if (known.plain.get() != code) continue;
-                const MachineCode* turns =
-                    codeOf(*running.function, &known != &running.function->forms[0]);
-                if (turns == nullptr || turns->other != code) break;
-                const ExpressionSite& same =
-                    turns->expressions[static_cast<std::size_t>(at->d())];
-                code = turns;
-                running.code = turns;
-                at = turns->code.data() + (holds ? same.behind : same.otherwise);
-                DISPATCH();
-            }
+            // The statement goes on in the other form.
+            code = turnsOf(*code);
+            activations_.back().code = code;
         }
-        at = target;
+        const ExpressionSite& same = code->expressions[static_cast<std::size_t>(at->d())];
+        at = code->code.data() + (holds ? same.behind : same.otherwise);
         DISPATCH();
     }
 
@@ -1042,6 +1024,7 @@ Variable Machine::run() {
         const bool isLocated = isLocatedReport(error.what());
         if (!isLocated) {
             showFailure(activations_.back(), at, token);
+            if (!interpreter_.lastToken.empty()) token = interpreter_.lastToken;
             report = interpreter_.locatedReport(error.what(), token);
         }
         showStore();

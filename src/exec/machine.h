@@ -80,6 +80,7 @@ private:
 
     // Functions.
     const MachineCode* codeOf(MachineFunction& function, bool amongBlocks);
+    const MachineCode* turnsOf(const MachineCode& plain);
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
     MachineFunction* functionOf(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);

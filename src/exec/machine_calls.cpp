@@ -78,6 +78,8 @@ void Machine::dropSegment() {
 // ---------------------------------------------------------------- calls
 
 bool Machine::tryEnter(Variable* slot, std::size_t count) {
+    // While a soft error waits for its protected call, the executor says what runs.
+    if (interpreter_.softErrorPending) return false;
     const ScriptCallable* callable = slot->asFunction().get();
     if (callable == nullptr || callable->isNative || callable->isDecay ||
         callable->fastBodyKind != FastBodyKind::None ||
@@ -347,6 +349,7 @@ bool Machine::callScalar(const MachineCode& code, Variable* registers, const Sca
 
 bool Machine::tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments args,
                       Variable& result) {
+    if (interpreter_.softErrorPending) return false;
     MachineFunction* function = functionOf(*callable);
     if (function == nullptr) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
@@ -384,6 +387,7 @@ bool Machine::tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments
 bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                      BlockSignal& signal) {
     if (!interpreter_.runsHotCode || program->chunks.empty()) return false;
+    if (interpreter_.softErrorPending) return false;
     auto& functions = program->machineFunctions.byChunk;
     if (functions.size() < program->chunks.size()) functions.resize(program->chunks.size());
     std::unique_ptr<MachineFunction>& function = functions[0];

@@ -360,6 +360,7 @@ struct MachineCode {
     std::uint16_t chunkValue = 0;        // register of the chunk's value
     bool isStale = false;                // tokens have met their places since
     bool forTurns = false;
+    void* version = nullptr;             // the MachineFunction::Version that it belongs to
     const MachineCode* other = nullptr;  // the form for turns, and back
     std::vector<std::uint32_t> toOther;  // index of the same instruction there
     std::vector<std::uint32_t> loopEnds; // the JumpBack of each loop; kNoLoopEnd if it has none

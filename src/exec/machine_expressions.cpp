@@ -1,4 +1,5 @@
 // Expressions of the compiled form.
+#include <algorithm>
 #include <utility>
 
 #include "exec/machine_compiler.h"
@@ -6,6 +7,7 @@
 namespace {
 
 constexpr int kLargestShort = 32767;
+constexpr std::size_t kLongestJoin = 100;
 
 MachineOp arithmeticOp(NodeKind kind) {
     return static_cast<MachineOp>(static_cast<int>(MachineOp::Add) + static_cast<int>(kind) -
@@ -456,10 +458,13 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
     std::vector<int> operands;
     int at = index;
     while (node(at).kind == NodeKind::Add) {
-        operands.insert(operands.begin(), node(at).right);
+        // Longer ones are not worth looking at, again and again at each of their operators.
+        if (operands.size() > kLongestJoin) return false;
+        operands.push_back(node(at).right);
         at = node(at).left;
     }
-    operands.insert(operands.begin(), at);
+    operands.push_back(at);
+    std::reverse(operands.begin(), operands.end());
     const bool appends = appendRegister.has_value() || appendRecord.has_value();
     const bool startsWithText = node(operands[0]).kind == NodeKind::StringLiteral ||
                                 node(operands[1]).kind == NodeKind::StringLiteral;
@@ -480,7 +485,6 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
         // The tokens of what raises are those of the single steps.
         if (source_.tier == Tier::Tokens && !startsWithText) return false;
     }
-    if (operands.size() > 200) return false;
     const std::size_t skipped = appends ? 1 : 0;
     const std::size_t count = operands.size() - skipped;
     const std::uint16_t first = allocate(count);

@@ -19,16 +19,19 @@ struct MachineFunction {
     std::uint32_t chunk = 0;
     std::vector<Name> parameters;
     bool hasFrame = true;
+    /// Code, and the same with turns of a coroutine once that is needed.
+    struct Version {
+        std::unique_ptr<MachineDraft> draft;
+        std::unique_ptr<MachineCode> plain;
+        std::unique_ptr<MachineCode> turns;
+    };
+    /// The code for a start with no block scope visible, or for one with a block scope.
     struct Form {
         bool isRefused = false;
         std::uint8_t renewals = 0;
-        std::unique_ptr<MachineDraft> draft;
-        std::unique_ptr<MachineCode> plain;
-        std::unique_ptr<MachineCode> turns;  // once it is needed
+        std::vector<std::unique_ptr<Version>> versions;  // the newest last; older ones may run still
     };
-    std::array<Form, 2> forms;  // with no block scope visible at its start, and with one
-    /// Code that has been replaced: somebody may run it still.
-    std::vector<std::unique_ptr<MachineCode>> replaced;
+    std::array<Form, 2> forms;
 };
 
 /// The functions of a program, by chunk. A copy knows nothing: the code leads into the program that

@@ -56,21 +56,33 @@ bool Machine::compile(MachineFunction& function, bool amongBlocks) {
     unit.parameters = function.parameters;
     unit.hasFrame = function.hasFrame;
     unit.amongBlocks = amongBlocks;
-    auto draft = std::make_unique<MachineDraft>();
-    if (!MachineCompiler(interpreter_, *function.program, unit).compile(*draft)) return false;
-    MachineCode plain = finishMachineCode(*draft, false);
-    if (!plain.isUsable()) return false;
-    if (form.plain != nullptr) function.replaced.push_back(std::move(form.plain));
-    if (form.turns != nullptr) function.replaced.push_back(std::move(form.turns));
-    form.plain = std::make_unique<MachineCode>(std::move(plain));
-    form.draft = std::move(draft);
+    auto version = std::make_unique<MachineFunction::Version>();
+    version->draft = std::make_unique<MachineDraft>();
+    if (!MachineCompiler(interpreter_, *function.program, unit).compile(*version->draft)) {
+        return false;
+    }
+    version->plain = std::make_unique<MachineCode>(finishMachineCode(*version->draft, false));
+    if (!version->plain->isUsable()) return false;
+    version->plain->version = version.get();
+    form.versions.push_back(std::move(version));
     return true;
 }
 
-/// The code for a call now, with turns of a coroutine or without; null if there is none.
+/// The same code with turns of a coroutine.
+const MachineCode* Machine::turnsOf(const MachineCode& plain) {
+    auto& version = *static_cast<MachineFunction::Version*>(plain.version);
+    if (version.turns == nullptr) {
+        version.turns = std::make_unique<MachineCode>(finishMachineCode(*version.draft, true));
+        version.turns->version = &version;
+        linkMachineCode(*version.draft, *version.plain, *version.turns);
+    }
+    return version.turns.get();
+}
+
+/// The code for a call now; null if there is none.
 const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) {
     MachineFunction::Form& form = function.forms[amongBlocks ? 1 : 0];
-    if (form.plain == nullptr) {
+    if (form.versions.empty()) {
         if (form.isRefused) return nullptr;
         if (!compile(function, amongBlocks)) {
             form.isRefused = true;
@@ -78,26 +90,20 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
             return nullptr;
         }
         ++counts.compiled;
-    } else if (form.plain->isStale && form.renewals < kMostRenewals) {
+    } else if (form.versions.back()->plain->isStale && form.renewals < kMostRenewals) {
         ++form.renewals;
         if (compile(function, amongBlocks)) ++counts.recompiled;
     }
-    if (!givesTurns()) return form.plain.get();
-    if (form.turns == nullptr) {
-        form.turns = std::make_unique<MachineCode>(finishMachineCode(*form.draft, true));
-        linkMachineCode(*form.draft, *form.plain, *form.turns);
-    }
-    return form.turns.get();
+    const MachineCode& plain = *form.versions.back()->plain;
+    return givesTurns() ? turnsOf(plain) : &plain;
 }
 
-/// The code that goes on for `code` at the end of a loop's turn; `code` itself if none is better.
+/// The code that goes on for `code` at the end of a loop's turn.
 const MachineCode* Machine::renewed(MachineFunction& function, const MachineCode& code) {
     for (std::size_t i = 0; i < function.forms.size(); ++i) {
-        MachineFunction::Form& form = function.forms[i];
-        if (form.plain.get() != &code && form.turns.get() != &code) continue;
-        const MachineCode* better = codeOf(function, i == 1);
-        return better != nullptr ? better : &code;
+        for (const auto& version : function.forms[i].versions) {
+            if (version.get() == code.version) return codeOf(function, i == 1);
+        }
     }
-    // It has been replaced while it ran: by a newer code of the same form, at the next call.
     return &code;
 }
