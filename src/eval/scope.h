@@ -85,11 +85,11 @@ public:
         capacity_ = capacity;
         for (std::uint32_t i = 0; i < count; ++i) ++names[i]->scopeEntries;
     }
-    /// The same with names of its own, since their order is not known before.
+    /// The same with names of its own, since their order is not known before for all of them.
     void openWindowWithOwnNames(const Name* names, Variable* values, std::uint32_t count,
                                 std::uint32_t capacity) {
         if (capacity > ownCapacity_) growOwn(capacity);
-        std::copy_n(names, count, ownNames_.get());
+        std::copy_n(names, capacity, ownNames_.get());
         openWindow(ownNames_.get(), values, count, capacity);
     }
     /// Counts the next entry of a window, whose value stands in its place and whose name is known.

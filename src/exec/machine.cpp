@@ -760,7 +760,7 @@ Variable Machine::run() {
         if (code->forTurns && at->m == 0) giveTurns(at->c);
         if (lastStore_ != nullptr) showLastStore();
         slot = &R[code->chunkValue];
-        if (at->m == 0) slot->setNil();
+        if (at->m != kReturnsChunkValue) slot->setNil();
         goto leaveWithSlot;
     leaveSlowly:
         slot = &R[at->a];

@@ -203,6 +203,10 @@ inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.
 inline constexpr std::uint8_t kDirectCall = 64;
 
+/// The end of the code, which is no statement.
+inline constexpr std::uint8_t kReturnsChunkValue = 1;
+inline constexpr std::uint8_t kReturnsNothing = 2;
+
 struct MachineInstruction {
     MachineOp op{};
     std::uint8_t m = 0;

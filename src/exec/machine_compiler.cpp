@@ -1371,8 +1371,9 @@ bool MachineCompiler::compile(MachineDraft& draft) {
         allocate(out_.windows[regions_.back().window].names.size());
     }
     out_.chunkValue = allocate();
+    if (tracksValue_) emit(Op::ClearChunkValue);
     emitChunk(unit_.chunk, true);
-    emitD(Op::ReturnNil, 0, 0, 1);  // with the chunk's value
+    emitD(Op::ReturnNil, 0, 0, tracksValue_ ? kReturnsChunkValue : kReturnsNothing);
     if (!ok_) return false;
     out_.registerCount = registerCount_ + 1;
     draft.tables = std::move(out_);
