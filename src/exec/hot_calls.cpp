@@ -8,7 +8,7 @@
 bool ChunkRun::HotRun::runsInFrame(std::uint16_t token) {
     const Variable* callee = place(token);
     if (callee == nullptr || callee->type != VarType::Function) return false;
-    const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
+    const Shared<ScriptCallable>& callable = callee->asFunction();
     return callable != nullptr && !callable->isNative &&
            callable->fastBodyKind == FastBodyKind::None;
 }
@@ -107,7 +107,7 @@ void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue
                                                               const FastScalarValue* args,
                                                               std::size_t count) {
     if (callee.type != VarType::Function) return false;
-    const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
+    const Shared<ScriptCallable>& callable = callee.asFunction();
     if (callable == nullptr || !callable->runsInFrame() || callable->program == nullptr) {
         return false;
     }

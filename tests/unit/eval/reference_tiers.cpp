@@ -173,8 +173,8 @@ const ScriptCallable* ReferenceTiers::native(int callee, bool libraryOnly) {
     } else if (node.kind == NodeKind::Index && at(node.right).kind == NodeKind::StringLiteral) {
         const Variable* base = named(node.left);
         if (base == nullptr || base->type != VarType::Table) return nullptr;
-        const auto found = base->asTable()->find(expression_.strings[at(node.right).stringIndex]);
-        if (found != base->asTable()->end()) value = found->second;
+        const auto* found = base->asTable()->find(expression_.strings[at(node.right).stringIndex]);
+        if (found != nullptr) value = *found;
     }
     if (value.type != VarType::Function || !value.asFunction()->isNative) return nullptr;
     return value.asFunction().get();  // the variable that holds it goes on doing so

@@ -58,14 +58,14 @@ TEST(ArgumentFrame, MayBeEmpty) {
 
 TEST(ArgumentFrame, ReleasesItsValuesAtItsEnd) {
     ArgumentStack stack;
-    std::weak_ptr<ArrayStorage> array;
+    Shared<ArrayStorage> array;
     {
         ArgumentFrame frame(stack, 2);
         frame[1] = Variable::makeArray();
         array = frame[1].asArray();
-        EXPECT_FALSE(array.expired());
+        EXPECT_EQ(array.useCount(), 2U);
     }
-    EXPECT_TRUE(array.expired());
+    EXPECT_EQ(array.useCount(), 1U);
 }
 
 TEST(ArgumentFrame, LendsAValueInPlace) {
