@@ -288,7 +288,7 @@ bool DovrelScript::evaluateLentArguments(const FastExpression& expression, const
         const auto argument =
             static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
         if (const Variable* value = variableInPlace(expression, argument, analysis)) {
-            frame.lend(i, *value);
+            frame[i] = *value;
         } else {
             frame[i] = evaluateFastExpressionNode(expression, argument, analysis);
         }

@@ -180,8 +180,10 @@ public:
     bool operator()(const Variable& a, const Variable& b) {
         // Nothing is called any more on the way to a protected call.
         if (interpreter_.softErrorUnwinding()) return false;
-        const Variable* const pair[] = {&a, &b};
-        return isTruthy(interpreter_.invokeCallableFast(comparator_, Arguments(pair, 2)));
+        ArgumentFrame pair(interpreter_.argumentStack, 2);
+        pair[0] = a;
+        pair[1] = b;
+        return isTruthy(interpreter_.invokeCallableFast(comparator_, pair.view()));
     }
 
 private:

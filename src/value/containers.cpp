@@ -114,14 +114,12 @@ Variable DovrelScript::bindStringMethod(const std::string& text, const std::stri
             // that does not rely on the binding.
             const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
             const Arguments rest = repeatsReceiver ? args.from(1) : args;
-            std::vector<const Variable*> all;
-            all.reserve(rest.size() + 1);
-            // The closure may be destroyed by its own call.
-            const Variable subject = receiver;
+            // A copy: the closure may be destroyed by its own call.
             const Variable callee = function;
-            all.push_back(&subject);
-            for (std::size_t i = 0; i < rest.size(); ++i) all.push_back(&rest[i]);
-            return invokeCallableFast(callee, Arguments(all.data(), all.size()));
+            ArgumentFrame all(argumentStack, rest.size() + 1);
+            all[0] = receiver;
+            for (std::size_t i = 0; i < rest.size(); ++i) all[i + 1] = rest[i];
+            return invokeCallableFast(callee, all.view());
         },
         "");
 }

@@ -117,13 +117,11 @@ int numberOf(BuiltinId id) { return static_cast<int>(id); }
 /// Lends `values` to a call.
 class Lent {
 public:
-    explicit Lent(const std::vector<Variable>& values) {
-        for (const Variable& value : values) places_.push_back(&value);
-    }
-    [[nodiscard]] Arguments view() const { return {places_.data(), places_.size()}; }
+    explicit Lent(const std::vector<Variable>& values) : values_(values) {}
+    [[nodiscard]] Arguments view() const { return Arguments(values_); }
 
 private:
-    std::vector<const Variable*> places_;
+    const std::vector<Variable>& values_;
 };
 
 Variable text(const char* bytes) { return Variable(std::string(bytes)); }
