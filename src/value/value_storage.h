@@ -281,5 +281,6 @@ private:
     [[maybe_unused]] std::array<std::uint8_t, 6> rest_;  // of the second word
 };
 
-static_assert(sizeof(void*) == 8, "the content is one word of 8 bytes");
+// The content is one word of 8 bytes.
+static_assert(sizeof(void*) == 8);
 static_assert(sizeof(ValueStorage) == 16);
