@@ -124,8 +124,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         if (target.library != nullptr) {
             native = interpreter.getIndexedValue(native, Variable(std::string(target.member)));
         }
-        static_cast<void>(
-            interpreter.invokeCallableFast(native, ArgumentList(values).view()).toString());
+        static_cast<void>(interpreter.invokeCallableFast(native, Arguments(values)).toString());
     });
     return 0;
 }

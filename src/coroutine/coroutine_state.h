@@ -60,7 +60,7 @@ struct FlowState {
 
 /// A scheduled coroutine.
 struct CoroutineState {
-    std::shared_ptr<ScriptCallable> callable;  // its `bodyLines` are the coroutine's code
+    Shared<ScriptCallable> callable;  // its `bodyLines` are the coroutine's code
     FlowState flow;
     std::vector<CoroutineFrame> frames;  // empty when the coroutine has finished
 };

@@ -32,7 +32,7 @@ struct MainFlowPosition {
     std::size_t lastTokenIndex = 0;
     const std::string* currentLine = nullptr;
     std::string currentLineTextOverride;
-    std::shared_ptr<ScriptCallable> retiredCallable;
+    Shared<ScriptCallable> retiredCallable;
     const std::string* retiredLine = nullptr;
 
     void exchange(DovrelScript& interpreter) {

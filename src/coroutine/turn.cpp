@@ -366,10 +366,10 @@ bool CoroutineTurn::collectBuiltinRows(const ParsedScriptLine& line) {
     } else if (container.type == VarType::Table && isIpairs) {
         const int length = interpreter_.numericTableLength(container.asTable());
         for (int i = 1; i <= length; ++i) {
-            addRow(Variable::makeInt(i), liveTableEntry(*container.asTable(), std::to_string(i)));
+            addRow(Variable::makeInt(i), liveTableEntry(*container.asTable(), intKeyText(i)));
         }
     } else if (container.type == VarType::Table) {
-        const auto snapshot = interpreter_.tableCache.snapshot(container.asTable());
+        const auto snapshot = container.asTable()->snapshot();
         for (std::size_t i = 0; i < snapshot->keys.size(); ++i) {
             addRow(snapshot->keyValues[i], liveTableEntry(*container.asTable(), snapshot->keys[i]));
         }

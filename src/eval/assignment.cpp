@@ -112,7 +112,7 @@ void AssignmentRun::cutMulti(Variable& value) const {
 }
 
 Variable AssignmentRun::firstValue(const Variable& multi) {
-    const std::shared_ptr<MultiResult>& result = multi.asMulti();
+    const Shared<MultiResult>& result = multi.asMulti();
     return result == nullptr || result->values.empty() ? Variable() : result->values[0];
 }
 
@@ -272,7 +272,7 @@ void AssignmentRun::runParallel() {
     ArgumentFrame values(interpreter_.argumentStack, assignment_.valueRanges.size());
     if (!evaluateValues(values)) return;
     if (values.size() == 1 && values[0].type == VarType::Multi) {
-        const std::shared_ptr<MultiResult> spread = values[0].asMulti();
+        const Shared<MultiResult> spread = values[0].asMulti();
         storeAll(spread->values);
     } else {
         storeAll({&values[0], values.size()});
@@ -361,7 +361,7 @@ Variable AssignmentRun::runGeneral() {
     if (!evaluateValues(evaluated)) return {};
     std::span<const Variable> values;
     if (evaluated.size() > 0) values = {&evaluated[0], evaluated.size()};
-    std::shared_ptr<MultiResult> spread;
+    Shared<MultiResult> spread;
     if (values.size() == 1 && values[0].type == VarType::Multi && assignment_.targets.size() >= 2) {
         spread = values[0].asMulti();
         values = spread->values;

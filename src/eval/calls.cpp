@@ -100,7 +100,7 @@ bool guardFires(DovrelScript& interpreter, const ScriptCallable& callable) {
 }
 
 /// The one compiled return expression of a fast body that the scalar tier may try, or null.
-const ParsedScriptLine* scalarReturnLine(const std::shared_ptr<ScriptCallable>& callable) {
+const ParsedScriptLine* scalarReturnLine(const Shared<ScriptCallable>& callable) {
     if (callable == nullptr || callable->isNative || callable->isDecay ||
         callable->fastBodyKind == FastBodyKind::None) {
         return nullptr;
@@ -158,7 +158,7 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
 }
 
 /// Runs a body in a frame of its own.
-Variable DovrelScript::runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args) {
+Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments args) {
     Variable result;
     if (callable->program != nullptr && machine->tryCall(callable, args, result)) {
         if (softErrorUnwinding()) return {};
@@ -187,7 +187,7 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
     if (callee.type != VarType::Function) {
         throwPlainError("Attempted to call a non-function value of type " + typeName(callee.type));
     }
-    std::shared_ptr<ScriptCallable> callable = callee.asFunction();
+    Shared<ScriptCallable> callable = callee.asFunction();
     if (callable == nullptr) throwPlainError("Attempted to call an invalid function value");
     if (callable->isDecay) {
         startCoroutine(callable, args);
@@ -233,7 +233,7 @@ bool DovrelScript::tryScalarValue(const FastExpression& expression,
     return tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, out);
 }
 
-bool DovrelScript::tryEvaluateFastCallableScalar(const std::shared_ptr<ScriptCallable>& callable,
+bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& callable,
                                                  Arguments args, FastScalarValue& out) {
     const ParsedScriptLine* line = scalarReturnLine(callable);
     if (line == nullptr) return false;
@@ -248,9 +248,10 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const std::shared_ptr<ScriptCal
     return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
 }
 
-bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
-    const std::shared_ptr<ScriptCallable>& callable, Arguments args, bool& ok, FastScalarValue& out,
-    std::string& message) {
+bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCallable>& callable,
+                                                          Arguments args, bool& ok,
+                                                          FastScalarValue& out,
+                                                          std::string& message) {
     ok = true;
     message.clear();
     const ParsedScriptLine* line = scalarReturnLine(callable);
@@ -268,7 +269,7 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(
     return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
 }
 
-void DovrelScript::startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args) {
+void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Arguments args) {
     auto state = std::make_shared<CoroutineState>();
     state->callable = callable;
     Scope& scope = state->flow.frameScopes.push(callable->parameters.size());

@@ -77,7 +77,7 @@ void DovrelScript::keepCurrentLineText() noexcept {
     }
 }
 
-void DovrelScript::retireCallable(std::shared_ptr<ScriptCallable>&& callable,
+void DovrelScript::retireCallable(Shared<ScriptCallable>&& callable,
                                   const std::string* lineAtEntry) {
     // A call that selected no line has nothing to keep. If the current line is the one that an
     // inner call left, it belongs to the inner callable, and that one must stay.

@@ -6,6 +6,7 @@
 
 #include "value/arithmetic.h"
 #include "value/numbers.h"
+#include "value/table.h"
 
 namespace {
 
@@ -31,8 +32,8 @@ bool isFloatOperation(const Variable& target, const FastScalarValue& value) {
 
 void addInPlace(Variable& target, char op, const FastScalarValue& value) {
     if (target.type == VarType::Float) {
-        float& number = target.floatReference();
-        number = floatArithmetic(number, op, static_cast<float>(fastScalarToDouble(value)));
+        const auto operand = static_cast<float>(fastScalarToDouble(value));
+        target.replaceFloat(floatArithmetic(target.asFloat(), op, operand));
     } else if (value.kind == ScalarKind::Float) {
         target.type = VarType::Float;
         const double number = toDouble(target);
@@ -120,9 +121,8 @@ bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& key,
     if (base.type != VarType::Table) return false;
     if (!key.isNumeric() && key.type != VarType::String) return false;
     const TableStorage& table = *base.asTable();
-    const auto found =
-        key.type == VarType::String ? table.find(key.asString()) : table.find(keyToString(key));
-    if (found != table.end()) return tryFastScalarFromVariable(found->second, out);
+    const Variable* found = table.findValue(key);
+    if (found != nullptr) return tryFastScalarFromVariable(*found, out);
     out = FastScalarValue::nil();
     return true;
 }
@@ -131,8 +131,7 @@ bool tryApplyFastScalarOperationInPlace(Variable& target, char op, const FastSca
     if (target.type == VarType::Int && value.kind == ScalarKind::Int) {
         // Counters: nothing else is as frequent.
         if (op == '+') {
-            int& number = target.intReference();
-            number = wrapAdd(number, value.intValue);
+            target.replaceInt(wrapAdd(target.asInt(), value.intValue));
             return true;
         }
     }

@@ -81,7 +81,7 @@ struct FastScalarValue {
 /// The same, but unset also for a variable whose kind and content disagree. Nothing raises here:
 /// what such a variable comes to is for the caller's next tier to say.
 [[nodiscard, gnu::always_inline]] inline FastScalarValue soundScalar(const Variable& value) {
-    const Alternative content = value.value.alternative();
+    const Alternative content = value.alternative();
     if (value.type == VarType::Int && content == Alternative::Int) {
         return FastScalarValue::fromInt(value.asInt());
     }

@@ -23,7 +23,7 @@ private:
 /// The callable, the scope of its frame, and the directory and name of its script.
 class FrameCall {
 public:
-    FrameCall(DovrelScript& interpreter, std::shared_ptr<ScriptCallable> callable)
+    FrameCall(DovrelScript& interpreter, Shared<ScriptCallable> callable)
         : FrameCall(std::move(callable), interpreter) {
         Scope& scope = interpreter.frameScopes.push(callable_->parameters.size());
         hasScope_ = true;
@@ -53,13 +53,13 @@ private:
         return true;
     }
     /// Holds nothing but the callable yet. What comes after it is released even if it fails.
-    FrameCall(std::shared_ptr<ScriptCallable>&& callable, DovrelScript& interpreter)
+    FrameCall(Shared<ScriptCallable>&& callable, DovrelScript& interpreter)
         : interpreter_(interpreter),
           callable_(std::move(callable)),
           lineAtEntry_(interpreter.currentLine) {}
 
     DovrelScript& interpreter_;
-    std::shared_ptr<ScriptCallable> callable_;
+    Shared<ScriptCallable> callable_;
     const std::string* lineAtEntry_;
     // What has been pushed.
     bool hasScope_ = false;

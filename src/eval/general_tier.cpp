@@ -75,7 +75,7 @@ Variable generalOperation(NodeKind kind, Variable& left, const Variable& right) 
     }
     if (kind == NodeKind::Add && left.type == VarType::String) {
         // The left text is the caller's to give: the right one goes behind it.
-        appendVariableStringFast(left.asString(), right);
+        appendToString(left, right);
         return std::move(left);
     }
     return applyBinaryOperator(operatorNumberOf(kind), left, right);
@@ -121,7 +121,7 @@ bool DovrelScript::startsWithFrameCall(const FastExpression& expression,
     if (node->kind != NodeKind::Call || node->argumentsHoldCall) return false;
     const Variable* callee = variableInPlace(expression, node->left, analysis);
     if (callee == nullptr || callee->type != VarType::Function) return false;
-    const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
+    const Shared<ScriptCallable>& callable = callee->asFunction();
     return callable != nullptr && !callable->isNative &&
            callable->fastBodyKind == FastBodyKind::None;
 }
@@ -239,8 +239,8 @@ Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const
         const std::string& key = expression.strings[keyNode.stringIndex];
         if (base->type != VarType::Table) return getIndexedValue(*base, Variable(key));
         const TableStorage& table = *base->asTable();
-        const auto found = table.find(key);
-        return found != table.end() ? found->second : Variable();
+        const auto* found = table.find(key);
+        return found != nullptr ? *found : Variable();
     }
     // A key that runs code may move or overwrite the base, which is then looked up again.
     const auto baseAfterKey = [&]() -> const Variable& {
@@ -291,7 +291,7 @@ bool DovrelScript::evaluateLentArguments(const FastExpression& expression, const
         const auto argument =
             static_cast<int>(expression.callArguments[static_cast<std::size_t>(call.right) + i]);
         if (const Variable* value = variableInPlace(expression, argument, analysis)) {
-            frame.lend(i, *value);
+            frame[i] = *value;
         } else {
             frame[i] = evaluateFastExpressionNode(expression, argument, analysis);
         }

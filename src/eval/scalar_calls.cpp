@@ -125,8 +125,8 @@ const Variable* DovrelScript::calleeInPlace(const FastExpression& expression, in
     const Variable* base = variableInPlace(expression, node.left, analysis);
     if (base == nullptr || base->type != VarType::Table) return nullptr;
     const TableStorage& table = *base->asTable();
-    const auto found = table.find(expression.strings[key.stringIndex]);
-    return found != table.end() ? &found->second : nullptr;
+    const auto* found = table.find(expression.strings[key.stringIndex]);
+    return found != nullptr ? found : nullptr;
 }
 
 const ScriptCallable* DovrelScript::findNativeCallee(const FastExpression& expression, int callee,

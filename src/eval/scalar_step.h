@@ -16,8 +16,8 @@ inline const Variable* elementOf(const Variable& place, const FastScalarValue& k
 inline const Variable* entryOf(const Variable& place, const std::string& key) {
     if (place.type != VarType::Table) return nullptr;
     const TableStorage& table = *place.asTable();
-    const auto found = table.find(key);
-    return found != table.end() ? &found->second : &nilValue();
+    const auto* found = table.find(key);
+    return found != nullptr ? found : &nilValue();
 }
 
 inline FastScalarValue negatedScalar(const FastScalarValue& operand) {

@@ -183,8 +183,8 @@ const Variable* DovrelScript::elementInPlace(const FastExpression& expression,
     const FastExprNode& keyNode = nodeAt(expression, node.right);
     if (base->type != VarType::Table || keyNode.kind != NodeKind::StringLiteral) return nullptr;
     const TableStorage& table = *base->asTable();
-    const auto found = table.find(expression.strings[keyNode.stringIndex]);
-    return found != table.end() ? &found->second : &nilValue();
+    const auto* found = table.find(expression.strings[keyNode.stringIndex]);
+    return found != nullptr ? found : &nilValue();
 }
 
 /// The base of an index is the general tier's; only the last key is a scalar of this tier.
@@ -217,8 +217,8 @@ FastScalarValue DovrelScript::scalarIndexSlowly(const FastExpression& expression
         // On any other base a string key declines.
         if (base->type != VarType::Table) return {};
         const TableStorage& table = *base->asTable();
-        const auto found = table.find(expression.strings[keyNode.stringIndex]);
-        return found != table.end() ? scalarFromVariable(found->second) : FastScalarValue::nil();
+        const auto* found = table.find(expression.strings[keyNode.stringIndex]);
+        return found != nullptr ? scalarFromVariable(*found) : FastScalarValue::nil();
     }
 
     const FastScalarValue scalarKey = scalarOperand(expression, node.right, analysis);

@@ -166,7 +166,7 @@ Variable TokenEvaluator::evaluateCall(const Variable& callee) {
         } while (consumeIf(","));
         expect(")", "Expected ',' or ')' after function argument");
     }
-    return interpreter_.invokeCallableFast(callee, ArgumentList(arguments).view());
+    return interpreter_.invokeCallableFast(callee, Arguments(arguments));
 }
 
 Variable TokenEvaluator::evaluateArrayLiteral() {

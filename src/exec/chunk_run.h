@@ -108,10 +108,10 @@ private:
     bool tryWalkCall(GenericLoop& loop, Flow& flow);
     Flow walkGmatch(GenericLoop& loop, Arguments args);
     Flow walkBytes(GenericLoop& loop, Arguments args);
-    Flow walkArrayPairs(GenericLoop& loop, const std::shared_ptr<ArrayStorage>& array);
-    Flow walkTableSequence(GenericLoop& loop, const std::shared_ptr<TableStorage>& table);
-    Flow walkTableKeys(GenericLoop& loop, const std::shared_ptr<TableStorage>& table);
-    Flow walkElements(GenericLoop& loop, const std::shared_ptr<ArrayStorage>& elements);
+    Flow walkArrayPairs(GenericLoop& loop, const Shared<ArrayStorage>& array);
+    Flow walkTableSequence(GenericLoop& loop, const Shared<TableStorage>& table);
+    Flow walkTableKeys(GenericLoop& loop, const Shared<TableStorage>& table);
+    Flow walkElements(GenericLoop& loop, const Shared<ArrayStorage>& elements);
     bool runPair(GenericLoop& loop, const Variable& key, const Variable& element);
     /// Runs the body once; false if the loop is over, with `loop.flow` saying what follows it.
     bool runLoopBody(GenericLoop& loop);

@@ -90,7 +90,7 @@ bool ChunkRun::callDirectly(const TokenAnalysis& name, Arguments args, FastScala
     const Variable* found = interpreter_.readVariable(name);
     const Variable callee = found != nullptr ? *found : Variable();
     if (callee.type == VarType::Function && callee.asFunction() != nullptr) {
-        const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
+        const Shared<ScriptCallable>& callable = callee.asFunction();
         const bool isScalar =
             callable->isNative
                 ? interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args, scalar)

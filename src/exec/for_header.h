@@ -71,9 +71,9 @@ void assignIterationElement(Scope& scope, std::size_t names, const Variable& ele
 
 /// The value behind "in", which must be an array. Raises "Unexpected token after for iterator" and
 /// "generic for loops expect an array iterator". Null if a soft error is unwinding.
-[[nodiscard]] std::shared_ptr<ArrayStorage> evaluateGenericIterator(DovrelScript& interpreter,
-                                                                    const ParsedScriptLine& line,
-                                                                    std::size_t iterator);
+[[nodiscard]] Shared<ArrayStorage> evaluateGenericIterator(DovrelScript& interpreter,
+                                                           const ParsedScriptLine& line,
+                                                           std::size_t iterator);
 
 /// The entry of a live table under `key`; raises the system's text for a key that is gone.
-[[nodiscard]] const Variable& liveTableEntry(const TableStorage& table, const std::string& key);
+[[nodiscard]] const Variable& liveTableEntry(const TableStorage& table, const Text& key);

@@ -163,7 +163,7 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     do {
         // Only the int alternative is written, never the kind: kept. A body that has put another
         // alternative there fails here; one that assigned nil goes on and still reads nil.
-        interpreter_.frameScopes.back()[0].value.intReference() = counter;
+        interpreter_.frameScopes.back()[0].value.replaceInt(counter);
         runBody(loop.bodyChunk, isInline, nested);
         if (!continuesAfterBody(nested, signal, flow)) return flow;
         counter = wrapAdd(counter, range.step);

@@ -115,7 +115,7 @@ void declareFunction(DovrelScript& interpreter, const ParsedScriptLine& line, Ne
     FunctionHeader header;
     if (!HeaderParser(interpreter, line).parse(header)) return;
 
-    auto callable = std::make_shared<ScriptCallable>();
+    auto callable = Shared<ScriptCallable>::make();
     callable->isDecay = header.isDecay;
     callable->isVariadic = header.isVariadic;
     callable->name = header.name->text;

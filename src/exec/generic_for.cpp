@@ -70,9 +70,8 @@ void assignIterationElement(Scope& scope, std::size_t names, const Variable& ele
     for (std::size_t i = 1; i < names; ++i) scope[i].value.setNil();
 }
 
-std::shared_ptr<ArrayStorage> evaluateGenericIterator(DovrelScript& interpreter,
-                                                      const ParsedScriptLine& line,
-                                                      std::size_t iterator) {
+Shared<ArrayStorage> evaluateGenericIterator(DovrelScript& interpreter,
+                                             const ParsedScriptLine& line, std::size_t iterator) {
     const FastExpression& compiled = forHeaderOf(line).genericIterator;
     Variable value;
     if (compiled.valid) {
@@ -91,10 +90,10 @@ std::shared_ptr<ArrayStorage> evaluateGenericIterator(DovrelScript& interpreter,
     return value.asArray();
 }
 
-const Variable& liveTableEntry(const TableStorage& table, const std::string& key) {
-    const auto found = table.find(key);
-    if (found == table.end()) throwPlainError("unordered_map::at: key not found");
-    return found->second;
+const Variable& liveTableEntry(const TableStorage& table, const Text& key) {
+    const Variable* found = table.find(key);
+    if (found == nullptr) throwPlainError("unordered_map::at: key not found");
+    return *found;
 }
 
 /// A generic loop under way.
@@ -116,7 +115,7 @@ ChunkRun::Flow ChunkRun::runGenericFor(std::uint32_t index, BlockSignal& signal)
     GenericLoop loop{line, record.bodyChunk, signal, variables.names.size()};
 
     const BuiltinId builtin = loopBuiltin(line, variables.iterator);
-    std::shared_ptr<ArrayStorage> elements;
+    Shared<ArrayStorage> elements;
     if (builtin == BuiltinId::None) {
         elements = evaluateGenericIterator(interpreter_, line, variables.iterator);
         if (elements == nullptr) return leaveWithNil();
@@ -137,7 +136,7 @@ BuiltinId ChunkRun::loopBuiltin(const ParsedScriptLine& line, std::size_t iterat
     }
     const Variable* value = interpreter_.resolveVariableFastPtr(line.tokenAnalysis[iterator]);
     if (value == nullptr || value->type != VarType::Function) return BuiltinId::None;
-    const std::shared_ptr<ScriptCallable>& callable = value->asFunction();
+    const Shared<ScriptCallable>& callable = value->asFunction();
     if (callable == nullptr || !callable->isNative) return BuiltinId::None;
     const BuiltinId id = callable->builtinId;
     return id == BuiltinId::Pairs || id == BuiltinId::Ipairs ? id : BuiltinId::None;
@@ -211,8 +210,7 @@ ChunkRun::Flow ChunkRun::walkBytes(GenericLoop& loop, Arguments args) {
     return Flow::Next;
 }
 
-ChunkRun::Flow ChunkRun::walkArrayPairs(GenericLoop& loop,
-                                        const std::shared_ptr<ArrayStorage>& array) {
+ChunkRun::Flow ChunkRun::walkArrayPairs(GenericLoop& loop, const Shared<ArrayStorage>& array) {
     // The live size: elements that the body appends are seen.
     for (std::size_t i = 0; i < array->size(); ++i) {
         const Variable element = (*array)[i];
@@ -221,19 +219,17 @@ ChunkRun::Flow ChunkRun::walkArrayPairs(GenericLoop& loop,
     return Flow::Next;
 }
 
-ChunkRun::Flow ChunkRun::walkTableSequence(GenericLoop& loop,
-                                           const std::shared_ptr<TableStorage>& table) {
+ChunkRun::Flow ChunkRun::walkTableSequence(GenericLoop& loop, const Shared<TableStorage>& table) {
     const int length = interpreter_.numericTableLength(table);
     for (int i = 1; i <= length; ++i) {
-        const Variable element = liveTableEntry(*table, std::to_string(i));
+        const Variable element = liveTableEntry(*table, intKeyText(i));
         if (!runPair(loop, Variable::makeInt(i), element)) return loop.flow;
     }
     return Flow::Next;
 }
 
-ChunkRun::Flow ChunkRun::walkTableKeys(GenericLoop& loop,
-                                       const std::shared_ptr<TableStorage>& table) {
-    const auto snapshot = interpreter_.tableCache.snapshot(table);
+ChunkRun::Flow ChunkRun::walkTableKeys(GenericLoop& loop, const Shared<TableStorage>& table) {
+    const auto snapshot = table->snapshot();
     for (std::size_t i = 0; i < snapshot->keys.size(); ++i) {
         const Variable element = liveTableEntry(*table, snapshot->keys[i]);
         if (!runPair(loop, snapshot->keyValues[i], element)) return loop.flow;
@@ -241,8 +237,7 @@ ChunkRun::Flow ChunkRun::walkTableKeys(GenericLoop& loop,
     return Flow::Next;
 }
 
-ChunkRun::Flow ChunkRun::walkElements(GenericLoop& loop,
-                                      const std::shared_ptr<ArrayStorage>& elements) {
+ChunkRun::Flow ChunkRun::walkElements(GenericLoop& loop, const Shared<ArrayStorage>& elements) {
     const std::size_t count = elements->size();
     for (std::size_t i = 0; i < std::min(count, elements->size()); ++i) {
         const Variable element = (*elements)[i];

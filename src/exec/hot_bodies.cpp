@@ -93,7 +93,7 @@ FastScalarValue ChunkRun::HotRun::callScalar(const ScalarInstruction& call,
         if (result.isSet()) return result;
     }
     ArgumentFrame frame(interpreter_.argumentStack, call.kind);
-    fillArguments(frame, args, false);
+    fillArguments(frame, args);
     hasCalled_ = true;
     const FastExpression& expression = *node.expression;
     const int callee = expression.nodes[static_cast<std::size_t>(node.node)].left;

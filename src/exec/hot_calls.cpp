@@ -8,7 +8,7 @@
 bool ChunkRun::HotRun::runsInFrame(std::uint16_t token) {
     const Variable* callee = place(token);
     if (callee == nullptr || callee->type != VarType::Function) return false;
-    const std::shared_ptr<ScriptCallable>& callable = callee->asFunction();
+    const Shared<ScriptCallable>& callable = callee->asFunction();
     return callable != nullptr && !callable->isNative &&
            callable->fastBodyKind == FastBodyKind::None;
 }
@@ -88,13 +88,9 @@ FastScalarValue ChunkRun::HotRun::operateAny(NodeKind kind, FastScalarValue left
     return anyFrom(generalOperation(kind, first, second));
 }
 
-/// Arguments that `lends` is false for are copied: the callee may change the variable.
-void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue* args,
-                                     bool lends) {
+void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue* args) {
     for (std::size_t i = 0; i < frame.size(); ++i) {
-        if (args[i].kind == ScalarKind::Lent && lends) {
-            frame.lend(i, lent(args[i]));
-        } else if (args[i].kind >= ScalarKind::Held) {
+        if (args[i].kind >= ScalarKind::Held) {
             frame[i] = taken(args[i]);
         } else {
             assignFastScalarToVariable(frame[i], args[i]);
@@ -107,7 +103,7 @@ void ChunkRun::HotRun::fillArguments(ArgumentFrame& frame, const FastScalarValue
                                                               const FastScalarValue* args,
                                                               std::size_t count) {
     if (callee.type != VarType::Function) return false;
-    const std::shared_ptr<ScriptCallable>& callable = callee.asFunction();
+    const Shared<ScriptCallable>& callable = callee.asFunction();
     if (callable == nullptr || !callable->runsInFrame() || callable->program == nullptr) {
         return false;
     }
@@ -153,10 +149,11 @@ FastScalarValue ChunkRun::HotRun::callValue(const Variable& callee, bool isMembe
         if (result.isSet()) return result;
     }
     ArgumentFrame frame(interpreter_.argumentStack, count);
-    const bool lends =
+    const bool runsNoCode =
         callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
-    fillArguments(frame, args, lends);
-    if (lends) return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
+    fillArguments(frame, args);
+    if (runsNoCode)
+        return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
     Variable result = interpreter_.callFound(callee, isMember, frame.view());
     loseBindings();
     return anyFrom(std::move(result));
@@ -227,7 +224,7 @@ FastScalarValue ChunkRun::HotRun::callDirect(const ScalarInstruction& instructio
     const bool runsNoCode =
         callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
     ArgumentFrame frame(interpreter_.argumentStack, instruction.kind);
-    fillArguments(frame, args, runsNoCode);
+    fillArguments(frame, args);
     FastScalarValue scalar{};
     Variable value;
     answersInScalars_ =

@@ -13,8 +13,8 @@
 
 /// One such function while it runs.
 struct HotFrame {
-    HotFrame(DovrelScript& interpreter, const std::shared_ptr<ScriptCallable>& callable,
-             const HotCode& code, ChunkRun::HotRun& caller)
+    HotFrame(DovrelScript& interpreter, const Shared<ScriptCallable>& callable, const HotCode& code,
+             ChunkRun::HotRun& caller)
         : depth(interpreter.callDepth),
           call(interpreter, callable),
           run(interpreter, call.callable().program, 0),

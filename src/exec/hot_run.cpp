@@ -376,7 +376,7 @@ bool ChunkRun::HotRun::nextTurn(OpenFor& loop) {
     static_cast<void>(interpreter_.softErrorUnwinding());
     loop.counter = wrapAdd(loop.counter, loop.step);
     if (loop.step >= 1 ? loop.counter > loop.limit : loop.counter < loop.limit) return false;
-    interpreter_.frameScopes.back()[0].value.intReference() = loop.counter;
+    interpreter_.frameScopes.back()[0].value.replaceInt(loop.counter);
     return true;
 }
 

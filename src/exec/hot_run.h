@@ -157,7 +157,7 @@ private:
     }
     void endCallAtOnce();
     void closeCalls();
-    void fillArguments(ArgumentFrame& frame, const FastScalarValue* args, bool lends);
+    void fillArguments(ArgumentFrame& frame, const FastScalarValue* args);
     FastScalarValue callDirect(const ScalarInstruction& instruction, const FastScalarValue* args);
 
     // One-line functions, and assigned values of the scalar tier.

@@ -63,12 +63,12 @@ bool ChunkRun::HotRun::storeEntry(const ScalarInstruction& instruction, FastScal
     Variable* variable = target(instruction.token);
     if (variable == nullptr || variable->type != VarType::Table) return false;
     TableStorage& table = *variable->asTable();
-    const auto found = table.find(key(instruction.intValue));
-    if (found == table.end()) return false;
+    Variable* const found = table.find(key(instruction.intValue));
+    if (found == nullptr) return false;
     if (instruction.opcode == ScalarOpcode::UpdateEntry) {
-        return updateInt(found->second, instruction.kind, value);
+        return updateInt(*found, instruction.kind, value);
     }
-    assignFastScalarToVariable(found->second, value);
+    assignFastScalarToVariable(*found, value);
     return true;
 }
 

@@ -294,7 +294,7 @@ BlockRun::Flow BlockRun::runGenericFor(const ParsedScriptLine& line) {
     if (builtin != BuiltinId::None) {
         walkBuiltin(loop, builtin, container);
     } else {
-        const std::shared_ptr<ArrayStorage> elements = container.asArray();
+        const Shared<ArrayStorage> elements = container.asArray();
         for (std::size_t i = 0; i < elements->size(); ++i) {
             const Variable element = (*elements)[i];
             assignIterationElement(interpreter_.frameScopes.back(), loop.names, element);
@@ -314,7 +314,7 @@ BuiltinId BlockRun::directIterator(const ParsedScriptLine& line, std::size_t ite
     }
     const Variable* value = interpreter_.resolveVariableFastPtr(line.tokenAnalysis[iterator]);
     if (value == nullptr || value->type != VarType::Function) return BuiltinId::None;
-    const std::shared_ptr<ScriptCallable> callable = value->asFunction();
+    const Shared<ScriptCallable> callable = value->asFunction();
     if (callable == nullptr || !callable->isNative ||
         (callable->name != "pairs" && callable->name != "ipairs")) {
         return BuiltinId::None;
@@ -334,21 +334,21 @@ BlockRun::Flow BlockRun::walkBuiltin(GenericLoop& loop, BuiltinId builtin,
         return runIteration(loop);
     };
     if (container.type == VarType::Array) {
-        const std::shared_ptr<ArrayStorage> array = container.asArray();
+        const Shared<ArrayStorage> array = container.asArray();
         for (std::size_t i = 0; i < array->size(); ++i) {
             const Variable element = (*array)[i];
             if (!runPair(Variable::makeInt(static_cast<int>(i + 1)), element)) break;
         }
     } else if (container.type == VarType::Table && builtin == BuiltinId::Ipairs) {
-        const std::shared_ptr<TableStorage> table = container.asTable();
+        const Shared<TableStorage> table = container.asTable();
         const int length = interpreter_.numericTableLength(table);
         for (int i = 1; i <= length; ++i) {
-            const Variable element = liveTableEntry(*table, std::to_string(i));
+            const Variable element = liveTableEntry(*table, intKeyText(i));
             if (!runPair(Variable::makeInt(i), element)) break;
         }
     } else if (container.type == VarType::Table) {
-        const std::shared_ptr<TableStorage> table = container.asTable();
-        const auto snapshot = interpreter_.tableCache.snapshot(table);
+        const Shared<TableStorage> table = container.asTable();
+        const auto snapshot = table->snapshot();
         for (std::size_t i = 0; i < snapshot->keys.size(); ++i) {
             const Variable element = liveTableEntry(*table, snapshot->keys[i]);
             if (!runPair(snapshot->keyValues[i], element)) break;

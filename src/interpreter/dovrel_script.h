@@ -40,7 +40,7 @@
 #include "value/arguments.h"
 #include "value/names.h"
 #include "value/script_callable.h"
-#include "value/table_cache.h"
+#include "value/table.h"
 #include "value/variable.h"
 
 class HotFrames;
@@ -91,19 +91,12 @@ public:
     /// A String's bytes, an Array's elements, a Table's border; else raises "len(x) expects an
     /// array, table, or string".
     [[nodiscard]] int arrayLength(const Variable& value);
-    [[nodiscard]] int numericTableLength(const std::shared_ptr<TableStorage>& table) {
-        return tableCache.numericLength(table);
-    }
-    /// Must follow any change to a table's set of keys.
-    void markTableMutated(const std::shared_ptr<TableStorage>& table,
-                          TableChange change = TableChange::KeysRemoved) {
-        tableCache.markMutated(table, change);
+    [[nodiscard]] int numericTableLength(const Shared<TableStorage>& table) {
+        return table != nullptr ? table->border() : 0;
     }
     /// The native callable that `text[method]` gives: `method` with `text` in front of its
     /// arguments.
     [[nodiscard]] Variable bindStringMethod(const std::string& text, const std::string& method);
-
-    TableCache tableCache;
 
     // ------------------------------------------------------------------ frontend
     /// Cuts one logical line into token texts. Raises "Unterminated string literal".
@@ -264,12 +257,12 @@ public:
     /// Recognises the short body shapes; called once by whoever declares a function.
     static void prepareFastCallableBody(ScriptCallable& callable);
     /// Runs a fast body in the scalar tier; false if it declines.
-    [[nodiscard]] bool tryEvaluateFastCallableScalar(
-        const std::shared_ptr<ScriptCallable>& callable, Arguments args, FastScalarValue& out);
+    [[nodiscard]] bool tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& callable,
+                                                     Arguments args, FastScalarValue& out);
     /// The same as the inlined form of `pcall`: a fired guard gives `ok` false and its message.
     [[nodiscard]] bool tryEvaluateProtectedFastCallableScalar(
-        const std::shared_ptr<ScriptCallable>& callable, Arguments args, bool& ok,
-        FastScalarValue& out, std::string& message);
+        const Shared<ScriptCallable>& callable, Arguments args, bool& ok, FastScalarValue& out,
+        std::string& message);
 
     std::vector<std::vector<Variable>> varargStack;      // extra arguments of each variadic call
     std::vector<const std::string*> baseDirectoryStack;  // strings of programs and callables
@@ -307,7 +300,7 @@ public:
     void keepCurrentLineText() noexcept;
     /// Ends the hold on a callable whose call is over, but keeps it if `currentLine` may point into
     /// its lines. `lineAtEntry` is what `currentLine` was before the call.
-    void retireCallable(std::shared_ptr<ScriptCallable>&& callable, const std::string* lineAtEntry);
+    void retireCallable(Shared<ScriptCallable>&& callable, const std::string* lineAtEntry);
 
     std::uint64_t callDepth = 0;                     // active calls
     std::vector<std::uint64_t> protectedCallDepths;  // call depth at each active `pcall`
@@ -320,8 +313,8 @@ public:
     std::string lastToken;  // what the token-stream evaluator consumed last; never cleared by
                             // statements, so it may be of an earlier one
     std::size_t lastTokenIndex = 0;
-    std::shared_ptr<ScriptCallable> retiredCallable;  // keeps `currentLine` alive after a call
-    const std::string* retiredLine = nullptr;         // `currentLine` when it was retired
+    Shared<ScriptCallable> retiredCallable;    // keeps `currentLine` alive after a call
+    const std::string* retiredLine = nullptr;  // `currentLine` when it was retired
 
     // ------------------------------------------------------------------ exec
     /// The whole front end and the compiler.
@@ -345,7 +338,7 @@ public:
 
     // ------------------------------------------------------------------ coroutine
     /// Makes a coroutine of a decay callable and schedules it; inside a turn, ends that turn.
-    void startCoroutine(const std::shared_ptr<ScriptCallable>& callable, Arguments args);
+    void startCoroutine(const Shared<ScriptCallable>& callable, Arguments args);
     /// Runs one turn of the scheduled coroutine, if any. A failure of the turn is raised.
     void serviceScheduledCoroutineTurn();
     /// Runs the coroutine, already swapped in, to the end of one statement; true when it has
@@ -469,7 +462,7 @@ private:
     [[nodiscard]] const Variable* fastParameter(const TokenAnalysis& token) const;
     [[nodiscard]] const Variable* readVariableSlowly(const TokenAnalysis& token);
     void cacheGlobal(const TokenAnalysis& token, std::size_t slot);
-    Variable runInFrame(std::shared_ptr<ScriptCallable> callable, Arguments args);
+    Variable runInFrame(Shared<ScriptCallable> callable, Arguments args);
     Variable runFastBody(const ScriptCallable& callable, Arguments args);
 };
 

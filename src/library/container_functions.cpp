@@ -84,7 +84,7 @@ Variable setFunction(DovrelScript& interpreter, Arguments args) {
     return args[2];
 }
 
-Variable clearFunction(DovrelScript& interpreter, Arguments args) {
+Variable clearFunction(DovrelScript&, Arguments args) {
     if (args.size() != 1) throwPlainError("clear(container) requires exactly 1 argument");
     if (!isContainer(args[0])) {
         throwPlainError("clear(container): container must be an array or table");
@@ -95,20 +95,17 @@ Variable clearFunction(DovrelScript& interpreter, Arguments args) {
         container.asArray()->clear();
     } else {
         container.asTable()->clear();
-        interpreter.markTableMutated(container.asTable());
     }
     return Variable::makeInt(0);
 }
 
-Variable eraseFunction(DovrelScript& interpreter, Arguments args) {
+Variable eraseFunction(DovrelScript&, Arguments args) {
     if (args.size() != 2) {
         throwPlainError("erase(container, keyOrIndex) requires exactly 2 arguments");
     }
     const Variable container = args[0];  // see clear
     if (container.type == VarType::Table) {
-        const bool removed = container.asTable()->erase(keyToString(args[1])) != 0;
-        if (removed) interpreter.markTableMutated(container.asTable());
-        return Variable::makeBool(removed);
+        return Variable::makeBool(container.asTable()->erase(keyToString(args[1])));
     }
     if (container.type != VarType::Array) {
         throwPlainError("erase(container, keyOrIndex): container must be an array or table");
@@ -129,7 +126,7 @@ Variable containsFunction(DovrelScript&, Arguments args) {
         throwPlainError("contains(container, valueOrKey) requires exactly 2 arguments");
     }
     if (args[0].type == VarType::Table) {
-        return Variable::makeBool(args[0].asTable()->contains(keyToString(args[1])));
+        return Variable::makeBool(args[0].asTable()->findValue(args[1]) != nullptr);
     }
     if (args[0].type != VarType::Array) {
         throwPlainError("contains(container, valueOrKey): container must be an array or table");
@@ -140,11 +137,11 @@ Variable containsFunction(DovrelScript&, Arguments args) {
     return Variable::makeBool(false);
 }
 
-Variable keysFunction(DovrelScript& interpreter, Arguments args) {
+Variable keysFunction(DovrelScript&, Arguments args) {
     if (args.size() != 1 || args[0].type != VarType::Table) {
         throwPlainError("keys(table) requires exactly 1 table argument");
     }
-    const auto snapshot = interpreter.tableCache.snapshot(args[0].asTable());
+    const auto snapshot = args[0].asTable()->snapshot();
     return Variable::makeArray(ArrayStorage(snapshot->keyValues));
 }
 

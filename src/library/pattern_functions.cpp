@@ -8,6 +8,7 @@
 #include "library/natives.h"
 #include "library/patterns.h"
 #include "value/numbers.h"
+#include "value/table.h"
 #include "value/text.h"
 
 namespace {
@@ -38,11 +39,11 @@ using TextIterator = std::string::const_iterator;
 [[nodiscard]] const Variable& lookUpReplacement(const Variable& table, const std::string& key) {
     const auto& entries = table.asTable();
     if (entries == nullptr) throwPlainError("gsub internal error: replacement table missing");
-    const auto found = entries->find(key);
-    if (found == entries->end()) {
+    const Variable* found = entries->find(key);
+    if (found == nullptr) {
         throwPlainError("gsub replacement table missing key: " + key);
     }
-    return found->second;
+    return *found;
 }
 
 /// The result of gsub for the pattern "%d". A string replacement is taken as it is: kept, although

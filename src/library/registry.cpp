@@ -183,7 +183,7 @@ bool givesScalar(BuiltinId id) {
 }  // namespace
 
 Variable makeNativeCallable(NativeFunction function, const std::string& name) {
-    auto callable = std::make_shared<ScriptCallable>();
+    auto callable = Shared<ScriptCallable>::make();
     callable->isNative = true;
     callable->nativeFunction = std::move(function);
     callable->name = name;

@@ -10,7 +10,7 @@ struct ScriptCallable;
 /// A compiled file, valid as long as the file's size and modification time stay as they were.
 struct ScriptFileCacheEntry {
     std::shared_ptr<BytecodeProgram> program;
-    std::shared_ptr<ScriptCallable> callable;  // handed out again on a hit
+    Shared<ScriptCallable> callable;  // handed out again on a hit
     std::int64_t size = 0;
     std::int64_t mtimeSeconds = 0;
     std::int64_t mtimeNanoseconds = 0;

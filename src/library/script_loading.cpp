@@ -49,8 +49,8 @@ Variable failure(const std::string& message) {
     return Variable::makeMulti({Variable(), Variable(message)});
 }
 
-std::shared_ptr<ScriptCallable> makeLoadedChunk(std::shared_ptr<BytecodeProgram> program) {
-    auto callable = std::make_shared<ScriptCallable>();
+Shared<ScriptCallable> makeLoadedChunk(std::shared_ptr<BytecodeProgram> program) {
+    auto callable = Shared<ScriptCallable>::make();
     callable->isLoadedChunk = true;
     callable->baseDirectory = program->baseDirectory;
     callable->scriptName = program->scriptName;

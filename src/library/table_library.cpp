@@ -21,32 +21,23 @@ bool isSequence(const Variable& value) {
     return value.type == VarType::Array || value.type == VarType::Table;
 }
 
-/// The key text of a position. The result lives in `buffer`.
-const std::string& positionKey(int position, std::string& buffer) {
-    buffer.clear();
-    appendIntFast(buffer, position);
-    return buffer;
-}
-
 // ------------------------------------------------------------------------ insert and remove
 
 void insertIntoTable(TableStorage& entries, int border, int position, const Variable& value) {
-    std::string key;
     Variable carried = value;
-    for (int i = position; i <= border; ++i) std::swap(entries[positionKey(i, key)], carried);
-    entries[positionKey(border + 1, key)] = std::move(carried);
+    for (int i = position; i <= border; ++i) std::swap(entries[intKeyText(i)], carried);
+    entries[intKeyText(border + 1)] = std::move(carried);
 }
 
 Variable removeFromTable(TableStorage& entries, int border, int position) {
-    std::string key;
-    Variable* gap = &entries[positionKey(position, key)];
+    Variable* gap = &entries[intKeyText(position)];
     Variable removed = std::move(*gap);
     for (int i = position + 1; i <= border; ++i) {
-        Variable* const next = &entries[positionKey(i, key)];
+        Variable* const next = &entries[intKeyText(i)];
         *gap = std::move(*next);
         gap = next;
     }
-    entries.erase(positionKey(border, key));
+    entries.erase(intKeyText(border)->text);
     return removed;
 }
 
@@ -189,8 +180,10 @@ public:
     bool operator()(const Variable& a, const Variable& b) {
         // Nothing is called any more on the way to a protected call.
         if (interpreter_.softErrorUnwinding()) return false;
-        const Variable* const pair[] = {&a, &b};
-        return isTruthy(interpreter_.invokeCallableFast(comparator_, Arguments(pair, 2)));
+        ArgumentFrame pair(interpreter_.argumentStack, 2);
+        pair[0] = a;
+        pair[1] = b;
+        return isTruthy(interpreter_.invokeCallableFast(comparator_, pair.view()));
     }
 
 private:
@@ -250,14 +243,13 @@ void sortArray(DovrelScript& interpreter, ArrayStorage& elements, const Variable
     sortInto(elements, values, ComparatorOrder(interpreter, *comparator));
 }
 
-void sortTable(DovrelScript& interpreter, const std::shared_ptr<TableStorage>& table,
+void sortTable(DovrelScript& interpreter, const Shared<TableStorage>& table,
                const Variable* comparator) {
     const int border = interpreter.numericTableLength(table);
     if (border < 2) return;
-    std::string key;
     ArrayStorage values;
     values.reserve(static_cast<std::size_t>(border));
-    for (int i = 1; i <= border; ++i) values.push_back((*table)[positionKey(i, key)]);
+    for (int i = 1; i <= border; ++i) values.push_back((*table)[intKeyText(i)]);
     if (comparator == nullptr) {
         sortByDefaultOrder(values);
     } else {
@@ -265,10 +257,8 @@ void sortTable(DovrelScript& interpreter, const std::shared_ptr<TableStorage>& t
         if (interpreter.softErrorUnwinding()) return;
     }
     for (int i = 1; i <= border; ++i) {
-        (*table)[positionKey(i, key)] = std::move(values[static_cast<std::size_t>(i - 1)]);
+        (*table)[intKeyText(i)] = std::move(values[static_cast<std::size_t>(i - 1)]);
     }
-    // The comparator may have erased keys that are back now.
-    interpreter.markTableMutated(table, TableChange::KeyAdded);
 }
 
 }  // namespace
@@ -284,9 +274,8 @@ Variable tableInsertFunction(DovrelScript& interpreter, Arguments args) {
         ArrayStorage& elements = *args[0].asArray();
         elements.insert(elements.begin() + (position - 1), value);
     } else {
-        const std::shared_ptr<TableStorage>& table = args[0].asTable();
+        const Shared<TableStorage>& table = args[0].asTable();
         insertIntoTable(*table, end - 1, position, value);
-        interpreter.markTableMutated(table, TableChange::KeyAdded);
     }
     return Variable::makeInt(end);
 }
@@ -307,10 +296,8 @@ Variable tableRemoveFunction(DovrelScript& interpreter, Arguments args) {
         elements.erase(place);
         return removed;
     }
-    const std::shared_ptr<TableStorage>& table = args[0].asTable();
-    Variable removed = removeFromTable(*table, length, position);
-    interpreter.markTableMutated(table, TableChange::LastKeyRemoved);
-    return removed;
+    const Shared<TableStorage>& table = args[0].asTable();
+    return removeFromTable(*table, length, position);
 }
 
 Variable tableConcatFunction(DovrelScript& interpreter, Arguments args) {
@@ -329,9 +316,8 @@ Variable tableConcatFunction(DovrelScript& interpreter, Arguments args) {
         }));
     }
     const TableStorage& entries = *args[0].asTable();
-    std::string key;
     return Variable(joined(first, last, separator, [&](int position) -> const Variable& {
-        return entries.at(positionKey(position, key));
+        return entries.at(intKeyText(position));
     }));
 }
 

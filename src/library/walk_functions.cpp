@@ -14,18 +14,16 @@ Variable pairOf(Variable key, Variable value) {
     return Variable::makeMulti({std::move(key), std::move(value)});
 }
 
-Variable nextInTable(DovrelScript& interpreter, const std::shared_ptr<TableStorage>& table,
-                     const Variable* key) {
-    if (table->empty()) return {};
-    const auto snapshot = interpreter.tableCache.snapshot(table);
+Variable nextInTable(const TableStorage& table, const Variable* key) {
+    if (table.empty()) return {};
+    const auto snapshot = table.snapshot();
     std::size_t position = 0;
     if (key != nullptr) {
         position = snapshot->positionOf(keyToString(*key)) + 1;
     }
     if (position >= snapshot->keys.size()) return {};
-    const auto entry = table->find(snapshot->keys[position]);
-    return pairOf(snapshot->keyValues[position],
-                  entry != table->end() ? entry->second : Variable());
+    const Variable* entry = table.find(snapshot->keys[position]);
+    return pairOf(snapshot->keyValues[position], entry != nullptr ? *entry : Variable());
 }
 
 Variable nextInArray(const ArrayStorage& array, const Variable* key) {
@@ -53,26 +51,26 @@ Variable arrayEntries(const ArrayStorage& array) {
 
 }  // namespace
 
-Variable nextFunction(DovrelScript& interpreter, Arguments args) {
+Variable nextFunction(DovrelScript&, Arguments args) {
     if (args.empty() || args.size() > 2) {
         throwPlainError("next(container[, key]) requires 1 or 2 arguments");
     }
     const Variable* key = args.size() == 2 && !args[1].isNil() ? &args[1] : nullptr;
     switch (args[0].type) {
-        case VarType::Table: return nextInTable(interpreter, args[0].asTable(), key);
+        case VarType::Table: return nextInTable(*args[0].asTable(), key);
         case VarType::Array: return nextInArray(*args[0].asArray(), key);
         default: throwPlainError("next(container[, key]) expects an array or table");
     }
 }
 
-Variable pairsFunction(DovrelScript& interpreter, Arguments args) {
+Variable pairsFunction(DovrelScript&, Arguments args) {
     if (args.size() != 1) throwPlainError("pairs(container) requires exactly 1 argument");
     if (args[0].type == VarType::Array) return arrayEntries(*args[0].asArray());
     if (args[0].type != VarType::Table) {
         throwPlainError("pairs(container) expects an array or table");
     }
     const TableStorage& table = *args[0].asTable();
-    const auto snapshot = interpreter.tableCache.snapshot(args[0].asTable());
+    const auto snapshot = table.snapshot();
     ArrayStorage entries;
     entries.reserve(snapshot->keys.size());
     for (std::size_t i = 0; i < snapshot->keys.size(); ++i) {
@@ -91,7 +89,7 @@ Variable ipairsFunction(DovrelScript& interpreter, Arguments args) {
     const int length = interpreter.numericTableLength(args[0].asTable());
     ArrayStorage entries;
     for (int i = 1; i <= length; ++i) {
-        appendEntry(entries, Variable::makeInt(i), table.at(std::to_string(i)));
+        appendEntry(entries, Variable::makeInt(i), table.at(intKeyText(i)));
     }
     return Variable::makeArray(std::move(entries));
 }

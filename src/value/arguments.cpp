@@ -19,16 +19,7 @@ void ArgumentStack::openBlockFor(std::size_t count) {
     if (block.capacity < count) {
         const std::size_t capacity = std::max(count, kBlockCapacity);
         block.values = std::make_unique<Variable[]>(capacity);
-        block.pointers = std::make_unique<const Variable*[]>(capacity);
         block.capacity = capacity;
     }
     current_ = next;
-}
-
-ArgumentList::ArgumentList(const std::vector<Variable>& values)
-    : ArgumentList(values.data(), values.size()) {}
-
-ArgumentList::ArgumentList(const Variable* values, std::size_t count) {
-    pointers_.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) pointers_.push_back(values + i);
 }

@@ -7,25 +7,27 @@
 
 #include "value/variable.h"
 
-/// A view of a call's arguments. It owns nothing: the caller keeps the values alive and in place
-/// for the whole call. Values are reached through pointers so that a caller may lend a variable
-/// instead of copying it.
+/// A view of a call's arguments, which stand side by side. It owns nothing: the caller keeps the
+/// values alive and in place for the whole call.
 class Arguments {
 public:
     Arguments() = default;
-    Arguments(const Variable* const* values, std::size_t count) : values_(values), count_(count) {}
+    Arguments(const Variable* values, std::size_t count) : values_(values), count_(count) {}
+    /// All of `values`, which must stay as they are.
+    explicit Arguments(const std::vector<Variable>& values)
+        : Arguments(values.data(), values.size()) {}
 
     [[nodiscard]] std::size_t size() const { return count_; }
     [[nodiscard]] bool empty() const { return count_ == 0; }
     /// The argument at the 0-based `index`, which must be below `size()`.
-    [[nodiscard]] const Variable& operator[](std::size_t index) const { return *values_[index]; }
+    [[nodiscard]] const Variable& operator[](std::size_t index) const { return values_[index]; }
     /// The arguments from the 0-based `first` on; empty if there are none.
     [[nodiscard]] Arguments from(std::size_t first) const {
         return first < count_ ? Arguments(values_ + first, count_ - first) : Arguments();
     }
 
 private:
-    const Variable* const* values_ = nullptr;
+    const Variable* values_ = nullptr;
     std::size_t count_ = 0;
 };
 
@@ -43,7 +45,6 @@ private:
 
     struct Block {
         std::unique_ptr<Variable[]> values;
-        std::unique_ptr<const Variable*[]> pointers;
         std::size_t capacity = 0;
         std::size_t used = 0;
     };
@@ -67,8 +68,6 @@ public:
             block = &stack.blocks_[stack.current_];
         }
         values_ = block->values.get() + block->used;
-        pointers_ = block->pointers.get() + block->used;
-        for (std::size_t i = 0; i < count; ++i) pointers_[i] = &values_[i];
         block->used += count;
     }
     ~ArgumentFrame() {
@@ -82,26 +81,12 @@ public:
     ArgumentFrame& operator=(const ArgumentFrame&) = delete;
 
     [[nodiscard]] Variable& operator[](std::size_t index) { return values_[index]; }
-    /// Makes the argument at `index` a borrowed one: `value` must stay in place for the call.
-    void lend(std::size_t index, const Variable& value) { pointers_[index] = &value; }
-    [[nodiscard]] Arguments view() const { return {pointers_, count_}; }
+    [[nodiscard]] Arguments view() const { return {values_, count_}; }
     [[nodiscard]] std::size_t size() const { return count_; }
 
 private:
     ArgumentStack& stack_;
     Variable* values_;
-    const Variable** pointers_;
     std::size_t count_;
     std::size_t previousBlock_;
-};
-
-/// A view of values that stand side by side, for callers outside the evaluators.
-class ArgumentList {
-public:
-    explicit ArgumentList(const std::vector<Variable>& values);
-    ArgumentList(const Variable* values, std::size_t count);
-    [[nodiscard]] Arguments view() const { return {pointers_.data(), pointers_.size()}; }
-
-private:
-    std::vector<const Variable*> pointers_;
 };

@@ -38,9 +38,11 @@ void setByte(Variable& container, const Variable& key, const Variable& value) {
     if (value.asString().size() != 1) {
         throwPlainError("String element assignment requires a single-character string");
     }
-    std::string& text = container.asString();
-    if (!isWithin(key.asInt(), text.size())) throwPlainError("String index out of range");
-    text[static_cast<std::size_t>(key.asInt()) - 1] = value.asString()[0];
+    if (!isWithin(key.asInt(), container.asString().size())) {
+        throwPlainError("String index out of range");
+    }
+    const char byte = value.asString()[0];
+    container.mutableString()[static_cast<std::size_t>(key.asInt()) - 1] = byte;
 }
 
 /// The element of an array for writing, or null if the array must turn into a table first.
@@ -67,10 +69,10 @@ Variable* arrayElementForWriting(Variable& container, const Variable& key, bool 
 void promoteArrayVariableToTable(Variable& value) {
     if (value.type != VarType::Array) return;
     // Only this one variable turns: others that share the array keep it.
-    const std::shared_ptr<ArrayStorage> array = value.asArray();
+    const Shared<ArrayStorage> array = value.asArray();
     TableStorage table;
     for (std::size_t i = 0; i < array->size(); ++i) {
-        table.emplace(std::to_string(i + 1), (*array)[i]);
+        table[intKeyText(static_cast<int>(i + 1))] = (*array)[i];
     }
     value = Variable::makeTable(std::move(table));
 }
@@ -79,9 +81,8 @@ Variable DovrelScript::getIndexedValue(const Variable& container, const Variable
     switch (container.type) {
         case VarType::Table: {
             const TableStorage& table = *container.asTable();
-            const auto found = key.type == VarType::String ? table.find(key.asString())
-                                                           : table.find(keyToString(key));
-            return found != table.end() ? found->second : Variable();
+            const Variable* found = table.findValue(key);
+            return found != nullptr ? *found : Variable();
         }
         case VarType::Array: {
             const ArrayStorage& array = *container.asArray();
@@ -104,23 +105,21 @@ Variable DovrelScript::bindStringMethod(const std::string& text, const std::stri
     const Variable* library = resolveVariablePtr(names.intern("string"));
     if (library == nullptr || library->type != VarType::Table) return {};
     const TableStorage& table = *library->asTable();
-    const auto found = table.find(method);
-    if (found == table.end() || found->second.type != VarType::Function) return {};
+    const Variable* found = table.find(method);
+    if (found == nullptr || found->type != VarType::Function) return {};
 
     return makeNativeCallable(
-        [this, receiver = Variable(text), function = found->second](Arguments args) {
+        [this, receiver = Variable(text), function = *found](Arguments args) {
             // A first argument that equals the receiver is the receiver, passed again by a caller
             // that does not rely on the binding.
             const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
             const Arguments rest = repeatsReceiver ? args.from(1) : args;
-            std::vector<const Variable*> all;
-            all.reserve(rest.size() + 1);
-            // The closure may be destroyed by its own call.
-            const Variable subject = receiver;
+            // A copy: the closure may be destroyed by its own call.
             const Variable callee = function;
-            all.push_back(&subject);
-            for (std::size_t i = 0; i < rest.size(); ++i) all.push_back(&rest[i]);
-            return invokeCallableFast(callee, Arguments(all.data(), all.size()));
+            ArgumentFrame all(argumentStack, rest.size() + 1);
+            all[0] = receiver;
+            for (std::size_t i = 0; i < rest.size(); ++i) all[i + 1] = rest[i];
+            return invokeCallableFast(callee, all.view());
         },
         "");
 }
@@ -132,13 +131,10 @@ Variable* DovrelScript::getIndexedValueMutable(Variable& container, const Variab
         promoteArrayVariableToTable(container);
     }
     if (container.type != VarType::Table) throwPlainError("Indexing requires an array or table");
-    const std::shared_ptr<TableStorage>& table = container.asTable();
-    std::string text = keyToString(key);
-    const auto found = table->find(text);
-    if (found != table->end()) return &found->second;
-    if (!create) throwPlainError("Table key not found: " + text);
-    markTableMutated(table, TableChange::KeyAdded);
-    return &(*table)[std::move(text)];
+    const Shared<TableStorage>& table = container.asTable();
+    if (Variable* found = table->findValue(key)) return found;
+    if (!create) throwPlainError("Table key not found: " + keyToString(key));
+    return &(*table)[keyText(key)];
 }
 
 void DovrelScript::setIndexedValue(Variable& container, const Variable& key, const Variable& value,

@@ -85,14 +85,6 @@ Variable power(const Variable& lhs, const Variable& rhs) {
     return Variable::makeFloat(static_cast<float>(result));
 }
 
-std::string joinedText(const Variable& lhs, const Variable& rhs) {
-    std::string text;
-    text.reserve(estimateVariableStringSize(lhs) + estimateVariableStringSize(rhs));
-    appendVariableStringFast(text, lhs);
-    appendVariableStringFast(text, rhs);
-    return text;
-}
-
 bool isStringJoin(const Variable& lhs, char op, const Variable& rhs) {
     return op == '+' && (lhs.type == VarType::String || rhs.type == VarType::String);
 }
@@ -127,8 +119,11 @@ Variable performOperation(const Variable& lhs, char op, const Variable& rhs) {
 
 bool tryApplyOperationInPlace(Variable& target, char op, const Variable& rhs) {
     if (isStringJoin(target, op, rhs)) {
-        // The text is complete before the target changes, so `s += s` is safe.
-        target = Variable(joinedText(target, rhs));
+        if (target.type == VarType::String) {
+            appendToString(target, rhs);
+        } else {
+            target = Variable(joinedText(target, rhs));
+        }
         return true;
     }
     if (!target.isNumeric() || !rhs.isNumeric()) return false;
@@ -137,11 +132,9 @@ bool tryApplyOperationInPlace(Variable& target, char op, const Variable& rhs) {
         case '-':
         case '*':
             if (target.type == VarType::Int && rhs.type == VarType::Int) {
-                int& number = target.intReference();
-                number = intArithmetic(number, op, rhs.asInt());
+                target.replaceInt(intArithmetic(target.asInt(), op, rhs.asInt()));
             } else if (target.type == VarType::Float) {
-                float& number = target.floatReference();
-                number = floatArithmetic(number, op, narrowed(rhs));
+                target.replaceFloat(floatArithmetic(target.asFloat(), op, narrowed(rhs)));
             } else {
                 target = performOperation(target, op, rhs);
             }
@@ -174,6 +167,6 @@ bool variablesEqual(const Variable& lhs, const Variable& rhs) {
     switch (lhs.type) {
         case VarType::Nil: return true;
         case VarType::String: return lhs.asString() == rhs.asString();
-        default: return lhs.value == rhs.value;
+        default: return lhs.sameContent(rhs);
     }
 }

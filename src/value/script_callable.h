@@ -59,6 +59,8 @@ struct ScriptCallable {
     }
 };
 
+inline ScriptCallable* Variable::rawFunction() const noexcept { return callableContent().get(); }
+
 /// The native that a value is; null for a null pointer and for every other value.
 [[nodiscard]] inline const ScriptCallable* nativeOf(const Variable* value) {
     if (value == nullptr || value->type != VarType::Function) return nullptr;

@@ -28,6 +28,22 @@ void appendVariableStringFast(std::string& out, const Variable& value) {
     }
 }
 
+std::string joinedText(const Variable& lhs, const Variable& rhs) {
+    std::string text;
+    text.reserve(estimateVariableStringSize(lhs) + estimateVariableStringSize(rhs));
+    appendVariableStringFast(text, lhs);
+    appendVariableStringFast(text, rhs);
+    return text;
+}
+
+void appendToString(Variable& target, const Variable& addition) {
+    if (target.asText().useCount() == 1) {
+        appendVariableStringFast(target.mutableString(), addition);
+    } else {
+        target = Variable(joinedText(target, addition));
+    }
+}
+
 std::size_t estimateVariableStringSize(const Variable& value) {
     switch (value.type) {
         case VarType::Int: {

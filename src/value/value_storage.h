@@ -1,28 +1,57 @@
-// The content of a Variable: a closed variant over the alternatives of the language. It is written
-// out, and not the standard library's, because values are copied and destroyed all the time and
-// nearly all of them are numbers: here a number costs one comparison, where a visitation would cost
-// an indirect jump.
+// The record of a Variable: 16 bytes, which are the content (8), the alternative that the content
+// is, and the kind that the value claims to be. It is written out, and not the standard library's
+// variant, because values are copied and destroyed all the time.
+//
+// 1. Numbers, truth values and nil are copied as two words, without a call. Everything else is a
+//    counted block; a copy raises its count.
+// 2. Words are written whole. Reading a word back that was written in pieces would wait for the
+//    pieces, and values are read right after they have been written.
+// 3. Kind and alternative stand side by side, so that one comparison of 16 bits (`tag`) tells that
+// a
+//    value is of a kind and that its content agrees.
+// 4. A content that is replaced is let go of last: it may own what the new content came from.
 #pragma once
 
+#include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <string>
-#include <type_traits>
-#include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "value/shared.h"
+#include "value/text_block.h"
 
 struct Variable;
 struct MultiResult;
 struct ScriptCallable;
+class TableStorage;
 
 /// A dense sequence; the language counts its positions from 1.
 using ArrayStorage = std::vector<Variable>;
 
-/// A hash map from key text to value: every key is stored as text.
-using TableStorage = std::unordered_map<std::string, Variable>;
+// Dropped in many places, and destroyed in one, where these are complete.
+extern template void Shared<TextBlock>::destroy(SharedCount*) noexcept;
+extern template void Shared<ArrayStorage>::destroy(SharedCount*) noexcept;
+extern template void Shared<TableStorage>::destroy(SharedCount*) noexcept;
+extern template void Shared<ScriptCallable>::destroy(SharedCount*) noexcept;
+extern template void Shared<MultiResult>::destroy(SharedCount*) noexcept;
+
+/// The value kinds. Their order is fixed.
+enum class VarType : std::uint8_t {
+    Nil = 0,        // absence of a value; holds the int 0
+    Int = 1,        // 32-bit signed integer
+    Float = 2,      // 32-bit floating value
+    String = 3,     // byte string
+    Raw = 4,        // byte buffer; no operation makes one
+    Bool = 5,       // truth value
+    Pointer = 6,    // opaque host pointer
+    Array = 7,      // shared dense sequence
+    Multi = 8,      // several results of one call, in flight
+    Table = 9,      // shared string-keyed map
+    Function = 10,  // shared callable
+};
 
 /// The alternatives; those that need no destructor come first.
 enum class Alternative : std::uint8_t {
@@ -38,152 +67,220 @@ enum class Alternative : std::uint8_t {
     Multi,
 };
 
+/// Raises the error of a tag that disagrees with the alternative beside it. Every checked access
+/// ends here, so that its text does not depend on the standard library.
+[[noreturn]] void throwBadVariantAccess();
+
 class ValueStorage {
 public:
     using Raw = std::vector<char>;
-    using ArrayPointer = std::shared_ptr<ArrayStorage>;
-    using TablePointer = std::shared_ptr<TableStorage>;
-    using CallablePointer = std::shared_ptr<ScriptCallable>;
-    using MultiPointer = std::shared_ptr<MultiResult>;
 
-    /// The int 0.
-    ValueStorage() noexcept : int_(0), alternative_(Alternative::Int) {}
-    explicit ValueStorage(int number) noexcept : int_(number), alternative_(Alternative::Int) {}
-    explicit ValueStorage(float number) noexcept
-        : float_(number), alternative_(Alternative::Float) {}
-    explicit ValueStorage(bool truth) noexcept : bool_(truth), alternative_(Alternative::Bool) {}
-    explicit ValueStorage(void* address) noexcept
-        : pointer_(address), alternative_(Alternative::Pointer) {}
-    explicit ValueStorage(std::string text) noexcept
-        : string_(std::move(text)), alternative_(Alternative::String) {}
-    explicit ValueStorage(Raw bytes) noexcept
-        : raw_(std::move(bytes)), alternative_(Alternative::Raw) {}
-    explicit ValueStorage(ArrayPointer array) noexcept
-        : array_(std::move(array)), alternative_(Alternative::Array) {}
-    explicit ValueStorage(TablePointer table) noexcept
-        : table_(std::move(table)), alternative_(Alternative::Table) {}
-    explicit ValueStorage(CallablePointer callable) noexcept
-        : callable_(std::move(callable)), alternative_(Alternative::Callable) {}
-    explicit ValueStorage(MultiPointer multi) noexcept
-        : multi_(std::move(multi)), alternative_(Alternative::Multi) {}
+    /// Kind and alternative as `tag` gives them.
+    [[nodiscard]] static constexpr std::uint16_t tagOf(VarType kind, Alternative content) noexcept {
+        return std::bit_cast<std::uint16_t>(std::array<std::uint8_t, 2>{
+            static_cast<std::uint8_t>(content), static_cast<std::uint8_t>(kind)});
+    }
 
-    ValueStorage(const ValueStorage& other) : ValueStorage() {
-        if (other.isTrivial()) {
-            takeTrivial(other);
-        } else {
-            copyFrom(other);
-        }
+    /// Nil.
+    ValueStorage() noexcept { write({0, tagsOf(VarType::Nil, Alternative::Int)}); }
+    explicit ValueStorage(int number) noexcept { write(wordsOf(number)); }
+    explicit ValueStorage(float number) noexcept { write(wordsOf(number)); }
+    explicit ValueStorage(bool truth) noexcept { write(wordsOf(truth)); }
+    explicit ValueStorage(void* address) noexcept {
+        writeTags(tagsOf(VarType::Pointer, Alternative::Pointer));
+        content_.pointer = address;
     }
-    ValueStorage(ValueStorage&& other) noexcept : ValueStorage() {
-        if (other.isTrivial()) {
-            takeTrivial(other);
-        } else {
-            moveFrom(other);
-        }
+    explicit ValueStorage(Text text) noexcept {
+        writeTags(tagsOf(VarType::String, Alternative::String));
+        std::construct_at(&content_.text, std::move(text));
     }
-    ValueStorage& operator=(const ValueStorage& other) {
-        if (isTrivial() && other.isTrivial()) {
-            takeTrivial(other);
-        } else if (this != &other) {
-            assignFrom(other);
-        }
+    explicit ValueStorage(const Raw& bytes) {
+        std::construct_at(&content_.raw, Shared<Raw>::make(bytes));
+        writeTags(tagsOf(VarType::Raw, Alternative::Raw));
+    }
+    explicit ValueStorage(Shared<ArrayStorage> array) noexcept {
+        writeTags(tagsOf(VarType::Array, Alternative::Array));
+        std::construct_at(&content_.array, std::move(array));
+    }
+    explicit ValueStorage(Shared<TableStorage> table) noexcept {
+        writeTags(tagsOf(VarType::Table, Alternative::Table));
+        std::construct_at(&content_.table, std::move(table));
+    }
+    explicit ValueStorage(Shared<ScriptCallable> callable) noexcept {
+        writeTags(tagsOf(VarType::Function, Alternative::Callable));
+        std::construct_at(&content_.callable, std::move(callable));
+    }
+    explicit ValueStorage(Shared<MultiResult> multi) noexcept {
+        writeTags(tagsOf(VarType::Multi, Alternative::Multi));
+        std::construct_at(&content_.multi, std::move(multi));
+    }
+
+    ValueStorage(const ValueStorage& other) noexcept {
+        if (other.isCounted()) other.raiseCount();
+        write(other.words());
+    }
+    ValueStorage(ValueStorage&& other) noexcept { write(other.takeWords()); }
+    ValueStorage& operator=(const ValueStorage& other) noexcept {
+        if (other.isCounted()) other.raiseCount();
+        replace(other.words());
         return *this;
     }
     ValueStorage& operator=(ValueStorage&& other) noexcept {
-        if (isTrivial() && other.isTrivial()) {
-            takeTrivial(other);
-        } else if (this != &other) {
-            replaceBy(other);
-        }
+        if (this != &other) replace(other.takeWords());
         return *this;
     }
     ~ValueStorage() {
-        if (!isTrivial()) destroy();
+        if (isCounted()) dropContent(words());
     }
 
     [[nodiscard]] Alternative alternative() const noexcept { return alternative_; }
-
-    /// The content if it is the alternative `T`, else null.
-    template <typename T>
-    [[nodiscard]] const T* get() const noexcept {
-        return const_cast<ValueStorage*>(this)->get<T>();
+    /// Kind and alternative in one, to be compared with `tagOf` and the constants of Variable.
+    [[nodiscard]] std::uint16_t tag() const noexcept {
+        std::uint16_t tag = 0;
+        std::memcpy(&tag, reinterpret_cast<const char*>(this) + kTagOffset, sizeof(tag));
+        return tag;
     }
-    template <typename T>
-    [[nodiscard]] T* get() noexcept {
-        if constexpr (std::is_same_v<T, int>) {
-            return held(Alternative::Int, int_);
-        } else if constexpr (std::is_same_v<T, float>) {
-            return held(Alternative::Float, float_);
-        } else if constexpr (std::is_same_v<T, bool>) {
-            return held(Alternative::Bool, bool_);
-        } else if constexpr (std::is_same_v<T, void*>) {
-            return held(Alternative::Pointer, pointer_);
-        } else if constexpr (std::is_same_v<T, std::string>) {
-            return held(Alternative::String, string_);
-        } else if constexpr (std::is_same_v<T, Raw>) {
-            return held(Alternative::Raw, raw_);
-        } else if constexpr (std::is_same_v<T, ArrayPointer>) {
-            return held(Alternative::Array, array_);
-        } else if constexpr (std::is_same_v<T, TablePointer>) {
-            return held(Alternative::Table, table_);
-        } else if constexpr (std::is_same_v<T, CallablePointer>) {
-            return held(Alternative::Callable, callable_);
+
+    void swap(ValueStorage& other) noexcept {
+        const Words mine = words();
+        write(other.words());
+        other.write(mine);
+    }
+    /// The same alternative with equal content, whatever the kinds; containers and callables by
+    /// identity.
+    [[nodiscard]] bool sameContent(const ValueStorage& other) const noexcept;
+
+protected:
+    /// The record as it is copied.
+    struct Words {
+        std::uint64_t content;
+        std::uint64_t tags;
+    };
+
+    [[nodiscard]] static constexpr std::uint64_t tagsOf(VarType kind,
+                                                        Alternative content) noexcept {
+        return std::bit_cast<std::uint64_t>(std::array<std::uint8_t, 8>{
+            static_cast<std::uint8_t>(content), static_cast<std::uint8_t>(kind)});
+    }
+    [[nodiscard]] static Words nilWords() noexcept {
+        return {0, tagsOf(VarType::Nil, Alternative::Int)};
+    }
+    [[nodiscard]] static Words wordsOf(int number) noexcept {
+        return {static_cast<std::uint32_t>(number), tagsOf(VarType::Int, Alternative::Int)};
+    }
+    [[nodiscard]] static Words wordsOf(float number) noexcept {
+        return {std::bit_cast<std::uint32_t>(number), tagsOf(VarType::Float, Alternative::Float)};
+    }
+    [[nodiscard]] static Words wordsOf(bool truth) noexcept {
+        return {truth ? 1U : 0U, tagsOf(VarType::Bool, Alternative::Bool)};
+    }
+
+    /// Whether the content is a block with a count (or a null pointer to one).
+    [[nodiscard]] bool isCounted() const noexcept { return alternative_ > Alternative::Pointer; }
+
+    /// Overwrites the record; a counted content is let go of.
+    void replace(Words next) noexcept {
+        if (isCounted()) {
+            const Words old = words();
+            write(next);
+            dropContent(old);
         } else {
-            static_assert(std::is_same_v<T, MultiPointer>);
-            return held(Alternative::Multi, multi_);
+            write(next);
         }
     }
+    /// Overwrites the content, which must not be counted; kind and alternative stay.
+    void writeContent(Words next) noexcept { content_.word = next.content; }
 
-    // Overwrite the content with a number.
-    void setInt(int number) noexcept {
-        makeTrivial(Alternative::Int);
-        int_ = number;
+    // The content as it is read, unchecked.
+    [[nodiscard]] int intContent() const noexcept {
+        return static_cast<int>(static_cast<std::uint32_t>(content_.word));
     }
-    void setFloat(float number) noexcept {
-        makeTrivial(Alternative::Float);
-        float_ = number;
+    [[nodiscard]] float floatContent() const noexcept {
+        return std::bit_cast<float>(static_cast<std::uint32_t>(content_.word));
     }
-    void setBool(bool truth) noexcept {
-        makeTrivial(Alternative::Bool);
-        bool_ = truth;
+    [[nodiscard]] bool boolContent() const noexcept { return content_.word != 0; }
+    [[nodiscard]] void* pointerContent() const noexcept { return content_.pointer; }
+    [[nodiscard]] const Text& textContent() const noexcept { return content_.text; }
+    [[nodiscard]] const Shared<ArrayStorage>& arrayContent() const noexcept {
+        return content_.array;
     }
-
-    void swap(ValueStorage& other) noexcept;
-    /// The same alternative with equal content; containers and callables by identity.
-    [[nodiscard]] bool operator==(const ValueStorage& other) const noexcept;
+    [[nodiscard]] const Shared<TableStorage>& tableContent() const noexcept {
+        return content_.table;
+    }
+    [[nodiscard]] const Shared<ScriptCallable>& callableContent() const noexcept {
+        return content_.callable;
+    }
+    [[nodiscard]] const Shared<MultiResult>& multiContent() const noexcept {
+        return content_.multi;
+    }
+    /// The text for writing, held by this value alone; the content must be a text.
+    [[nodiscard]] std::string& ownText();
 
 private:
-    [[nodiscard]] bool isTrivial() const noexcept { return alternative_ <= Alternative::Pointer; }
-    /// Of a trivial `other` into a trivial content: all of them fit in the bytes of a pointer.
-    void takeTrivial(const ValueStorage& other) noexcept {
-        std::memcpy(static_cast<void*>(&pointer_), &other.pointer_, sizeof(pointer_));
-        alternative_ = other.alternative_;
-    }
-    void makeTrivial(Alternative alternative) noexcept {
-        if (!isTrivial()) destroy();
-        alternative_ = alternative;
-    }
-    template <typename T>
-    [[nodiscard]] T* held(Alternative alternative, T& content) noexcept {
-        return alternative_ == alternative ? &content : nullptr;
-    }
-    void copyFrom(const ValueStorage& other);
-    void moveFrom(ValueStorage& other) noexcept;
-    void assignFrom(const ValueStorage& other);
-    void replaceBy(ValueStorage& other) noexcept;
-    void destroy() noexcept;
+    static constexpr std::size_t kTagOffset = 8;
 
-    union {
-        int int_;
-        float float_;
-        bool bool_;
-        void* pointer_;
-        std::string string_;
-        Raw raw_;
-        ArrayPointer array_;
-        TablePointer table_;
-        CallablePointer callable_;
-        MultiPointer multi_;
+    [[nodiscard]] Words words() const noexcept {
+        Words words;
+        std::memcpy(&words.content, this, sizeof(words.content));
+        std::memcpy(&words.tags, reinterpret_cast<const char*>(this) + kTagOffset,
+                    sizeof(words.tags));
+        return words;
+    }
+    void write(Words words) noexcept {
+        std::memcpy(static_cast<void*>(this), &words.content, sizeof(words.content));
+        writeTags(words.tags);
+    }
+    void writeTags(std::uint64_t tags) noexcept {
+        std::memcpy(reinterpret_cast<char*>(this) + kTagOffset, &tags, sizeof(tags));
+    }
+    /// The words of this value, which is nil from now on.
+    [[nodiscard]] Words takeWords() noexcept {
+        const Words taken = words();
+        write(nilWords());
+        return taken;
+    }
+    [[nodiscard]] static SharedCount* blockOf(Words words) noexcept {
+        return reinterpret_cast<SharedCount*>(static_cast<std::uintptr_t>(words.content));
+    }
+    void raiseCount() const noexcept {
+        if (SharedCount* block = blockOf(words())) ++block->count;
+    }
+    /// Lowers the count of a counted content.
+    static void dropContent(Words old) noexcept {
+        SharedCount* block = blockOf(old);
+        if (block != nullptr && --block->count == 0) destroyBlock(block, old.tags);
+    }
+    static void destroyBlock(SharedCount* block, std::uint64_t tags) noexcept;
+
+    // Each pointer is one word, and its bytes are copied as those of a number are.
+    union Content {
+        Content() noexcept {}
+        ~Content() {}
+        Content(const Content&) = delete;
+        Content& operator=(const Content&) = delete;
+
+        std::uint64_t word;  // of an int, a float or a truth value
+        void* pointer;
+        Text text;
+        Shared<Raw> raw;
+        Shared<ArrayStorage> array;
+        Shared<TableStorage> table;
+        Shared<ScriptCallable> callable;
+        Shared<MultiResult> multi;
     };
+
+    Content content_;
     Alternative alternative_;
+
+public:
+    /// Agrees with the alternative, except where a compound assignment of mixed kinds has failed
+    /// half-way.
+    VarType type;
+
+private:
+    [[maybe_unused]] std::array<std::uint8_t, 6> rest_;  // of the second word
 };
+
+// The content is one word of 8 bytes.
+static_assert(sizeof(void*) == 8);
+static_assert(sizeof(ValueStorage) == 16);

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "value/table.h"
 #include "value/text.h"
 
 namespace {
@@ -32,7 +33,7 @@ void appendText(std::string& out, const Variable& value) {
             for (const auto& [key, entry] : *value.asTable()) {
                 if (!first) out += ", ";
                 first = false;
-                out += key;
+                out += key->text;
                 out += ": ";
                 appendText(out, entry);
             }
@@ -49,29 +50,24 @@ void appendText(std::string& out, const Variable& value) {
 
 }  // namespace
 
-void throwBadVariantAccess() { throw std::runtime_error("bad_variant_access"); }
-
 Variable Variable::makeArray() { return makeArray(ArrayStorage()); }
 
 Variable Variable::makeArray(ArrayStorage&& elements) {
-    return Variable(VarType::Array,
-                    ValueStorage(std::make_shared<ArrayStorage>(std::move(elements))));
+    return Variable(ValueStorage(Shared<ArrayStorage>::make(std::move(elements))));
 }
 
 Variable Variable::makeTable() { return makeTable(TableStorage()); }
 
 Variable Variable::makeTable(TableStorage&& entries) {
-    return Variable(VarType::Table,
-                    ValueStorage(std::make_shared<TableStorage>(std::move(entries))));
+    return Variable(ValueStorage(Shared<TableStorage>::make(std::move(entries))));
 }
 
 Variable Variable::makeMulti(std::vector<Variable>&& values) {
-    return Variable(VarType::Multi,
-                    ValueStorage(std::make_shared<MultiResult>(MultiResult{std::move(values)})));
+    return Variable(ValueStorage(Shared<MultiResult>::make(MultiResult{std::move(values)})));
 }
 
-Variable Variable::makeFunction(std::shared_ptr<ScriptCallable> callable) {
-    return Variable(VarType::Function, ValueStorage(std::move(callable)));
+Variable Variable::makeFunction(Shared<ScriptCallable> callable) {
+    return Variable(ValueStorage(std::move(callable)));
 }
 
 std::string Variable::toString() const {

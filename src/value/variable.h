@@ -1,8 +1,9 @@
 // The one dynamic value of the language, and the containers that it can hold.
 //
-// A Variable is a kind tag beside a closed variant. Numbers, booleans and string bytes live in the
-// record itself; arrays, tables, callables and multi-values are shared by reference counting, so
-// that copies of a Variable see the same container. Nothing collects cycles.
+// A Variable is a kind beside a closed variant. Numbers and booleans live in the record itself;
+// texts, arrays, tables, callables and multi-values are shared by reference counting. Copies of a
+// Variable see the same container. A text that is shared never changes: whoever writes to it gets a
+// copy first. Nothing collects cycles.
 #pragma once
 
 #include <cstdint>
@@ -14,64 +15,37 @@
 
 #include "value/value_storage.h"
 
-/// The value kinds. Their order is fixed.
-enum class VarType : std::int32_t {
-    Nil = 0,        // absence of a value; holds the int 0
-    Int = 1,        // 32-bit signed integer
-    Float = 2,      // 32-bit floating value
-    String = 3,     // byte string
-    Raw = 4,        // byte buffer; no operation makes one
-    Bool = 5,       // truth value
-    Pointer = 6,    // opaque host pointer
-    Array = 7,      // shared dense sequence
-    Multi = 8,      // several results of one call, in flight
-    Table = 9,      // shared string-keyed map
-    Function = 10,  // shared callable
-};
-
-/// Raises the error of a tag that disagrees with the alternative beside it. Every checked access
-/// ends here, so that its text does not depend on the standard library.
-[[noreturn]] void throwBadVariantAccess();
-
 /// The dynamic value. `type` and the active alternative of `value` agree, except where a compound
 /// assignment of mixed kinds has failed half-way; readers therefore test `type` first and take the
 /// alternative through the checked accessors.
-struct Variable {
-    // The kind stands in the bytes that the content leaves free at its end.
-    [[no_unique_address]] ValueStorage value;
-    VarType type = VarType::Nil;
+struct Variable : ValueStorage {
+    // The tags of the kinds whose content agrees.
+    static constexpr std::uint16_t kNilTag = tagOf(VarType::Nil, Alternative::Int);
+    static constexpr std::uint16_t kIntTag = tagOf(VarType::Int, Alternative::Int);
+    static constexpr std::uint16_t kFloatTag = tagOf(VarType::Float, Alternative::Float);
+    static constexpr std::uint16_t kBoolTag = tagOf(VarType::Bool, Alternative::Bool);
+    static constexpr std::uint16_t kStringTag = tagOf(VarType::String, Alternative::String);
+    static constexpr std::uint16_t kArrayTag = tagOf(VarType::Array, Alternative::Array);
+    static constexpr std::uint16_t kTableTag = tagOf(VarType::Table, Alternative::Table);
+    static constexpr std::uint16_t kFunctionTag = tagOf(VarType::Function, Alternative::Callable);
 
     /// Nil.
     Variable() = default;
     /// A String holding a copy of `text`.
-    explicit Variable(const std::string& text) : value(text), type(VarType::String) {}
+    explicit Variable(const std::string& text) : ValueStorage(makeText(text)) {}
     /// A String that takes over `text`.
-    explicit Variable(std::string&& text) : value(std::move(text)), type(VarType::String) {}
+    explicit Variable(std::string&& text) : ValueStorage(makeText(std::move(text))) {}
+    explicit Variable(const char* text) : ValueStorage(makeText(text)) {}
+    /// A String that shares `text`, which must not be null.
+    explicit Variable(Text text) noexcept : ValueStorage(std::move(text)) {}
     /// A value of kind `kind`; `content` must be the alternative that belongs to it.
-    Variable(VarType kind, ValueStorage content) : value(std::move(content)), type(kind) {}
-
-    Variable(const Variable&) = default;
-    Variable(Variable&&) noexcept = default;
-    ~Variable() = default;
-    // The kind is read first: the content that goes may own the variable that is assigned.
-    Variable& operator=(const Variable& other) {
-        const VarType kind = other.type;
-        value = other.value;
+    Variable(VarType kind, ValueStorage content) noexcept : ValueStorage(std::move(content)) {
         type = kind;
-        return *this;
-    }
-    Variable& operator=(Variable&& other) noexcept {
-        const VarType kind = other.type;
-        value = std::move(other.value);
-        type = kind;
-        return *this;
     }
 
-    static Variable makeInt(int number) { return Variable(VarType::Int, ValueStorage(number)); }
-    static Variable makeFloat(float number) {
-        return Variable(VarType::Float, ValueStorage(number));
-    }
-    static Variable makeBool(bool truth) { return Variable(VarType::Bool, ValueStorage(truth)); }
+    static Variable makeInt(int number) noexcept { return Variable(ValueStorage(number)); }
+    static Variable makeFloat(float number) noexcept { return Variable(ValueStorage(number)); }
+    static Variable makeBool(bool truth) noexcept { return Variable(ValueStorage(truth)); }
     /// A new Array holding a fresh empty vector.
     static Variable makeArray();
     /// A new Array that takes over `elements`.
@@ -83,51 +57,83 @@ struct Variable {
     /// A new Multi that takes over `values` without copying them.
     static Variable makeMulti(std::vector<Variable>&& values);
     /// A Function sharing `callable`.
-    static Variable makeFunction(std::shared_ptr<ScriptCallable> callable);
+    static Variable makeFunction(Shared<ScriptCallable> callable);
 
     /// The text form of the value, as `print` shows it. Recurses into containers without a limit.
     [[nodiscard]] std::string toString() const;
 
     // Checked access to one alternative; raises "bad_variant_access" if another one is active.
-    [[nodiscard, gnu::always_inline]] int asInt() const { return checked<int>(); }
-    [[nodiscard, gnu::always_inline]] float asFloat() const { return checked<float>(); }
-    [[nodiscard, gnu::always_inline]] bool asBool() const { return checked<bool>(); }
-    [[nodiscard]] void* asPointer() const { return checked<void*>(); }
-    [[nodiscard]] const std::string& asString() const { return checked<std::string>(); }
-    [[nodiscard]] std::string& asString() { return checkedMutable<std::string>(); }
-    [[nodiscard]] const std::shared_ptr<ArrayStorage>& asArray() const {
-        return checked<std::shared_ptr<ArrayStorage>>();
+    [[nodiscard, gnu::always_inline]] int asInt() const {
+        check(Alternative::Int);
+        return intContent();
     }
-    [[nodiscard]] const std::shared_ptr<TableStorage>& asTable() const {
-        return checked<std::shared_ptr<TableStorage>>();
+    [[nodiscard, gnu::always_inline]] float asFloat() const {
+        check(Alternative::Float);
+        return floatContent();
     }
-    [[nodiscard]] const std::shared_ptr<ScriptCallable>& asFunction() const {
-        return checked<std::shared_ptr<ScriptCallable>>();
+    [[nodiscard, gnu::always_inline]] bool asBool() const {
+        check(Alternative::Bool);
+        return boolContent();
     }
-    [[nodiscard]] const std::shared_ptr<MultiResult>& asMulti() const {
-        return checked<std::shared_ptr<MultiResult>>();
+    [[nodiscard]] void* asPointer() const {
+        check(Alternative::Pointer);
+        return pointerContent();
     }
-    /// Writable access to the number alternatives, for operations in place.
-    [[nodiscard]] int& intReference() { return checkedMutable<int>(); }
-    [[nodiscard]] float& floatReference() { return checkedMutable<float>(); }
+    [[nodiscard]] const Text& asText() const {
+        check(Alternative::String);
+        return textContent();
+    }
+    [[nodiscard]] const std::string& asString() const { return asText()->text; }
+    /// The text for writing: copied first if other values share it. Valid until this value is
+    /// copied, after which it must not be written through.
+    [[nodiscard]] std::string& mutableString() {
+        check(Alternative::String);
+        return ownText();
+    }
+    [[nodiscard]] const Shared<ArrayStorage>& asArray() const {
+        check(Alternative::Array);
+        return arrayContent();
+    }
+    [[nodiscard]] const Shared<TableStorage>& asTable() const {
+        check(Alternative::Table);
+        return tableContent();
+    }
+    [[nodiscard]] const Shared<ScriptCallable>& asFunction() const {
+        check(Alternative::Callable);
+        return callableContent();
+    }
+    [[nodiscard]] const Shared<MultiResult>& asMulti() const {
+        check(Alternative::Multi);
+        return multiContent();
+    }
+    // Overwrite the number that is held, for operations in place: checked, and the kind stays.
+    void replaceInt(int number) {
+        check(Alternative::Int);
+        writeContent(wordsOf(number));
+    }
+    void replaceFloat(float number) {
+        check(Alternative::Float);
+        writeContent(wordsOf(number));
+    }
 
-    // Overwrite kind and content; the alternative is reused when it already matches.
-    void setNil() {
-        type = VarType::Nil;
-        value.setInt(0);
-    }
-    void setInt(int number) {
-        type = VarType::Int;
-        value.setInt(number);
-    }
-    void setFloat(float number) {
-        type = VarType::Float;
-        value.setFloat(number);
-    }
-    void setBool(bool truth) {
-        type = VarType::Bool;
-        value.setBool(truth);
-    }
+    // Unchecked access, for code that has compared the tag.
+    [[nodiscard]] int rawInt() const noexcept { return intContent(); }
+    [[nodiscard]] float rawFloat() const noexcept { return floatContent(); }
+    [[nodiscard]] bool rawBool() const noexcept { return boolContent(); }
+    [[nodiscard]] TextBlock& rawText() const noexcept { return *textContent(); }
+    [[nodiscard]] ArrayStorage& rawArray() const noexcept { return *arrayContent(); }
+    [[nodiscard]] TableStorage& rawTable() const noexcept;       // in value/table.h
+    [[nodiscard]] ScriptCallable* rawFunction() const noexcept;  // in value/script_callable.h
+
+    // Overwrite kind and content; what was shared before is let go of.
+    void setNil() noexcept { replace(nilWords()); }
+    void setInt(int number) noexcept { replace(wordsOf(number)); }
+    void setFloat(float number) noexcept { replace(wordsOf(number)); }
+    void setBool(bool truth) noexcept { replace(wordsOf(truth)); }
+    [[gnu::always_inline]] void overwriteNil() noexcept { replace(nilWords()); }
+    [[gnu::always_inline]] void overwriteInt(int number) noexcept { replace(wordsOf(number)); }
+    [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replace(wordsOf(number)); }
+    [[gnu::always_inline]] void overwriteBool(bool truth) noexcept { replace(wordsOf(truth)); }
 
     [[nodiscard]] bool isNil() const { return type == VarType::Nil; }
     /// Int, Float or Bool: the kinds that take part in arithmetic.
@@ -136,22 +142,15 @@ struct Variable {
     }
 
 private:
-    template <typename T>
-    [[gnu::always_inline]] const T& checked() const {
-        const T* held = value.get<T>();
-        if (held == nullptr) throwBadVariantAccess();
-        return *held;
-    }
-    template <typename T>
-    T& checkedMutable() {
-        T* held = value.get<T>();
-        if (held == nullptr) throwBadVariantAccess();
-        return *held;
+    explicit Variable(ValueStorage&& content) noexcept : ValueStorage(std::move(content)) {}
+
+    [[gnu::always_inline]] void check(Alternative wanted) const {
+        if (alternative() != wanted) throwBadVariantAccess();
     }
 };
 
 // Arrays are made of these.
-static_assert(sizeof(Variable) == 40);
+static_assert(sizeof(Variable) == 16);
 
 /// The several results of one call.
 struct MultiResult {

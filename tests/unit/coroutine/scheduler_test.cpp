@@ -86,7 +86,7 @@ protected:
         interpreter.softErrorDepth = 3;
         interpreter.softErrorMessage = "on its way";
         interpreter.fastCallable = &callable;
-        interpreter.fastArgs = arguments.view();
+        interpreter.fastArgs = arguments;
         interpreter.currentLineNumber = 41;
         interpreter.lastTokenIndex = 9;
         interpreter.currentLine = &lineText;
@@ -119,7 +119,7 @@ protected:
     const std::string lineText = "the main flow's line";
     const ScriptCallable callable;
     const std::vector<Variable> values{Variable::makeInt(1), Variable::makeInt(2)};
-    const ArgumentList arguments{values};
+    const Arguments arguments{values};
     DovrelScript interpreter;
 };
 
@@ -188,7 +188,7 @@ TEST_F(Scheduler, StartMakesAStateOfItsOwn) {
     body->baseDirectory = "lib";
     body->scriptName = "lib/f.dv";
     const std::vector<Variable> given{Variable::makeInt(1)};
-    interpreter.startCoroutine(body, ArgumentList(given).view());
+    interpreter.startCoroutine(body, Arguments(given));
 
     const std::shared_ptr<CoroutineState> state = interpreter.scheduledCoroutine;
     ASSERT_NE(state, nullptr);

@@ -16,7 +16,7 @@ class Turn : public testing::Test {
 protected:
     /// Schedules a coroutine whose block links count from the start of its body.
     std::shared_ptr<CoroutineState> start(const std::string& body) {
-        auto callable = std::make_shared<ScriptCallable>();
+        auto callable = Shared<ScriptCallable>::make();
         callable->isDecay = true;
         callable->bodyLines =
             std::make_shared<const std::vector<ParsedScriptLine>>(interpreter.parseLines(body));

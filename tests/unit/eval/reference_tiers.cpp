@@ -173,8 +173,8 @@ const ScriptCallable* ReferenceTiers::native(int callee, bool libraryOnly) {
     } else if (node.kind == NodeKind::Index && at(node.right).kind == NodeKind::StringLiteral) {
         const Variable* base = named(node.left);
         if (base == nullptr || base->type != VarType::Table) return nullptr;
-        const auto found = base->asTable()->find(expression_.strings[at(node.right).stringIndex]);
-        if (found != base->asTable()->end()) value = found->second;
+        const auto* found = base->asTable()->find(expression_.strings[at(node.right).stringIndex]);
+        if (found != nullptr) value = *found;
     }
     if (value.type != VarType::Function || !value.asFunction()->isNative) return nullptr;
     return value.asFunction().get();  // the variable that holds it goes on doing so
@@ -283,15 +283,15 @@ Variable ReferenceTiers::generalIndex(const FastExprNode& node) {
 Variable ReferenceTiers::generalCall(const FastExprNode& node) {
     std::vector<Variable> values;
     if (!arguments(node, values)) return {};
-    const ArgumentList list(values);
+    const Arguments list(values);
     const ScriptCallable* member = native(node.left, true);
     if (member != nullptr && member->builtinId != BuiltinId::None) {
-        Variable result = interpreter_.dispatchBuiltinFast(member->builtinId, list.view());
+        Variable result = interpreter_.dispatchBuiltinFast(member->builtinId, list);
         return unwinding() ? Variable() : result;
     }
     const Variable callee = general(node.left);
     if (unwinding()) return {};
-    return interpreter_.invokeCallableFast(callee, list.view());
+    return interpreter_.invokeCallableFast(callee, list);
 }
 
 bool ReferenceTiers::concat(int index, std::string& out) {
@@ -462,12 +462,12 @@ bool ReferenceTiers::scalarCall(const FastExprNode& node, Scalar& out) {
         case BuiltinId::Utf8Len: {
             std::vector<Variable> values;
             if (!arguments(node, values)) return false;
-            const ArgumentList list(values);
-            if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(list.view())) {
+            const Arguments list(values);
+            if (id == BuiltinId::StringByte && !stringByteRangeReturnsScalar(list)) {
                 return false;
             }
             if (id == BuiltinId::ToNumber && (values.empty() || values.size() > 2)) return false;
-            return toScalar(interpreter_.dispatchBuiltinFast(id, list.view()), out);
+            return toScalar(interpreter_.dispatchBuiltinFast(id, list), out);
         }
         default: return scalarMath(id, node, out);
     }
@@ -475,8 +475,8 @@ bool ReferenceTiers::scalarCall(const FastExprNode& node, Scalar& out) {
     if (!arguments(node, values)) return false;
     const Variable callee = general(node.left);
     if (unwinding() || callee.type != VarType::Function) return false;
-    const ArgumentList list(values);
-    return interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), list.view(), out) &&
+    const Arguments list(values);
+    return interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), list, out) &&
            !unwinding();
 }
 
@@ -503,7 +503,7 @@ bool ReferenceTiers::scalarMath(BuiltinId id, const FastExprNode& node, Scalar& 
         if (!value.isNumeric() && id != BuiltinId::GetTimeMs) return false;
     }
     // From here on as the native, which takes numbers of any kind.
-    return toScalar(interpreter_.dispatchBuiltinFast(id, ArgumentList(variables).view()), out);
+    return toScalar(interpreter_.dispatchBuiltinFast(id, Arguments(variables)), out);
 }
 
 // -------------------------------------------------------------------------- int and bool tiers

@@ -114,12 +114,12 @@ TEST_F(ScopeStackTest, PushesEmptyScopes) {
 TEST_F(ScopeStackTest, APoppedScopeReleasesItsValues) {
     ScopeStack stack;
     Variable array = Variable::makeArray();
-    const std::weak_ptr<ArrayStorage> alive = array.asArray();
+    const Shared<ArrayStorage> alive = array.asArray();
     stack.push(1).append(x_, std::move(array));
     array = Variable();
-    EXPECT_FALSE(alive.expired());
+    EXPECT_EQ(alive.useCount(), 2U);
     stack.pop();
-    EXPECT_TRUE(alive.expired());
+    EXPECT_EQ(alive.useCount(), 1U);
 }
 
 // The slot caches compare addresses: a scope pushed where another stood has its address, and the

@@ -19,12 +19,12 @@ protected:
     public:
         FastBody(DovrelScript& interpreter, const std::vector<std::string>& parameters,
                  std::vector<Variable> arguments)
-            : interpreter_(interpreter), arguments_(std::move(arguments)), list_(arguments_) {
+            : interpreter_(interpreter), arguments_(std::move(arguments)) {
             for (const std::string& name : parameters) {
                 callable_.parameters.push_back(interpreter.names.intern(name));
             }
             interpreter_.fastCallable = &callable_;
-            interpreter_.fastArgs = list_.view();
+            interpreter_.fastArgs = Arguments(arguments_);
             interpreter_.fastFrameBase = interpreter_.frameScopes.size();
         }
         ~FastBody() {
@@ -35,14 +35,13 @@ protected:
         FastBody(const FastBody&) = delete;
         FastBody& operator=(const FastBody&) = delete;
         [[nodiscard]] const Variable& argument(std::size_t index) const {
-            return list_.view()[index];
+            return arguments_[index];
         }
 
     private:
         DovrelScript& interpreter_;
         ScriptCallable callable_;
         std::vector<Variable> arguments_;
-        ArgumentList list_;
     };
 
     Name name(const std::string& text) { return interpreter_.names.intern(text); }

@@ -12,7 +12,8 @@ TEST(BaseFunctions, TypeOfKnowsTheKindsOfTheHost) {
     DovrelScript interpreter;
     const Variable typeOf = *interpreter.resolveVariablePtr(interpreter.names.intern("typeOf"));
     const auto wordFor = [&](const Variable& value) {
-        return interpreter.invokeCallableFast(typeOf, ArgumentList({value}).view()).toString();
+        return interpreter.invokeCallableFast(typeOf, Arguments(std::vector<Variable>{value}))
+            .toString();
     };
     EXPECT_EQ(wordFor(Variable(VarType::Raw, ValueStorage(std::vector<char>{'a'}))), "userdata");
     EXPECT_EQ(wordFor(Variable(VarType::Pointer, ValueStorage(static_cast<void*>(nullptr)))),

@@ -10,7 +10,7 @@ namespace {
 
 TEST(Gsub, ATableWithoutContentIsNoReplacement) {
     DovrelScript interpreter;
-    const std::shared_ptr<TableStorage> nothing;
+    const Shared<TableStorage> nothing;
     interpreter.pushVariable("empty", Variable(VarType::Table, ValueStorage(nothing)));
     try {
         interpreter.runScript("result = gsub(\"text\", \"t\", empty)");

@@ -11,10 +11,8 @@ namespace {
 
 /// The text of what `native` gives for `values`, or the message that it raises.
 std::string answer(const NativeFunction& native, const std::vector<Variable>& values) {
-    std::vector<const Variable*> places;
-    for (const Variable& value : values) places.push_back(&value);
     try {
-        return native(Arguments(places.data(), places.size())).toString();
+        return native(Arguments(values)).toString();
     } catch (const std::exception& error) {
         return error.what();
     }

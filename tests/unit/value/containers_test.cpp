@@ -140,7 +140,7 @@ TEST_F(Containers, KindsWithoutElements) {
         Variable(VarType::Raw, ValueStorage(std::vector<char>{'a'})),
         Variable(VarType::Pointer, ValueStorage(static_cast<void*>(nullptr))),
         Variable::makeMulti({one_}),
-        Variable::makeFunction(std::make_shared<ScriptCallable>())};
+        Variable::makeFunction(Shared<ScriptCallable>::make())};
     for (Variable& container : others) {
         EXPECT_EQ(
             messageOf([&] { static_cast<void>(interpreter_.getIndexedValue(container, one_)); }),
@@ -173,17 +173,21 @@ TEST_F(Containers, LengthsOfEachKind) {
 // Every way to make a key must move the generation, or the snapshot goes stale.
 TEST_F(Containers, NewKeysReachTheSnapshot) {
     Variable table = Variable::makeTable();
-    const auto keys = [&] { return interpreter_.tableCache.snapshot(table.asTable())->keys; };
+    const auto keys = [&] {
+        std::vector<std::string> texts;
+        for (const Text& key : table.asTable()->snapshot()->keys) texts.push_back(key->text);
+        return texts;
+    };
     EXPECT_TRUE(keys().empty());
     interpreter_.setIndexedValue(table, name_, one_, true);
     EXPECT_EQ(keys(), std::vector<std::string>{"k"});
     static_cast<void>(interpreter_.getIndexedValueMutable(table, one_, true));
     EXPECT_EQ(keys(), (std::vector<std::string>{"1", "k"}));
 
-    const auto before = interpreter_.tableCache.snapshot(table.asTable());
+    const auto before = table.asTable()->snapshot();
     interpreter_.setIndexedValue(table, name_, two_, true);
     interpreter_.setIndexedValue(table, name_, Variable(), false);
-    EXPECT_EQ(interpreter_.tableCache.snapshot(table.asTable()), before);
+    EXPECT_EQ(table.asTable()->snapshot(), before);
 }
 
 TEST_F(Containers, ABoundMethodIsANamelessNative) {

@@ -52,7 +52,7 @@ TEST(Numbers, OtherKindsAreNoNumbers) {
         Variable::makeTable(),
         Variable::makeMulti({}),
         Variable(VarType::Pointer, ValueStorage(static_cast<void*>(nullptr))),
-        Variable::makeFunction(std::make_shared<ScriptCallable>())};
+        Variable::makeFunction(Shared<ScriptCallable>::make())};
     for (const Variable& value : others) {
         for (const bool asInt : {true, false}) {
             try {

@@ -58,7 +58,7 @@ std::vector<Variable> samples() {
             Variable::makeTable(),
             Variable::makeMulti({}),
             Variable(VarType::Pointer, ValueStorage(static_cast<void*>(nullptr))),
-            Variable::makeFunction(std::make_shared<ScriptCallable>())};
+            Variable::makeFunction(Shared<ScriptCallable>::make())};
 }
 
 TEST(Operators, AnUnknownOperatorIsNamed) {
@@ -256,7 +256,7 @@ TEST(Operators, SharedValuesAreEqualByIdentity) {
     for (const auto& make :
          {+[] { return Variable::makeArray(); }, +[] { return Variable::makeTable(); },
           +[] { return Variable::makeMulti({}); },
-          +[] { return Variable::makeFunction(std::make_shared<ScriptCallable>()); }}) {
+          +[] { return Variable::makeFunction(Shared<ScriptCallable>::make()); }}) {
         const Variable one = make();
         const Variable other = make();
         const Variable copy = one;

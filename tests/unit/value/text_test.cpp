@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "value/operators.h"
 #include "value/script_callable.h"
+#include "value/table.h"
 
 namespace {
 
@@ -51,7 +55,7 @@ TEST(Text, AppendsWhatToStringGives) {
         Variable::makeArray(ArrayStorage{Variable::makeInt(1), Variable("x")}),
         Variable::makeTable(TableStorage{{"k", Variable()}}),
         Variable::makeMulti({}),
-        Variable::makeFunction(std::make_shared<ScriptCallable>())};
+        Variable::makeFunction(Shared<ScriptCallable>::make())};
     for (const Variable& value : values) {
         std::string text = "before ";
         appendVariableStringFast(text, value);
@@ -68,6 +72,54 @@ TEST(Text, FloatsHaveSixDecimals) {
     EXPECT_EQ(floatText(std::numeric_limits<float>::infinity()), "inf");
     EXPECT_EQ(floatText(std::numeric_limits<float>::max()),
               "340282346638528859811704183484516925440.000000");
+}
+
+TEST(Text, ATextThatNobodySharesGrowsInPlace) {
+    Variable text(std::string(100, 'a'));
+    text.mutableString().reserve(1000);
+    const TextBlock* const block = text.asText().get();
+    const char* const bytes = text.asString().data();
+    static_cast<void>(text.asText()->hash());
+    appendToString(text, Variable("bc"));
+    appendToString(text, Variable::makeInt(-7));
+    appendToString(text, text);
+    EXPECT_EQ(text.asText().get(), block);
+    EXPECT_EQ(text.asString().data(), bytes);
+    const std::string half = std::string(100, 'a') + "bc-7";
+    EXPECT_EQ(text.asString(), half + half);
+    EXPECT_EQ(text.asText()->hash(), std::hash<std::string>()(half + half));
+}
+
+TEST(Text, ASharedTextStaysAsItIs) {
+    Variable text("abc");
+    const Variable other = text;
+    appendToString(text, Variable("d"));
+    EXPECT_EQ(text.asString(), "abcd");
+    EXPECT_EQ(other.asString(), "abc");
+    Variable twice = other;
+    appendToString(twice, other);
+    EXPECT_EQ(twice.asString(), "abcabc");
+    EXPECT_EQ(other.asString(), "abc");
+}
+
+TEST(Text, NothingIsAppendedOfAValueWithoutText) {
+    Variable text("abc");
+    Variable damaged = Variable::makeInt(1);
+    damaged.type = VarType::Float;
+    const Variable nested = Variable::makeArray(ArrayStorage{Variable("x"), damaged});
+    EXPECT_THROW(appendToString(text, damaged), std::runtime_error);
+    EXPECT_THROW(appendToString(text, nested), std::runtime_error);
+    EXPECT_EQ(text.asString(), "abc");
+}
+
+// 1,000,000 pieces: a copy for each would move terabytes.
+TEST(Text, ALongTextIsPutTogetherInTimeOfItsLength) {
+    Variable text("");
+    const Variable piece("xyz");
+    for (int i = 0; i < 1000000; ++i) {
+        ASSERT_TRUE(tryApplyOperationInPlace(text, '+', piece));
+    }
+    EXPECT_EQ(text.asString().size(), 3000000U);
 }
 
 }  // namespace

@@ -1,0 +1,83 @@
+// A reference-counted pointer of one word. The program runs on one thread, so the count is a plain
+// number; and it stands at the front of the block whatever the block holds, so that a value can
+// raise and lower it without knowing what it shares.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+/// The front of each shared block. 2^32 references would take more memory than a program is given.
+struct SharedCount {
+    std::uint32_t count = 1;
+};
+
+/// Shares a `T`, or is null. `T` may be incomplete where pointers are copied and dropped; it must
+/// be complete where one is made, followed, or dropped for the last time (`destroy`).
+template <class T>
+class Shared {
+public:
+    Shared() noexcept = default;
+    Shared(std::nullptr_t) noexcept {}
+    Shared(const Shared& other) noexcept : block_(other.block_) {
+        if (block_ != nullptr) ++block_->count;
+    }
+    Shared(Shared&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+    Shared& operator=(const Shared& other) noexcept {
+        Shared copy(other);
+        swap(copy);
+        return *this;
+    }
+    Shared& operator=(Shared&& other) noexcept {
+        // The old content goes last: it may own what `other` stands in.
+        Shared taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~Shared() {
+        if (block_ != nullptr && --block_->count == 0) destroy(block_);
+    }
+
+    /// A new block with a `T` made from `arguments`.
+    template <class... Arguments>
+    [[nodiscard]] static Shared make(Arguments&&... arguments) {
+        Shared made;
+        made.block_ = std::make_unique<Block>(std::forward<Arguments>(arguments)...).release();
+        return made;
+    }
+
+    [[nodiscard]] T* get() const noexcept {
+        return block_ != nullptr ? &static_cast<Block*>(block_)->value : nullptr;
+    }
+    [[nodiscard]] T& operator*() const noexcept { return static_cast<Block*>(block_)->value; }
+    [[nodiscard]] T* operator->() const noexcept { return &static_cast<Block*>(block_)->value; }
+    [[nodiscard]] explicit operator bool() const noexcept { return block_ != nullptr; }
+    /// Of the content, not of what it holds: two pointers are equal if they share one block.
+    [[nodiscard]] bool operator==(const Shared& other) const noexcept = default;
+    [[nodiscard]] bool operator==(std::nullptr_t) const noexcept { return block_ == nullptr; }
+
+    /// How many pointers share the content; 0 for a null pointer.
+    [[nodiscard]] std::size_t useCount() const noexcept {
+        return block_ != nullptr ? block_->count : 0;
+    }
+    void reset() noexcept { Shared().swap(*this); }
+    void swap(Shared& other) noexcept { std::swap(block_, other.block_); }
+
+    /// Ends the content of a block whose count has come to 0, and frees it.
+    static void destroy(SharedCount* block) noexcept;
+
+private:
+    struct Block : SharedCount {
+        template <class... Arguments>
+        explicit Block(Arguments&&... arguments) : value(std::forward<Arguments>(arguments)...) {}
+        T value;
+    };
+
+    SharedCount* block_ = nullptr;
+};
+
+template <class T>
+void Shared<T>::destroy(SharedCount* block) noexcept {
+    std::unique_ptr<Block>(static_cast<Block*>(block)).reset();
+}

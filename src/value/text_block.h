@@ -1,0 +1,41 @@
+// The bytes of a text, counted: the values that show the same text share one block of them.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "value/shared.h"
+
+/// What a String holds. The text changes only while one value holds it; whoever changes it calls
+/// `forgetHash`.
+struct TextBlock {
+    TextBlock() = default;
+    explicit TextBlock(std::string bytes) noexcept : text(std::move(bytes)) {}
+    /// A copy of `bytes`, whose standard hash is known to be `knownHash`.
+    TextBlock(std::string_view bytes, std::size_t knownHash)
+        : text(bytes), hash_(knownHash), hasHash_(true) {}
+
+    std::string text;
+
+    /// The standard hash of the text; computed at the first question.
+    [[nodiscard]] std::size_t hash() const {
+        if (!hasHash_) {
+            hash_ = std::hash<std::string>()(text);
+            hasHash_ = true;
+        }
+        return hash_;
+    }
+    void forgetHash() noexcept { hasHash_ = false; }
+
+private:
+    mutable std::size_t hash_ = 0;
+    mutable bool hasHash_ = false;
+};
+
+using Text = Shared<TextBlock>;
+
+/// A counted text with the bytes of `bytes`.
+[[nodiscard]] inline Text makeText(std::string bytes) { return Text::make(std::move(bytes)); }
