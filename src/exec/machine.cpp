@@ -18,6 +18,7 @@
 #include "exec/machine_values.h"
 #include "exec/machine_walk.h"
 #include "library/natives.h"
+#include "value/table.h"
 #include "value/operators.h"
 
 // Labels as values: both compilers have them, and each instruction gets a jump of its own to predict.
@@ -99,7 +100,6 @@ Variable Machine::run() {
         NEXT();
     Take:
         R[at->a] = std::move(R[at->b]);
-        R[at->b].setNil();
         NEXT();
     Clear:
         R[at->a].setNil();
@@ -127,7 +127,6 @@ Variable Machine::run() {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (Variable* value = globalOf(record)) {
             *value = std::move(R[at->a]);
-            R[at->a].setNil();
         } else {
             setVariable(*code, *at, R[at->a]);
         }
@@ -152,11 +151,11 @@ Variable Machine::run() {
         const Variable& operand = R[at->b];
         if (areInts(variable, operand)) {
             if (at->m == '+') {
-                variable.setInt(wrapAdd(variable.asInt(), operand.asInt()));
+                variable.setInt(wrapAdd(variable.rawInt(), operand.rawInt()));
                 NEXT();
             }
             if (at->m == '-') {
-                variable.setInt(wrapSubtract(variable.asInt(), operand.asInt()));
+                variable.setInt(wrapSubtract(variable.rawInt(), operand.rawInt()));
                 NEXT();
             }
         }
@@ -185,11 +184,11 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapAdd(left.asInt(), right.asInt()));
+            R[at->a].setInt(wrapAdd(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.asFloat() + right.asFloat());
+            R[at->a].setFloat(left.rawFloat() + right.rawFloat());
             NEXT();
         }
         if (!slowBinary(NodeKind::Add, left, right)) DISPATCH();
@@ -199,11 +198,11 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapSubtract(left.asInt(), right.asInt()));
+            R[at->a].setInt(wrapSubtract(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.asFloat() - right.asFloat());
+            R[at->a].setFloat(left.rawFloat() - right.rawFloat());
             NEXT();
         }
         if (!slowBinary(NodeKind::Subtract, left, right)) DISPATCH();
@@ -213,11 +212,11 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapMultiply(left.asInt(), right.asInt()));
+            R[at->a].setInt(wrapMultiply(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.asFloat() * right.asFloat());
+            R[at->a].setFloat(left.rawFloat() * right.rawFloat());
             NEXT();
         }
         if (!slowBinary(NodeKind::Multiply, left, right)) DISPATCH();
@@ -226,14 +225,14 @@ Variable Machine::run() {
     Divide: {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
-        if (areFloats(left, right) && right.asFloat() != 0.0F) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asFloat()) /
-                                                 static_cast<double>(right.asFloat())));
+        if (areFloats(left, right) && right.rawFloat() != 0.0F) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
+                                                 static_cast<double>(right.rawFloat())));
             NEXT();
         }
-        if (areInts(left, right) && right.asInt() != 0) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asInt()) /
-                                                 static_cast<double>(right.asInt())));
+        if (areInts(left, right) && right.rawInt() != 0) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
+                                                 static_cast<double>(right.rawInt())));
             NEXT();
         }
         if (!slowBinary(NodeKind::Divide, left, right)) DISPATCH();
@@ -243,7 +242,7 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(checkedDivide(left.asInt(), right.asInt()));
+            R[at->a].setInt(checkedDivide(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (!slowBinary(NodeKind::IntDivide, left, right)) DISPATCH();
@@ -253,7 +252,7 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(checkedRemainder(left.asInt(), right.asInt()));
+            R[at->a].setInt(checkedRemainder(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (!slowBinary(NodeKind::Modulo, left, right)) DISPATCH();
@@ -268,7 +267,7 @@ Variable Machine::run() {
         const Variable& left = R[at->b];                                         \
         const Variable& right = R[at->c];                                        \
         if (areInts(left, right)) {                                              \
-            R[at->a].setBool(left.asInt() op right.asInt());                     \
+            R[at->a].setBool(left.rawInt() op right.rawInt());                     \
             NEXT();                                                              \
         }                                                                        \
         if (!slowBinary(NodeKind::Kind, left, right)) DISPATCH();                \
@@ -284,7 +283,7 @@ Variable Machine::run() {
     AddInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapAdd(left.asInt(), at->distance()));
+            R[at->a].setInt(wrapAdd(left.rawInt(), at->distance()));
             NEXT();
         }
         if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) DISPATCH();
@@ -293,7 +292,7 @@ Variable Machine::run() {
     SubtractInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapSubtract(left.asInt(), at->distance()));
+            R[at->a].setInt(wrapSubtract(left.rawInt(), at->distance()));
             NEXT();
         }
         if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) DISPATCH();
@@ -302,7 +301,7 @@ Variable Machine::run() {
     MultiplyInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapMultiply(left.asInt(), at->distance()));
+            R[at->a].setInt(wrapMultiply(left.rawInt(), at->distance()));
             NEXT();
         }
         if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) DISPATCH();
@@ -311,7 +310,7 @@ Variable Machine::run() {
     DivideInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left) && at->distance() != 0) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asInt()) /
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
                                                  static_cast<double>(at->distance())));
             NEXT();
         }
@@ -321,7 +320,7 @@ Variable Machine::run() {
     IntDivideInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(checkedDivide(left.asInt(), at->distance()));
+            R[at->a].setInt(checkedDivide(left.rawInt(), at->distance()));
             NEXT();
         }
         if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))) DISPATCH();
@@ -330,7 +329,7 @@ Variable Machine::run() {
     ModuloInt: {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(checkedRemainder(left.asInt(), at->distance()));
+            R[at->a].setInt(checkedRemainder(left.rawInt(), at->distance()));
             NEXT();
         }
         if (!slowBinary(NodeKind::Modulo, left, Variable::makeInt(at->distance()))) DISPATCH();
@@ -342,7 +341,7 @@ Variable Machine::run() {
         const Variable& left = R[at->b];                                                    \
         const Variable& right = code->constants[at->c];                                     \
         if (isFloatValue(left)) {                                                           \
-            R[at->a].setFloat(left.asFloat() op right.asFloat());                           \
+            R[at->a].setFloat(left.rawFloat() op right.rawFloat());                           \
             NEXT();                                                                         \
         }                                                                                   \
         const Pc before = at;                                                               \
@@ -356,9 +355,9 @@ Variable Machine::run() {
     DivideConst: {
         const Variable& left = R[at->b];
         const Variable& right = code->constants[at->c];
-        if (isFloatValue(left) && right.asFloat() != 0.0F) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.asFloat()) /
-                                                 static_cast<double>(right.asFloat())));
+        if (isFloatValue(left) && right.rawFloat() != 0.0F) {
+            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
+                                                 static_cast<double>(right.rawFloat())));
             NEXT();
         }
         const Pc before = at;
@@ -417,7 +416,7 @@ Variable Machine::run() {
         const Variable& value = R[at->a];
         bool holds = false;
         if (isBoolValue(value)) {
-            holds = value.asBool();
+            holds = value.rawBool();
         } else {
             const Pc before = at;
             if (!truth(*code, at, value, holds)) DISPATCH();
@@ -431,7 +430,7 @@ Variable Machine::run() {
         const Variable& value = R[at->a];
         bool holds = false;
         if (isBoolValue(value)) {
-            holds = value.asBool();
+            holds = value.rawBool();
         } else {
             const Pc before = at;
             if (!truth(*code, at, value, holds)) DISPATCH();
@@ -461,7 +460,7 @@ Variable Machine::run() {
         bool truth_ = false;                                                                  \
         const int distance = at->distance();                                                  \
         if (areInts(left, right)) {                                                           \
-            truth_ = left.asInt() op right.asInt();                                           \
+            truth_ = left.rawInt() op right.rawInt();                                           \
         } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) {                 \
             DISPATCH();                                                                       \
         }                                                                                     \
@@ -475,7 +474,7 @@ Variable Machine::run() {
         bool truth_ = false;                                                                  \
         const int distance = at->distance();                                                  \
         if (isIntValue(left)) {                                                               \
-            truth_ = left.asInt() op static_cast<std::int16_t>(at->b);                        \
+            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                        \
         } else if (!slowCompare(NodeKind::Kind, left,                                         \
                                 Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_,  \
                                 false)) {                                                     \
@@ -504,7 +503,7 @@ Variable Machine::run() {
         const bool sense = at->op == Op::IfEqualConst;
         bool isEqual = false;
         if (isTextValue(left) && isTextValue(right)) {
-            isEqual = left.asString() == right.asString();
+            isEqual = left.asText() == right.asText() || left.asString() == right.asString();
             if ((at->m & kTierMask) == 0) declined_ = at;
             if ((at->m & kFirstGoes) != 0) R[at->a].setNil();
         } else if (!slowCompare(NodeKind::Equal, left, right, isEqual, false)) {
@@ -518,11 +517,11 @@ Variable Machine::run() {
     Index: {
         const Variable& base = R[at->b];
         const Variable& key = R[at->c];
-        if (base.type == VarType::Array && isIntValue(key) && (at->m & kFirstGoes) == 0 &&
+        if (isArrayValue(base) && isIntValue(key) && (at->m & kFirstGoes) == 0 &&
             at->a != at->b) {
-            const ArrayStorage& array = *base.asArray();
+            const ArrayStorage& array = base.rawArray();
             const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
             if (place < array.size()) {
                 R[at->a] = array[place];
             } else {
@@ -535,8 +534,8 @@ Variable Machine::run() {
     }
     IndexInt: {
         const Variable& base = R[at->b];
-        if (base.type == VarType::Array && (at->m & kFirstGoes) == 0 && at->a != at->b) {
-            const ArrayStorage& array = *base.asArray();
+        if (isArrayValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
+            const ArrayStorage& array = base.rawArray();
             const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(at->c) - 1);
             if (place < array.size()) {
                 R[at->a] = array[place];
@@ -551,11 +550,10 @@ Variable Machine::run() {
     IndexConst: {
         const Variable& base = R[at->b];
         const Variable& key = code->constants[at->c];
-        if (base.type == VarType::Table && (at->m & kFirstGoes) == 0 && at->a != at->b) {
-            const TableStorage& table = *base.asTable();
-            const auto found = table.find(key.asString());
-            if (found != table.end()) {
-                R[at->a] = found->second;
+        if (isTableValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
+            const Variable* found = base.rawTable().find(key.asText());
+            if (found != nullptr) {
+                R[at->a] = *found;
             } else {
                 R[at->a].setNil();
             }
@@ -569,13 +567,12 @@ Variable Machine::run() {
         lastStoreCode_ = code;
         Variable& base = R[at->a];
         const Variable& key = R[at->b];
-        if (base.type == VarType::Array && isIntValue(key)) {
-            ArrayStorage& array = *base.asArray();
+        if (isArrayValue(base) && isIntValue(key)) {
+            ArrayStorage& array = base.rawArray();
             const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
             if (place < array.size()) {
                 array[place] = std::move(R[at->c]);
-                R[at->c].setNil();
                 NEXT();
             }
         }
@@ -589,13 +586,12 @@ Variable Machine::run() {
         lastStoreCode_ = code;
         Variable& base = variableForStore(*code, at->a);
         const Variable& key = R[at->b];
-        if (base.type == VarType::Array && isIntValue(key)) {
-            ArrayStorage& array = *base.asArray();
+        if (isArrayValue(base) && isIntValue(key)) {
+            ArrayStorage& array = base.rawArray();
             const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.asInt()) - 1);
+                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
             if (place < array.size()) {
                 array[place] = std::move(R[at->c]);
-                R[at->c].setNil();
                 NEXT();
             }
         }
@@ -645,12 +641,10 @@ Variable Machine::run() {
             site.baseIsRegister
                 ? &R[site.base]
                 : read(const_cast<VariableRecord&>(code->variables[site.base]));
-        const std::string& key = code->constants[site.key].asString();
-        if (base != nullptr && base->type == VarType::Table) {
-            const TableStorage& table = *base->asTable();
-            const auto found = table.find(key);
-            if (found != table.end()) {
-                *slot = found->second;
+        if (base != nullptr && isTableValue(*base)) {
+            const Variable* found = base->rawTable().find(code->constants[site.key].asText());
+            if (found != nullptr) {
+                *slot = *found;
                 if (const ScriptCallable* native = nativeOf(slot);
                     native != nullptr && native->builtinId != BuiltinId::None) {
                     if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
@@ -746,11 +740,9 @@ Variable Machine::run() {
         if (lastStore_ != nullptr) showLastStore();
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
         result = std::move(R[at->a]);
-        R[at->a].setNil();
         slot = activations_.back().slot;
         popActivation();
         *slot = std::move(result);
-        result.setNil();
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
@@ -779,7 +771,6 @@ Variable Machine::run() {
         slot->setNil();
         popActivation();
         *target = std::move(result);
-        result.setNil();
         if (interpreter_.softErrorUnwinding()) target->setNil();
         code = activations_.back().code;
         R = activations_.back().base;
@@ -851,7 +842,7 @@ Variable Machine::run() {
         const ScopeWindow& window = code->windows[site.window];
         Scope& scope = interpreter_.frameScopes.pushWindow();
         const auto capacity = static_cast<std::uint32_t>(window.names.size());
-        first[3].setInt(first[0].asInt());
+        first[3].setInt(first[0].rawInt());
         if (window.hasOwnNames) {
             scope.openWindowWithOwnNames(window.names.data(), R + window.first, 1, capacity);
         } else {
@@ -865,13 +856,13 @@ Variable Machine::run() {
     }
     ForNext: {
         Variable* first = &R[at->a];
-        const int step = first[2].asInt();
-        const int counter = wrapAdd(first[0].asInt(), step);
+        const int step = first[2].rawInt();
+        const int counter = wrapAdd(first[0].rawInt(), step);
         first[0].setInt(counter);
-        if (step >= 1 ? counter > first[1].asInt() : counter < first[1].asInt()) NEXT();
+        if (step >= 1 ? counter > first[1].rawInt() : counter < first[1].rawInt()) NEXT();
         // Only the int alternative is written, never the kind: a body that has put another one
         // there fails here.
-        first[3].intReference() = counter;
+        first[3].replaceInt(counter);
         at = code->code.data() + at->d();
         DISPATCH();
     }

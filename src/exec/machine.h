@@ -27,7 +27,7 @@ public:
 
     /// Calls a script function that runs in a frame and has a program. False, with nothing done, if
     /// there is no compiled form of it.
-    [[nodiscard]] bool tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments args,
+    [[nodiscard]] bool tryCall(const Shared<ScriptCallable>& callable, Arguments args,
                                Variable& result);
     /// Runs chunk 0 of a program. False, with nothing done, if there is no compiled form of it.
     [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,

@@ -11,6 +11,7 @@
 #include "exec/machine.h"
 #include "exec/machine_walk.h"
 #include "library/natives.h"
+#include "value/table.h"
 
 namespace {
 
@@ -190,8 +191,7 @@ void Machine::clearArguments(Variable* slot, std::size_t count) {
 
 /// A callee that does not run in this loop.
 void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
-    const ArgumentList list(slot + 1, count);
-    const Arguments args = list.view();
+    const Arguments args(slot + 1, count);
     Variable result;
     const ScriptCallable* callable =
         slot->type == VarType::Function ? slot->asFunction().get() : nullptr;
@@ -234,8 +234,8 @@ void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
 bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable& native,
                          bool isMember) {
     static_cast<void>(isMember);
-    const ArgumentList list(slot + 1, count);
-    Variable result = interpreter_.dispatchBuiltinFast(native.builtinId, list.view());
+    const Arguments args(slot + 1, count);
+    Variable result = interpreter_.dispatchBuiltinFast(native.builtinId, args);
     if (interpreter_.softErrorUnwinding()) result.setNil();
     clearArguments(slot, count);
     *slot = std::move(result);
@@ -244,8 +244,7 @@ bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable
 
 /// `a, b = f(x)`: what the call gives, a multi-value or its only value.
 Variable Machine::spreadCall(Variable* slot, std::size_t count) {
-    const ArgumentList list(slot + 1, count);
-    const Arguments args = list.view();
+    const Arguments args(slot + 1, count);
     const Variable callee = *slot;
     const ScriptCallable* callable =
         callee.type == VarType::Function ? callee.asFunction().get() : nullptr;
@@ -284,9 +283,7 @@ const Variable* Machine::calleeOf(const MachineCode& code, const Variable* regis
                 ? &registers[member.base]
                 : read(const_cast<VariableRecord&>(code.variables[member.base]));
         if (base == nullptr || base->type != VarType::Table) return nullptr;
-        const TableStorage& table = *base->asTable();
-        const auto found = table.find(code.constants[member.key].asString());
-        return found != table.end() ? &found->second : nullptr;
+        return base->rawTable().find(code.constants[member.key].asText());
     }
     if (site.isRegister) return &registers[site.callee];
     return read(const_cast<VariableRecord&>(code.variables[site.callee]));
@@ -331,12 +328,12 @@ bool Machine::callScalar(const MachineCode& code, Variable* registers, const Sca
             for (std::size_t i = 0; i < count; ++i) values[i] = scalarFromVariable(slot[1 + i]);
             isDone = interpreter_.tryScalarBuiltin(callable.builtinId, values, count, scalar);
         } else {
-            const ArgumentList list(slot + 1, count);
+            const Arguments args(slot + 1, count);
             if (callable.isNative) {
-                isDone = interpreter_.tryScalarBuiltin(callable.builtinId, list.view(), scalar);
+                isDone = interpreter_.tryScalarBuiltin(callable.builtinId, args, scalar);
             } else {
                 isDone = interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(),
-                                                                    list.view(), scalar) &&
+                                                                    args, scalar) &&
                          !interpreter_.softErrorUnwinding();
             }
         }
@@ -347,7 +344,7 @@ bool Machine::callScalar(const MachineCode& code, Variable* registers, const Sca
     return true;
 }
 
-bool Machine::tryCall(const std::shared_ptr<ScriptCallable>& callable, Arguments args,
+bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args,
                       Variable& result) {
     if (interpreter_.softErrorPending) return false;
     MachineFunction* function = functionOf(*callable);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "exec/machine_compiler.h"
+#include "value/table.h"
 
 namespace {
 
@@ -86,10 +87,7 @@ const ScriptCallable* MachineCompiler::expectedCallee(const ParsedScriptLine& li
                nodeOf(at.right).kind == NodeKind::StringLiteral) {
         const Variable* base = globalOf(nodeOf(at.left));
         if (base == nullptr || base->type != VarType::Table) return nullptr;
-        const auto& table = *base->asTable();
-        const auto found = table.find(expression.strings[nodeOf(at.right).stringIndex]);
-        if (found == table.end()) return nullptr;
-        value = &found->second;
+        value = base->asTable()->find(expression.strings[nodeOf(at.right).stringIndex]);
     }
     if (value == nullptr || value->type != VarType::Function) return nullptr;
     return value->asFunction().get();

@@ -14,6 +14,7 @@
 
 #include "frontend/operator_table.h"
 #include "value/operators.h"
+#include "value/table.h"
 #include "value/text.h"
 
 namespace {
@@ -575,7 +576,7 @@ void Machine::newTable(const TableSite& site, const MachineCode& code, Variable*
     for (const TableSite::Entry& entry : site.entries) {
         Variable& value = registers[entry.value];
         if (entry.key < 0 && entry.keyRegister < 0) {
-            if (hasKeys) keyed[std::to_string(positional.size() + 1)] = value;
+            if (hasKeys) keyed[intKeyText(static_cast<int>(positional.size() + 1))] = value;
             positional.push_back(std::move(value));
             value.setNil();
             continue;
@@ -583,15 +584,15 @@ void Machine::newTable(const TableSite& site, const MachineCode& code, Variable*
         if (!hasKeys) {
             hasKeys = true;
             for (std::size_t i = 0; i < positional.size(); ++i) {
-                keyed[std::to_string(i + 1)] = positional[i];
+                keyed[intKeyText(static_cast<int>(i + 1))] = positional[i];
             }
         }
         if (entry.key >= 0) {
-            keyed[code.constants[static_cast<std::size_t>(entry.key)].asString()] =
+            keyed[code.constants[static_cast<std::size_t>(entry.key)].asText()] =
                 std::move(value);
         } else {
             Variable& key = registers[entry.keyRegister];
-            keyed[keyToString(key)] = std::move(value);
+            keyed[keyText(key)] = std::move(value);
             key.setNil();
         }
         value.setNil();

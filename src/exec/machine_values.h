@@ -5,16 +5,22 @@
 #include "value/variable.h"
 
 [[gnu::always_inline]] inline bool isIntValue(const Variable& value) {
-    return value.type == VarType::Int && value.value.alternative() == Alternative::Int;
+    return value.tag() == Variable::kIntTag;
 }
 [[gnu::always_inline]] inline bool isFloatValue(const Variable& value) {
-    return value.type == VarType::Float && value.value.alternative() == Alternative::Float;
+    return value.tag() == Variable::kFloatTag;
 }
 [[gnu::always_inline]] inline bool isBoolValue(const Variable& value) {
-    return value.type == VarType::Bool && value.value.alternative() == Alternative::Bool;
+    return value.tag() == Variable::kBoolTag;
 }
 [[gnu::always_inline]] inline bool isTextValue(const Variable& value) {
-    return value.type == VarType::String && value.value.alternative() == Alternative::String;
+    return value.tag() == Variable::kStringTag;
+}
+[[gnu::always_inline]] inline bool isArrayValue(const Variable& value) {
+    return value.tag() == Variable::kArrayTag;
+}
+[[gnu::always_inline]] inline bool isTableValue(const Variable& value) {
+    return value.tag() == Variable::kTableTag;
 }
 [[gnu::always_inline]] inline bool areInts(const Variable& a, const Variable& b) {
     return isIntValue(a) && isIntValue(b);

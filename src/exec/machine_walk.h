@@ -8,7 +8,7 @@
 #include "exec/machine.h"
 #include "library/natives.h"
 #include "library/patterns.h"
-#include "value/table_cache.h"
+#include "value/table.h"
 
 struct Machine::Walk {
     enum class Kind : std::uint8_t {

@@ -50,8 +50,8 @@ bool Machine::beginWalkOfCall(Variable* slot, std::size_t count) {
         }
         walk.container = args[0];
         const std::size_t length = walk.container.asString().size();
-        const ArgumentList list(args, count);
-        walk.bytes = length == 0 ? ByteRange{1, 0} : stringByteRange(length, list.view());
+        walk.bytes =
+            length == 0 ? ByteRange{1, 0} : stringByteRange(length, Arguments(args, count));
         walk.kind = Walk::Kind::Bytes;
         return true;
     }
@@ -81,9 +81,9 @@ void Machine::beginWalk(const LoopSite& site, Variable& value, bool isBuiltin) {
         walk.kind = Walk::Kind::Pairs;
     } else if (value.type == VarType::Table) {
         if (isIpairs) {
-            walk.count = static_cast<std::size_t>(interpreter_.numericTableLength(value.asTable()));
+            walk.count = static_cast<std::size_t>(value.asTable()->border());
         } else {
-            walk.snapshot = interpreter_.tableCache.snapshot(value.asTable());
+            walk.snapshot = value.asTable()->snapshot();
             walk.count = walk.snapshot->keys.size();
         }
     } else {
@@ -144,7 +144,7 @@ bool Machine::nextOfWalk(Variable* names, std::size_t count) {
             if (walk.index >= walk.count) return false;
             const auto position = static_cast<int>(++walk.index);
             const Variable element =
-                liveTableEntry(*walk.container.asTable(), std::to_string(position));
+                liveTableEntry(*walk.container.asTable(), intKeyText(position));
             assignPair(names, count, Variable::makeInt(position), element);
             return true;
         }
