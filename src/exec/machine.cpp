@@ -191,7 +191,7 @@ Variable Machine::run() {
             R[at->a].setFloat(left.rawFloat() + right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Add, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::Add, left, right)) goto declined;
         NEXT();
     }
     Subtract: {
@@ -205,7 +205,7 @@ Variable Machine::run() {
             R[at->a].setFloat(left.rawFloat() - right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Subtract, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::Subtract, left, right)) goto declined;
         NEXT();
     }
     Multiply: {
@@ -219,7 +219,7 @@ Variable Machine::run() {
             R[at->a].setFloat(left.rawFloat() * right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Multiply, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::Multiply, left, right)) goto declined;
         NEXT();
     }
     Divide: {
@@ -235,7 +235,7 @@ Variable Machine::run() {
                                                  static_cast<double>(right.rawInt())));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Divide, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::Divide, left, right)) goto declined;
         NEXT();
     }
     IntDivide: {
@@ -245,7 +245,7 @@ Variable Machine::run() {
             R[at->a].setInt(checkedDivide(left.rawInt(), right.rawInt()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::IntDivide, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::IntDivide, left, right)) goto declined;
         NEXT();
     }
     Modulo: {
@@ -255,11 +255,11 @@ Variable Machine::run() {
             R[at->a].setInt(checkedRemainder(left.rawInt(), right.rawInt()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Modulo, left, right)) DISPATCH();
+        if (!slowBinary(NodeKind::Modulo, left, right)) goto declined;
         NEXT();
     }
     Power:
-        if (!slowBinary(NodeKind::Power, R[at->b], R[at->c])) DISPATCH();
+        if (!slowBinary(NodeKind::Power, R[at->b], R[at->c])) goto declined;
         NEXT();
 
 #define COMPARISON(Kind, op)                                                     \
@@ -270,7 +270,7 @@ Variable Machine::run() {
             R[at->a].setBool(left.rawInt() op right.rawInt());                     \
             NEXT();                                                              \
         }                                                                        \
-        if (!slowBinary(NodeKind::Kind, left, right)) DISPATCH();                \
+        if (!slowBinary(NodeKind::Kind, left, right)) goto declined;                \
         NEXT();                                                                  \
     }
         COMPARISON(Equal, ==)
@@ -286,7 +286,7 @@ Variable Machine::run() {
             R[at->a].setInt(wrapAdd(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
     SubtractInt: {
@@ -295,7 +295,7 @@ Variable Machine::run() {
             R[at->a].setInt(wrapSubtract(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
     MultiplyInt: {
@@ -304,7 +304,7 @@ Variable Machine::run() {
             R[at->a].setInt(wrapMultiply(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
     DivideInt: {
@@ -314,7 +314,7 @@ Variable Machine::run() {
                                                  static_cast<double>(at->distance())));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Divide, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::Divide, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
     IntDivideInt: {
@@ -323,7 +323,7 @@ Variable Machine::run() {
             R[at->a].setInt(checkedDivide(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
     ModuloInt: {
@@ -332,7 +332,7 @@ Variable Machine::run() {
             R[at->a].setInt(checkedRemainder(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Modulo, left, Variable::makeInt(at->distance()))) DISPATCH();
+        if (!slowBinary(NodeKind::Modulo, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
 
@@ -345,7 +345,7 @@ Variable Machine::run() {
             NEXT();                                                                         \
         }                                                                                   \
         const Pc before = at;                                                               \
-        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) DISPATCH();          \
+        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) goto declined;          \
         if ((before->m & kFirstGoes) != 0) R[before->b].setNil();                           \
         NEXT();                                                                             \
     }
@@ -361,7 +361,7 @@ Variable Machine::run() {
             NEXT();
         }
         const Pc before = at;
-        if (!binary(*code, at, NodeKind::Divide, R[at->a], left, right)) DISPATCH();
+        if (!binary(*code, at, NodeKind::Divide, R[at->a], left, right)) goto declined;
         if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
         NEXT();
     }
@@ -370,18 +370,18 @@ Variable Machine::run() {
     Not:
     Length: {
         const Pc before = at;
-        if (!unary(*code, at, R[at->a], R[at->b])) DISPATCH();
+        if (!unary(*code, at, R[at->a], R[at->b])) goto declined;
         if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
         NEXT();
     }
     Join:
-        if (!join(*code, at, R[at->a], &R[at->b], at->c)) DISPATCH();
+        if (!join(*code, at, R[at->a], &R[at->b], at->c)) goto declined;
         NEXT();
     Append:
-        if (!append(*code, at, R)) DISPATCH();
+        if (!append(*code, at, R)) goto declined;
         NEXT();
     AppendGlobal:
-        if (!appendGlobal(*code, at, R)) DISPATCH();
+        if (!appendGlobal(*code, at, R)) goto declined;
         NEXT();
 
     Jump:
@@ -419,7 +419,7 @@ Variable Machine::run() {
             holds = value.rawBool();
         } else {
             const Pc before = at;
-            if (!truth(*code, at, value, holds)) DISPATCH();
+            if (!truth(*code, at, value, holds)) goto declined;
             if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
         }
         if (holds) NEXT();
@@ -433,7 +433,7 @@ Variable Machine::run() {
             holds = value.rawBool();
         } else {
             const Pc before = at;
-            if (!truth(*code, at, value, holds)) DISPATCH();
+            if (!truth(*code, at, value, holds)) goto declined;
             if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
         }
         if (!holds) NEXT();
@@ -444,7 +444,7 @@ Variable Machine::run() {
     SkipIfTrue: {
         const bool skips = at->op == Op::SkipIfTrue;
         bool holds = false;
-        if (!truth(*code, at, R[at->a], holds)) DISPATCH();
+        if (!truth(*code, at, R[at->a], holds)) goto declined;
         if (holds == skips) {
             at = code->code.data() + at->d();
             DISPATCH();
@@ -462,7 +462,7 @@ Variable Machine::run() {
         if (areInts(left, right)) {                                                           \
             truth_ = left.rawInt() op right.rawInt();                                           \
         } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) {                 \
-            DISPATCH();                                                                       \
+            goto declined;                                                                    \
         }                                                                                     \
         if (truth_ != sense) NEXT();                                                          \
         at += distance;                                                                       \
@@ -478,7 +478,7 @@ Variable Machine::run() {
         } else if (!slowCompare(NodeKind::Kind, left,                                         \
                                 Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_,  \
                                 false)) {                                                     \
-            DISPATCH();                                                                       \
+            goto declined;                                                                    \
         }                                                                                     \
         if (truth_ != sense) NEXT();                                                          \
         at += distance;                                                                       \
@@ -507,7 +507,7 @@ Variable Machine::run() {
             if ((at->m & kTierMask) == 0) declined_ = at;
             if ((at->m & kFirstGoes) != 0) R[at->a].setNil();
         } else if (!slowCompare(NodeKind::Equal, left, right, isEqual, false)) {
-            DISPATCH();
+            goto declined;
         }
         if (isEqual != sense) NEXT();
         at += distance;
@@ -529,7 +529,7 @@ Variable Machine::run() {
             }
             NEXT();
         }
-        if (!index(*code, at, R, key)) DISPATCH();
+        if (!index(*code, at, R, key)) goto declined;
         NEXT();
     }
     IndexInt: {
@@ -544,7 +544,7 @@ Variable Machine::run() {
             }
             NEXT();
         }
-        if (!index(*code, at, R, Variable::makeInt(at->c))) DISPATCH();
+        if (!index(*code, at, R, Variable::makeInt(at->c))) goto declined;
         NEXT();
     }
     IndexConst: {
@@ -559,7 +559,7 @@ Variable Machine::run() {
             }
             NEXT();
         }
-        if (!index(*code, at, R, key)) DISPATCH();
+        if (!index(*code, at, R, key)) goto declined;
         NEXT();
     }
     SetIndex: {
@@ -649,7 +649,7 @@ Variable Machine::run() {
                     native != nullptr && native->builtinId != BuiltinId::None) {
                     if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
                         decline(*code, at, R);
-                        DISPATCH();
+                        goto declined;
                     }
                     activations_.back().pc = at;
                     if (callNative(slot, argumentCount, *native, true)) goto called;
@@ -671,7 +671,7 @@ Variable Machine::run() {
         if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
             slot->setNil();
             decline(*code, at, R);
-            DISPATCH();
+            goto declined;
         }
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
@@ -710,7 +710,7 @@ Variable Machine::run() {
 
     RequireScalarCall:
         activations_.back().pc = at;
-        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], at)) DISPATCH();
+        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], at)) goto declined;
         NEXT();
     CallScalar: {
         activations_.back().pc = at;
@@ -718,7 +718,7 @@ Variable Machine::run() {
         if (!callScalar(*code, R, site, &R[at->a], at->b)) {
             if (interpreter_.softErrorUnwinding()) goto attend;
             decline(*code, at, R);
-            DISPATCH();
+            goto declined;
         }
         if (needsAttention()) goto attend;
         NEXT();
@@ -730,7 +730,7 @@ Variable Machine::run() {
             NEXT();
         }
         decline(*code, at, R);
-        DISPATCH();
+        goto declined;
     }
 
     ReturnMulti:
@@ -778,6 +778,12 @@ Variable Machine::run() {
         if (needsAttention()) goto attend;
         NEXT();
     }
+
+    // An expression goes on elsewhere, or has been evaluated by the tiers.
+    declined:
+        code = activations_.back().code;
+        if (interpreter_.softErrorPending && interpreter_.softErrorUnwinding()) goto unwind;
+        DISPATCH();
 
     // Behind a call: a soft error may be on its way, or a coroutine be scheduled.
     attend: {

@@ -121,6 +121,9 @@ private:
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
     Variable* globalOf(const VariableRecord& record) {
         if (record.global == nullptr || record.name->scopeEntries != 0) return nullptr;
+        // A cache that leads into a scope is asked first: it may hit by an address.
+        const SlotKind kind = record.token->slotKind;
+        if (kind != SlotKind::Global && kind != SlotKind::None) return nullptr;
         touchGlobal(*record.token);
         return record.global;
     }

@@ -374,7 +374,10 @@ bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
             case BytecodeOp::Statement:
                 if (operand >= program_.lines.size()) return true;
                 if (program_.lines[operand].assignment == nullptr) return true;
-                if (program_.lines[operand].assignment->targets.size() > 1) return true;
+                if (program_.lines[operand].assignment->targets.size() > 1 ||
+                    program_.lines[operand].assignment->valueRanges.size() > 1) {
+                    return true;
+                }
                 break;
             case BytecodeOp::IfGroup:
                 if (operand >= program_.ifGroups.size()) return true;

@@ -222,6 +222,14 @@ void Machine::decline(const MachineCode& code, Pc& pc, Variable* registers) {
         return;
     }
     static_cast<void>(evaluateSite(code, pc, *site));
+    if (code.forTurns || !givesTurns()) return;
+    // What has run has scheduled a coroutine: the statement goes on in the other form.
+    const MachineCode& turns = *turnsOf(code);
+    const ExpressionSite& same =
+        turns.expressions[static_cast<std::size_t>(site - code.expressions.data())];
+    const bool isBehind = pc == code.code.data() + site->behind;
+    pc = turns.code.data() + (isBehind ? same.behind : same.otherwise);
+    activations_.back().code = &turns;
 }
 
 /// Evaluates an expression by the tiers. For a condition, `pc` is where it leads.
