@@ -247,8 +247,11 @@ bool ChunkRun::HotRun::assignAny(const HotStatement& statement, FastScalarValue 
     // A compound assignment sees the difference between a scalar and a variable that holds one.
     Variable other;
     if (!answersInScalars_) other = taken(value);
-    run_.assignValue(run_.lines_[statement.line], value, answersInScalars_, other);
+    const ParsedScriptLine& line = run_.lines_[statement.line];
+    run_.assignValue(line, value, answersInScalars_, other);
     run_.value_.setNil();
+    // A declaration may append to a scope, which moves what is bound there.
+    if (line.assignmentScope != ScopeTarget::Default) loseBindings();
     return endCalls(statement);
 }
 
