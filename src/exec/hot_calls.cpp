@@ -153,8 +153,8 @@ FastScalarValue ChunkRun::HotRun::callValue(const Variable& callee, bool isMembe
         if (result.isSet()) return result;
     }
     ArgumentFrame frame(interpreter_.argumentStack, count);
-    const bool lends =
-        callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
+    const bool lends = callable != nullptr && callable->isNative &&
+                       interpreter_.mayCallDirectly(callable->builtinId, isMember);
     fillArguments(frame, args, lends);
     if (lends) return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
     Variable result = interpreter_.callFound(callee, isMember, frame.view());

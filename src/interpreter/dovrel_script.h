@@ -253,6 +253,12 @@ public:
     Variable invokeCallableFast(const Variable& callee, Arguments args);
     /// The same for the callee of a call node; `isMember` if it was found in a table.
     Variable callFound(const Variable& callee, bool isMember, Arguments args);
+    /// A native may be called by its id with nothing around it: it runs no script code, and the
+    /// count of calls that a soft error is compared with is not missed. Members of tables are
+    /// outside that count in any case.
+    [[nodiscard]] bool mayCallDirectly(BuiltinId id, bool isMember) const {
+        return runsNoScriptCode(id) && (isMember || !softErrorPending);
+    }
     /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
     /// false and the message. Nil when an outer soft error is unwinding.
     Variable protectedCall(Arguments args);
