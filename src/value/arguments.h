@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "value/variable.h"
@@ -85,6 +86,9 @@ public:
     /// Makes the argument at `index` a borrowed one: `value` must stay in place for the call.
     void lend(std::size_t index, const Variable& value) { pointers_[index] = &value; }
     [[nodiscard]] Arguments view() const { return {pointers_, count_}; }
+    /// The values that belong to the frame, without those that are lent. Of an empty frame there
+    /// is no first one to take the address of.
+    [[nodiscard]] std::span<const Variable> values() const { return {values_, count_}; }
     [[nodiscard]] std::size_t size() const { return count_; }
 
 private:
