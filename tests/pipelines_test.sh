@@ -75,5 +75,23 @@ got=$(cat program.dvbc | "$program" --run-bytecode /dev/stdin 2>&1; echo "status
 expect "a bytecode file is no pipe" \
     $'dovrelscript: Failed to size bytecode file: /dev/stdin\nstatus 1' "$got"
 
+cat >endless.dv <<'END'
+print("before")
+function f(n)
+    native next = n + 1
+    return 1 + f(next)
+end
+ok, message = pcall(f, 1)
+print("behind")
+END
+# The sanitizers take more addresses than there are here.
+if [[ -z ${DOVREL_SANITIZED:-} ]]; then
+    for kilobytes in 80000 400000; do
+        got=$(ulimit -v $kilobytes; "$program" endless.dv 2>&1; echo "status $?")
+        expect "a recursion without end in $kilobytes KiB" \
+            $'before\ndovrelscript: stack overflow\n  at line 4\n  return 1 + f(next)\nstatus 1' "$got"
+    done
+fi
+
 ((failures == 0)) && echo "all passed"
 exit $((failures != 0))

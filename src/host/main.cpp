@@ -11,10 +11,12 @@
 #include <string_view>
 #include <vector>
 
+#include "eval/exhaustion.h"
 #include "exec/bytecode_file.h"
 #include "exec/bytecode_program.h"
 #include "host/large_stack.h"
 #include "interpreter/dovrel_script.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -86,9 +88,13 @@ void runPrompt(DovrelScript& interpreter) {
     }
 }
 
+/// For the end of the stack, which is told nothing.
+const DovrelScript* running = nullptr;
+
 int runMode(int argc, char** argv) {
     // Made before any argument is looked at.
     DovrelScript interpreter;
+    running = &interpreter;
     if (argc <= 1) return printUsage(argv[0]);
     const std::string_view mode = argv[1];
     if (mode == "--run-bytecode") {
@@ -112,6 +118,9 @@ int runMode(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     int status = kFailure;
+    setAtStackEnd([] {
+        if (running != nullptr) endByStackOverflow(*running);
+    });
     runOnLargeStack([&] {
         try {
             status = runMode(argc, argv);
