@@ -1,5 +1,6 @@
 // The command line: four modes around one interpreter object. Any error that gets here becomes one
 // line on standard error and status 1.
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -38,6 +39,14 @@ bool isOpen(const std::ifstream& file, const std::string& path) {
     return file && !std::filesystem::is_directory(path, ignored);
 }
 
+/// One file under two names, or one: what is in it would be lost when it is opened for writing. A
+/// device, such as a terminal, may be both read and written.
+bool isSameFile(const std::string& path, const std::string& other) {
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(path, ignored) &&
+           std::filesystem::equivalent(path, other, ignored);
+}
+
 std::string readFile(const std::string& path) {
     std::ifstream file(path);
     if (!isOpen(file, path)) throw std::runtime_error("failed to open file: " + path);
@@ -65,11 +74,16 @@ std::vector<unsigned char> readBytecodeFile(const std::string& path) {
 void compileFile(DovrelScript& interpreter, const std::string& script, const std::string& output) {
     const BytecodeProgram program = interpreter.compileToBytecodeInternal(readFile(script));
     const std::vector<unsigned char> bytes = serializeBytecode(program);
+    if (isSameFile(script, output)) throw std::runtime_error("failed to open file: " + output);
     // Opened only now: a script that does not compile leaves an older file alone.
     std::ofstream file(output, std::ios::binary | std::ios::trunc);
     if (!file) throw std::runtime_error("Failed to open bytecode file for writing: " + output);
+    // A file that must not grow as large is a failure like others, and no end by a signal.
+    std::signal(SIGXFSZ, SIG_IGN);
     file.write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) throw std::runtime_error("failed to write file: " + output);
 }
 
 void runBytecodeFile(DovrelScript& interpreter, const std::string& path) {
