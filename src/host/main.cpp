@@ -1,5 +1,8 @@
 // The command line: four modes around one interpreter object. Any error that gets here becomes one
 // line on standard error and status 1.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <exception>
 #include <filesystem>
@@ -102,6 +105,15 @@ void runPrompt(DovrelScript& interpreter) {
     }
 }
 
+/// A descriptor of a standard stream that is closed would be taken by the first file that is
+/// opened: what is printed would go into a script's file. The null device stands in.
+void openClosedStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The lowest free descriptor is the one that was found closed.
+        if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
+    }
+}
+
 /// For the end of the stack, which is told nothing.
 const DovrelScript* running = nullptr;
 
@@ -131,6 +143,7 @@ int runMode(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    openClosedStreams();
     int status = kFailure;
     setAtStackEnd([] {
         if (running != nullptr) endByStackOverflow(*running);
