@@ -277,8 +277,10 @@ public:
     std::vector<const std::string*> scriptNameStack;     // the same, for error reports
 
     // ------------------------------------------------------------------ eval: errors
-    /// Raises the located report of `message` near `token`.
-    [[noreturn]] void throwError(const std::string& message, std::string_view token);
+    /// The located report of `message` near `token`.
+    [[nodiscard]] std::string locatedReport(std::string_view message, std::string_view token) const;
+    /// Raises it.
+    [[noreturn]] void throwError(std::string_view message, std::string_view token);
     /// Raises the report of `error`, unless it is a report already and is raised again as it is.
     /// Must be called from a handler. Near `lastToken`, else near `fallbackToken`.
     [[noreturn]] void rethrowLocated(const std::exception& error, std::string_view fallbackToken);
