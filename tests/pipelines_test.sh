@@ -75,5 +75,54 @@ got=$(cat program.dvbc | "$program" --run-bytecode /dev/stdin 2>&1; echo "status
 expect "a bytecode file is no pipe" \
     $'dovrelscript: Failed to size bytecode file: /dev/stdin\nstatus 1' "$got"
 
+cat >opens.dv <<'END'
+file = io["open"]("written", "w")
+print("printed")
+file["write"]("to the file")
+file["close"]()
+input = io["open"]("written", "r")
+print(input["read"]())
+error("told")
+END
+rm -f written
+"$program" opens.dv >&- 2>errors
+expect "a failure without standard output" 1 $?
+expect "what is printed without standard output is in no file" "to the file" "$(<written)"
+expect "standard error is open without standard output" \
+    "dovrelscript: DovrelScript error: told" "$(head -n 1 errors)"
+rm -f written
+"$program" opens.dv <&- >&- 2>&-
+expect "a failure without standard streams" 1 $?
+expect "without standard streams a file has what is written" "to the file" "$(<written)"
+rm -f written
+"$program" opens.dv >output 2>&-
+expect "an error without standard error is in no file" "to the file" "$(<written)"
+expect "standard output is open without standard error" $'printed\nto the file' "$(<output)"
+"$program" opens.dv <&- >output 2>errors
+expect "standard output is open without standard input" $'printed\nto the file' "$(<output)"
+expect "standard error is open without standard input" \
+    "dovrelscript: DovrelScript error: told" "$(head -n 1 errors)"
+echo 'print("compiled")' >compiled.dv
+(exec >&- 2>&-; exec "$program" --compile compiled.dv program.dvbc)
+expect "a compiled file without standard streams" compiled "$("$program" --run-bytecode program.dvbc)"
+
+cat >endless.dv <<'END'
+print("before")
+function f(n)
+    native next = n + 1
+    return 1 + f(next)
+end
+ok, message = pcall(f, 1)
+print("behind")
+END
+# The sanitizers take more addresses than there are here.
+if [[ -z ${DOVREL_SANITIZED:-} ]]; then
+    for kilobytes in 80000 400000; do
+        got=$(ulimit -v $kilobytes; "$program" endless.dv 2>&1; echo "status $?")
+        expect "a recursion without end in $kilobytes KiB" \
+            $'before\ndovrelscript: stack overflow\n  at line 4\n  return 1 + f(next)\nstatus 1' "$got"
+    done
+fi
+
 ((failures == 0)) && echo "all passed"
 exit $((failures != 0))

@@ -224,7 +224,7 @@ void AssignmentRun::runPath(const ParsedAssignmentTarget& target) {
     Variable value = evaluateFirstValue();
     cutMulti(value);
     if (unwinding()) return;
-    storeThroughKeys(target, {&keys[0], keys.size()}, value);
+    storeThroughKeys(target, keys.values(), value);
 }
 
 void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
@@ -275,7 +275,7 @@ void AssignmentRun::runParallel() {
         const Shared<MultiResult> spread = values[0].asMulti();
         storeAll(spread->values);
     } else {
-        storeAll({&values[0], values.size()});
+        storeAll(values.values());
     }
 }
 
@@ -359,8 +359,7 @@ Variable AssignmentRun::runGeneral() {
     }
     ArgumentFrame evaluated(interpreter_.argumentStack, assignment_.valueRanges.size());
     if (!evaluateValues(evaluated)) return {};
-    std::span<const Variable> values;
-    if (evaluated.size() > 0) values = {&evaluated[0], evaluated.size()};
+    std::span<const Variable> values = evaluated.values();
     Shared<MultiResult> spread;
     if (values.size() == 1 && values[0].type == VarType::Multi && assignment_.targets.size() >= 2) {
         spread = values[0].asMulti();

@@ -67,8 +67,11 @@ public:
         interpreter.fastCallable = &callable;
         interpreter.fastArgs = args;
         interpreter.fastFrameBase = interpreter.frameScopes.size();
+        // Its parameters are found by name, as entries of scopes are.
+        for (const Name name : callable.parameters) ++name->scopeEntries;
     }
     ~FastCallGuard() {
+        for (const Name name : interpreter_.fastCallable->parameters) --name->scopeEntries;
         interpreter_.fastCallable = savedCallable_;
         interpreter_.fastArgs = savedArgs_;
         interpreter_.fastFrameBase = savedFrameBase_;

@@ -16,13 +16,16 @@ std::size_t caretColumn(std::string_view source, std::string_view token) {
     return found == std::string_view::npos ? source.size() : found;
 }
 
+/// A located report, which is made as it is raised: see RuntimeError.
+class LocatedError : public std::runtime_error {
+public:
+    LocatedError(const DovrelScript& interpreter, std::string_view message, std::string_view token)
+        : std::runtime_error(interpreter.locatedReport(message, token)) {}
+};
+
 }  // namespace
 
-void DovrelScript::throwError(const std::string& message, std::string_view token) {
-    throw std::runtime_error(locatedReport(message, token));
-}
-
-std::string DovrelScript::locatedReport(const std::string& message, std::string_view token) {
+std::string DovrelScript::locatedReport(std::string_view message, std::string_view token) const {
     const std::string_view source = currentLine != nullptr ? std::string_view(*currentLine) : "";
     const bool named = !scriptNameStack.empty() && !scriptNameStack.back()->empty();
 
@@ -50,12 +53,13 @@ std::string DovrelScript::locatedReport(const std::string& message, std::string_
     return report;
 }
 
+void DovrelScript::throwError(std::string_view message, std::string_view token) {
+    throw LocatedError(*this, message, token);
+}
+
 void DovrelScript::rethrowLocated(const std::exception& error, std::string_view fallbackToken) {
-    const std::string message = error.what();
-    if (isLocatedReport(message)) throw;
-    // Copies: the report is built while the fields may still be read.
-    const std::string token(lastToken.empty() ? fallbackToken : std::string_view(lastToken));
-    throwError(message, token);
+    if (isLocatedReport(error.what())) throw;
+    throw LocatedError(*this, error.what(), lastToken.empty() ? fallbackToken : lastToken);
 }
 
 void DovrelScript::raiseScriptErrorSoft(std::string message) {

@@ -310,7 +310,8 @@ Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const 
     // Nobody can see in which order callee and arguments are found, and nothing moves meanwhile.
     const Variable* callee = calleeInPlace(expression, node.left, analysis);
     const ScriptCallable* native = nativeOf(callee);
-    if (native != nullptr && runsNoScriptCode(native->builtinId)) {
+    const bool isMember = nodeAt(expression, node.left).kind == NodeKind::Index;
+    if (native != nullptr && mayCallDirectly(native->builtinId, isMember)) {
         const BuiltinId id = native->builtinId;
         evaluateLentArguments(expression, node, analysis, arguments);
         return dispatchBuiltinFast(id, arguments.view());

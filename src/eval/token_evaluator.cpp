@@ -12,6 +12,7 @@
 #include "eval/binary_operation.h"
 #include "eval/token_cursor.h"
 #include "value/numbers.h"
+#include "value/text.h"
 
 namespace {
 
@@ -57,6 +58,12 @@ Variable TokenEvaluator::evaluate(int level) {
         }
         const Variable right = evaluate(rightLevel(number));
         if (unwinding()) return {};
+        if (number == kAdd && left.type == VarType::String) {
+            // A chain grows one text, where a new one for each "+" would take the square of its
+            // length.
+            appendToString(left, right);
+            continue;
+        }
         left = applyBinaryOperator(number, left, right);
     }
 }

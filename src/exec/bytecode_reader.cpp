@@ -17,7 +17,17 @@ namespace {
 constexpr std::uint16_t kOldestVersion = 4;
 constexpr std::uint16_t kFirstVersionWithNames = 5;
 constexpr std::uint16_t kFirstVersionWithLineNumbers = 6;
-constexpr std::size_t kLargestBelievedTable = std::size_t{1} << 30;
+constexpr std::size_t kLargestTable = std::size_t{1} << 30;
+
+// The least that a record takes in the file, with all of its texts and tables empty.
+constexpr std::size_t kStringSize = 4;
+constexpr std::size_t kLineSize = 8;  // a line number has come later
+constexpr std::size_t kInstructionSize = 9;
+constexpr std::size_t kChunkSize = 9;
+constexpr std::size_t kIfGroupSize = 4;
+constexpr std::size_t kBranchSize = 9;
+constexpr std::size_t kLoopSize = 8;
+constexpr std::size_t kFunctionSize = 20;  // the script's name has come later
 
 class ByteReader {
 public:
@@ -46,16 +56,16 @@ public:
             throwPlainError("Invalid bytecode file (bad magic): " + path_);
         }
     }
-    /// Reads a count and makes `table` that long. A count is believed, so that a damaged one runs
-    /// into the truncated error; but one that the file cannot hold and that would take the
-    /// machine's memory fails as an allocation that failed.
+    /// Reads a count and makes `table` that long. A damaged count runs into the truncated error,
+    /// for which one record more than the rest of the file can hold is enough: `smallest` bytes are
+    /// the least that a record takes there. Kept: a count of more records than bytes, for a table
+    /// that would take the machine's memory, fails as an allocation that failed.
     template <typename Record>
-    void resize(std::vector<Record>& table) {
+    void resize(std::vector<Record>& table, std::size_t smallest) {
         const std::size_t count = u32();
-        if (count > bytes_.size() - position_ && count * sizeof(Record) > kLargestBelievedTable) {
-            throw std::bad_alloc();
-        }
-        table.resize(count);
+        const std::size_t rest = bytes_.size() - position_;
+        if (count > rest && count * sizeof(Record) > kLargestTable) throw std::bad_alloc();
+        table.resize(std::min(count, rest / smallest + 1));
     }
 
 private:
@@ -74,12 +84,12 @@ private:
 };
 
 void readLines(ByteReader& in, BytecodeProgram& program, DovrelScript& interpreter) {
-    in.resize(program.lines);
+    in.resize(program.lines, kLineSize);
     for (std::size_t i = 0; i < program.lines.size(); ++i) {
         ParsedScriptLine& line = program.lines[i];
         line.source = in.str();
         line.lineNumber = program.version >= kFirstVersionWithLineNumbers ? in.u32() : i;
-        in.resize(line.tokens);
+        in.resize(line.tokens, kStringSize);
         line.tokenAnalysis.reserve(line.tokens.size());
         for (std::string& token : line.tokens) {
             token = in.str();
@@ -90,13 +100,13 @@ void readLines(ByteReader& in, BytecodeProgram& program, DovrelScript& interpret
 }
 
 void readCode(ByteReader& in, BytecodeProgram& program) {
-    in.resize(program.code);
+    in.resize(program.code, kInstructionSize);
     for (BytecodeInstruction& instruction : program.code) {
         instruction.opcode = in.u8();
         instruction.operand = in.u32();
         instruction.reserved = in.u32();
     }
-    in.resize(program.chunks);
+    in.resize(program.chunks, kChunkSize);
     for (BytecodeChunkRange& chunk : program.chunks) {
         chunk.firstInstruction = in.u32();
         chunk.instructionCount = in.u32();
@@ -105,9 +115,9 @@ void readCode(ByteReader& in, BytecodeProgram& program) {
 }
 
 void readIfGroups(ByteReader& in, std::vector<BytecodeIfGroup>& groups) {
-    in.resize(groups);
+    in.resize(groups, kIfGroupSize);
     for (BytecodeIfGroup& group : groups) {
-        in.resize(group.branches);
+        in.resize(group.branches, kBranchSize);
         for (BytecodeIfBranch& branch : group.branches) {
             branch.conditionLine = in.u32();
             branch.bodyChunk = in.u32();
@@ -117,7 +127,7 @@ void readIfGroups(ByteReader& in, std::vector<BytecodeIfGroup>& groups) {
 }
 
 void readForLoops(ByteReader& in, std::vector<BytecodeForLoop>& loops) {
-    in.resize(loops);
+    in.resize(loops, kLoopSize);
     for (BytecodeForLoop& loop : loops) {
         loop.headerLine = in.u32();
         loop.bodyChunk = in.u32();
@@ -125,12 +135,12 @@ void readForLoops(ByteReader& in, std::vector<BytecodeForLoop>& loops) {
 }
 
 void readLoops(ByteReader& in, BytecodeProgram& program) {
-    in.resize(program.whileLoops);
+    in.resize(program.whileLoops, kLoopSize);
     for (BytecodeWhileLoop& loop : program.whileLoops) {
         loop.conditionLine = in.u32();
         loop.bodyChunk = in.u32();
     }
-    in.resize(program.repeatLoops);
+    in.resize(program.repeatLoops, kLoopSize);
     for (BytecodeRepeatLoop& loop : program.repeatLoops) {
         loop.untilLine = in.u32();
         loop.bodyChunk = in.u32();
@@ -140,7 +150,7 @@ void readLoops(ByteReader& in, BytecodeProgram& program) {
 }
 
 void readFunctions(ByteReader& in, BytecodeProgram& program) {
-    in.resize(program.functionDecls);
+    in.resize(program.functionDecls, kFunctionSize);
     for (BytecodeFunctionDecl& function : program.functionDecls) {
         function.declarationLine = in.u32();
         function.bodyChunk = in.u32();

@@ -88,7 +88,8 @@ bool ChunkRun::runOne(const BytecodeInstruction& instruction, BlockSignal& signa
 
 void ChunkRun::rethrowLocated(const std::exception& error) {
     const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
-    interpreter_.rethrowLocated(error, hasTokens ? (*statementTokens_)[0] : std::string("script"));
+    interpreter_.rethrowLocated(
+        error, hasTokens ? std::string_view((*statementTokens_)[0]) : std::string_view("script"));
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {

@@ -86,8 +86,11 @@ bool ChunkRun::HotRun::findBody(const ScalarInstruction& call) {
 FastScalarValue ChunkRun::HotRun::callScalar(const ScalarInstruction& call,
                                              const FastScalarValue* args) {
     const HotScalarNode& node = scalarNode(call);
-    // Arguments with calls may have changed the callee.
-    if (node.argumentsHoldCall) bind(call.token, nullptr);
+    // Arguments with calls may have changed the callee, and must not run again for this tier.
+    if (node.argumentsHoldCall) {
+        bind(call.token, nullptr);
+        hasCalled_ = true;
+    }
     if (!node.argumentsHoldCall || findBody(call)) {
         const FastScalarValue result = resultOfBody(*body_, args, call.kind);
         if (result.isSet()) return result;

@@ -131,7 +131,8 @@ bool HotCompiler::emitDirectCall(const ParsedScriptLine& line, std::size_t state
             emitAnyVariable(line, root, kCheckedVariable | (anyCall ? 0 : kLentVariable));
         } else if (root.kind < NodeKind::Variable || root.kind == NodeKind::Call) {
             if (!emitAny(line, argument, argument.root, i)) return false;
-        } else if (!argument.scalarCode.empty() && !hasCalled) {
+        } else if (!argument.scalarCode.empty() && !hasCalled &&
+                   i + kScalarStackSize <= kHotStackSize) {
             emitExpression(line, argument, false);  // may decline: nothing has been done yet
         } else {
             return false;

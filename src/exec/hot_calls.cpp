@@ -149,8 +149,8 @@ FastScalarValue ChunkRun::HotRun::callValue(const Variable& callee, bool isMembe
         if (result.isSet()) return result;
     }
     ArgumentFrame frame(interpreter_.argumentStack, count);
-    const bool runsNoCode =
-        callable != nullptr && callable->isNative && runsNoScriptCode(callable->builtinId);
+    const bool runsNoCode = callable != nullptr && callable->isNative &&
+                            interpreter_.mayCallDirectly(callable->builtinId, isMember);
     fillArguments(frame, args);
     if (runsNoCode)
         return anyFrom(interpreter_.dispatchBuiltinFast(callable->builtinId, frame.view()));
@@ -244,8 +244,11 @@ bool ChunkRun::HotRun::assignAny(const HotStatement& statement, FastScalarValue 
     // A compound assignment sees the difference between a scalar and a variable that holds one.
     Variable other;
     if (!answersInScalars_) other = taken(value);
-    run_.assignValue(run_.lines_[statement.line], value, answersInScalars_, other);
+    const ParsedScriptLine& line = run_.lines_[statement.line];
+    run_.assignValue(line, value, answersInScalars_, other);
     run_.value_.setNil();
+    // A declaration may append to a scope, which moves what is bound there.
+    if (line.assignmentScope != ScopeTarget::Default) loseBindings();
     return endCalls(statement);
 }
 

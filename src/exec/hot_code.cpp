@@ -428,11 +428,14 @@ void HotCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     if (!emitForClause(*line)) runByExecutor(header);
     emit(ScalarOpcode::ForStart, static_cast<std::int32_t>(header));
     const std::uint32_t body = here();
+    const bool ownsBody = mode_.isRecursive && !isInlinable(loop.bodyChunk);
     ++openFors_;
     Loop inner;
     emitLoopBody(loop.bodyChunk, inner);
     --openFors_;
-    emit(ScalarOpcode::ForNext, static_cast<std::int32_t>(body)).token = openFors_;
+    ScalarInstruction& next = emit(ScalarOpcode::ForNext, static_cast<std::int32_t>(body));
+    next.kind = ownsBody ? 1 : 0;
+    next.token = openFors_;
     endLoop(inner);
     code_.statements[header].next = body;
     code_.statements[header].otherwise = here();

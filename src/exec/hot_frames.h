@@ -8,8 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "eval/exhaustion.h"
 #include "eval/frame_call.h"
 #include "exec/hot_run.h"
+#include "value/stack_end.h"
 
 /// One such function while it runs.
 struct HotFrame {
@@ -51,6 +53,11 @@ private:
     static constexpr std::size_t kMostFrames = std::size_t{1} << 18;
 
     [[gnu::noinline]] void grow() {
+        constexpr std::size_t kAskedEvery = 1024;
+        if (made_ % kAskedEvery == 0 && made_ > 0 &&
+            !memoryIsLeft(kAskedEvery * sizeof(HotFrame))) {
+            endOfStack();
+        }
         frames_.push_back(std::make_unique<std::optional<HotFrame>>());
         ++made_;
     }

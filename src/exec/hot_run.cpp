@@ -2,6 +2,7 @@
 #include "exec/hot_run.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "eval/errors.h"
 #include "exec/hot_frames.h"
@@ -95,6 +96,8 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
     try {
         for (;;) {
             const ScalarInstruction& instruction = *at;
+            // The compiler limits how many values wait; an array in the frame is no place to grow.
+            assert(self->holds(top, place));
             if (instruction.opcode < kFirstHotOpcode) {
                 if (stepScalarCode(at, top, place, *self)) {
                     ++at;
@@ -354,7 +357,12 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
 }
 
 void ChunkRun::HotRun::showFailure(Position at) {
-    if (!inExecutor_) showTo(standsBetweenStatements(at->opcode) ? lastStatement_ : at);
+    if (inExecutor_) return;
+    showTo(standsBetweenStatements(at->opcode) ? lastStatement_ : at);
+    if (at->opcode != ScalarOpcode::ForNext || at->kind == 0) return;
+    // The statements of a body of its own are not this run's: the `for` is the one that failed.
+    const Position start = positionOf(at->intValue) - 1;  // ForStart stands in front of the body
+    run_.statementTokens_ = &run_.lines_[statementAt(start).line].tokens;
 }
 
 /// Opens a `for`; returns where the code goes on.

@@ -109,6 +109,7 @@ private:
     void beginReturn(const HotStatement& statement) {
         clearsValue_ = false;
         show();
+        lastStatement_ = nullptr;  // the turns behind it see the line that is selected here
         selectLine(statement);
     }
     void returnFrom(const HotStatement& statement, FastScalarValue value);
@@ -276,6 +277,11 @@ private:
         run_.statementTokens_ = &line.tokens;
     }
 
+    /// The operands and places lie in their arrays.
+    [[nodiscard]] bool holds(const FastScalarValue* top, const Variable* const* place) const {
+        return top >= stack_.data() && top <= stack_.data() + stack_.size() &&
+               place >= places_.data() && place <= places_.data() + places_.size();
+    }
     /// What failed at `at` is reported with the statement that it belongs to.
     void showFailure(Position at);
 

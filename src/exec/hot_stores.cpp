@@ -42,9 +42,11 @@ bool ChunkRun::HotRun::storeElement(const ScalarInstruction& instruction, FastSc
     return true;
 }
 
-/// Ints only: mixed kinds have rules of their own, and so has a divisor of 0.
+/// Ints only: mixed kinds have rules of their own, and so have a divisor of 0 and "/", which makes
+/// a float of an element and fails on a variable.
 bool ChunkRun::HotRun::updateInt(Variable& element, std::uint8_t operation, FastScalarValue value) {
-    if (element.type != VarType::Int || value.kind != ScalarKind::Int || value.intValue == 0) {
+    if (operation == '/' || element.type != VarType::Int || value.kind != ScalarKind::Int ||
+        value.intValue == 0) {
         return false;
     }
     return tryApplyFastScalarOperationInPlace(element, static_cast<char>(operation), value);

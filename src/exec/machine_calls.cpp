@@ -5,17 +5,20 @@
 #include <utility>
 
 #include "eval/errors.h"
+#include "eval/exhaustion.h"
 #include "eval/variable_access.h"
 #include "exec/bytecode_program.h"
 #include "exec/chunk_run.h"
 #include "exec/machine.h"
 #include "exec/machine_walk.h"
 #include "library/natives.h"
+#include "value/stack_end.h"
 #include "value/table.h"
 
 namespace {
 
 constexpr std::size_t kSegmentSize = std::size_t{1} << 16;
+constexpr std::size_t kMostSegments = 1024;
 
 bool isMathId(BuiltinId id) {
     return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);
@@ -48,6 +51,8 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
     }
     if (next == segments_.size()) {
         const std::size_t size = std::max(kSegmentSize, 2 * needed);
+        // Scopes and activations take about as much again, and more while their arrays grow.
+        if (next >= kMostSegments || !memoryIsLeft(8 * size * sizeof(Variable))) endOfStack();
         segments_.push_back(std::make_unique<Variable[]>(size));
         segmentSizes_.push_back(size);
     }

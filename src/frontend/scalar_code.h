@@ -92,7 +92,8 @@ enum class ScalarOpcode : std::uint8_t {
     Jump,            // to `intValue`
     Break,           // leaves the loop of statement `intValue`
     ForStart,        // pops step, limit and start; opens a `for`, statement `intValue`
-    ForNext,         // counts in `for` number `token`; to `intValue` for another turn
+    ForNext,         // counts in `for` number `token`; to `intValue` for another turn; `kind` is 1
+                     // if the body is a recursive run of its own
     ForLeave,        // closes the innermost `for`
     SelectLine,      // makes the line of statement `intValue` the current one
     ReturnValue,     // pops a value and ends the run with it, in statement `intValue`

@@ -1,5 +1,9 @@
 // The command line: four modes around one interpreter object. Any error that gets here becomes one
 // line on standard error and status 1.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -11,10 +15,12 @@
 #include <string_view>
 #include <vector>
 
+#include "eval/exhaustion.h"
 #include "exec/bytecode_file.h"
 #include "exec/bytecode_program.h"
 #include "host/large_stack.h"
 #include "interpreter/dovrel_script.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -34,6 +40,14 @@ int printUsage(const char* programName) {
 bool isOpen(const std::ifstream& file, const std::string& path) {
     std::error_code ignored;
     return file && !std::filesystem::is_directory(path, ignored);
+}
+
+/// One file under two names, or one: what is in it would be lost when it is opened for writing. A
+/// device, such as a terminal, may be both read and written.
+bool isSameFile(const std::string& path, const std::string& other) {
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(path, ignored) &&
+           std::filesystem::equivalent(path, other, ignored);
 }
 
 std::string readFile(const std::string& path) {
@@ -63,11 +77,16 @@ std::vector<unsigned char> readBytecodeFile(const std::string& path) {
 void compileFile(DovrelScript& interpreter, const std::string& script, const std::string& output) {
     const BytecodeProgram program = interpreter.compileToBytecodeInternal(readFile(script));
     const std::vector<unsigned char> bytes = serializeBytecode(program);
+    if (isSameFile(script, output)) throw std::runtime_error("failed to open file: " + output);
     // Opened only now: a script that does not compile leaves an older file alone.
     std::ofstream file(output, std::ios::binary | std::ios::trunc);
     if (!file) throw std::runtime_error("Failed to open bytecode file for writing: " + output);
+    // A file that must not grow as large is a failure like others, and no end by a signal.
+    std::signal(SIGXFSZ, SIG_IGN);
     file.write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) throw std::runtime_error("failed to write file: " + output);
 }
 
 void runBytecodeFile(DovrelScript& interpreter, const std::string& path) {
@@ -86,9 +105,22 @@ void runPrompt(DovrelScript& interpreter) {
     }
 }
 
+/// A descriptor of a standard stream that is closed would be taken by the first file that is
+/// opened: what is printed would go into a script's file. The null device stands in.
+void openClosedStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The lowest free descriptor is the one that was found closed.
+        if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
+    }
+}
+
+/// For the end of the stack, which is told nothing.
+const DovrelScript* running = nullptr;
+
 int runMode(int argc, char** argv) {
     // Made before any argument is looked at.
     DovrelScript interpreter;
+    running = &interpreter;
     if (argc <= 1) return printUsage(argv[0]);
     const std::string_view mode = argv[1];
     if (mode == "--run-bytecode") {
@@ -111,7 +143,11 @@ int runMode(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    openClosedStreams();
     int status = kFailure;
+    setAtStackEnd([] {
+        if (running != nullptr) endByStackOverflow(*running);
+    });
     runOnLargeStack([&] {
         try {
             status = runMode(argc, argv);

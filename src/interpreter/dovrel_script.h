@@ -248,6 +248,12 @@ public:
     Variable invokeCallableFast(const Variable& callee, Arguments args);
     /// The same for the callee of a call node; `isMember` if it was found in a table.
     Variable callFound(const Variable& callee, bool isMember, Arguments args);
+    /// A native may be called by its id with nothing around it: it runs no script code, and the
+    /// count of calls that a soft error is compared with is not missed. Members of tables are
+    /// outside that count in any case.
+    [[nodiscard]] bool mayCallDirectly(BuiltinId id, bool isMember) const {
+        return runsNoScriptCode(id) && (isMember || !softErrorPending);
+    }
     /// `pcall`: calls the first argument with the others; a Multi of true and the results, or of
     /// false and the message. Nil when an outer soft error is unwinding.
     Variable protectedCall(Arguments args);
@@ -269,10 +275,10 @@ public:
     std::vector<const std::string*> scriptNameStack;     // the same, for error reports
 
     // ------------------------------------------------------------------ eval: errors
-    /// Raises the located report of `message` near `token`.
-    [[noreturn]] void throwError(const std::string& message, std::string_view token);
-    /// That report.
-    [[nodiscard]] std::string locatedReport(const std::string& message, std::string_view token);
+    /// The located report of `message` near `token`.
+    [[nodiscard]] std::string locatedReport(std::string_view message, std::string_view token) const;
+    /// Raises it.
+    [[noreturn]] void throwError(std::string_view message, std::string_view token);
     /// Raises the report of `error`, unless it is a report already and is raised again as it is.
     /// Must be called from a handler. Near `lastToken`, else near `fallbackToken`.
     [[noreturn]] void rethrowLocated(const std::exception& error, std::string_view fallbackToken);

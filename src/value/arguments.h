@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "value/variable.h"
@@ -82,6 +83,8 @@ public:
 
     [[nodiscard]] Variable& operator[](std::size_t index) { return values_[index]; }
     [[nodiscard]] Arguments view() const { return {values_, count_}; }
+    /// The same as a span. Of an empty frame there is no first one to take the address of.
+    [[nodiscard]] std::span<const Variable> values() const { return {values_, count_}; }
     [[nodiscard]] std::size_t size() const { return count_; }
 
 private:

@@ -13,7 +13,16 @@
 namespace {
 
 [[noreturn]] void throwUnsupported(char op) {
-    throw std::runtime_error(std::string("Unsupported operation '") + op + "' between types");
+    // Complete texts: see RuntimeError.
+    switch (op) {
+        case '+': throw std::runtime_error("Unsupported operation '+' between types");
+        case '-': throw std::runtime_error("Unsupported operation '-' between types");
+        case '*': throw std::runtime_error("Unsupported operation '*' between types");
+        case '/': throw std::runtime_error("Unsupported operation '/' between types");
+        case '\\': throw std::runtime_error("Unsupported operation '\\' between types");
+        case '%': throw std::runtime_error("Unsupported operation '%' between types");
+        default: throw std::runtime_error("Unsupported operation '^' between types");
+    }
 }
 
 bool eitherIsFloat(const Variable& lhs, const Variable& rhs) {

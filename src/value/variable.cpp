@@ -1,14 +1,38 @@
 #include "value/variable.h"
 
+#include <cstddef>
 #include <stdexcept>
 
+#include "value/stack_end.h"
 #include "value/table.h"
 #include "value/text.h"
 
 namespace {
 
+/// The containers around the one that is being written out. One of them is remembered, at a depth
+/// that doubles: if it comes again further in, it contains itself, and its text has no end.
+class Enclosing {
+public:
+    void enter(const void* container) {
+        if (container == remembered_) endOfStack();
+        if (++depth_ < renewal_) return;
+        renewal_ = 2 * depth_;
+        remembered_ = container;
+        rememberedDepth_ = depth_;
+    }
+    void leave() {
+        if (depth_-- == rememberedDepth_) remembered_ = nullptr;
+    }
+
+private:
+    const void* remembered_ = nullptr;
+    std::size_t rememberedDepth_ = 0;
+    std::size_t depth_ = 0;
+    std::size_t renewal_ = 1024;
+};
+
 /// Appends the text form of `value`; one buffer serves a whole nested container.
-void appendText(std::string& out, const Variable& value) {
+void appendText(std::string& out, const Variable& value, Enclosing& enclosing) {
     switch (value.type) {
         case VarType::Nil: out += "not"; return;
         case VarType::Float: out += floatText(value.asFloat()); return;
@@ -16,17 +40,20 @@ void appendText(std::string& out, const Variable& value) {
         case VarType::Bool:
         case VarType::String: appendVariableStringFast(out, value); return;
         case VarType::Array: {
+            enclosing.enter(value.asArray().get());
             out += '[';
             bool first = true;
             for (const Variable& element : *value.asArray()) {
                 if (!first) out += ", ";
                 first = false;
-                appendText(out, element);
+                appendText(out, element, enclosing);
             }
             out += ']';
+            enclosing.leave();
             return;
         }
         case VarType::Table: {
+            enclosing.enter(value.asTable().get());
             // The map's own walking order, unsorted: kept, it costs nothing.
             out += '{';
             bool first = true;
@@ -35,9 +62,10 @@ void appendText(std::string& out, const Variable& value) {
                 first = false;
                 out += key->text;
                 out += ": ";
-                appendText(out, entry);
+                appendText(out, entry, enclosing);
             }
             out += '}';
+            enclosing.leave();
             return;
         }
         case VarType::Multi: out += "[multivalue]"; return;
@@ -72,7 +100,8 @@ Variable Variable::makeFunction(Shared<ScriptCallable> callable) {
 
 std::string Variable::toString() const {
     std::string text;
-    appendText(text, *this);
+    Enclosing enclosing;
+    appendText(text, *this, enclosing);
     return text;
 }
 

@@ -51,9 +51,12 @@ TEST(ArgumentFrame, MayBeEmpty) {
     ArgumentStack stack;
     const ArgumentFrame none(stack, 0);
     EXPECT_TRUE(none.view().empty());
+    EXPECT_TRUE(none.values().empty());
     ArgumentFrame one(stack, 1);
     one[0] = Variable::makeInt(5);
     EXPECT_EQ(one.view()[0].asInt(), 5);
+    ASSERT_EQ(one.values().size(), 1U);
+    EXPECT_EQ(one.values()[0].asInt(), 5);
 }
 
 TEST(ArgumentFrame, ReleasesItsValuesAtItsEnd) {
