@@ -108,6 +108,9 @@ private:
                        Pc& pc);
     bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                     Variable* slot, std::size_t count);
+    static bool runsCalls(const ScriptCallable& callable);
+    void evaluateWhole(const MachineCode& code, Pc& pc);
+    void switchToTurns(const MachineCode& code, Pc& pc);
     bool isScalarCallee(const Variable* callee) const;
     Variable spreadCall(Variable* slot, std::size_t count);
 

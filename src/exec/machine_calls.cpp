@@ -168,7 +168,7 @@ void Machine::popActivation() {
     top_ = activations_.empty() ? nullptr
                                 : activations_.back().base + activations_.back().code->registerCount;
     if (running.isProgram) return;
-    --interpreter_.callDepth;
+    if (!running.isEntry) --interpreter_.callDepth;  // else the caller has counted the call
     if (interpreter_.currentLine != running.lineAtEntry &&
         interpreter_.currentLine != interpreter_.retiredLine) {
         // The record of the current line outlives the call.
@@ -294,6 +294,40 @@ const Variable* Machine::calleeOf(const MachineCode& code, const Variable* regis
     return read(const_cast<VariableRecord&>(code.variables[site.callee]));
 }
 
+/// The body of a one-line function, or its guard, makes calls.
+bool Machine::runsCalls(const ScriptCallable& callable) {
+    if (callable.fastBodyKind != FastBodyKind::SingleReturn || callable.bodyLines == nullptr ||
+        callable.fastReturnLine >= callable.bodyLines->size()) {
+        return true;
+    }
+    for (const FastExpression& value :
+         (*callable.bodyLines)[callable.fastReturnLine].returnValues) {
+        if (!value.valid || value.rootNode().holdsCall) return true;
+    }
+    return false;
+}
+
+/// Does what the scalar form around `pc` is about, and its general form, by the executor.
+void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
+    const ExpressionSite* site = siteAt(code, pc, true);
+    ++counts.byTiers;
+    if (site->isStatement) {
+        const MachineStatement& statement = statementAt(code, pc);
+        static_cast<void>(runStatement(code, statement));
+        pc = code.code.data() + site->doneTrue;
+    } else {
+        bool holds = true;
+        if (site->isCondition) {
+            holds = interpreter_.evaluateCondition(*site->line, "if",
+                                                   DovrelScript::ConditionTiers::BoolFirst);
+        } else {
+            static_cast<void>(evaluateSite(code, pc, *site));
+        }
+        pc = code.code.data() + (holds ? site->doneTrue : site->doneFalse);
+    }
+    switchToTurns(code, pc);
+}
+
 bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
                             const ScalarCallSite& site, Pc& pc) {
     Variable scratch;
@@ -303,6 +337,11 @@ bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
         return false;
     }
     const ScriptCallable& callable = *callee->asFunction();
+    if (!callable.isNative && runsCalls(callable)) {
+        // What its body calls runs as often as the tiers attempt the expression.
+        evaluateWhole(code, pc);
+        return false;
+    }
     if ((callable.isNative && isMathId(callable.builtinId)) == site.takesScalars) return true;
     // The arguments are code of the other kind.
     FastScalarValue scalar{};
@@ -376,7 +415,6 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args,
         top_ = outerTop;
     };
     try {
-        ++interpreter_.callDepth;
         result = run();
         restore();
     } catch (...) {
@@ -497,6 +535,10 @@ void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
     token = "script";
     if (code.statements.empty()) return;
     showPosition(code, pc);
+    if (pc->op == Op::ForNext && pc->m == kCountsOutside) {
+        token = "for";
+        return;
+    }
     const ParsedScriptLine& line = at.program->lines[statementAt(code, pc).line];
     if (!line.tokens.empty()) token = line.tokens[0];
 }

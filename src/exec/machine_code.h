@@ -203,6 +203,9 @@ inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.
 inline constexpr std::uint8_t kDirectCall = 64;
 
+/// Mark of ForNext: the body is a recursive run, so that what fails in counting is of the `for`.
+inline constexpr std::uint8_t kCountsOutside = 1;
+
 /// The end of the code, which is no statement.
 inline constexpr std::uint8_t kReturnsChunkValue = 1;
 inline constexpr std::uint8_t kReturnsNothing = 2;
@@ -265,6 +268,9 @@ struct ExpressionSite {
     std::uint32_t last = 0;    // one past its code
     std::uint32_t behind = 0;  // where the code goes on with the value, or if the condition holds
     std::uint32_t otherwise = 0;  // if the condition does not hold
+    // Of a scalar form: where the code goes on behind the general form, too.
+    std::uint32_t doneTrue = 0;
+    std::uint32_t doneFalse = 0;
     const FastExpression* expression = nullptr;
     const ParsedScriptLine* line = nullptr;
     std::int32_t node = -1;       // of the expression; -1 for the whole of it
@@ -274,6 +280,7 @@ struct ExpressionSite {
     bool isCondition = false;
     bool isScalarForm = false;   // `behind` is where the general form begins
     bool isGeneral = false;      // by the general tier alone
+    bool isStatement = false;    // of a scalar form: all of a compound assignment
 };
 
 struct MemberSite {

@@ -335,7 +335,7 @@ std::uint32_t MachineCompiler::beginStatement(std::uint32_t line, bool runsCode)
     out_.statements.push_back(statement);
     const auto number32 = static_cast<std::uint32_t>(out_.statements.size() - 1);
     // Elsewhere the line is needed only while turns are given.
-    emitD(Op::Line, 0, number32, runsCode || isTail_ ? 0 : 1);
+    emitD(Op::Line, 0, number32, runsCode || isTail_ || keepsLines_ ? 0 : 1);
     return number32;
 }
 
@@ -599,7 +599,8 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
         const std::size_t jumps = jumps_.size();
         const std::size_t tokens = out_.tokens.size();
         const std::size_t scalarCalls = out_.scalarCalls.size();
-        beginStatement(index, lineRunsCode(opcode, *line));
+        const std::uint32_t statement = beginStatement(index, lineRunsCode(opcode, *line));
+        out_.statements[statement].instruction = position;
         const bool isCompiled = emitPlainLine(opcode, *line);
         top_ = mark;
         if (isCompiled) {
@@ -812,6 +813,8 @@ bool MachineCompiler::emitCompound(const ParsedScriptLine& line) {
         const Label behind = newLabel();
         const std::uint32_t site = beginSite(operand, false);
         out_.expressions[site].isScalarForm = true;
+        out_.expressions[site].isStatement = true;
+        out_.expressions[site].doneTrue = out_.expressions[site].doneFalse = behind;
         source_.scalarSite = site;
         emitTo(value.root, operand);
         endSite(site, general);
@@ -1185,6 +1188,22 @@ void MachineCompiler::emitRepeat(const BytecodeRepeatLoop& loop) {
     endBlockStatement();
 }
 
+/// The body may leave the loop variable so that the loop cannot count on, which is reported with the
+/// statement that has run last.
+bool MachineCompiler::assignsLoopVariable(const ParsedScriptLine& header,
+                                          std::uint32_t index) const {
+    const Name name = header.tokenAnalysis[forHeaderOf(header).numericVariable].name;
+    const std::size_t end = std::min(header.matchingEnd, program_.lines.size());
+    for (std::size_t i = index + 1; i < end; ++i) {
+        const ParsedScriptLine& line = program_.lines[i];
+        if (line.assignment == nullptr) continue;
+        for (const ParsedAssignmentTarget& target : line.assignment->targets) {
+            if (line.tokenAnalysis[target.nameToken].name == name) return true;
+        }
+    }
+    return false;
+}
+
 void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     const ParsedScriptLine* line = lineAt(loop.headerLine);
     if (line == nullptr) return;
@@ -1238,9 +1257,14 @@ void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     const Label body = newLabel();
     const std::size_t firstRecord = out_.variables.size();
     bind(body);
+    const bool isInline = !mode_.isRecursive || (!mode_.amongBlocks &&
+                                                 chunkIsInlinable(program_, loop.bodyChunk));
+    const bool outerKeepsLines =
+        std::exchange(keepsLines_, keepsLines_ || assignsLoopVariable(*line, loop.headerLine));
     emitLoopBody(loop.bodyChunk, inner);
+    keepsLines_ = outerKeepsLines;
     emitJumpBack(firstRecord);
-    emitJump(Op::ForNext, first, body);
+    emitJump(Op::ForNext, first, body, isInline ? 0 : kCountsOutside);
     bind(inner.end);
     bind(skip);
     emit(Op::CloseFrame);

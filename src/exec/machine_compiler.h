@@ -143,6 +143,7 @@ private:
     void emitIfGroup(const BytecodeIfGroup& group);
     void emitWhile(const BytecodeWhileLoop& loop);
     void emitRepeat(const BytecodeRepeatLoop& loop);
+    bool assignsLoopVariable(const ParsedScriptLine& header, std::uint32_t index) const;
     void emitNumericFor(const BytecodeForLoop& loop);
     void emitGenericFor(const BytecodeForLoop& loop, std::uint32_t position);
     void emitLoopBody(std::uint32_t chunk, Loop& loop);
@@ -244,5 +245,6 @@ private:
     Source source_;
     bool valueIsNil_ = true;  // the chunk's value is certainly nil
     bool tracksValue_ = false;  // somebody may see the chunk's value
+    bool keepsLines_ = false;   // every statement makes its line the current one
     bool isTail_ = false;       // the statement may be the last one that runs
 };

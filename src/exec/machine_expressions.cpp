@@ -184,6 +184,7 @@ void MachineCompiler::emitValue(const ParsedScriptLine& line, const FastExpressi
         emitTreeValue(line, expression, isAssigned ? expression.root : -1, false, target);
     } else if (declinesAtOnce(expression, line)) {
         const std::uint32_t site = beginSite(target, false);
+        if (isAssigned) out_.expressions[site].node = expression.root;
         source_.tier = Tier::General;
         source_.expectsDecline = true;
         emitTo(expression.root, target);
@@ -194,7 +195,9 @@ void MachineCompiler::emitValue(const ParsedScriptLine& line, const FastExpressi
         const Label general = newLabel();
         const Label behind = newLabel();
         const std::uint32_t site = beginSite(target, false);
+        if (isAssigned) out_.expressions[site].node = expression.root;
         out_.expressions[site].isScalarForm = true;
+        out_.expressions[site].doneTrue = out_.expressions[site].doneFalse = behind;
         source_.tier = Tier::Scalar;
         source_.scalarSite = site;
         emitTo(expression.root, target);
@@ -743,6 +746,8 @@ bool MachineCompiler::emitCondition(const ParsedScriptLine& line, Label whenFals
         emitJump(Op::Jump, 0, end);
         endSite(site, general);
         out_.expressions[site].otherwise = general;
+        out_.expressions[site].doneTrue = jumpsWhenTrue ? target : end;
+        out_.expressions[site].doneFalse = jumpsWhenTrue ? end : target;
         bind(general);
         source_.tier = Tier::General;
         source_.scalarSite = kNoSite;

@@ -68,6 +68,10 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
         site.first = places[site.first];
         site.last = places[site.last];
         if (site.behind != kUnbound) site.behind = target(site.behind);
+        if (site.isScalarForm) {
+            site.doneTrue = target(site.doneTrue);
+            site.doneFalse = target(site.doneFalse);
+        }
         if (site.isCondition && site.otherwise != kUnbound) site.otherwise = target(site.otherwise);
     }
     for (ScalarCallSite& site : result.scalarCalls) site.behind = target(site.behind);

@@ -222,13 +222,16 @@ void Machine::decline(const MachineCode& code, Pc& pc, Variable* registers) {
         return;
     }
     static_cast<void>(evaluateSite(code, pc, *site));
+    switchToTurns(code, pc);
+}
+
+/// What has run may have scheduled a coroutine: the code goes on in the other form.
+void Machine::switchToTurns(const MachineCode& code, Pc& pc) {
     if (code.forTurns || !givesTurns()) return;
-    // What has run has scheduled a coroutine: the statement goes on in the other form.
     const MachineCode& turns = *turnsOf(code);
-    const ExpressionSite& same =
-        turns.expressions[static_cast<std::size_t>(site - code.expressions.data())];
-    const bool isBehind = pc == code.code.data() + site->behind;
-    pc = turns.code.data() + (isBehind ? same.behind : same.otherwise);
+    const auto at = static_cast<std::size_t>(pc - code.code.data());
+    // Behind what stands in front of it, so that nothing that only turns need is left out.
+    pc = turns.code.data() + (at == 0 ? 0 : code.toOther[at - 1] + 1);
     activations_.back().code = &turns;
 }
 
@@ -256,7 +259,7 @@ bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite
         }
     }
     activations_.back().base[site.result] = std::move(value);
-    if (site.last > site.first) pc = code.code.data() + site.behind;
+    if (site.last > site.first && !site.isScalarForm) pc = code.code.data() + site.behind;
     return true;
 }
 

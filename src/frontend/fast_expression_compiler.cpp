@@ -144,8 +144,6 @@ int Parser::parseOperand() {
             const int inner = parseExpression(1);
             if (!ok_ || !nextIs(')')) return fail();
             ++position_;
-            nodes_[static_cast<std::size_t>(inner)].endToken =
-                static_cast<std::uint16_t>(position_ - 1);
             return parsePostfix(inner);
         }
         case '[': return isTokenForm_ ? parsePostfix(parseArrayLiteral(token)) : fail();
