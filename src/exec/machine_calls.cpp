@@ -18,7 +18,7 @@
 namespace {
 
 constexpr std::size_t kSegmentSize = std::size_t{1} << 16;
-constexpr std::size_t kMostSegments = 1024;
+constexpr std::size_t kMostSegments = 256;
 
 bool isMathId(BuiltinId id) {
     return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);

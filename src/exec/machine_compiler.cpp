@@ -848,14 +848,17 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
     }
     const std::uint16_t value = allocate();
     if (!emitTokenValue(line, assignment.valueRanges[0], value, false)) return false;
+    const bool readsNothingLast = endsWithCall_;
     const Resolution base = resolve(line, target.nameToken);
     if (!base.isRegister && (out_.variables[base.record].global == nullptr ||
                              out_.variables[base.record].hasPlace)) {
         // The variable may not exist yet, or stand elsewhere.
         return false;
     }
-    out_.statements.back().lastToken =
-        static_cast<std::int32_t>(assignment.valueRanges[0].last - 1);
+    if (!readsNothingLast) {
+        out_.statements.back().lastToken =
+            static_cast<std::int32_t>(assignment.valueRanges[0].last - 1);
+    }
     const std::size_t baseNumber = base.isRegister ? base.reg : base.record;
     constexpr auto kBothGo = static_cast<std::uint8_t>(kFirstGoes | kSecondGoes);
     if (keys == 1 && assignment.isPlain) {

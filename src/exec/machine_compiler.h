@@ -199,6 +199,8 @@ private:
     void emitLiteral(int node, std::uint16_t target);
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
     void noteToken(std::size_t token);
+    bool endsWithCall(const FastExpression& expression) const;
+    void markToken(const ParsedScriptLine& line, std::size_t token);
     std::uint32_t beginSite(std::uint16_t target, bool isCondition);
     void endSite(std::uint32_t site, Label behind);
     void requireScalar(std::uint16_t reg);
@@ -243,6 +245,7 @@ private:
     std::size_t loopNesting_ = 0;
     std::size_t loopCount_ = 0;  // in the order of their ends
     Source source_;
+    bool endsWithCall_ = false;  // the last value that went by tokens
     bool valueIsNil_ = true;  // the chunk's value is certainly nil
     bool tracksValue_ = false;  // somebody may see the chunk's value
     bool keepsLines_ = false;   // every statement makes its line the current one

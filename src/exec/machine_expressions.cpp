@@ -220,13 +220,30 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
     const Source outer = source_;
     source_ = Source{&line, &expression, Tier::Tokens, kNoSite, false};
     emitTo(expression.root, target);
+    endsWithCall_ = endsWithCall(expression);
     source_ = outer;
-    if (marksLast) {
-        const auto index = static_cast<std::uint32_t>(&line - program_.lines.data());
-        out_.tokenMarks.push_back({here(), index, static_cast<std::uint32_t>(range.last - 1)});
-        emitD(Op::LastToken, 0, static_cast<std::int64_t>(out_.tokenMarks.size() - 1));
-    }
+    if (marksLast && !endsWithCall_) markToken(line, range.last - 1);
     return true;
+}
+
+/// The last token of the expression is the end of a call, so that nothing is read behind that call: what it
+/// runs may have read other tokens last.
+bool MachineCompiler::endsWithCall(const FastExpression& expression) const {
+    const FastExprNode* at = &expression.rootNode();
+    const std::uint16_t last = at->endToken;
+    for (;;) {
+        const bool isUnary = at->kind >= NodeKind::Negate && at->kind <= NodeKind::Length;
+        const bool isBinary = at->kind >= NodeKind::Add && at->kind <= NodeKind::Or;
+        if (!isUnary && !isBinary) break;
+        at = &expression.nodes[static_cast<std::size_t>(isUnary ? at->left : at->right)];
+    }
+    return at->kind == NodeKind::Call && at->endToken == last;
+}
+
+void MachineCompiler::markToken(const ParsedScriptLine& line, std::size_t token) {
+    const auto index = static_cast<std::uint32_t>(&line - program_.lines.data());
+    out_.tokenMarks.push_back({here(), index, static_cast<std::uint32_t>(token)});
+    emitD(Op::LastToken, 0, static_cast<std::int64_t>(out_.tokenMarks.size() - 1));
 }
 
 /// In the scalar form: declines unless `reg` holds a scalar.
@@ -297,6 +314,8 @@ void MachineCompiler::emitTo(int index, std::uint16_t target) {
             const std::uint16_t temporary = allocate();
             const Label end = newLabel();
             emitTo(at.left, temporary);
+            // As if the right side had been skipped; else it marks its own.
+            if (source_.tier == Tier::Tokens) markToken(*source_.line, at.endToken);
             emitJump(at.kind == NodeKind::And ? Op::SkipUnlessTrue : Op::SkipIfTrue, temporary,
                      end, tierBits());
             emitTo(at.right, temporary);
@@ -537,9 +556,7 @@ void MachineCompiler::emitCall(int index, std::uint16_t target, std::uint8_t mar
     if (source_.tier == Tier::Tokens) {
         emitTo(at.left, base);
         emitArguments(at, static_cast<std::uint16_t>(base + 1));
-        const auto line = static_cast<std::uint32_t>(source_.line - program_.lines.data());
-        out_.tokenMarks.push_back({here(), line, at.endToken});
-        emitD(Op::LastToken, 0, static_cast<std::int64_t>(out_.tokenMarks.size() - 1));
+        markToken(*source_.line, at.endToken);
         emitABC(Op::Call, base, count, 0, marks);
     } else {
         emitArguments(at, static_cast<std::uint16_t>(base + 1));
@@ -699,10 +716,7 @@ bool MachineCompiler::emitCondition(const ParsedScriptLine& line, Label whenFals
             const std::uint16_t mark = top_;
             const std::uint16_t value = allocate();
             emitTo(form.root, value);
-            const auto index = static_cast<std::uint32_t>(&line - program_.lines.data());
-            out_.tokenMarks.push_back(
-                {here(), index, static_cast<std::uint32_t>(line.tokens.size() - 1)});
-            emitD(Op::LastToken, 0, static_cast<std::int64_t>(out_.tokenMarks.size() - 1));
+            if (!endsWithCall(form)) markToken(line, line.tokens.size() - 1);
             emitJump(sense ? Op::JumpIfTrue : Op::JumpIfFalse, value, target,
                      static_cast<std::uint8_t>(kFirstGoes | tierBits()));
             top_ = mark;
