@@ -92,6 +92,8 @@ public:
         std::copy_n(names, capacity, ownNames_.get());
         openWindow(ownNames_.get(), values, count, capacity);
     }
+    /// It is a window into the registers of compiled code.
+    [[nodiscard]] bool isWindow() const { return values_ != ownValues_.get(); }
     /// Counts the next entry of a window, whose value stands in its place and whose name is known.
     void declareNext() { ++names_[count_++]->scopeEntries; }
 

@@ -101,6 +101,7 @@ private:
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
+    void popFrames(const Activation& running);
     void abandonActivation();
     const Variable* calleeOf(const MachineCode& code, const Variable* registers,
                              const ScalarCallSite& site, Variable& scratch);

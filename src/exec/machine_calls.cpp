@@ -148,6 +148,14 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     ++counts.calls;
 }
 
+/// A frame that a program has made on demand, for a `native` outside of every call, stays.
+void Machine::popFrames(const Activation& running) {
+    std::size_t count = running.frames;
+    if (interpreter_.frameScopes.size() <= count) return;
+    if (running.isProgram && count == 0 && !interpreter_.frameScopes[0].isWindow()) count = 1;
+    interpreter_.frameScopes.popTo(count);
+}
+
 /// The end of the innermost activation: its scopes go, and all else that it has pushed.
 void Machine::popActivation() {
     const Activation running = activations_.back();
@@ -162,7 +170,7 @@ void Machine::popActivation() {
     if (running.hasName) interpreter_.scriptNameStack.pop_back();
     if (running.hasDirectory) interpreter_.baseDirectoryStack.pop_back();
     if (running.hasVarargs) interpreter_.varargStack.pop_back();
-    interpreter_.frameScopes.popTo(running.frames);
+    popFrames(running);
     activations_.pop_back();
     if (running.hasSegment) dropSegment();
     top_ = activations_.empty() ? nullptr
@@ -183,9 +191,7 @@ void Machine::abandonActivation() {
     if (interpreter_.blockScopes.size() > running.blocks) {
         interpreter_.blockScopes.popTo(running.blocks);
     }
-    if (interpreter_.frameScopes.size() > running.frames) {
-        interpreter_.frameScopes.popTo(running.frames);
-    }
+    popFrames(running);
     for (std::size_t i = 0; i < running.code->registerCount; ++i) running.base[i].setNil();
     popActivation();
 }
@@ -518,7 +524,8 @@ void Machine::showPosition(const MachineCode& code, Pc pc) {
     showStore();
     if (code.statements.empty()) return;
     const MachineStatement& statement = statementAt(code, pc);
-    if (!statement.runsCode && !code.forTurns) showLine(code, statement);
+    const bool isKept = pc->op == Op::ForNext && (pc->m & kLinesAreKept) != 0;
+    if (!statement.runsCode && !code.forTurns && !isKept) showLine(code, statement);
     const auto index = static_cast<std::uint32_t>(pc - code.code.data());
     const auto site = std::lower_bound(
         code.tokens.begin(), code.tokens.end(), index,
@@ -535,7 +542,7 @@ void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
     token = "script";
     if (code.statements.empty()) return;
     showPosition(code, pc);
-    if (pc->op == Op::ForNext && pc->m == kCountsOutside) {
+    if (pc->op == Op::ForNext && (pc->m & kCountsOutside) != 0) {
         token = "for";
         return;
     }

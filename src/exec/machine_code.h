@@ -205,6 +205,8 @@ inline constexpr std::uint8_t kDirectCall = 64;
 
 /// Mark of ForNext: the body is a recursive run, so that what fails in counting is of the `for`.
 inline constexpr std::uint8_t kCountsOutside = 1;
+/// Mark of ForNext: every statement of the body has made its line the current one.
+inline constexpr std::uint8_t kLinesAreKept = 2;
 
 /// The end of the code, which is no statement.
 inline constexpr std::uint8_t kReturnsChunkValue = 1;

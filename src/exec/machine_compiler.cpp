@@ -1265,9 +1265,11 @@ void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     const bool outerKeepsLines =
         std::exchange(keepsLines_, keepsLines_ || assignsLoopVariable(*line, loop.headerLine));
     emitLoopBody(loop.bodyChunk, inner);
-    keepsLines_ = outerKeepsLines;
     emitJumpBack(firstRecord);
-    emitJump(Op::ForNext, first, body, isInline ? 0 : kCountsOutside);
+    emitJump(Op::ForNext, first, body,
+             static_cast<std::uint8_t>((isInline ? 0 : kCountsOutside) |
+                                       (keepsLines_ ? kLinesAreKept : 0)));
+    keepsLines_ = outerKeepsLines;
     bind(inner.end);
     bind(skip);
     emit(Op::CloseFrame);
