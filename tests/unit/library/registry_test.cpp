@@ -280,8 +280,8 @@ TEST_F(Registry, ANumberWithoutABodyGivesNil) {
     }
 }
 
-/// Kept: a script's collectGarbage goes by its number, which has no body; only the second spelling
-/// and the function object drop anything.
+/// Kept: a script's collectGarbage is dispatched by its id, which has no body; only the second
+/// spelling and the function object drop anything.
 TEST_F(Registry, CollectGarbageByItsNumberDropsNothing) {
     const auto remember = [this] {
         const auto table = std::make_shared<TableStorage>();
