@@ -2,8 +2,8 @@
 """Holds the table of docs/language.md that tells how often a call in an argument runs.
 
 Each form of the table is run as a user would write it, with a function `f` of several lines and with
-one of a single line, and the calls of `g` are counted: at the top of a script, in a function, in a
-loop that runs often enough to become hot code, and from a bytecode file.
+one of a single line, and the calls of `g` or `row` are counted: at the top of a script, in a
+function, in a loop that runs often enough to become hot code, and from a bytecode file.
 """
 
 import argparse
@@ -29,6 +29,11 @@ runs_of_g = 0
 function g()
     runs_of_g += 1
     return 1
+end
+ada = {name: "Ada", age: 36}
+function row()
+    runs_of_g += 1
+    return ada
 end
 list = [1, 2, 3]
 t = {n: 1}
@@ -105,7 +110,7 @@ def check(program, form, wanted, function):
                 continue
             how = f"`{form}` {place}{', from a bytecode file' if compiled else ''}"
             if runs_of_g != wanted * times:
-                problems.append(f"{how}: g runs {runs_of_g / times:g} times, not {wanted}")
+                problems.append(f"{how}: it runs {runs_of_g / times:g} times, not {wanted}")
             if function == SEVERAL_LINES and not nested and runs_of_f != calls_of_f * times:
                 problems.append(f"{how}: f runs {runs_of_f / times:g} times, not {calls_of_f}")
     return problems
