@@ -19,7 +19,7 @@ ROOT = Path(__file__).resolve().parent.parent
 DOCUMENT = ROOT / "docs/language.md"
 HEADING = "### How often a call runs"
 TIME_LIMIT = 120 if os.environ.get("DOVREL_SANITIZED") else 20
-ROUNDS = 400
+ROUNDS = 50
 
 SEVERAL_LINES = "function f(v)\n    runs_of_f += 1\n    return v\nend\n"
 ONE_LINE = "function f(v)\n    return v\nend\n"
