@@ -11,6 +11,7 @@ its programs generated.
 """
 
 import argparse
+import datetime
 import math
 import os
 import platform
@@ -19,6 +20,8 @@ import subprocess
 import sys
 import tempfile
 from pathlib import Path
+
+from plot import plot
 
 BENCH = Path(__file__).resolve().parent
 PROGRAMS = BENCH / "programs"
@@ -154,60 +157,71 @@ def table(results, peers):
     return ["| " + " | ".join(line) + " |" for line in lines]
 
 
-def plot(results):
-    """The ratios as an SVG: a bar to the right is slower than the peer, one to the left faster."""
-    colours = {"lua": "#2b6cb0", "py": "#c05621"}
-    against = {peer: ratios(results, peer) for peer in PEERS}
-    widest = max(abs(math.log2(r)) for peer in PEERS for r in against[peer].values())
-    steps = max(1, math.ceil(widest))
-    left, width, row = 170, 560, 34
-    unit = width / (2 * steps)
-    middle = left + width / 2
-    bottom = 60 + row * len(results)
-    parts = [
-        f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 70}" '
-        f'height="{bottom + 40}" font-family="sans-serif" font-size="12">',
-        '<rect width="100%" height="100%" fill="white"/>',
-        f'<text x="{left}" y="20" font-size="14">CPU time of dovrelscript as a multiple of '
-        "each peer's (logarithmic)</text>",
-    ]
-    for index, peer in enumerate(PEERS):
-        x = left + index * 120
-        parts.append(f'<rect x="{x}" y="30" width="12" height="12" fill="{colours[peer]}"/>')
-        parts.append(f'<text x="{x + 18}" y="41">{LANGUAGES[peer]}</text>')
-    for step in range(-steps, steps + 1):
-        x = middle + step * unit
-        line = "#444" if step == 0 else "#ddd"
-        label = f"{2**step}x" if step >= 0 else f"1/{2**-step}x"
-        parts.append(f'<line x1="{x:.1f}" y1="52" x2="{x:.1f}" y2="{bottom}" stroke="{line}"/>')
-        parts.append(f'<text x="{x:.1f}" y="{bottom + 18}" text-anchor="middle">{label}</text>')
-    for number, name in enumerate(results):
-        y = 58 + number * row
-        parts.append(f'<text x="{left - 10}" y="{y + 18}" text-anchor="end">{name}</text>')
-        for index, peer in enumerate(PEERS):
-            ratio = against[peer][name]
-            length = math.log2(ratio) * unit
-            x = middle + min(length, 0)
-            top = y + 1 + index * 13
-            parts.append(
-                f'<rect x="{x:.1f}" y="{top}" width="{abs(length):.1f}" height="12" '
-                f'fill="{colours[peer]}"/>'
-            )
-            anchor, at = ("start", 4) if length >= 0 else ("end", -4)
-            parts.append(
-                f'<text x="{middle + length + at:.1f}" y="{top + 10}" font-size="10" '
-                f'text-anchor="{anchor}">{ratio:.2f}</text>'
-            )
-    return "\n".join([*parts, "</svg>", ""])
+def conditions(runs, peers):
+    """Where and when this is measured, for the reader of the numbers."""
+    versions = {"lua": lua_version, "py": lambda: f"CPython {platform.python_version()}"}
+    return (
+        f"The least of {runs} runs, on {datetime.date.today()}, on {os.cpu_count()} cores of "
+        f"{processor()}, with {' and '.join(versions[peer]() for peer in peers)}."
+    )
+
+
+def processor():
+    """The processor's own name, where the system tells it."""
+    try:
+        for line in Path("/proc/cpuinfo").read_text().splitlines():
+            name, _, value = line.partition(":")
+            if name.strip() == "model name":
+                return f"{value.strip()} ({platform.machine()})"
+    except OSError:
+        pass
+    return platform.machine()
+
+
+def lua_version():
+    told = subprocess.run(["lua5.4", "-v"], capture_output=True, text=True, check=True).stdout
+    return " ".join(told.split()[:2])
+
+
+def write_results(lines, under):
+    """The page with the table; its second paragraph is what `redraw` takes the conditions from."""
+    meaning = (
+        "CPU seconds, user and system. A ratio below 1 means that dovrelscript is the faster one."
+    )
+    page = ["# Benchmark results", "", meaning, "", under, "", *lines, "", "![](results.svg)", ""]
+    (BENCH / "results.md").write_text("\n".join(page))
+
+
+def draw(rows, mean, under):
+    names = [LANGUAGES[peer] for peer in PEERS]
+    (BENCH / "results.svg").write_text(plot(rows, mean, names, under), encoding="utf-8")
+
+
+def redraw():
+    """Draws the table of results.md anew."""
+    lines = (BENCH / "results.md").read_text().splitlines()
+    rows = {}
+    for line in lines:
+        cells = [cell.strip(" *") for cell in line.split("|")[1:-1]]
+        if cells and cells[-1][:1].isdigit():
+            rows[cells[0]] = [float(cell) for cell in cells[-len(PEERS) :]]
+    if not rows:
+        fail("bench/results.md has no table to draw")
+    draw(rows, rows.pop("geometric mean"), lines[4])
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="tools/bench", description="Compares CPU times.")
-    parser.add_argument("--program", required=True, help="the dovrelscript to measure")
+    parser.add_argument("--program", help="the dovrelscript to measure")
     parser.add_argument("--runs", type=int, default=5, help="runs of each program (default: 5)")
     parser.add_argument("--alone", action="store_true", help="leave the other languages out")
+    parser.add_argument(
+        "--redraw", action="store_true", help="measure nothing, draw bench/results.md anew"
+    )
     parser.add_argument("names", nargs="*", metavar="NAME", help="only these; default: all")
     options = parser.parse_args()
+    if not options.redraw and not options.program:
+        parser.error("--program is missing")
     for name in options.names:
         if name not in names_of_programs():
             parser.error(f"no benchmark is called {name}")
@@ -216,6 +230,9 @@ def parse_arguments():
 
 def main():
     options = parse_arguments()
+    if options.redraw:
+        redraw()
+        return
     peers = () if options.alone else PEERS
     commands = {"dv": os.path.abspath(options.program)}
     if peers:
@@ -235,14 +252,11 @@ def main():
     print("\n".join(lines))
     # Only a whole run is worth keeping.
     if peers and not options.names:
-        title = (
-            f"CPU seconds (user and system), the least of {options.runs} runs, on {os.cpu_count()} "
-            f"cores of {platform.machine()}, with CPython {platform.python_version()}. "
-            "A ratio below 1 means that dovrelscript is the faster one."
-        )
-        text = ["# Benchmark results", "", title, "", *lines, "", "![](results.svg)", ""]
-        (BENCH / "results.md").write_text("\n".join(text))
-        (BENCH / "results.svg").write_text(plot(results))
+        under = conditions(options.runs, peers)
+        write_results(lines, under)
+        against = [ratios(results, peer) for peer in peers]
+        rows = {name: [each[name] for each in against] for name in results}
+        draw(rows, [geometric_mean(each.values()) for each in against], under)
 
 
 if __name__ == "__main__":

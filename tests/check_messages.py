@@ -42,7 +42,7 @@ UNIT = {
         "numeric for loop scope is missing",
         "generic for loop scope is missing",
     ),
-    "a call goes by the function's id, which has a body of its own": (
+    "a call is dispatched by the function's id, which has a body of its own": (
         "string['len'](s) requires exactly 1 argument",
         "string['len'](s) expects a string",
     ),

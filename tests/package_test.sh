@@ -44,13 +44,22 @@ expect "the dependencies" libc6 "$(dpkg-deb -f "$package" Depends)"
 [[ -n $(dpkg-deb -f "$package" Description) ]] || fail "the package has no description"
 
 root=$folder/root
+documents=$root/usr/share/doc/dovrelscript
 dpkg-deb -x "$package" "$root"
-for file in bin/dovrelscript share/man/man1/dovrelscript.1 \
-    share/doc/dovrelscript/{README.md,docs/command_line.md,examples/invoice.dv} \
+for file in bin/dovrelscript share/man/man1/dovrelscript.1.gz \
+    share/doc/dovrelscript/{README.md,CHANGELOG.md,docs/command_line.md,examples/invoice.dv} \
+    share/doc/dovrelscript/{copyright,changelog.gz} \
     share/doc/dovrelscript/editors/vim/syntax/dovrelscript.vim \
-    share/doc/dovrelscript/editors/vscode/{package.json,syntaxes/dovrelscript.tmLanguage.json}; do
+    share/doc/dovrelscript/editors/vscode/{package.json,syntaxes/dovrelscript.tmLanguage.json} \
+    share/vim/vimfiles/{ftdetect,syntax}/dovrelscript.vim; do
     [[ -f $root/usr/$file ]] || fail "no /usr/$file in the package"
 done
+expect "the changelog" "dovrelscript ($(dpkg-deb -f "$package" Version))" \
+    "$(zcat "$documents/changelog.gz" | head -n 1)"
+# The first page is for those who have no source tree.
+if grep -nE '\./tools|cmake' "$documents/README.md"; then
+    fail "the installed first page names programs of the source tree"
+fi
 closed=$(find "$root/usr" ! -perm -a+r -o -type d ! -perm -a+x)
 [[ -z $closed ]] || fail "closed to other users: $closed"
 left=$(find "$root" -type f -path '*/doc/*' -name '*.1')
@@ -58,20 +67,39 @@ left=$(find "$root" -type f -path '*/doc/*' -name '*.1')
 
 tar -xzf "$folder"/TGZ/dovrelscript-*.tar.gz -C "$folder/TGZ" --strip-components=1
 for program in "$root/usr/bin/dovrelscript" "$folder/TGZ/bin/dovrelscript"; do
-    "$program" "$root/usr/share/doc/dovrelscript/examples/invoice.dv" >"$folder/out" ||
+    "$program" "$documents/examples/invoice.dv" >"$folder/out" ||
         fail "an example fails"
     diff "$tests/examples/invoice.out" "$folder/out" || fail "an example prints something else"
 done
 
 # Links that lead somewhere in the source tree may lead nowhere from here.
-find "$root/usr/share/doc/dovrelscript" -name '*.md' -print0 |
+find "$documents" -name '*.md' -print0 |
     xargs -0 "$tests/run_documents.py" --program "$root/usr/bin/dovrelscript" >"$folder/out" ||
     fail "the installed documents: $(<"$folder/out")"
 
 if command -v groff >/dev/null; then
-    warnings=$(groff -man -ww -z -Tutf8 "$root/usr/share/man/man1/dovrelscript.1" 2>&1)
+    warnings=$(zcat "$root/usr/share/man/man1/dovrelscript.1.gz" |
+        groff -man -ww -z -Tutf8 2>&1)
     [[ -z $warnings ]] || fail "the manual page: $warnings"
 else
     echo "the manual page is not checked: groff is missing"
+fi
+
+if command -v vim >/dev/null && [[ $(vim --version) == *+syntax* ]]; then
+    # Its own runtime files and the package's, and nothing of this machine.
+    vim -Nes -u NONE -i NONE --cmd "set runtimepath=$root/usr/share/vim/vimfiles,\$VIMRUNTIME" \
+        -c 'filetype on | syntax on' -c "edit $documents/examples/invoice.dv" \
+        -c "call writefile([&filetype . ' ' . get(b:, 'current_syntax', 'none')], '$folder/vim')" \
+        -c 'qall!' </dev/null || fail "vim fails"
+    expect "the language that vim finds" "dovrelscript dovrelscript" "$(<"$folder/vim")"
+else
+    echo "the files for Vim are not checked: vim is missing, or knows no syntax files"
+fi
+
+if command -v lintian >/dev/null; then
+    lintian --allow-root --fail-on error "$package" >"$folder/out" 2>&1 ||
+        fail "lintian: $(<"$folder/out")"
+else
+    echo "Debian's rules are not checked: lintian is missing"
 fi
 echo "all passed"

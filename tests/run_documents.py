@@ -19,7 +19,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TIME_LIMIT = 120 if os.environ.get("DOVREL_SANITIZED") else 20
-DOCUMENTS = ("docs/*.md", "bench/*.md", "editors/*/README.md")
+DOCUMENTS = ("*.md", "docs/*.md", "bench/*.md", "editors/*/README.md")
 FENCE = re.compile(r"`{3,}")
 CODE = re.compile(r"(?<!`)(`+)(?!`).+?(?<!`)\1(?!`)", re.DOTALL)
 LINK = re.compile(r"\[[^\[\]]*\]\(([^)\s]+)\)")
@@ -107,8 +107,7 @@ def main():
     options = parser.parse_args()
     program = os.path.abspath(options.program)
     documents = options.documents or [
-        ROOT / "README.md",
-        *(path for glob in DOCUMENTS for path in sorted(ROOT.glob(glob))),
+        path for glob in DOCUMENTS for path in sorted(ROOT.glob(glob))
     ]
 
     checks = []

@@ -35,10 +35,19 @@ ensure_packages() {
     }
 }
 
-# build_preset PRESET [ARGUMENT..]: configures and builds; the arguments go to the build.
-build_preset() {
+# configure_preset PRESET: makes its build directory ready.
+configure_preset() {
+    (cd "$root" && cmake --preset "$1")
+}
+
+# compile_preset PRESET [ARGUMENT..]: builds what has been configured; the arguments go to the build.
+compile_preset() {
     local preset=$1
     shift
-    (cd "$root" && cmake --preset "$preset" &&
-        cmake --build --preset "$preset" --parallel "$(nproc)" "$@")
+    (cd "$root" && cmake --build --preset "$preset" --parallel "$(nproc)" "$@")
+}
+
+# build_preset PRESET [ARGUMENT..]: both.
+build_preset() {
+    configure_preset "$1" && compile_preset "$@"
 }

@@ -1,6 +1,6 @@
-// The tiers of compiled expressions as their rules are worded, step by step and with nothing left
-// out because nobody could see it. Slow and plain on purpose: the evaluators of src/eval are
-// measured against it. Natives, operators on whole values and the bodies of called functions are
+// A reference evaluator of compiled expressions: the scalar, int, bool and general tiers, each step
+// computed plainly, and repeated evaluations repeated. Slow on purpose: the evaluators of src/eval
+// are compared with it. Natives, operators on whole values and the bodies of called functions are
 // the interpreter's own.
 #pragma once
 

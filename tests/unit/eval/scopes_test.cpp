@@ -484,7 +484,7 @@ TEST_F(Scopes, ATokenThatOnlyWritesIsCachedToo) {
     }
 }
 
-// Kept: the value goes by name into the right slot, but the cache goes to the newest global.
+// Kept: the value is stored by name, in the right slot, but the cache is set to the newest global.
 TEST_F(Scopes, AnAssignmentAfterACachedMissLeavesTheCacheOnTheNewestGlobal) {
     const TokenAnalysis x = token("x");
     EXPECT_EQ(write(x), "null");

@@ -1,7 +1,7 @@
-// Random expressions, each evaluated by the interpreter and by the reference, which follows the
-// wording of the rules: the same value or error, the same calls in the same order, the same soft
-// error. Evaluations that the rules repeat are repeated here, so a shortcut that somebody can see
-// fails.
+// Random expressions, each evaluated by the interpreter and by the reference evaluator, which
+// computes each step plainly: the same value or error, the same calls in the same order, the same
+// soft error. Where a tier that declines makes the next one evaluate a call again, the reference
+// evaluates it again too, so the test fails on a shortcut that a script could notice.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -283,7 +283,7 @@ TEST(HostileBytecode, AnyLineMayBeAFastAssignment) {
     // Lines without targets are passed over.
     EXPECT_EQ(assign("print(5)", "return x"), "1");
     EXPECT_EQ(assign("return 5", "return x"), "1");
-    // A value that is not compiled for this form is nil, whatever it says.
+    // The line has no compiled single value, so nil is stored; its text is not evaluated.
     EXPECT_EQ(assign("x = [1]", "return x"), "not");
     EXPECT_EQ(assign("local x", "return x"), "not");
     EXPECT_EQ(assign("x, y = 5, 6", "return [x, y]"), "[not, not]");

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 #include "interpreter/dovrel_script.h"
@@ -14,10 +16,10 @@ namespace fs = std::filesystem;
 class ResolvePath : public testing::Test {
 protected:
     ResolvePath() {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        root_ = fs::path(testing::TempDir()) / (std::string("resolve_path_") + info->name());
-        fs::remove_all(root_);
-        fs::create_directories(root_);
+        // A name of its own, so that two runs of the tests at once do not meet.
+        std::string pattern = fs::path(testing::TempDir()) / "resolve_path_XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no directory " + pattern);
+        root_ = pattern;
         fs::current_path(root_);
     }
     ~ResolvePath() override {

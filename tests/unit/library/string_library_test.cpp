@@ -18,7 +18,8 @@ std::string answer(const NativeFunction& native, const std::vector<Variable>& va
     }
 }
 
-/// A script's call of string["len"] goes by its id. The function object has its own messages.
+/// A script's call of string["len"] is dispatched by its id. The function object, which only C++
+/// code can reach, has messages of its own.
 TEST(StringLibrary, TheFunctionObjectOfLenHasItsOwnMessages) {
     DovrelScript interpreter;
     const Variable* library = interpreter.resolveVariablePtr(interpreter.names.intern("string"));
