@@ -13,8 +13,6 @@
 
 namespace {
 
-using TextIterator = std::string::const_iterator;
-
 [[nodiscard]] bool beginsWithTwoStrings(Arguments args) {
     return args.size() >= 2 && args[0].type == VarType::String && args[1].type == VarType::String;
 }
@@ -69,17 +67,11 @@ using TextIterator = std::string::const_iterator;
     return result;
 }
 
-void appendGroup(std::string& out, const std::smatch& match, std::size_t group) {
-    if (group < match.size() && match[group].matched) {
-        out.append(match[group].first, match[group].second);
-    }
-}
-
 /// Appends the group whose number begins at `index` in `replacement` and moves `index` to the last
 /// digit of that number. A digit is part of the number only while a group of that number exists:
 /// with one group, "\12" is group 1 and the text "2".
 void appendNumberedGroup(std::string& out, const std::string& replacement, std::size_t& index,
-                         const std::smatch& match) {
+                         const PatternMatch& match, const std::string& text) {
     auto group = static_cast<std::size_t>(replacement[index] - '0');
     while (index + 1 < replacement.size() && isAsciiDigit(replacement[index + 1])) {
         const std::size_t longer =
@@ -88,19 +80,20 @@ void appendNumberedGroup(std::string& out, const std::string& replacement, std::
         group = longer;
         ++index;
     }
-    appendGroup(out, match, group);
+    if (group < match.size()) out.append(match.text(text, group));
 }
 
-void appendLastGroupThatMatched(std::string& out, const std::smatch& match) {
+void appendLastGroupThatMatched(std::string& out, const PatternMatch& match,
+                                const std::string& text) {
     for (std::size_t group = match.size() - 1; group > 0; --group) {
-        if (!match[group].matched) continue;
-        appendGroup(out, match, group);
+        if (!match.has(group)) continue;
+        out.append(match.text(text, group));
         return;
     }
 }
 
 /// Appends `replacement` with its backslash escapes expanded for one match in `text`.
-void appendExpanded(std::string& out, const std::string& replacement, const std::smatch& match,
+void appendExpanded(std::string& out, const std::string& replacement, const PatternMatch& match,
                     const std::string& text) {
     for (std::size_t index = 0; index < replacement.size(); ++index) {
         if (replacement[index] != '\\' || index + 1 == replacement.size()) {
@@ -111,14 +104,13 @@ void appendExpanded(std::string& out, const std::string& replacement, const std:
         const char escape = replacement[index];
         switch (escape) {
             case '0':
-            case '&': appendGroup(out, match, 0); break;
-            // The match's own prefix begins at the match before it; scripts get the whole front.
-            case '`': out.append(text.cbegin(), match[0].first); break;
-            case '\'': out.append(match[0].second, text.cend()); break;
-            case '+': appendLastGroupThatMatched(out, match); break;
+            case '&': out.append(match.text(text, 0)); break;
+            case '`': out.append(text, 0, match.whole().first); break;
+            case '\'': out.append(text, match.whole().end); break;
+            case '+': appendLastGroupThatMatched(out, match, text); break;
             default:
                 if (isAsciiDigit(escape)) {
-                    appendNumberedGroup(out, replacement, index, match);
+                    appendNumberedGroup(out, replacement, index, match, text);
                 } else {
                     out += escape;
                 }
@@ -127,22 +119,30 @@ void appendExpanded(std::string& out, const std::string& replacement, const std:
     }
 }
 
-[[nodiscard]] std::string replaceMatches(const std::string& text, const std::regex& regex,
+[[nodiscard]] std::string replaceMatches(const std::string& text, const CompiledPattern& pattern,
                                          const Variable& replacement) {
+    const bool isTable = replacement.type == VarType::Table;
+    const bool expands = !isTable && replacement.asString().find('\\') != std::string::npos;
     std::string result;
-    TextIterator copied = text.cbegin();
-    const std::sregex_iterator end;
-    for (std::sregex_iterator walk(text.cbegin(), text.cend(), regex); walk != end; ++walk) {
-        const std::smatch& match = *walk;
-        result.append(copied, match[0].first);
-        if (replacement.type == VarType::Table) {
-            appendVariableStringFast(result, lookUpReplacement(replacement, match[0].str()));
+    std::string key;
+    std::size_t copied = 0;
+    PatternWalk walk(text, pattern);
+    if (!walk.next()) return text;
+    result.reserve(text.size());
+    do {
+        const TextRange whole = walk.match().whole();
+        result.append(text, copied, whole.first - copied);
+        if (isTable) {
+            key.assign(text, whole.first, whole.end - whole.first);
+            appendVariableStringFast(result, lookUpReplacement(replacement, key));
+        } else if (expands) {
+            appendExpanded(result, replacement.asString(), walk.match(), text);
         } else {
-            appendExpanded(result, replacement.asString(), match, text);
+            result += replacement.asString();
         }
-        copied = match[0].second;
-    }
-    result.append(copied, text.cend());
+        copied = whole.end;
+    } while (walk.next());
+    result.append(text, copied);
     return result;
 }
 
@@ -162,15 +162,8 @@ void appendExpanded(std::string& out, const std::string& replacement, const std:
     if (pattern.asString() == kDigitPattern) {
         return Variable(replaceDigits(text.asString(), replacement));
     }
-    const std::regex& regex = getCachedGsubPattern(pattern.asString()).regex;
-    return Variable(replaceMatches(text.asString(), regex, replacement));
-}
-
-/// Searches `text` from `offset` on as if it began there, so that a "^" anchors at the offset.
-[[nodiscard]] bool searchFrom(const std::string& text, std::size_t offset,
-                              const std::string& pattern, std::smatch& match) {
-    const TextIterator start = text.cbegin() + static_cast<std::ptrdiff_t>(offset);
-    return std::regex_search(start, text.cend(), match, getCachedGsubPattern(pattern).regex);
+    return Variable(
+        replaceMatches(text.asString(), compiledPattern(pattern.asString()), replacement));
 }
 
 }  // namespace
@@ -197,15 +190,10 @@ Variable stringFindFunction(DovrelScript&, Arguments args) {
         if (found == std::string::npos) return Variable();
         return positionsOf({found, found + pattern.size()});
     }
-    if (pattern == kDigitRunPattern) {
-        TextRange run;
-        if (!findDigitRun(text, offset, run)) return Variable();
-        return positionsOf(run);
-    }
-    std::smatch match;
-    if (!searchFrom(text, offset, pattern, match)) return Variable();
-    return positionsOf({static_cast<std::size_t>(match[0].first - text.cbegin()),
-                        static_cast<std::size_t>(match[0].second - text.cbegin())});
+    // The search knows of nothing before the offset, so that a "^" anchors there.
+    PatternMatch match;
+    if (!compiledPattern(pattern).search(text, offset, {}, match)) return Variable();
+    return positionsOf(match.whole());
 }
 
 Variable stringMatchFunction(DovrelScript&, Arguments args) {
@@ -217,19 +205,9 @@ Variable stringMatchFunction(DovrelScript&, Arguments args) {
     std::size_t offset = 0;
     if (!readStartOffset(args, text.size(), offset)) return Variable();
 
-    if (pattern == kAlphaDashDigitsPattern) {
-        TextRange letters;
-        TextRange digits;
-        if (!findAlphaDashDigitsMatch(text, offset, letters, digits)) return Variable();
-        std::vector<Variable> groups;
-        groups.reserve(2);
-        groups.emplace_back(text.substr(letters.first, letters.end - letters.first));
-        groups.emplace_back(text.substr(digits.first, digits.end - digits.first));
-        return Variable::makeMulti(std::move(groups));
-    }
-    std::smatch match;
-    if (!searchFrom(text, offset, pattern, match)) return Variable();
-    return matchValue(match, Variable::makeMulti);
+    PatternMatch match;
+    if (!compiledPattern(pattern).search(text, offset, {}, match)) return Variable();
+    return matchValue(text, match, Variable::makeMulti);
 }
 
 Variable stringGmatchFunction(DovrelScript&, Arguments args) {

@@ -1,272 +1,186 @@
 #include "library/patterns.h"
 
+#include <algorithm>
 #include <array>
-#include <memory>
-#include <optional>
+#include <cstdint>
 #include <unordered_map>
 #include <utility>
 
 #include "eval/errors.h"
+#include "library/host_stack.h"
+#include "library/pattern_graph.h"
+#include "library/pattern_source.h"
 
 namespace {
 
-constexpr std::string_view kRegexPrefix = "re:";
+/// The one matcher: it only keeps storage between searches, and no search runs inside of another.
+constinit PatternMatcher matcher;
 
-/// What one letter behind a "%" stands for.
-struct ClassTranslation {
-    char letter;
-    std::string_view outsideSet;
-    std::string_view insideSet;
-};
-
-// kept: inside a set a negative class is a caret in front of its ranges. It negates the set when it
-// stands first, and is a literal caret further on; scripts write "[%A]" for a negation.
-constexpr std::array<ClassTranslation, 16> kClasses = {{
-    {'a', "[A-Za-z]", "A-Za-z"},
-    {'A', "[^A-Za-z]", "^A-Za-z"},
-    {'d', R"(\d)", R"(\d)"},
-    {'D', R"(\D)", R"(\D)"},
-    {'l', "[a-z]", "a-z"},
-    {'L', "[^a-z]", "^a-z"},
-    {'p', R"([!-/:-@\[-`\{-~])", R"(!-/:-@\[-`\{-~)"},
-    {'P', R"([^!-/:-@\[-`\{-~])", R"(^!-/:-@\[-`\{-~)"},
-    {'s', R"(\s)", R"(\s)"},
-    {'S', R"(\S)", R"(\S)"},
-    {'u', "[A-Z]", "A-Z"},
-    {'U', "[^A-Z]", "^A-Z"},
-    {'w', R"(\w)", R"(\w)"},
-    {'W', R"(\W)", R"(\W)"},
-    {'x', "[A-Fa-f0-9]", "A-Fa-f0-9"},
-    {'X', "[^A-Fa-f0-9]", "^A-Fa-f0-9"},
-}};
-
-/// Locale-independent on purpose: clearing the case bit leaves one range to test.
-[[nodiscard]] constexpr bool isAsciiLetter(char c) {
-    return static_cast<unsigned char>((static_cast<unsigned char>(c) & 0xDFU) - 'A') < 26;
-}
-
-/// The text that stands for the byte `c` itself in a regular expression.
-[[nodiscard]] std::string escapeRegexLiteralChar(char c) {
-    constexpr std::string_view kSpecial = R"($()*+.?[\]^{|})";
-    if (kSpecial.find(c) == std::string_view::npos) return {c};
-    return {'\\', c};
-}
-
-void appendClass(std::string& source, char letter, bool insideSet) {
-    for (const ClassTranslation& translation : kClasses) {
-        if (translation.letter != letter) continue;
-        source += insideSet ? translation.insideSet : translation.outsideSet;
-        return;
-    }
-    source += escapeRegexLiteralChar(letter);
-}
-
-/// Translates a byte that stands outside a set; true if it opens one.
-[[nodiscard]] bool appendOutsideSet(std::string& source, char c) {
-    constexpr std::string_view kKeepTheirMeaning = "$()*+.?^";
-    if (c == '-') {
-        source += "*?";
-    } else if (c == '[' || kKeepTheirMeaning.find(c) != std::string_view::npos) {
-        source += c;
-    } else {
-        source += escapeRegexLiteralChar(c);
-    }
-    return c == '[';
-}
-
-/// Translates a byte that stands inside a set; true unless it closes the set.
-[[nodiscard]] bool appendInsideSet(std::string& source, char c) {
-    // kept: a caret is literal right behind the bracket too, so the dialect negates no set by it.
-    if (c == '\\' || c == '^') source += '\\';
-    source += c;
-    return c != ']';
-}
-
-[[nodiscard]] std::string translatePattern(std::string_view pattern) {
-    std::string source;
-    source.reserve(pattern.size() * 2);
-    bool insideSet = false;
-    for (std::size_t index = 0; index < pattern.size(); ++index) {
-        const char c = pattern[index];
-        if (c == '%' && index + 1 < pattern.size()) {
-            ++index;
-            appendClass(source, pattern[index], insideSet);
-        } else {
-            insideSet = insideSet ? appendInsideSet(source, c) : appendOutsideSet(source, c);
-        }
-    }
-    return source;
-}
-
-/// The parts of a pattern of the form "/source/flags".
-struct DelimitedRegex {
-    std::string_view source;
-    std::string_view flags;
-};
-
-/// Reads the delimited form. Nothing for a pattern that lacks the closing slash or has anything but
-/// letters behind it: such a pattern is in the dialect, where a slash is an ordinary byte.
-[[nodiscard]] std::optional<DelimitedRegex> readDelimitedRegex(std::string_view pattern) {
-    if (pattern.size() < 2 || pattern[0] != '/') return std::nullopt;
-    std::size_t closing = 0;
-    for (std::size_t index = 1; index < pattern.size(); ++index) {
-        if (pattern[index] == '\\') {
-            ++index;
-        } else if (pattern[index] == '/') {
-            closing = index;
-        }
-    }
-    if (closing == 0) return std::nullopt;
-    const std::string_view flags = pattern.substr(closing + 1);
-    for (const char flag : flags) {
-        if (!isAsciiLetter(flag)) return std::nullopt;
-    }
-    return DelimitedRegex{pattern.substr(1, closing - 1), flags};
-}
-
-/// Rewrites `source` so that its dots match line ends as well, which the engine has no option for.
-[[nodiscard]] std::string makeDotsMatchAll(std::string_view source) {
-    std::string rewritten;
-    bool insideSet = false;
-    for (std::size_t index = 0; index < source.size(); ++index) {
-        const char c = source[index];
-        if (c == '.' && !insideSet) {
-            rewritten += R"([\s\S])";
-            continue;
-        }
-        rewritten += c;
-        if (c == '\\' && index + 1 < source.size()) {
-            ++index;
-            rewritten += source[index];
-        } else if (c == '[') {
-            insideSet = true;
-        } else if (c == ']') {
-            insideSet = false;
-        }
-    }
-    return rewritten;
-}
-
-[[nodiscard]] std::regex compileRegex(const std::string& source, std::regex::flag_type options) {
+[[nodiscard]] std::unique_ptr<const std::regex> compileStandard(const PatternSource& source) {
     try {
-        return std::regex(source, options);
+        return std::make_unique<const std::regex>(
+            source.expression, source.ignoresCase ? std::regex::ECMAScript | std::regex::icase
+                                                  : std::regex::ECMAScript);
     } catch (const std::regex_error& error) {
-        // The source is shown, not the script's pattern: the engine's words are about the source.
-        throwPlainError("gsub: invalid regex pattern '" + source + "': " + error.what());
+        // The expression is shown, not the script's pattern: the library's words are about it.
+        throwPlainError("gsub: invalid regex pattern '" + source.expression + "': " + error.what());
     }
 }
 
-[[nodiscard]] std::regex compileDelimitedRegex(const DelimitedRegex& delimited) {
-    std::regex::flag_type options = std::regex::ECMAScript;
-    bool dotsMatchAll = false;
-    for (const char flag : delimited.flags) {
-        if (flag == 'i') {
-            options |= std::regex::icase;
-        } else if (flag == 'm') {
-            dotsMatchAll = true;
-        } else {
-            throwPlainError(std::string("gsub: unsupported regex flag '") + flag +
-                            "' (supported: i, m)");
-        }
-    }
-    return compileRegex(
-        dotsMatchAll ? makeDotsMatchAll(delimited.source) : std::string(delimited.source), options);
+// What one step of the standard matcher takes of the host's stack, a third more than was seen. Its
+// frames are larger under the sanitizers.
+#if defined(__SANITIZE_ADDRESS__)
+#define DOVREL_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define DOVREL_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifdef DOVREL_ADDRESS_SANITIZER
+constexpr std::size_t kStackForEachStep = 1500;
+#else
+constexpr std::size_t kStackForEachStep = 400;
+#endif
+
+/// How much of the host's stack the standard matcher may take for each byte of a text. It calls
+/// itself for each byte, and for each node of the expression that it passes in between. Without a
+/// repetition the length of the text does not matter.
+[[nodiscard]] std::size_t standardStackForEachByte(std::string_view expression) {
+    constexpr std::string_view kMayRepeat = "*+{";
+    constexpr std::string_view kMayMakeNodes = "*+?{}()|^$\\";
+    if (expression.find_first_of(kMayRepeat) == std::string_view::npos) return 0;
+    const auto nodes = static_cast<std::size_t>(std::count_if(
+        expression.begin(), expression.end(),
+        [kMayMakeNodes](char c) { return kMayMakeNodes.find(c) != std::string_view::npos; }));
+    return (nodes + 1) * kStackForEachStep;
 }
 
-[[nodiscard]] std::regex compilePattern(std::string_view pattern) {
-    if (pattern.starts_with(kRegexPrefix)) {
-        return compileRegex(std::string(pattern.substr(kRegexPrefix.size())),
-                            std::regex::ECMAScript);
-    }
-    if (const auto delimited = readDelimitedRegex(pattern)) {
-        return compileDelimitedRegex(*delimited);
-    }
-    return compileRegex(translatePattern(pattern), std::regex::ECMAScript);
-}
+using Cache = std::unordered_map<std::string, std::unique_ptr<const CompiledPattern>>;
 
-/// The end of the run of bytes at `start` that satisfy `belongs`; `start` itself if it is empty.
-[[nodiscard]] std::size_t endOfRun(std::string_view text, std::size_t start,
-                                   bool (*belongs)(char)) {
-    while (start < text.size() && belongs(text[start])) ++start;
-    return start;
+/// Where a pattern is looked for before the cache: most scripts use few at a time.
+struct RecentPattern {
+    const std::string* text = nullptr;
+    const CompiledPattern* compiled = nullptr;
+};
+constexpr std::size_t kRecentPatterns = 64;
+constinit std::array<RecentPattern, kRecentPatterns> recentPatterns;
+
+[[nodiscard]] std::size_t recentIndex(std::string_view pattern) {
+    if (pattern.empty()) return 0;
+    const auto byteAt = [pattern](std::size_t index) {
+        return static_cast<std::size_t>(static_cast<unsigned char>(pattern[index]));
+    };
+    const std::size_t size = pattern.size();
+    return (size * 7 + byteAt(size / 2) * 5 + byteAt(size - 1) * 3 + byteAt(size / 3)) %
+           kRecentPatterns;
 }
 
 }  // namespace
 
-const CompiledGsubPattern& getCachedGsubPattern(const std::string& pattern) {
-    // Without a limit: compiling costs far more than a match, and scripts have few patterns.
-    static std::unordered_map<std::string, std::unique_ptr<const CompiledGsubPattern>> cache;
-    if (const auto found = cache.find(pattern); found != cache.end()) return *found->second;
-    // Compiled first, so that a failure leaves no entry behind.
-    auto compiled =
-        std::make_unique<const CompiledGsubPattern>(CompiledGsubPattern{compilePattern(pattern)});
-    return *cache.emplace(pattern, std::move(compiled)).first->second;
-}
-
-bool findDigitRun(std::string_view text, std::size_t start, TextRange& run) {
-    for (std::size_t index = start; index < text.size(); ++index) {
-        if (!isAsciiDigit(text[index])) continue;
-        run = {index, endOfRun(text, index, isAsciiDigit)};
-        return true;
-    }
-    return false;
-}
-
-bool findAlphaDashDigitsMatch(std::string_view text, std::size_t start, TextRange& letters,
-                              TextRange& digits) {
-    for (std::size_t index = start; index < text.size();) {
-        const std::size_t lettersEnd = endOfRun(text, index, isAsciiLetter);
-        if (lettersEnd == index) {
-            ++index;
-            continue;
+CompiledPattern::CompiledPattern(std::string_view pattern, MatchedBy by) {
+    const PatternSource source = readPatternSource(pattern);
+    if (by == MatchedBy::Whoever) {
+        if (const auto graph = readPatternGraph(source.expression, source.ignoresCase)) {
+            program_ = PatternProgram::make(*graph);
         }
-        if (lettersEnd < text.size() && text[lettersEnd] == '-') {
-            const std::size_t digitsEnd = endOfRun(text, lettersEnd + 1, isAsciiDigit);
-            if (digitsEnd > lettersEnd + 1) {
-                letters = {index, lettersEnd};
-                digits = {lettersEnd + 1, digitsEnd};
+    }
+    if (program_ != nullptr) return;
+    standard_ = compileStandard(source);
+    stackForEachByte_ = standardStackForEachByte(source.expression);
+}
+
+bool CompiledPattern::search(std::string_view text, std::size_t from, SearchMode mode,
+                             PatternMatch& match, WalkMemory* memory) const {
+    if (program_ != nullptr) return matcher.search(*program_, text, from, mode, match, memory);
+    return searchStandard(text, from, mode, match);
+}
+
+bool CompiledPattern::searchStandard(std::string_view text, std::size_t from, SearchMode mode,
+                                     PatternMatch& match) const {
+    if (!hasHostStackFor(text.size() - from, stackForEachByte_)) {
+        throwPlainError(std::regex_error(std::regex_constants::error_stack).what());
+    }
+    auto flags = std::regex_constants::match_default;
+    if (!mode.atLineBegin) flags |= std::regex_constants::match_prev_avail;
+    if (mode.onlyHere) flags |= std::regex_constants::match_continuous;
+    if (mode.refusesEmpty) flags |= std::regex_constants::match_not_null;
+    std::cmatch found;
+    if (!std::regex_search(text.data() + from, text.data() + text.size(), found, *standard_,
+                           flags)) {
+        return false;
+    }
+    match.reset(found.size());
+    for (std::size_t group = 0; group < found.size(); ++group) {
+        if (!found[group].matched) continue;
+        match.set(group, {static_cast<std::size_t>(found[group].first - text.data()),
+                          static_cast<std::size_t>(found[group].second - text.data())});
+    }
+    return true;
+}
+
+const CompiledPattern& compiledPattern(const std::string& pattern) {
+    RecentPattern& recent = recentPatterns[recentIndex(pattern)];
+    if (recent.text != nullptr && *recent.text == pattern) return *recent.compiled;
+    // Without a limit: compiling costs far more than a match, and scripts have few patterns.
+    static Cache cache;
+    auto found = cache.find(pattern);
+    if (found == cache.end()) {
+        // Compiled first, so that a failure leaves no entry behind.
+        auto compiled = std::make_unique<const CompiledPattern>(pattern);
+        found = cache.emplace(pattern, std::move(compiled)).first;
+    }
+    recent = {&found->first, found->second.get()};
+    return *found->second;
+}
+
+bool PatternWalk::next() {
+    if (ended_) return false;
+    std::size_t start = 0;
+    if (!started_) {
+        started_ = true;
+    } else {
+        const TextRange last = match_.whole();
+        start = last.end;
+        if (last.first == last.end) {
+            if (start == text_.size()) {
+                ended_ = true;
+                return false;
+            }
+            if (pattern_.search(text_, start, {atLineBegin_, true, true}, match_, &memory_)) {
                 return true;
             }
+            ++start;
         }
-        // What stands behind the run decides, so no later letter of it can do better.
-        index = lettersEnd;
+        atLineBegin_ = false;
     }
-    return false;
+    ended_ = !pattern_.search(text_, start, {atLineBegin_, false, false}, match_, &memory_);
+    return !ended_;
 }
 
-Variable matchValue(const std::smatch& match, Variable (*makeSeveral)(std::vector<Variable>&&)) {
-    if (match.size() <= 2) return Variable(match[match.size() - 1].str());
+Variable matchValue(std::string_view text, const PatternMatch& match,
+                    Variable (*makeSeveral)(std::vector<Variable>&&)) {
+    if (match.size() <= 2) return Variable(std::string(match.text(text, match.size() - 1)));
     std::vector<Variable> groups;
     groups.reserve(match.size() - 1);
     for (std::size_t group = 1; group < match.size(); ++group) {
-        groups.push_back(match[group].matched ? Variable(match[group].str()) : Variable());
+        if (match.has(group)) {
+            groups.emplace_back(std::string(match.text(text, group)));
+        } else {
+            groups.emplace_back();
+        }
     }
     return makeSeveral(std::move(groups));
 }
 
-GmatchWalk::GmatchWalk(const std::string& text, const std::string& pattern)
-    : text_(text), scansDigitRuns_(pattern == kDigitRunPattern) {
-    if (scansDigitRuns_) return;
-    match_ =
-        std::sregex_iterator(text_.cbegin(), text_.cend(), getCachedGsubPattern(pattern).regex);
-}
-
 bool GmatchWalk::next(Variable& element) {
-    if (scansDigitRuns_) return nextDigitRun(element);
-    const std::sregex_iterator end;
     // A step is made only when it is asked for: a search that fails must not cost the element
     // before it.
-    if (started_ && match_ != end) ++match_;
-    started_ = true;
-    if (match_ == end) return false;
-    element = matchValue(*match_, Variable::makeArray);
-    return true;
-}
-
-bool GmatchWalk::nextDigitRun(Variable& element) {
-    TextRange run;
-    if (!findDigitRun(text_, position_, run)) return false;
-    position_ = run.end;
-    element = Variable(text_.substr(run.first, run.end - run.first));
+    if (!walk_.next()) return false;
+    const PatternMatch& match = walk_.match();
+    if (match.size() <= 2 && element.type == VarType::String) {
+        element.asString().assign(match.text(text_, match.size() - 1));
+    } else {
+        element = matchValue(text_, match, Variable::makeArray);
+    }
     return true;
 }

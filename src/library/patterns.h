@@ -1,67 +1,102 @@
-// The pattern dialect of the string library, and what the library and the `for` loops share about
-// matching.
+// What the library and the `for` loops share about matching.
 //
-// The dialect has no matcher of its own: a pattern is translated once into the source of an
-// ECMAScript regular expression, compiled, and cached for the life of the process. A pattern that
-// begins with "re:" is a regular expression as it stands, and so is one between slashes, as in
-// "/source/flags" with the flags i (ignore case) and m (a dot matches every byte).
+// A pattern stands for an ECMAScript expression (pattern_source.h). What can be read of these with
+// certainty, the dialect of the language in the first place, has a program (pattern_graph.h,
+// pattern_program.h) and is matched by it (pattern_matcher.h). The rest is matched by the standard
+// library, which also judges what is no valid expression. Both give the same results. Patterns are
+// kept in a cache for the life of the process.
 //
-// A few patterns of hot loops are recognised by their exact text and served by scanners, which
-// give what the regular expression would give. Everything works on bytes; the scanners know ASCII
-// only, whatever the locale.
+// For many short texts: take the CompiledPattern once and one PatternMatch, and search with these.
+// Such a search allocates nothing, and what was matched is positions.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <regex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "library/pattern_matcher.h"
 #include "value/variable.h"
 
-// The patterns that have a scanner.
-inline constexpr std::string_view kDigitPattern = "%d";      // string.gsub
-inline constexpr std::string_view kDigitRunPattern = "%d+";  // string.find, string.gmatch
-inline constexpr std::string_view kAlphaDashDigitsPattern = "(%a+)%-(%d+)";  // string.match
+/// The one pattern that string.gsub treats by its exact text.
+inline constexpr std::string_view kDigitPattern = "%d";
 
 [[nodiscard]] constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// A compiled pattern.
-struct CompiledGsubPattern {
-    std::regex regex;
+/// Who matches a pattern.
+enum class MatchedBy : std::uint8_t {
+    Whoever,          // the program, or the standard library for what has none
+    StandardLibrary,  // the standard library; for comparisons
 };
 
-/// The compiled form of `pattern`, from the cache if it has been used before. Raises "gsub: invalid
-/// regex pattern ..." or "gsub: unsupported regex flag ...", and does so at each use. The cache
-/// keeps ownership and is never emptied, so the reference stays good.
-[[nodiscard]] const CompiledGsubPattern& getCachedGsubPattern(const std::string& pattern);
+class CompiledPattern {
+public:
+    /// Raises "gsub: invalid regex pattern ..." or "gsub: unsupported regex flag ...".
+    explicit CompiledPattern(std::string_view pattern, MatchedBy by = MatchedBy::Whoever);
+    CompiledPattern(const CompiledPattern&) = delete;
+    CompiledPattern& operator=(const CompiledPattern&) = delete;
 
-/// The bytes of a text from the offset `first` up to, not including, `end`.
-struct TextRange {
-    std::size_t first = 0;
-    std::size_t end = 0;
+    /// Finds the leftmost match in `text` at or behind the offset `from`, which is at most the
+    /// text's size. True with `match` filled, false with its groups undefined. For an expression
+    /// that the standard library matches, raises its text for an exhausted stack, before matching,
+    /// if `text` might take more of the host's stack than is left. `memory` is that of the walk.
+    [[nodiscard]] bool search(std::string_view text, std::size_t from, SearchMode mode,
+                              PatternMatch& match, WalkMemory* memory = nullptr) const;
+    /// The program; null for an expression that the standard library matches.
+    [[nodiscard]] const PatternProgram* program() const { return program_.get(); }
+
+private:
+    [[nodiscard]] bool searchStandard(std::string_view text, std::size_t from, SearchMode mode,
+                                      PatternMatch& match) const;
+
+    std::unique_ptr<const PatternProgram> program_;
+    std::unique_ptr<const std::regex> standard_;  // null if there is a program
+    std::size_t stackForEachByte_ = 0;            // that the standard library may need
 };
 
-/// Finds the first run of digits at or behind `start`; false, with `run` unchanged, without one.
-[[nodiscard]] bool findDigitRun(std::string_view text, std::size_t start, TextRange& run);
+/// The compiled form of `pattern`, from the cache if it has been used before. Raises what the
+/// constructor of CompiledPattern raises, and does so at each use. The cache keeps ownership and is
+/// never emptied, so the reference stays good.
+[[nodiscard]] const CompiledPattern& compiledPattern(const std::string& pattern);
 
-/// Finds the leftmost run of letters at or behind `start` that is followed by a dash and a digit;
-/// `digits` is the whole run of digits. False, with both unchanged, if there is none.
-[[nodiscard]] bool findAlphaDashDigitsMatch(std::string_view text, std::size_t start,
-                                            TextRange& letters, TextRange& digits);
+/// A step through all matches in a text, which must stay in place, as the standard library's
+/// iterator goes: behind an empty match, a match at the same place that is not empty comes next.
+class PatternWalk {
+public:
+    PatternWalk(std::string_view text, const CompiledPattern& pattern, WalkMemory memory = {})
+        : text_(text), pattern_(pattern), memory_(std::move(memory)) {}
 
-/// What a match hands to a script: the whole match if the pattern has no group, the group's text
-/// if it has one (empty if the group took no part), else what `makeSeveral` makes of all groups,
-/// with nil for each that took no part.
-[[nodiscard]] Variable matchValue(const std::smatch& match,
+    /// Goes to the next match; false when there is none.
+    [[nodiscard]] bool next();
+    /// The match that the last step has found.
+    [[nodiscard]] const PatternMatch& match() const { return match_; }
+
+private:
+    std::string_view text_;
+    const CompiledPattern& pattern_;
+    PatternMatch match_;
+    WalkMemory memory_;
+    bool started_ = false;
+    bool ended_ = false;
+    bool atLineBegin_ = true;  // no search was begun behind a match yet
+};
+
+/// What a match in `text` hands to a script: the whole match if the pattern has no group, the
+/// group's text if it has one (empty if the group took no part), else what `makeSeveral` makes of
+/// all groups, with nil for each that took no part.
+[[nodiscard]] Variable matchValue(std::string_view text, const PatternMatch& match,
                                   Variable (*makeSeveral)(std::vector<Variable>&&));
 
 /// A walk over all matches of a pattern, one element at a time. It keeps the text itself, so that
 /// script code may run between two steps.
 class GmatchWalk {
 public:
-    /// Raises what getCachedGsubPattern raises.
-    GmatchWalk(const std::string& text, const std::string& pattern);
+    /// Raises what compiledPattern raises.
+    GmatchWalk(const std::string& text, const std::string& pattern)
+        : text_(text), walk_(text_, compiledPattern(pattern)) {}
     GmatchWalk(const GmatchWalk&) = delete;
     GmatchWalk& operator=(const GmatchWalk&) = delete;
 
@@ -70,11 +105,6 @@ public:
     [[nodiscard]] bool next(Variable& element);
 
 private:
-    [[nodiscard]] bool nextDigitRun(Variable& element);
-
     std::string text_;
-    bool scansDigitRuns_;       // the pattern is kDigitRunPattern
-    std::size_t position_ = 0;  // where the next digit run is looked for
-    bool started_ = false;      // `match_` is the match handed out last, no longer the next one
-    std::sregex_iterator match_;
+    PatternWalk walk_;
 };
