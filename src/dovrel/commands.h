@@ -1,0 +1,29 @@
+// The commands of `dovrel`: what each takes from the command line, and the function that runs it.
+// command_line.cpp reads the options; each command has a file of its own. A command returns the
+// exit status of the program and lets exceptions that it cannot answer to the command line, which
+// prints them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Exit statuses. `run` gives those of the interpreter, which are the first two.
+enum ExitStatus : int {
+    kSuccess = 0,
+    kFailure = 1,  // a script failed, a check found something, a test failed
+    kMisuse = 2,   // wrong arguments, or a file that cannot be read or written
+};
+
+struct RunOptions {
+    bool hasText = false;                // `-e`
+    std::string text;                    // what `-e` gave
+    std::vector<std::string> arguments;  // the file, unless there is a text, then the script's own
+};
+
+struct DocOptions {
+    std::vector<std::string> names;
+    bool listsNames = false;
+};
+
+int runRunCommand(const RunOptions& options);
+int runDocCommand(const DocOptions& options);
