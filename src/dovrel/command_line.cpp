@@ -67,6 +67,7 @@ public:
         app_.footer("'dovrel COMMAND --help' tells of one command.");
         help_->setUsage("dovrel", "dovrel COMMAND [ARGUMENT..]");
         addRun();
+        addFormat();
         addDoc();
     }
 
@@ -108,6 +109,14 @@ private:
         return command;
     }
 
+    static void addPaths(CLI::App* command, std::vector<std::string>& paths) {
+        command
+            ->add_option("FILE", paths,
+                         "A script, \"-\" for standard input, or a directory for all\n"
+                         "scripts below it")
+            ->required();
+    }
+
     void addRun() {
         CLI::App* command = addCommand("run", "Run a script with arguments",
                                        [this] { return runRunCommand(run_); });
@@ -129,6 +138,19 @@ private:
             "The exit status is 1 after an error, and 0 otherwise.");
     }
 
+    void addFormat() {
+        CLI::App* command = addCommand("format", "Lay scripts out in the one layout",
+                                       [this] { return runFormatCommand(format_); });
+        addPaths(command, format_.paths);
+        command->add_flag("--check", format_.checks,
+                          "Write nothing; name the files that are laid out differently");
+        command->add_flag("--diff", format_.showsDifference,
+                          "Write nothing; show what would change");
+        command->footer(
+            "The exit status is 1 if --check has found something, and 2 if a file cannot be laid\n"
+            "out; that one stays as it is.");
+    }
+
     void addDoc() {
         CLI::App* command =
             addCommand("doc", "Show the reference of a library function or constant",
@@ -144,6 +166,7 @@ private:
     std::vector<std::string> commands_;
     std::function<int()> chosen_;
     RunOptions run_;
+    FormatOptions format_;
     DocOptions doc_;
 };
 

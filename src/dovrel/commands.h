@@ -25,5 +25,12 @@ struct DocOptions {
     bool listsNames = false;
 };
 
+struct FormatOptions {
+    std::vector<std::string> paths;
+    bool checks = false;           // write nothing, tell what is not laid out
+    bool showsDifference = false;  // write nothing, show what would change
+};
+
 int runRunCommand(const RunOptions& options);
 int runDocCommand(const DocOptions& options);
+int runFormatCommand(const FormatOptions& options);
