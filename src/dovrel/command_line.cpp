@@ -67,6 +67,7 @@ public:
         app_.footer("'dovrel COMMAND --help' tells of one command.");
         help_->setUsage("dovrel", "dovrel COMMAND [ARGUMENT..]");
         addRun();
+        addCheck();
         addFormat();
         addDoc();
     }
@@ -109,8 +110,8 @@ private:
         return command;
     }
 
-    static void addPaths(CLI::App* command, std::vector<std::string>& paths) {
-        command
+    static CLI::Option* addPaths(CLI::App* command, std::vector<std::string>& paths) {
+        return command
             ->add_option("FILE", paths,
                          "A script, \"-\" for standard input, or a directory for all\n"
                          "scripts below it")
@@ -136,6 +137,24 @@ private:
         command->footer(
             "\"-\" is standard input. The script finds its arguments in the global array args.\n"
             "The exit status is 1 after an error, and 0 otherwise.");
+    }
+
+    void addCheck() {
+        CLI::App* command = addCommand("check", "Find mistakes without running anything",
+                                       [this] { return runCheckCommand(check_); });
+        addPaths(command, check_.paths)->required(false);
+        command->add_option("--format", check_.format, "How to write what was found")
+            ->type_name("text|json|sarif")
+            ->check(CLI::IsMember({"text", "json", "sarif"}));
+        command->add_flag("--strict", check_.isStrict, "Give status 1 for warnings too");
+        command->add_option("--explain", check_.explained, "Tell what a code means")
+            ->type_name("CODE");
+        command->add_flag("--codes", check_.listsCodes, "List all codes");
+        command->footer(
+            "The exit status is 1 for errors. A comment \"@@ dovrel: allow CODE\" behind a line "
+            "or\n"
+            "in front of it silences a code there, and \"@@ dovrel: allow-file CODE\" in the "
+            "file.");
     }
 
     void addFormat() {
@@ -166,6 +185,7 @@ private:
     std::vector<std::string> commands_;
     std::function<int()> chosen_;
     RunOptions run_;
+    CheckOptions check_;
     FormatOptions format_;
     DocOptions doc_;
 };

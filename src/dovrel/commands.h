@@ -31,6 +31,15 @@ struct FormatOptions {
     bool showsDifference = false;  // write nothing, show what would change
 };
 
+struct CheckOptions {
+    std::vector<std::string> paths;
+    std::string format = "text";  // "text", "json" or "sarif"
+    bool isStrict = false;        // warnings count as errors for the exit status
+    std::string explained;        // the code of `--explain`
+    bool listsCodes = false;
+};
+
 int runRunCommand(const RunOptions& options);
 int runDocCommand(const DocOptions& options);
 int runFormatCommand(const FormatOptions& options);
+int runCheckCommand(const CheckOptions& options);
