@@ -18,8 +18,8 @@ public:
             checkDroppedZero();
             checkCompound();
             checkEndlessCount();
+            for (const Expression& value : statement.values) checkPower(value, false);
             const auto visit = [this](const Expression& expression) {
-                checkPower(expression);
                 checkSub(expression);
                 checkStandaloneNot(expression);
             };
@@ -116,7 +116,7 @@ private:
         }
         const AssignmentTarget& target = statement_->targets[0];
         const char operation = statement_->line->assignment->operation;
-        const ValueKinds of = context_.kinds.ofName(target.name, statement_->function);
+        const ValueKinds of = context_.kinds.beforeCompounds(target.name, statement_->function);
         const ValueKinds by = kindsOf(statement_->values[0]);
         const std::string full = target.name + " = " + target.name + ' ' + operation + " ...";
         std::string trouble;
@@ -148,15 +148,29 @@ private:
                         "no end");
     }
 
-    void checkPower(const Expression& expression) {
-        if (!expression.is(ExpressionKind::Binary) || expression.operation != kPower) return;
-        if (!kindsOf(expression.children[0]).isOnlyInt() ||
-            !kindsOf(expression.children[1]).isOnlyInt()) {
-            return;
+    /// `isCertain` if what stands around makes one kind of it in any case.
+    void checkPower(const Expression& expression, bool isCertain) {
+        const bool isPower =
+            expression.is(ExpressionKind::Binary) && expression.operation == kPower;
+        if (isPower && !isCertain && kindsOf(expression.children[0]).isOnlyInt() &&
+            kindsOf(expression.children[1]).isOnlyInt()) {
+            context_.report("W406", statement_->index, expression,
+                            "this power of ints is a float or an int, depending on where it "
+                            "stands; write `math[\"floor\"](...)` for an int, or add 0.0 for a "
+                            "float");
+            return;  // what stands in it is of no kind that matters
         }
-        context_.report("W406", statement_->index, expression,
-                        "this power of ints is a float or an int, depending on where it stands; "
-                        "write `math[\"floor\"](...)` for an int, or add 0.0 for a float");
+        if (expression.is(ExpressionKind::Call)) {
+            isCertain = expression.isCallOfMember("math", "floor") ||
+                        expression.isCallOfMember("math", "ceil");
+        } else if (expression.is(ExpressionKind::Binary)) {
+            const int operation = expression.operation;
+            isCertain = isCertain || operation == kDivide || operation == kIntDivide ||
+                        (operation >= kEqual && operation <= kGreaterEqual) ||
+                        kindsOf(expression.children[0]).isOnlyFloat() ||
+                        kindsOf(expression.children[1]).isOnlyFloat();
+        }
+        for (const Expression& child : expression.children) checkPower(child, isCertain);
     }
 
     /// `string["sub"](s, i, j)` with a `j` that may come out as 0.
@@ -182,7 +196,9 @@ private:
     void checkStandaloneNot(const Expression& expression) {
         if (!expression.is(ExpressionKind::Binary)) return;
         const Expression& left = expression.children[0];
-        if (!left.is(ExpressionKind::Nil) || left.parenthesised) return;
+        const bool isComparison =
+            expression.operation == kEqual || expression.operation == kNotEqual;
+        if (!left.is(ExpressionKind::Nil) || left.parenthesised || isComparison) return;
         context_.report("W412", statement_->index, left,
                         "in front of an operator `not` is the absent value and negates nothing; "
                         "put what it shall negate into parentheses");

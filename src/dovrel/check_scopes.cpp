@@ -105,7 +105,8 @@ private:
                 conditional.push_back(&use);
                 if (!isReadOutside(use)) continue;
                 context_.report("W201", use.statement, use.token,
-                                quoted(use.name) + " is declared only if this block runs, and read " +
+                                quoted(use.name) +
+                                    " is declared only if this block runs, and read " +
                                     "behind it; declare it at the top of the function");
             }
         }
@@ -143,7 +144,7 @@ private:
             context_.report("W202", use.statement, use.token,
                             "this writes another " + quoted(use.name) + " than the `native` one " +
                                 "of line " + lineNumber(native->statement) +
-                                ", which does not exist here yet");
+                                ", which does not exist here");
         }
     }
     [[nodiscard]] bool isInFrame(std::size_t statement, std::size_t frame) const {

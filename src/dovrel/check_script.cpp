@@ -105,11 +105,10 @@ std::string hintFor(const ParsedScriptLine& line, const SyntaxError& error) {
     if (tokenAt(0) == "def" || tokenAt(0) == "func" || tokenAt(0) == "fn") {
         return "write `function`";
     }
-    if ((token == "+" || token == "-" || token.empty()) &&
-        before == (token.empty() ? "+" : token)) {
-        return before == "+" ? "write `+= 1`" : "";
+    if (line.tokens.size() == 3 && tokenAt(1) == tokenAt(2) &&
+        (tokenAt(1) == "+" || tokenAt(1) == "-")) {
+        return "write `" + line.tokens[1] + "= 1`";
     }
-    if (token.empty() && before == "-") return "write `-= 1`";
     if (token == "/" && before == "/") return "a comment begins with `@@`";
     if (token == "*" && before == "*") return "the power is `^`";
     if (token == "=" && (before == "==" || before == "!="))
@@ -149,6 +148,9 @@ void checkLines(const ParsedSource& source, std::vector<bool>& readable,
         if (error->token >= count) range.first = range.last;
         std::string message = error->message;
         const std::string hint = hintFor(line, *error);
+        // An open bracket, which is told of at its place, is all that is wrong with the last line.
+        const bool isOpen = source.source().openBracket() && i + 1 == source.lines().size();
+        if (isOpen && hint.empty()) continue;
         if (!hint.empty()) message += "; " + hint;
         findings.push_back({findCheckCode("E103"), range, message});
     }

@@ -188,6 +188,7 @@ private:
     /// anything by it. A global that is only read somewhere is meant to be one.
     [[nodiscard]] bool isScratch(const NameUse& use) const {
         std::set<std::size_t> writers;
+        bool isReadHere = false;
         for (const NameUse* other : usesInOrder(use.name)) {
             if (context_.model.ownNames(other->function).contains(use.name)) continue;
             const bool reads = other->isRead() || other->kind == NameUseKind::Compound;
@@ -196,8 +197,10 @@ private:
             } else if (!writers.contains(other->function)) {
                 return false;
             }
+            isReadHere = isReadHere || (reads && other->function == use.function);
         }
-        return true;
+        // A flag is set here and asked for elsewhere.
+        return isReadHere || writers.size() == 1;
     }
     /// In the order of the text; of one statement what it reads stands first.
     [[nodiscard]] std::vector<const NameUse*> usesInOrder(const std::string& name) const {

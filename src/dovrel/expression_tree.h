@@ -18,12 +18,12 @@ enum class ExpressionKind {
     Truth,
     Variadic,  // "..."
     Variable,  // a name
-    Index,   // children: base, key
-    Call,    // children: callee, arguments
-    Unary,   // children: operand
-    Binary,  // children: left, right
-    Array,   // children: elements
-    Table,   // children: values, and keys in brackets; see `keys`
+    Index,     // children: base, key
+    Call,      // children: callee, arguments
+    Unary,     // children: operand
+    Binary,    // children: left, right
+    Array,     // children: elements
+    Table,     // children: values, and keys in brackets; see `keys`
 };
 
 /// One expression. Tokens are indices into its line's.

@@ -465,7 +465,8 @@ ValueKinds KindEstimate::ofName(const std::string& name, std::size_t function) c
             case NameUseKind::Declaration: kinds.isFunction = true; break;
             case NameUseKind::Compound: {
                 // Numbers keep their kind, and "+" can make a text of anything.
-                if (statement.values.size() == 1 && statement.targets.size() == 1) {
+                if (withCompounds_ && statement.values.size() == 1 &&
+                    statement.targets.size() == 1) {
                     const ValueKinds added = of(statement.values[0], function);
                     if (added.isText || added.isUnknown) kinds.isUnknown = true;
                 }
@@ -503,5 +504,12 @@ ValueKinds KindEstimate::ofName(const std::string& name, std::size_t function) c
     }
     --depth_;
     if (!isWritten) kinds.isUnknown = true;
+    return kinds;
+}
+
+ValueKinds KindEstimate::beforeCompounds(const std::string& name, std::size_t function) const {
+    withCompounds_ = false;
+    const ValueKinds kinds = ofName(name, function);
+    withCompounds_ = true;
     return kinds;
 }

@@ -168,6 +168,8 @@ public:
     /// Of an expression in `function`.
     [[nodiscard]] ValueKinds of(const Expression& expression, std::size_t function) const;
     [[nodiscard]] ValueKinds ofName(const std::string& name, std::size_t function) const;
+    /// The same without what compound assignments may make of it.
+    [[nodiscard]] ValueKinds beforeCompounds(const std::string& name, std::size_t function) const;
 
 private:
     [[nodiscard]] ValueKinds ofCall(const Expression& call) const;
@@ -175,4 +177,5 @@ private:
 
     const ScriptModel& model_;
     mutable int depth_ = 0;  // names refer to each other in circles
+    mutable bool withCompounds_ = true;
 };

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "frontend/character_class.h"
+
 namespace {
 
 /// A block that is open, while the lines are walked through.
@@ -133,10 +135,18 @@ private:
 
 void checkOpenString(const SourceText& source, std::vector<Finding>& findings) {
     if (!source.openString()) return;
-    // Behind a missing quote all strings are turned inside out. The first one that goes over a line
-    // end is where that began: few are meant to.
+    // Behind a missing quote all strings are turned inside out: the quote that should open the next
+    // one closes this one, and a word touches it. A string that is meant to go over a line end has
+    // an operator, a bracket or nothing there.
     std::size_t opener = *source.openString();
-    if (!source.longStrings().empty()) opener = source.longStrings().front().first;
+    const std::string& text = source.text();
+    for (const SourceRange& range : source.longStrings()) {
+        const bool isTouched = range.last < text.size() &&
+                               hasClass(text[range.last], kIdentifierStart | kDigitCharacter);
+        if (!isTouched) continue;
+        opener = range.first;
+        break;
+    }
     const SourceRange line = source.physicalLine(source.positionOf(opener).line);
     findings.push_back({findCheckCode("E101"),
                         {opener, std::max(line.last, opener + 1)},
@@ -148,6 +158,8 @@ void checkStructure(const ParsedSource& source, std::vector<Finding>& findings) 
         findings.push_back({findCheckCode("E105"),
                             {*bracket, *bracket + 1},
                             "this bracket is never closed, and takes in the rest of the script"});
+        // Whatever ends the blocks stands in it.
+        return;
     }
     BlockChecks(source, findings).run();
 }

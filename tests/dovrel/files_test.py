@@ -5,13 +5,18 @@
 """
 
 import argparse
+import json
 import os
+import re
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tests"))
+import run_documents  # noqa: E402
 PROGRAM = None
 
 
@@ -89,6 +94,276 @@ class Format(FilesTest):
         for line in got.stderr.splitlines():
             self.assertRegex(line, "the string that begins in line [0-9]+ is not closed$")
         self.assertGreater(len(got.stdout.splitlines()), 100)
+
+
+def findings(text):
+    """What `check` finds in a text."""
+    got = dovrel("check", "--format", "json", "-", stdin=text)
+    return json.loads(got.stdout)["findings"]
+
+
+# For each row of the table of surprises in docs/language.md: a script that falls into it, and the
+# code that tells of it. The first words of the row are its key.
+SURPRISES = {
+    "`if n` is false for 0": (
+        "W405",
+        "function f()\n    native n = 0\n    return n + 0\nend\nif f()\n    print(1)\nend\n",
+    ),
+    "`2 ^ 3` is": ("W406", "x = 2 ^ 3\nprint(x)\n"),
+    "an argument is evaluated twice": (
+        "W302",
+        "function g()\n    print(1)\n    return 1\nend\n"
+        "function f(a)\n    native r = a\n    return r\nend\nx = 1 + f(g())\n",
+    ),
+    "`n += 0.5` fails": ("W402", "n = 1\nn += 0.5\n"),
+    "a caller's variable changes": (
+        "W207",
+        "function f()\n    x = 1\nend\nfunction g()\n    native x = 2\n    f()\n"
+        "    print(x)\nend\ng()\n",
+    ),
+    "a parameter has the value": (
+        "W208",
+        'function f(x)\n    print(x)\nend\nif true\n    local x = 1\n    f(2)\nend\n',
+    ),
+    "a function reads `x` of its caller": (
+        "W210",
+        "function f()\n    print(x)\nend\nfunction g()\n    native x = 1\n    f()\nend\n"
+        "function h()\n    native y = 2\n    f()\n    print(y)\nend\ng()\nh()\n",
+    ),
+    "`print(f())` prints": ("W407", "function f()\n    return 1, 2\nend\nprint(f())\n"),
+    "`a.b` is an unknown token": ("E103", "a = {b: 1}\nprint(a.b)\n"),
+    "`x == not and y`": ("W412", "y = 1\nif not and y\n    print(1)\nend\n"),
+    "`nil` works like": ("W305", "nil = 1\nprint(nil)\n"),
+    "`t[1.0]` is not": ("W408", "t = {}\nprint(t[1.0])\n"),
+    "`t[k] = not`": ("W409", 't = {a: 1}\nk = "a"\nt[k] = not\n'),
+    "10 comes before 9": ("W410", "for k in pairs({9: 1, 10: 2})\n    print(k)\nend\n"),
+    '`a["x"] = 1` parts': ("W411", 'a = [1]\nb = a\na["x"] = 1\nprint(b)\n'),
+    '`t["x"] = f()` stores': (
+        "W407",
+        'function f()\n    return 1, 2\nend\nt = {}\nt["x"] = f()\nprint(t)\n',
+    ),
+    "`else if x`": ("W305", "x = 1\nif x == 2\n    print(2)\nelse if x\n    print(1)\nend\n"),
+    "`if a b() end`": ("E102", "a = 1\nif a print(a) end\n"),
+    "`continue` and `exit`": ("W305", "for i = 1, 3\n    print(i)\n    continue\nend\n"),
+    "`None`, `null` and": ("W305", "x = 1\nprint(x == None)\n"),
+    "a misspelt name is no error": ("W204", "list = [1]\nprint(len(lst))\n"),
+    "a typing mistake in a line": ("E103", "function f()\n    return 1 +\nend\nprint(f)\n"),
+    "`for i, name in list`": ("W414", 'list = ["a"]\nfor i, name in list\n    print(i, name)\nend\n'),
+    "`list[0]` and": ("W413", "list = [1]\nprint(list[0])\n"),
+    "`for i = 1, 2147483647`": ("W308", "for i = 1, 2147483647\n    print(i)\nend\n"),
+    "`x = 1,` is fine": ("W416", "x = 1,\nprint(x)\n"),
+    "an array as the first thing": ("E103", "list = {[1, 2], 3}\nprint(list)\n"),
+    "a `for` with a replaced `pairs`": (
+        "W415",
+        "function pairs(t)\n    return [t]\nend\nfor x in pairs([1])\n    print(x)\nend\n",
+    ),
+}
+
+# Statements with calls of g, whose runs are counted and compared with what W302 says.
+REPEATED = """
+    x = 1 + f(g(1)); x = f(g(1)); x = f(1 + f(g(1))); x = -f(g(1)); x = "a" + f(g(1))
+    x = 1 + one(g(1)); x = one(g(1)) + f(2); x = f(g(1)) + one(g(1)); x = one(g(1)) + f(g(2))
+    x = g(1) + g(1); x = g(1) + f(g(1)); x = 1 + toNumber(g(1)); x = 1 + math["floor"](g(1))
+    x = 1 + push([], g(1)); x = 1 + push(l, g(1)); x = 1 + len(toString(g(1)))
+    x = "a" + toString(g(1)); x = "a" + toString(g(1)) + 1; x = t[f(g(1))]; t["x"] = 1 + f(g(1))
+    t[1 + f(g(1))] = 1; x = f(g(1)) or 3; x = g(1) or 3; x = g(1) == 1 and g(1) == 1
+    x = 1 + t["n"] * f(g(1)) + f(g(2)); x += f(g(1)) + 1; print(1 + f(g(1)))
+    x = f(g(1)) == f(g(1)); x = [1 + f(g(1))]; x = 1 + f(g(1)) * len([1]); x, y = 1 + f(g(1)), 2
+    for i = 1, f(g(1)); end; for i = 1, f(g(1)) + 1; end; for v in one([g(1)]); end
+    if g(1); end; if f(g(1)); end; if f(g(1)) == 1; end; if 1 == f(g(1)); end; if not f(g(1)); end
+    if f(g(1)) > 0 and f(g(1)) < 9; end; if f(g(1)) + 1 > 0; end; if f(1 + f(g(1))) > 0; end
+    if one(g(1)) == 1; end; if one(g(1)) > f(1); end; if contains(t, g(1)); end
+    if contains(t, g(1)) and 1 == 1; end; if g(1) > 0 and g(1) < 2; end; while f(g(1)) > 5; end
+    if g(1) == 2 or f(g(1)) == 1; end; repeat; until f(g(1)) == 1; if f(g(1)) and t; end
+"""
+REPEATED_FUNCTIONS = """
+function g(n)
+    count = count + 1
+    native r = n
+    return r
+end
+function f(n)
+    native r = n
+    return r
+end
+function one(n)
+    return n
+end
+t = {n: 2}
+l = []
+x = 1
+count = 0
+"""
+
+
+def repeated_statements():
+    """The statements of REPEATED, each with the lines of its block."""
+    words = re.split(r";\s|\n", REPEATED)
+    statement = []
+    for word in filter(None, (word.strip() for word in words)):
+        statement.append(word)
+        first = statement[0].split()[0]
+        closed = first not in ("if", "for", "while", "repeat") or (
+            len(statement) > 1 and word.split()[0] in ("end", "until")
+        )
+        if closed:
+            yield "\n".join(statement) + "\n"
+            statement = []
+
+
+class Check(FilesTest):
+    def test_finds_each_surprise_of_the_language(self):
+        text = (ROOT / "docs/language.md").read_text()
+        table = text[text.index("\n## Surprises") :]
+        rows = [line[2:] for line in table.splitlines() if line.startswith("| ")][2:]
+        self.assertEqual(len(rows), len(SURPRISES))
+        for row in rows:
+            found = [key for key in SURPRISES if row.startswith(key)]
+            with self.subTest(row=row):
+                self.assertEqual(len(found), 1)
+                code, script = SURPRISES[found[0]]
+                self.assertEqual([one["code"] for one in findings(script) if one["code"] == code], [code])
+
+    def test_says_how_often_a_call_runs(self):
+        for statement in repeated_statements():
+            with self.subTest(statement=statement):
+                script = REPEATED_FUNCTIONS + statement + "print(count)\n"
+                ran = dovrel("run", "-", stdin=script)
+                self.assertEqual(ran.stderr, "")
+                expected = len(re.findall(r"\bg\(", statement))
+                for one in findings(script):
+                    line = script.splitlines()[one["line"] - 1][one["column"] - 1 :]
+                    times = re.search("may run ([0-9]+) times", one["message"])
+                    if times and line.startswith("g("):
+                        expected += int(times[1]) - 1
+                self.assertEqual(int(ran.stdout.split()[-1]), expected)
+
+    def test_json(self):
+        path = self.write("a b.dv", "x = lst\n")
+        got = dovrel("check", "--format", "json", "a b.dv", folder=self.folder)
+        self.assertEqual(got.returncode, 0)
+        self.assertEqual(
+            json.loads(got.stdout),
+            {
+                "findings": [
+                    {
+                        "file": "a b.dv",
+                        "line": 1,
+                        "column": 5,
+                        "endLine": 1,
+                        "endColumn": 8,
+                        "severity": "warning",
+                        "code": "W204",
+                        "message": "`lst` is read and never assigned: it is the absent value",
+                    }
+                ],
+                "errors": 0,
+                "warnings": 1,
+            },
+        )
+        self.assertEqual(dovrel("check", "--strict", path).returncode, 1)
+
+    def test_sarif(self):
+        self.write("a b.dv", "if x then\nend\n")
+        got = dovrel("check", "--format", "sarif", "a b.dv", folder=self.folder)
+        self.assertEqual(got.returncode, 1)
+        log = json.loads(got.stdout)
+        self.assertEqual(log["version"], "2.1.0")
+        (run,) = log["runs"]
+        (result,) = run["results"]
+        rules = run["tool"]["driver"]["rules"]
+        self.assertEqual(result["ruleId"], "E103")
+        self.assertEqual(rules[result["ruleIndex"]]["id"], "E103")
+        self.assertEqual(result["level"], "error")
+        place = result["locations"][0]["physicalLocation"]
+        self.assertEqual(place["artifactLocation"]["uri"], "a%20b.dv")
+        self.assertEqual(
+            place["region"], {"startLine": 1, "startColumn": 6, "endLine": 1, "endColumn": 10}
+        )
+
+    def test_every_code_is_explained_and_tested(self):
+        codes = [line.split()[0] for line in dovrel("check", "--codes").stdout.splitlines()]
+        self.assertGreater(len(codes), 35)
+        printed = "".join(
+            path.read_text() for path in (ROOT / "tests/dovrel/cases/check").glob("*.out")
+        )
+        for code in codes:
+            with self.subTest(code=code):
+                got = dovrel("check", "--explain", code.lower())
+                self.assertTrue(got.stdout.startswith(f"{code}: "))
+                self.assertGreater(len(got.stdout.splitlines()), 2)
+                self.assertIn(f" {code}: ", printed)
+
+    def codes_in(self, *paths):
+        """The codes found, as {file: sorted codes}."""
+        found = {}
+        got = dovrel("check", "--format", "json", *paths)
+        for one in json.loads(got.stdout)["findings"]:
+            found.setdefault(one["file"], set()).add(one["code"])
+        return {path: " ".join(sorted(codes)) for path, codes in found.items()}
+
+    def test_raises_no_false_alarm_on_the_scripts_to_read(self):
+        self.assertEqual(
+            self.codes_in("examples", "bench"),
+            # The word ends in front of what follows it, which is never the first character.
+            {"bench/programs/word_count.dv": "W403"},
+        )
+
+    def test_raises_no_false_alarm_on_the_documents(self):
+        blocks = {}
+        for path in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+            for line, script, _, error in run_documents.examples(run_documents.split(path)[0]):
+                name = f"{path.stem}_{line}.dv"
+                self.write(name, script)
+                blocks[name] = (script, error)
+        found = {}
+        got = dovrel("check", "--format", "json", ".", folder=self.folder)
+        for one in json.loads(got.stdout)["findings"]:
+            name = one["file"].removeprefix("./")
+            found.setdefault((name.split("_")[0], one["code"]), []).append(blocks[name])
+        # An error is found only where the document shows the report of one.
+        for (document, code), places in found.items():
+            for script, error in places:
+                self.assertTrue(code[0] == "W" or error, (document, code, script))
+        self.assertEqual(
+            {document: " ".join(sorted(c for d, c in found if d == document)) for document, _ in found},
+            {
+                # Each shows on purpose what the code tells of.
+                "README": "W204",
+                "errors": "E102 E103 W204",
+                "language": "W204 W206 W207 W210 W302 W305 W406 W407 W408 W410 W411 W412 W416",
+                "library": "W403 W410",
+                "tour": "W204 W208 W210 W406 W410 W411 W412",
+                # Its functions are short and keep what they need in globals.
+                "coroutines": "W203 W210 W303",
+            },
+        )
+
+    def test_raises_no_false_error_on_the_tests_of_the_language(self):
+        """What runs without a report has no error, apart from lines that fail under `pcall`."""
+        got = dovrel("check", "--format", "json", "tests/scripts")
+        failing = set()
+        for one in json.loads(got.stdout)["findings"]:
+            path = ROOT / one["file"]
+            if one["severity"] != "error" or path.with_suffix(".status").exists():
+                continue
+            if "pcall" not in path.read_text():
+                failing.add(path.relative_to(ROOT / "tests/scripts").as_posix())
+        self.assertEqual(failing, ACCEPTED.keys())
+
+
+# Scripts that succeed although something in them is an error, with the reason.
+ACCEPTED = {
+    "control_flow/a_block_closed_by_another_word_runs.dv": "its repeats are left by break",
+    "coroutines/return_ends_a_coroutine_and_evaluates_nothing.dv": "nothing evaluates the line",
+    "functions/a_bad_header_that_never_runs_is_never_checked.dv": "the line never runs",
+    "host/compile_finds_no_error_of_a_running_script.dv": "it is compiled and not run",
+    "lines/a_malformed_line_that_never_runs_is_no_error.dv": "the line never runs",
+    "lines/return_takes_values_up_to_an_empty_one.dv": "what stands behind two commas is not read",
+    "lines/surplus_closers_do_not_count_below_zero.dv": "the line never runs",
+    "loading/a_file_that_does_not_compile.files/lib/open_string.dv": "loading it is what fails",
+    "loading/a_file_that_does_not_compile.files/open_block.dv": "loading it is what fails",
+}
 
 
 def main():
