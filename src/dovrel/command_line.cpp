@@ -67,6 +67,7 @@ public:
         app_.footer("'dovrel COMMAND --help' tells of one command.");
         help_->setUsage("dovrel", "dovrel COMMAND [ARGUMENT..]");
         addRun();
+        addRepl();
         addCheck();
         addFormat();
         addDoc();
@@ -137,6 +138,14 @@ private:
         command->footer(
             "\"-\" is standard input. The script finds its arguments in the global array args.\n"
             "The exit status is 1 after an error, and 0 otherwise.");
+    }
+
+    void addRepl() {
+        CLI::App* command = addCommand("repl", "Offer a prompt", [] { return runReplCommand(); });
+        command->footer(
+            "Its history is kept in the file that DOVREL_HISTORY names, or in dovrel/history "
+            "below\n"
+            "XDG_STATE_HOME or ~/.local/state. ~/.editrc may change its keys.");
     }
 
     void addCheck() {

@@ -43,3 +43,4 @@ int runRunCommand(const RunOptions& options);
 int runDocCommand(const DocOptions& options);
 int runFormatCommand(const FormatOptions& options);
 int runCheckCommand(const CheckOptions& options);
+int runReplCommand();
