@@ -70,6 +70,7 @@ public:
         addRepl();
         addCheck();
         addFormat();
+        addTest();
         addDoc();
     }
 
@@ -179,6 +180,34 @@ private:
             "out; that one stays as it is.");
     }
 
+    void addTest() {
+        CLI::App* command = addCommand("test", "Run the tests of scripts",
+                                       [this] { return runTestCommand(test_); });
+        command->add_option("PATH", test_.paths,
+                            "A file of tests, or a directory for all files *_test.dv\n"
+                            "below it; the working directory if there is none");
+        command
+            ->add_option("--filter", test_.filter,
+                         "Only tests whose \"FILE:NAME\" holds this text, or is like\n"
+                         "this pattern")
+            ->type_name("TEXT");
+        command->add_option("--junit", test_.junitPath, "Write the results to a file as JUnit XML")
+            ->type_name("FILE");
+        command
+            ->add_option("--timeout", test_.timeLimit,
+                         "The time for each test; 60 if there is none, 0 for any time")
+            ->type_name("SECONDS")
+            ->check(CLI::NonNegativeNumber);
+        command->add_flag("--list", test_.listsTests, "List the tests and run none");
+        command->add_flag("--output", test_.showsOutput,
+                          "Show what tests write, and not that of failed ones alone");
+        command->footer(
+            "A test is a global function whose name begins with test_; each is called in an\n"
+            "interpreter of its own, which has run its file. It fails if it raises an error.\n"
+            "Beside assert there are expect_equal, expect_near, expect_error and skip.\n"
+            "The exit status is 1 if a test has failed or none was found.");
+    }
+
     void addDoc() {
         CLI::App* command =
             addCommand("doc", "Show the reference of a library function or constant",
@@ -196,6 +225,7 @@ private:
     RunOptions run_;
     CheckOptions check_;
     FormatOptions format_;
+    TestOptions test_;
     DocOptions doc_;
 };
 

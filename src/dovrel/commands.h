@@ -39,8 +39,18 @@ struct CheckOptions {
     bool listsCodes = false;
 };
 
+struct TestOptions {
+    std::vector<std::string> paths = {"."};
+    std::string filter;        // of "file:test": a part of it, or a pattern with wildcards
+    std::string junitPath;     // empty for none
+    double timeLimit = 60;     // seconds for each test; 0 for none
+    bool listsTests = false;   // run nothing
+    bool showsOutput = false;  // what tests write comes as they write it
+};
+
 int runRunCommand(const RunOptions& options);
 int runDocCommand(const DocOptions& options);
 int runFormatCommand(const FormatOptions& options);
 int runCheckCommand(const CheckOptions& options);
 int runReplCommand();
+int runTestCommand(const TestOptions& options);

@@ -16,7 +16,9 @@ void addBelow(const std::filesystem::path& folder, std::string_view suffix,
         if (at->is_directory() && name.starts_with('.')) {
             at.disable_recursion_pending();
         } else if (name.ends_with(suffix) && at->is_regular_file()) {
-            found.push_back(at->path().string());
+            const std::string path = at->path().string();
+            // The working directory needs no name.
+            found.push_back(path.starts_with("./") ? path.substr(2) : path);
         }
     }
     std::sort(found.begin(), found.end());

@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
@@ -319,7 +320,7 @@ class Check(FilesTest):
         found = {}
         got = dovrel("check", "--format", "json", ".", folder=self.folder)
         for one in json.loads(got.stdout)["findings"]:
-            name = one["file"].removeprefix("./")
+            name = one["file"]
             found.setdefault((name.split("_")[0], one["code"]), []).append(blocks[name])
         # An error is found only where the document shows the report of one.
         for (document, code), places in found.items():
@@ -350,6 +351,259 @@ class Check(FilesTest):
             if "pcall" not in path.read_text():
                 failing.add(path.relative_to(ROOT / "tests/scripts").as_posix())
         self.assertEqual(failing, ACCEPTED.keys())
+
+
+SUM = """function sum(list)
+    native total = 0
+    for _, number in ipairs(list)
+        total += number
+    end
+    return total
+end
+"""
+
+
+class Test(FilesTest):
+    """What `dovrel test` makes of files of tests."""
+
+    def run_tests(self, text, *options, name="sum_test.dv"):
+        self.write("sum.dv", SUM)
+        self.write(name, text)
+        got = dovrel("test", *options, folder=self.folder)
+        got.stdout = re.sub("[0-9.]+ ms", "N ms", got.stdout)
+        return got
+
+    def test_passing_tests(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_sum()\n    expect_equal(sum([1, 2]), 3)\nend\n"
+            "function test_nothing()\nend\n"
+            "function helper()\n    error(1)\nend\n"
+            'test_value = "no function"\n'
+        )
+        self.expect(
+            got,
+            out="sum_test.dv\n"
+            "  ok      test_sum      N ms\n"
+            "  ok      test_nothing  N ms\n"
+            "2 passed, 0 failed\n",
+        )
+
+    def test_each_has_an_interpreter_of_its_own(self):
+        test = "    assert(state == not)\n    state = 1\nend\n"
+        got = self.run_tests(f"function test_a()\n{test}function test_b()\n{test}")
+        self.assertEqual(got.returncode, 0)
+
+    def test_a_failure_shows_its_place_and_its_output(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_sum()\n"
+            '    print("before")\n'
+            '    expect_equal(sum([1, 2]), 4, "the sum")\n'
+            "end\n"
+            "function test_mistake()\n"
+            '    native x = "a" * 2\n'
+            "end\n"
+            "function test_one_line()\n"
+            '    return "a" * 2\n'
+            "end\n"
+            "function test_in_a_callee()\n"
+            "    native x = sum(5)\n"
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_sum          N ms\n"
+            '      sum_test.dv:4: expect_equal(sum([1, 2]), 4, "the sum")\n'
+            "        the sum\n"
+            "        expected: 4\n"
+            "        actual:   3\n"
+            "      output:\n"
+            "        before\n"
+            "  FAILED  test_mistake      N ms\n"
+            '      sum_test.dv:7: native x = "a" * 2\n'
+            "        Unsupported operation '*' between types\n"
+            "  FAILED  test_one_line     N ms\n"
+            "      sum_test.dv:9: function test_one_line()\n"
+            "        Unsupported operation '*' between types\n"
+            "  FAILED  test_in_a_callee  N ms\n"
+            "      sum.dv:3: for _, number in ipairs(list)\n"
+            "        ipairs(container) expects an array or table\n"
+            "0 passed, 4 failed\n",
+        )
+
+    def test_expectations_show_what_differs(self):
+        got = self.run_tests(
+            "function test_containers()\n"
+            "    expect_equal({a: [1, {b: 2}]}, {a: [1, {b: 3}]})\n"
+            "end\n"
+            "function test_lengths()\n"
+            "    expect_equal([1], [1, not])\n"
+            "end\n"
+            "function test_texts()\n"
+            '    expect_equal("one\\ntwo\\nthree\\n", "one\\n2\\nthree\\n")\n'
+            "end\n"
+            "function test_near()\n"
+            "    expect_near(0.1 + 0.2, 0.3)\n"
+            "    expect_near(1.0, 1.1, 0.05)\n"
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_containers  N ms\n"
+            "      sum_test.dv:2: expect_equal({a: [1, {b: 2}]}, {a: [1, {b: 3}]})\n"
+            "        expected: {a: [1, {b: 3}]}\n"
+            "        actual:   {a: [1, {b: 2}]}\n"
+            '        at ["a"][2]["b"]: expected 3, actual 2\n'
+            "  FAILED  test_lengths     N ms\n"
+            "      sum_test.dv:5: expect_equal([1], [1, not])\n"
+            "        expected: [1, not]\n"
+            "        actual:   [1]\n"
+            "        at [2]: expected not, actual nothing\n"
+            "  FAILED  test_texts       N ms\n"
+            '      sum_test.dv:8: expect_equal("one\\ntwo\\nthree\\n", "one\\n2\\nthree\\n")\n'
+            "        the texts differ\n"
+            "        --- expected\n"
+            "        +++ actual\n"
+            "        @@ -1,3 +1,3 @@\n"
+            "         one\n"
+            "        -2\n"
+            "        +two\n"
+            "         three\n"
+            "  FAILED  test_near        N ms\n"
+            "      sum_test.dv:12: expect_near(1.0, 1.1, 0.05)\n"
+            "        expected: 1.100000, give or take 0.050000\n"
+            "        actual:   1.000000\n"
+            "0 passed, 4 failed\n",
+        )
+
+    def test_errors_are_expected(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_right()\n"
+            '    native message = expect_error(sum, "expects an array", 5)\n'
+            '    assert(string["find"](message, "ipairs") != not)\n'
+            '    expect_equal(expect_error(error, not, "bare"), "bare")\n'
+            "    expect_error(sum)\n"
+            "end\n"
+            "function test_none()\n"
+            '    expect_error(sum, "x", [1, 2])\n'
+            "end\n"
+            "function test_another()\n"
+            '    expect_error(error, "this", "that")\n'
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  ok      test_right    N ms\n"
+            "  FAILED  test_none     N ms\n"
+            '      sum_test.dv:9: expect_error(sum, "x", [1, 2])\n'
+            "        expected an error, and the call gave 3\n"
+            "  FAILED  test_another  N ms\n"
+            '      sum_test.dv:12: expect_error(error, "this", "that")\n'
+            "        expected an error with: this\n"
+            "        actual:                 that\n"
+            "1 passed, 2 failed\n",
+        )
+
+    def test_tests_that_end_otherwise(self):
+        got = self.run_tests(
+            "function test_endless()\n    while true; end\nend\n"
+            'function test_skipped()\n    pcall(skip, "not today")\nend\n'
+            "function test_caught()\n"
+            "    ok, message = pcall(expect_equal, 1, 2)\n"
+            "    assert(ok == false)\n"
+            "end\n"
+            "decay function test_coroutine()\n    print(1)\nend\n",
+            "--timeout",
+            "0.5",
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_endless    N ms\n"
+            "        still running after 0 s\n"
+            "  skipped test_skipped    not today\n"
+            "  ok      test_caught     N ms\n"
+            "  ok      test_coroutine  N ms\n"
+            "2 passed, 1 failed, 1 skipped\n".replace("after 0 s", "after 0.5 s"),
+        )
+
+    def test_a_file_that_cannot_be_loaded(self):
+        got = self.run_tests("x = 1\nif x\n")
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  (loading)  N ms\n"
+            "      sum_test.dv:1: if x\n"
+            "        Missing 'end' for if block\n"
+            "0 passed, 1 failed\n",
+        )
+
+    def test_files_and_tests_are_chosen(self):
+        for name in ("a_test.dv", "sub/b_test.dv", "sub/other.dv", ".hidden/c_test.dv"):
+            self.write(name, "function test_one()\nend\nfunction test_two()\nend\n")
+        listed = dovrel("test", "--list", folder=self.folder)
+        self.expect(
+            listed,
+            out="a_test.dv:test_one\na_test.dv:test_two\n"
+            "sub/b_test.dv:test_one\nsub/b_test.dv:test_two\n",
+        )
+        for options, count in (
+            (("--filter", "two"), 2),
+            (("--filter", "sub/*:test_o*"), 1),
+            (("sub",), 2),
+            (("sub/other.dv", "a_test.dv"), 4),
+        ):
+            with self.subTest(options=options):
+                got = dovrel("test", *options, folder=self.folder)
+                self.assertIn(f"\n{count} passed, 0 failed\n", got.stdout)
+        none = dovrel("test", "--filter", "three", folder=self.folder)
+        self.expect(none, status=1, err="dovrel test: no tests were found\n")
+
+    def test_output_is_shown_on_demand(self):
+        got = self.run_tests('function test_prints()\n    print("hello")\nend\n', "--output")
+        self.expect(
+            got,
+            out="sum_test.dv\nhello\n  ok      test_prints  N ms\n1 passed, 0 failed\n",
+        )
+
+    def test_junit(self):
+        self.run_tests(
+            "function test_fine()\nend\n"
+            'function test_wrong()\n    print("<&>")\n    error("a \\"b\\" & c")\nend\n'
+            'function test_left_out()\n    skip("later")\nend\n'
+            'function test_bytes()\n    error(string["char"](1, 255) + "x")\nend\n',
+            "--junit",
+            "out.xml",
+        )
+        suites = ElementTree.parse(self.folder / "out.xml").getroot()
+        self.assertEqual(
+            [suites.get(name) for name in ("tests", "failures", "errors", "skipped")],
+            ["4", "2", "0", "1"],
+        )
+        (suite,) = suites
+        self.assertEqual(suite.get("name"), "sum_test.dv")
+        fine, wrong, left_out, odd = suite
+        self.assertEqual((fine.get("classname"), fine.get("name")), ("sum_test.dv", "test_fine"))
+        self.assertEqual(len(fine), 0)
+        self.assertEqual(wrong.find("failure").get("message"), 'a "b" & c')
+        self.assertEqual(
+            wrong.find("failure").text, 'sum_test.dv:5: error("a \\"b\\" & c")\na "b" & c'
+        )
+        self.assertEqual(wrong.find("system-out").text, "<&>\n")
+        self.assertEqual(left_out.find("skipped").get("message"), "later")
+        self.assertTrue(odd.find("failure").get("message").endswith("x"))
+        total = sum(float(case.get("time")) for case in suite)
+        self.assertAlmostEqual(float(suite.get("time")), total, places=5)
 
 
 # Scripts that succeed although something in them is an error, with the reason.
