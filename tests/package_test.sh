@@ -45,7 +45,13 @@ expect "the dependencies" libc6 "$(dpkg-deb -f "$package" Depends)"
 
 root=$folder/root
 dpkg-deb -x "$package" "$root"
-for file in bin/dovrelscript share/man/man1/dovrelscript.1 \
+companion=()
+if [[ -x $build/dovrel ]]; then
+    companion=(bin/dovrel share/man/man1/dovrel.1 share/bash-completion/completions/dovrel
+        share/zsh/{site-functions,vendor-completions}/_dovrel
+        share/fish/vendor_completions.d/dovrel.fish)
+fi
+for file in bin/dovrelscript share/man/man1/dovrelscript.1 "${companion[@]}" \
     share/doc/dovrelscript/{README.md,docs/command_line.md,examples/invoice.dv} \
     share/doc/dovrelscript/editors/vim/syntax/dovrelscript.vim \
     share/doc/dovrelscript/editors/vscode/{package.json,syntaxes/dovrelscript.tmLanguage.json}; do
@@ -68,8 +74,13 @@ find "$root/usr/share/doc/dovrelscript" -name '*.md' -print0 |
     xargs -0 "$tests/run_documents.py" --program "$root/usr/bin/dovrelscript" >"$folder/out" ||
     fail "the installed documents: $(<"$folder/out")"
 
+if [[ -x $build/dovrel ]]; then
+    expect "the packed dovrel" "6 x" "$("$root/usr/bin/dovrel" run -e 'print(2 * 3, args[1])' x)"
+    expect "the packed dovrel knows its version" dovrel "$("$folder/TGZ/bin/dovrel" --version)"
+fi
+
 if command -v groff >/dev/null; then
-    warnings=$(groff -man -ww -z -Tutf8 "$root/usr/share/man/man1/dovrelscript.1" 2>&1)
+    warnings=$(groff -man -ww -z -Tutf8 "$root"/usr/share/man/man1/*.1 2>&1)
     [[ -z $warnings ]] || fail "the manual page: $warnings"
 else
     echo "the manual page is not checked: groff is missing"

@@ -8,6 +8,7 @@ import argparse
 import json
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -288,8 +289,10 @@ class Check(FilesTest):
         printed = "".join(
             path.read_text() for path in (ROOT / "tests/dovrel/cases/check").glob("*.out")
         )
+        document = (ROOT / "docs/dovrel.md").read_text()
         for code in codes:
             with self.subTest(code=code):
+                self.assertIn(f"| {code} |", document)
                 got = dovrel("check", "--explain", code.lower())
                 self.assertTrue(got.stdout.startswith(f"{code}: "))
                 self.assertGreater(len(got.stdout.splitlines()), 2)
@@ -604,6 +607,109 @@ class Test(FilesTest):
         self.assertTrue(odd.find("failure").get("message").endswith("x"))
         total = sum(float(case.get("time")) for case in suite)
         self.assertAlmostEqual(float(suite.get("time")), total, places=5)
+
+
+class Completion(FilesTest):
+    COMPLETION = ROOT / "src/dovrel/completion"
+
+    @staticmethod
+    def options():
+        """Each command with its long options, as its help lists them."""
+        top = dovrel("--help").stdout
+        commands = re.findall(r"^  ([a-z]+) ", top[top.index("Subcommands:") :], re.MULTILINE)
+        for command in commands:
+            text = dovrel(command, "--help").stdout
+            yield command, re.findall(r"^  (?:-[a-z],)?(--?[a-z]+)", text, re.MULTILINE)
+
+    def test_each_command_and_option_is_known_everywhere(self):
+        texts = {
+            "bash": (self.COMPLETION / "dovrel.bash").read_text(),
+            "zsh": (self.COMPLETION / "_dovrel").read_text(),
+            "fish": (self.COMPLETION / "dovrel.fish").read_text(),
+            "manual": (ROOT / "docs/man/dovrel.1").read_text().replace("\\-", "-"),
+            "document": (ROOT / "docs/dovrel.md").read_text(),
+        }
+        commands = dict(self.options())
+        self.assertEqual(len(commands), 6)
+        for where, text in texts.items():
+            for command, options in commands.items():
+                with self.subTest(where=where, command=command):
+                    self.assertRegex(text, rf"\b{command}\b")
+                    for option in options:
+                        written = re.escape(option)
+                        if where == "fish":
+                            written = rf"-[lo] {option.lstrip('-')}\b"
+                        if where == "document" and option in ("--version", "--codes"):
+                            continue
+                        self.assertRegex(text, written)
+
+    def complete_in_bash(self, *words):
+        """What bash offers for the last word."""
+        script = (
+            'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
+            'compopt() { :; }; _dovrel; printf "%s\\n" "${COMPREPLY[@]}"'
+        )
+        got = subprocess.run(
+            ["bash", "-c", script, "bash", str(self.COMPLETION / "dovrel.bash"), *words],
+            cwd=self.folder,
+            env={**os.environ, "PATH": f"{Path(PROGRAM).parent}:{os.environ['PATH']}"},
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual(got.stderr, "")
+        return got.stdout.split()
+
+    def test_bash(self):
+        for name in ("one.dv", "other.txt", "folder/two.dv"):
+            self.write(name, "")
+        for words, offered in (
+            (("dovrel", "ch"), ["check"]),
+            (("dovrel", "check", "--fo"), ["--format"]),
+            (("dovrel", "check", "--format", "s"), ["sarif"]),
+            (("dovrel", "check", "--explain", "W30"), [f"W30{i}" for i in range(1, 9)]),
+            (("dovrel", "format", "o"), ["one.dv"]),
+            (("dovrel", "format", "f"), ["folder"]),
+            (("dovrel", "run", "o"), ["one.dv"]),
+            (("dovrel", "run", "one.dv", "o"), ["one.dv", "other.txt"]),
+            (("dovrel", "doc", "string.re"), ["string.rep"]),
+            (("dovrel", "test", "--l"), ["--list"]),
+        ):
+            with self.subTest(words=words):
+                self.assertEqual(sorted(self.complete_in_bash(*words)), offered)
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is missing")
+    def test_fish(self):
+        path = f"{Path(PROGRAM).parent}:{os.environ['PATH']}"
+        for line, offered in (
+            ("dovrel che", "check"),
+            ("dovrel check --stri", "--strict"),
+            ("dovrel doc string.su", "string.sub"),
+            ("dovrel check --explain W20", "W201"),
+        ):
+            with self.subTest(line=line):
+                got = subprocess.run(
+                    ["fish", "-N", "-c", f"source '{self.COMPLETION}/dovrel.fish'; complete -C '{line}'"],
+                    cwd=self.folder,
+                    env={**os.environ, "PATH": path, "HOME": str(self.folder)},
+                    capture_output=True,
+                    text=True,
+                    check=False,
+                )
+                self.assertEqual(got.stderr, "")
+                self.assertEqual(got.stdout.split()[0], offered)
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is missing")
+    def test_zsh(self):
+        """The file can be read, and completion takes it up for the command."""
+        script = (
+            f"fpath=({self.COMPLETION} $fpath); autoload -U compinit; compinit -u -D; "
+            "print -r -- $_comps[dovrel]; autoload +X _dovrel && print read"
+        )
+        got = subprocess.run(
+            ["zsh", "-f", "-c", script], capture_output=True, text=True, cwd=self.folder, check=False
+        )
+        self.assertEqual((got.stdout, got.stderr), ("_dovrel\nread\n", ""))
 
 
 # Scripts that succeed although something in them is an error, with the reason.

@@ -54,7 +54,7 @@ TEST(DescribeDifference, ComparesLongTextsByLines) {
 TEST(EscapeXml, LeavesNothingThatXmlCannotHold) {
     EXPECT_EQ(escapeXml("a<b>&\"c\"\t\n"), "a&lt;b&gt;&amp;&quot;c&quot;\t\n");
     EXPECT_EQ(escapeXml("ä€😀"), "ä€😀");
-    EXPECT_EQ(escapeXml(std::string("\x01\xff\xc3") + "(\xc3"), "???(?");
+    EXPECT_EQ(escapeXml(std::string("\x01\xff\xc3") + " (\xc3"), "??? (?");
 }
 
 }  // namespace
