@@ -1,5 +1,6 @@
 // Statements that never run, do nothing, or run elsewhere: W301, W303, W304, W307 and E104.
 #include <algorithm>
+#include <set>
 #include <string>
 
 #include "dovrel/check_context.h"
@@ -11,6 +12,10 @@ public:
     explicit FlowChecks(CheckContext& context) : context_(context) {}
 
     void run() {
+        for (const Statement& statement : context_.statements()) {
+            closers_.insert(statement.line->matchingEnd);
+            closers_.insert(statement.line->nextBranch);
+        }
         for (const Statement& statement : context_.statements()) {
             statement_ = &statement;
             checkUnreachable();
@@ -84,13 +89,7 @@ private:
     void checkCloser() {
         const LineKind kind = statement_->kind();
         if (!closes(kind)) return;
-        // A closer has the block of its opener around it; without one it has none that it fits.
-        bool fits = false;
-        for (std::size_t i = 0; i < statement_->index && !fits; ++i) {
-            fits = at(i).line->matchingEnd == statement_->index ||
-                   at(i).line->nextBranch == statement_->index;
-        }
-        if (fits) return;
+        if (closers_.contains(statement_->index)) return;
         context_.report("W307", statement_->index, 0,
                         quoted(statement_->line->tokens[0]) +
                             " does nothing here: no block that it could belong to is open");
@@ -111,6 +110,7 @@ private:
 
     CheckContext& context_;
     const Statement* statement_ = nullptr;
+    std::set<std::size_t> closers_;  // the statements that close a block or begin a branch of one
 };
 
 }  // namespace

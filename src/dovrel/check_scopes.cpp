@@ -69,7 +69,7 @@ private:
     }
 
     [[nodiscard]] bool isDeclaredBefore(const NameUse& use) const {
-        const auto uses = context_.model.usesOf(use.name);
+        const auto& uses = context_.model.usesOf(use.name);
         return std::any_of(uses.begin(), uses.end(), [&](const NameUse* other) {
             if (other->function != use.function) return false;
             if (other->kind == NameUseKind::Parameter) return true;
@@ -115,7 +115,7 @@ private:
         return statement > opener && statement < context_.model.blockEnd(opener);
     }
     [[nodiscard]] bool isReadOutside(const NameUse& use) const {
-        const auto uses = context_.model.usesOf(use.name);
+        const auto& uses = context_.model.usesOf(use.name);
         return std::any_of(uses.begin(), uses.end(), [&](const NameUse* other) {
             return other->function == use.function && other->isRead() &&
                    other->statement > use.statement &&
@@ -153,7 +153,7 @@ private:
     }
 
     [[nodiscard]] bool isGlobal(const std::string& name) const {
-        const auto uses = context_.model.usesOf(name);
+        const auto& uses = context_.model.usesOf(name);
         return context_.assignedElsewhere.contains(name) || CheckContext::isLibraryGlobal(name) ||
                std::any_of(uses.begin(), uses.end(), [&](const NameUse* use) {
                    return !use->isRead() && !use->isOwn() && use->kind != NameUseKind::Compound &&
@@ -165,11 +165,8 @@ private:
     [[nodiscard]] std::vector<std::size_t> callersWith(const std::string& name,
                                                        std::size_t function) const {
         std::vector<std::size_t> callers;
-        for (std::size_t i = 0; i < context_.functions().size(); ++i) {
-            if (context_.model.callees(i).contains(function) &&
-                context_.model.ownNames(i).contains(name)) {
-                callers.push_back(i);
-            }
+        for (const std::size_t owner : context_.model.ownersOf(name)) {
+            if (context_.model.callees(owner).contains(function)) callers.push_back(owner);
         }
         return callers;
     }

@@ -112,7 +112,7 @@ private:
     }
     /// The first declaration of a name in its function; the others are told of with it.
     [[nodiscard]] bool isFirstOf(const NameUse& use) const {
-        const auto uses = context_.model.usesOf(use.name);
+        const auto& uses = context_.model.usesOf(use.name);
         return std::none_of(uses.begin(), uses.end(), [&](const NameUse* other) {
             return other->isOwn() && other->function == use.function &&
                    (other->statement < use.statement ||
@@ -122,7 +122,7 @@ private:
     /// Read in the function, or where a function that it may call has no such name of its own.
     [[nodiscard]] bool isReadFrom(const NameUse& use) const {
         const auto& callees = context_.model.callees(use.function);
-        const auto uses = context_.model.usesOf(use.name);
+        const auto& uses = context_.model.usesOf(use.name);
         return std::any_of(uses.begin(), uses.end(), [&](const NameUse* other) {
             if (!other->isRead() && other->kind != NameUseKind::ElementWrite) return false;
             // The top's variables stay for all.
@@ -141,7 +141,7 @@ private:
     [[nodiscard]] bool isCalledByOthers(std::size_t function) const {
         const FunctionModel& model = context_.functions()[function];
         if (model.isElement) return true;
-        const auto uses = context_.model.usesOf(model.name);
+        const auto& uses = context_.model.usesOf(model.name);
         return std::any_of(uses.begin(), uses.end(),
                            [](const NameUse* use) { return use->kind == NameUseKind::Read; });
     }
@@ -171,16 +171,13 @@ private:
         }
     }
     [[nodiscard]] bool belongsToCaller(const NameUse& use) const {
-        for (std::size_t i = 0; i < context_.functions().size(); ++i) {
-            if (context_.model.callees(i).contains(use.function) &&
-                context_.model.ownNames(i).contains(use.name)) {
-                return true;
-            }
-        }
-        return false;
+        const auto& owners = context_.model.ownersOf(use.name);
+        return std::any_of(owners.begin(), owners.end(), [&](std::size_t owner) {
+            return context_.model.callees(owner).contains(use.function);
+        });
     }
     [[nodiscard]] bool isGivenAtTop(const std::string& name) const {
-        const auto uses = context_.model.usesOf(name);
+        const auto& uses = context_.model.usesOf(name);
         return std::any_of(uses.begin(), uses.end(),
                            [](const NameUse* use) { return use->function == 0 && !use->isRead(); });
     }

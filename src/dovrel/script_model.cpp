@@ -232,7 +232,10 @@ void ScriptModel::collectNames() {
     }
     ownNames_.resize(functions_.size());
     for (const NameUse& use : uses_) {
-        if (use.isOwn()) ownNames_[use.function].insert(use.name);
+        usesByName_[use.name].push_back(&use);
+        if (!use.isOwn()) continue;
+        ownNames_[use.function].insert(use.name);
+        owners_[use.name].insert(use.function);
     }
 }
 
@@ -282,12 +285,16 @@ void ScriptModel::closeCalls() {
     }
 }
 
-std::vector<const NameUse*> ScriptModel::usesOf(const std::string& name) const {
-    std::vector<const NameUse*> found;
-    for (const NameUse& use : uses_) {
-        if (use.name == name) found.push_back(&use);
-    }
-    return found;
+const std::vector<const NameUse*>& ScriptModel::usesOf(const std::string& name) const {
+    static const std::vector<const NameUse*> none;
+    const auto found = usesByName_.find(name);
+    return found == usesByName_.end() ? none : found->second;
+}
+
+const std::set<std::size_t>& ScriptModel::ownersOf(const std::string& name) const {
+    static const std::set<std::size_t> none;
+    const auto found = owners_.find(name);
+    return found == owners_.end() ? none : found->second;
 }
 
 std::vector<std::size_t> ScriptModel::functionsCalled(const std::string& name) const {
@@ -337,7 +344,7 @@ void ValueKinds::add(const ValueKinds& other) {
 ValueKinds KindEstimate::ofCall(const Expression& call) const {
     ValueKinds kinds;
     const auto hasWrites = [this](const std::string& name) {
-        const auto uses = model_.usesOf(name);
+        const auto& uses = model_.usesOf(name);
         return std::any_of(uses.begin(), uses.end(),
                            [](const NameUse* use) { return !use->isRead(); });
     };
@@ -444,13 +451,20 @@ ValueKinds KindEstimate::of(const Expression& expression, std::size_t function) 
 }
 
 ValueKinds KindEstimate::ofName(const std::string& name, std::size_t function) const {
-    constexpr int kDeepest = 4;
+    const bool isOwn = model_.ownNames(function).contains(name);
+    ValueKinds unknown;
+    unknown.isUnknown = true;
+    Known& known = withCompounds_ ? known_ : knownBeforeCompounds_;
+    const auto key = std::make_pair(name, isOwn ? function : kNoLine);
+    const auto [place, isNew] = known.emplace(key, unknown);
+    if (!isNew) return place->second;
+    const ValueKinds kinds = workOut(name, function);
+    known[key] = kinds;
+    return kinds;
+}
+
+ValueKinds KindEstimate::workOut(const std::string& name, std::size_t function) const {
     ValueKinds kinds;
-    if (depth_ >= kDeepest) {
-        kinds.isUnknown = true;
-        return kinds;
-    }
-    ++depth_;
     const bool isOwn = model_.ownNames(function).contains(name);
     bool isWritten = false;
     for (const NameUse* use : model_.usesOf(name)) {
@@ -502,7 +516,6 @@ ValueKinds KindEstimate::ofName(const std::string& name, std::size_t function) c
             default: kinds.isUnknown = true; break;
         }
     }
-    --depth_;
     if (!isWritten) kinds.isUnknown = true;
     return kinds;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dovrel/expression_tree.h"
@@ -101,13 +102,16 @@ public:
     [[nodiscard]] const std::vector<Statement>& statements() const { return statements_; }
     [[nodiscard]] const std::vector<FunctionModel>& functions() const { return functions_; }
     [[nodiscard]] const std::vector<NameUse>& uses() const { return uses_; }
-    [[nodiscard]] std::vector<const NameUse*> usesOf(const std::string& name) const;
+    /// All uses of a name, in the order of the statements; the parameters stand last.
+    [[nodiscard]] const std::vector<const NameUse*>& usesOf(const std::string& name) const;
     /// Functions of the script that are called by `name`.
     [[nodiscard]] std::vector<std::size_t> functionsCalled(const std::string& name) const;
     /// All names that a function makes for itself.
     [[nodiscard]] const std::set<std::string>& ownNames(std::size_t function) const {
         return ownNames_[function];
     }
+    /// The functions that make a variable called `name` for themselves.
+    [[nodiscard]] const std::set<std::size_t>& ownersOf(const std::string& name) const;
     /// The functions that a function may call, directly or through others; itself only in a circle.
     [[nodiscard]] const std::set<std::size_t>& callees(std::size_t function) const {
         return callees_[function];
@@ -135,7 +139,9 @@ private:
     std::vector<Statement> statements_;
     std::vector<FunctionModel> functions_;
     std::vector<NameUse> uses_;
+    std::map<std::string, std::vector<const NameUse*>> usesByName_;
     std::vector<std::set<std::string>> ownNames_;
+    std::map<std::string, std::set<std::size_t>> owners_;
     std::vector<std::set<std::size_t>> callees_;
     std::vector<std::size_t> around_;
     std::map<std::string, std::vector<std::size_t>> functionsByName_;
@@ -173,9 +179,14 @@ public:
 
 private:
     [[nodiscard]] ValueKinds ofCall(const Expression& call) const;
+    [[nodiscard]] ValueKinds workOut(const std::string& name, std::size_t function) const;
     [[nodiscard]] ValueKinds ofBinary(const Expression& expression, std::size_t function) const;
 
     const ScriptModel& model_;
-    mutable int depth_ = 0;  // names refer to each other in circles
+    /// What is known of a name: of a function's own, or of the global if the function is kNoLine. A
+    /// name that is being worked out is unknown, since names refer to each other in circles.
+    using Known = std::map<std::pair<std::string, std::size_t>, ValueKinds>;
+    mutable Known known_;
+    mutable Known knownBeforeCompounds_;
     mutable bool withCompounds_ = true;
 };

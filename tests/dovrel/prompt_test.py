@@ -37,6 +37,7 @@ class Screen:
         self.columns = columns
         self.rows = [[]]
         self.row = self.column = 0
+        self.begun = self.ended = 0  # lines that the editor has read, by its marks for pasting
 
     def feed(self, text):
         """Takes what it can; gives back the beginning of a sequence that is not whole."""
@@ -82,6 +83,9 @@ class Screen:
     def control(self, numbers, letter):
         count = int(numbers) if numbers.isdigit() else 1
         row = self.rows[self.row]
+        if numbers == "?2004":
+            self.begun += letter == "h"
+            self.ended += letter == "l"
         if letter == "A":
             self.move_row(self.row - count)
         elif letter == "B":
@@ -157,6 +161,20 @@ class Terminal:
             return self.wait(wanted)
         return self.screen.text()
 
+    def wait_until(self, condition):
+        deadline = time.monotonic() + TIME_LIMIT
+        while not condition():
+            if time.monotonic() > deadline or not self.read(0.1):
+                raise AssertionError(f"nothing more comes behind\n{self.screen.text()}")
+
+    def enter(self, keys):
+        """Sends keys and a line end, and waits for the prompt behind; gives the screen."""
+        wanted = self.screen.begun + keys.count("\r") + 1
+        self.send(keys + "\r")
+        self.wait_until(lambda: self.screen.begun >= wanted)
+        self.wait_until(lambda: self.screen.text().endswith(("\ndv>", "\n..>")))
+        return self.screen.text()
+
     def resize(self, columns):
         self.screen.columns = columns
         fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
@@ -190,8 +208,7 @@ class PromptTest(unittest.TestCase):
     def expect(self, terminal, *steps):
         """Each step is what is sent, and the lines that must then stand above the next prompt."""
         for keys, shown in steps:
-            terminal.send(keys + "\r")
-            text = terminal.wait("\ndv>")
+            text = terminal.enter(keys)
             self.assertTrue(text.endswith(shown + "\ndv>"), f"{shown!r} is not the end of\n{text}")
 
     def end(self, terminal):
@@ -219,14 +236,11 @@ class Values(PromptTest):
     def test_blocks_go_on_until_they_are_closed(self):
         terminal = self.start()
         for line in ("function double(n)", "if n", "return n * 2", "end"):
-            terminal.send(line + "\r")
-            terminal.wait("\n..>")
+            terminal.enter(line)
         self.expect(terminal, ("end", "..> end"), ("double(21)", "\n42"))
-        terminal.send("total = (1 +\r")
-        terminal.wait("\n..>")
+        terminal.enter("total = (1 +")
         self.expect(terminal, ("2)", "..> 2)"), ("total", "\n3"))
-        terminal.send('"two\r')
-        terminal.wait("\n..>")
+        terminal.enter('"two')
         self.expect(terminal, ('lines"', '\n"two lines"'))
         self.end(terminal)
 
@@ -270,10 +284,8 @@ class Values(PromptTest):
             (":help strig.len", '\nnothing is called strig.len; did you mean string["len"]?'),
             (":fly", "\nerror: :fly is no command, or needs more; :help lists them"),
         )
-        terminal.send(":help getTimeMs\r")
-        self.assertIn("gives the milliseconds since", terminal.wait("\ndv>"))
-        terminal.send(":time 1 + 1\r")
-        self.assertRegex(terminal.wait(" ms\ndv>"), r"dv> :time 1 \+ 1\n2\n[0-9.]+ ms\ndv>$")
+        self.assertIn("gives the milliseconds since", terminal.enter(":help getTimeMs"))
+        self.assertRegex(terminal.enter(":time 1 + 1"), r"dv> :time 1 \+ 1\n2\n[0-9.]+ ms\ndv>$")
         terminal.send(":quit\r")
         self.assertEqual(terminal.leave(), 0)
 
@@ -293,10 +305,8 @@ class Editing(PromptTest):
 
     def test_history_is_kept_between_runs(self):
         terminal = self.start()
-        terminal.send("function f()\r")
-        terminal.wait("..>")
-        terminal.send("return 7  @@ seven\r")
-        terminal.wait("..>")
+        terminal.enter("function f()")
+        terminal.enter("return 7  @@ seven")
         self.expect(terminal, ("end", "..> end"), ("a = 1", "dv> a = 1"), ("a + 1", "\n2"))
         self.expect(terminal, (UP + UP + DOWN, "dv> a + 1\n2"))
         self.end(terminal)
@@ -325,8 +335,9 @@ class Editing(PromptTest):
         self.expect(terminal, ("N" + TAB + '("5")', "\n5"))
         self.expect(terminal, (":ty" + TAB + " 1", "\nan int"))
         self.expect(terminal, (":help utf8[" + TAB + "le" + TAB, "4 5"))
-        terminal.send("if true\r" + TAB + "print(1)\rend\r")
-        self.assertIn("..>     print(1)", terminal.wait("\n1\ndv>"))
+        terminal.enter("if true")
+        terminal.enter(TAB + "print(1)")
+        self.assertTrue(terminal.enter("end").endswith("..>     print(1)\n..> end\n1\ndv>"))
         self.end(terminal)
 
     def test_a_narrow_window(self):
@@ -340,10 +351,8 @@ class Editing(PromptTest):
         self.assertIn('dv> word = "ABabcdef\nghijklmnopqrstuvwxyz\n" + word', shown)
         terminal.send(START + "word = \"\"; ")
         terminal.wait('" + word')
-        terminal.send("\r")
-        terminal.wait("\ndv>")
-        terminal.send("word\r")
-        self.assertIn('"ABabcdefghijklmnopq\nrstuvwxyz"\ndv>', terminal.wait("\ndv>"))
+        terminal.enter("")
+        self.assertIn('"ABabcdefghijklmnopq\nrstuvwxyz"\ndv>', terminal.enter("word"))
         self.end(terminal)
 
     def test_the_window_changes(self):
@@ -352,8 +361,8 @@ class Editing(PromptTest):
         terminal.wait("wxyz")
         terminal.resize(60)
         terminal.read(0.3)
-        terminal.send("0123456789" + LEFT * 10 + "-" + END + '"\r')
-        self.assertIn('\n"abcdefghijklmnopqrstuvwxyz-0123456789"\ndv>', terminal.wait("\ndv>"))
+        shown = terminal.enter("0123456789" + LEFT * 10 + "-" + END + '"')
+        self.assertIn('\n"abcdefghijklmnopqrstuvwxyz-0123456789"\ndv>', shown)
         self.end(terminal)
 
 
@@ -387,8 +396,9 @@ class Pasting(PromptTest):
 class Interrupting(PromptTest):
     def interrupt(self, terminal, keys):
         """A line that runs until Ctrl-C comes."""
+        wanted = terminal.screen.ended + 1
         terminal.send(keys + "\r")
-        terminal.wait(keys)
+        terminal.wait_until(lambda: terminal.screen.ended >= wanted)
         started = time.monotonic()
         while time.monotonic() < started + 0.3:
             terminal.read(0.1)
@@ -410,8 +420,7 @@ class Interrupting(PromptTest):
     def test_functions_and_what_protects_them(self):
         terminal = self.start()
         for line in ("function spin(n)", "while true", "n += 1", "end"):
-            terminal.send(line + "\r")
-            terminal.wait("\n..>")
+            terminal.enter(line)
         self.expect(terminal, ("end", "..> end"))
         self.interrupt(terminal, "spin(1)")
         self.interrupt(terminal, "pcall(spin, 1)")
@@ -434,8 +443,7 @@ class Interrupting(PromptTest):
         terminal.wait("dv> half a line")
         terminal.send(CANCEL)
         terminal.wait("dv> half a line\ndv>")
-        terminal.send("if true\r")
-        terminal.wait("\n..>")
+        terminal.enter("if true")
         terminal.send("more")
         terminal.wait("..> more")
         terminal.send(CANCEL)
@@ -445,10 +453,8 @@ class Interrupting(PromptTest):
 
     def test_a_coroutine_that_never_ends(self):
         terminal = self.start()
-        terminal.send("function spin(); while true; end; end\r")
-        terminal.wait("\ndv>")
-        terminal.send("decay function beside(); spin(); end\r")
-        terminal.wait("\ndv>")
+        terminal.enter("function spin(); while true; end; end")
+        terminal.enter("decay function beside(); spin(); end")
         self.interrupt(terminal, "beside()")
         self.expect(terminal, ("1", "\n1"))
         self.end(terminal)
