@@ -46,7 +46,13 @@ expect "the dependencies" libc6 "$(dpkg-deb -f "$package" Depends)"
 root=$folder/root
 documents=$root/usr/share/doc/dovrelscript
 dpkg-deb -x "$package" "$root"
-for file in bin/dovrelscript share/man/man1/dovrelscript.1.gz \
+companion=()
+if [[ -x $build/dovrel ]]; then
+    companion=(bin/dovrel share/man/man1/dovrel.1.gz share/bash-completion/completions/dovrel
+        share/zsh/{site-functions,vendor-completions}/_dovrel
+        share/fish/vendor_completions.d/dovrel.fish)
+fi
+for file in bin/dovrelscript share/man/man1/dovrelscript.1.gz "${companion[@]}" \
     share/doc/dovrelscript/{README.md,CHANGELOG.md,docs/command_line.md,examples/invoice.dv} \
     share/doc/dovrelscript/{copyright,changelog.gz} \
     share/doc/dovrelscript/editors/vim/syntax/dovrelscript.vim \
@@ -77,9 +83,15 @@ find "$documents" -name '*.md' -print0 |
     xargs -0 "$tests/run_documents.py" --program "$root/usr/bin/dovrelscript" >"$folder/out" ||
     fail "the installed documents: $(<"$folder/out")"
 
+if [[ -x $build/dovrel ]]; then
+    expect "the packed dovrel" "6 x" "$("$root/usr/bin/dovrel" run -e 'print(2 * 3, args[1])' x)"
+    expect "the packed dovrel knows its version" dovrel "$("$folder/TGZ/bin/dovrel" --version)"
+fi
+
 if command -v groff >/dev/null; then
-    warnings=$(zcat "$root/usr/share/man/man1/dovrelscript.1.gz" |
-        groff -man -ww -z -Tutf8 2>&1)
+    warnings=$(for page in "$root"/usr/share/man/man1/*.1.gz; do
+        zcat "$page" | groff -man -ww -z -Tutf8 2>&1
+    done)
     [[ -z $warnings ]] || fail "the manual page: $warnings"
 else
     echo "the manual page is not checked: groff is missing"

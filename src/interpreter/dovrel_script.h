@@ -16,6 +16,9 @@
 #pragma once
 
 #include <chrono>
+#ifdef DOVREL_INTERRUPTIBLE
+#include <csignal>
+#endif
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -52,6 +55,12 @@ class DovrelScript;
 /// A native's body. Natives check their argument count and kinds first and raise the exact text of
 /// their entry.
 using NativeBody = Variable (*)(DovrelScript& interpreter, Arguments args);
+
+#ifdef DOVREL_INTERRUPTIBLE
+/// Ends the running script from outside. No standard exception, so that it passes all handlers, and
+/// no `pcall` catches it.
+struct ScriptInterrupted {};
+#endif
 
 class DovrelScript {
 public:
@@ -287,6 +296,13 @@ public:
     void raiseScriptErrorSoft(std::string message);
     /// A soft error is on its way to its protected call: stop and return nil.
     [[nodiscard]] bool softErrorUnwinding() const {
+#ifdef DOVREL_INTERRUPTIBLE
+        // Asked in every statement, call and turn of a loop, so nothing runs for ever past it.
+        if (interruptRequested != 0) {
+            interruptRequested = 0;
+            throw ScriptInterrupted{};
+        }
+#endif
 #ifdef DOVREL_FUZZ
         // Asked in every statement, call and turn of a loop, so nothing runs for ever past it.
         if (statementBudget == 0) throw std::runtime_error("statement budget exhausted");
@@ -294,6 +310,11 @@ public:
 #endif
         return softErrorPending && callDepth > softErrorDepth;
     }
+#ifdef DOVREL_INTERRUPTIBLE
+    /// Set from outside, by a signal handler for one, to stop the running script by a
+    /// ScriptInterrupted at its next step.
+    static inline volatile std::sig_atomic_t interruptRequested = 0;
+#endif
 #ifdef DOVREL_FUZZ
     mutable std::uint64_t statementBudget = std::uint64_t{1} << 16;
 #endif

@@ -1,0 +1,30 @@
+// One test, or the loading of a file of tests, in a process of its own: whatever it does to the
+// interpreter, the working directory or itself, it does to nobody else.
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum class TestOutcome { Passed, Failed, Skipped };
+
+struct TestResult {
+    TestOutcome outcome = TestOutcome::Failed;
+    std::string message;  // why it failed or was skipped
+    std::string place;    // "file:line" of a failure, if it is known
+    std::string source;   // the line there
+    std::string output;   // what it has written
+    double seconds = 0;   // the call alone, without the loading
+};
+
+struct TestFile {
+    std::vector<std::string> tests;  // in the order in which they were declared
+    TestResult loading;              // Passed, or what went wrong
+};
+
+/// Loads a file and lists its tests: the global functions whose names begin with "test_".
+[[nodiscard]] TestFile listTests(const std::string& path, double timeLimit);
+
+/// Loads a file and calls one of its tests. A `timeLimit` of 0 is none. With `showsOutput` the
+/// output goes where that of this process goes, and is not gathered.
+[[nodiscard]] TestResult runTest(const std::string& path, const std::string& test, double timeLimit,
+                                 bool showsOutput);

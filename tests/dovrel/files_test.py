@@ -1,0 +1,740 @@
+#!/usr/bin/env python3
+"""What the commands of dovrel do with files: those that they write, and those of this project.
+
+    files_test.py --program build/dovrel
+"""
+
+import argparse
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tests"))
+import run_documents  # noqa: E402
+PROGRAM = None
+
+
+def dovrel(*arguments, folder=ROOT, stdin=""):
+    return subprocess.run(
+        [PROGRAM, *map(str, arguments)],
+        cwd=folder,
+        input=stdin,
+        capture_output=True,
+        text=True,
+        timeout=120,
+        check=False,
+    )
+
+
+class FilesTest(unittest.TestCase):
+    def setUp(self):
+        self.keeper = tempfile.TemporaryDirectory(prefix="dovrel-")
+        self.addCleanup(self.keeper.cleanup)
+        self.folder = Path(self.keeper.name)
+
+    def write(self, name, text):
+        path = self.folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(text.encode())
+        return path
+
+    def expect(self, got, status=0, out="", err=""):
+        self.assertEqual((got.returncode, got.stdout, got.stderr), (status, out, err))
+
+
+class Format(FilesTest):
+    def test_writes_what_differs(self):
+        wrong = self.write("wrong.dv", "a=1\r\n@@ x\n")
+        right = self.write("right.dv", "a = 1\n")
+        wrong.chmod(0o640)
+        before = right.stat()
+        self.expect(dovrel("format", "wrong.dv", "right.dv", folder=self.folder))
+        self.assertEqual(wrong.read_bytes(), b"a = 1\r\n@@ x\n")
+        self.assertEqual(wrong.stat().st_mode & 0o777, 0o640)
+        self.assertEqual(right.stat().st_mtime_ns, before.st_mtime_ns)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["right.dv", "wrong.dv"])
+
+    def test_follows_a_link(self):
+        target = self.write("sub/target.dv", "a=1\n")
+        (self.folder / "link.dv").symlink_to(target)
+        self.expect(dovrel("format", "link.dv", folder=self.folder))
+        self.assertTrue((self.folder / "link.dv").is_symlink())
+        self.assertEqual(target.read_text(), "a = 1\n")
+
+    def test_leaves_alone_what_it_cannot_lay_out(self):
+        path = self.write("open.dv", 'a="x\n')
+        other = self.write("other.dv", "b=2\n")
+        self.expect(
+            dovrel("format", "open.dv", "other.dv", folder=self.folder),
+            status=2,
+            err="dovrel format: open.dv: the string that begins in line 1 is not closed\n",
+        )
+        self.assertEqual(path.read_text(), 'a="x\n')
+        self.assertEqual(other.read_text(), "b = 2\n")
+
+    def test_check_and_diff_write_nothing(self):
+        path = self.write("wrong.dv", "a=1\n")
+        self.assertEqual(dovrel("format", "--check", path).returncode, 1)
+        self.assertEqual(dovrel("format", "--diff", path).returncode, 0)
+        self.assertEqual(dovrel("format", "--check", "--diff", path).returncode, 1)
+        self.assertEqual(path.read_text(), "a=1\n")
+
+    def test_the_scripts_to_read_are_laid_out(self):
+        self.expect(dovrel("format", "--check", "examples", "bench"))
+
+    def test_takes_every_script_of_the_tests(self):
+        """Each result is compared with its script, and laid out once more, by the command itself."""
+        got = dovrel("format", "--check", "tests/scripts")
+        for line in got.stderr.splitlines():
+            self.assertRegex(line, "the string that begins in line [0-9]+ is not closed$")
+        self.assertGreater(len(got.stdout.splitlines()), 100)
+
+
+def findings(text):
+    """What `check` finds in a text."""
+    got = dovrel("check", "--format", "json", "-", stdin=text)
+    return json.loads(got.stdout)["findings"]
+
+
+# For each row of the table of surprises in docs/language.md: a script that falls into it, and the
+# code that tells of it. The first words of the row are its key.
+SURPRISES = {
+    "`if n` is false for 0": (
+        "W405",
+        "function f()\n    native n = 0\n    return n + 0\nend\nif f()\n    print(1)\nend\n",
+    ),
+    "`2 ^ 3` is": ("W406", "x = 2 ^ 3\nprint(x)\n"),
+    "an argument is evaluated twice": (
+        "W302",
+        "function g()\n    print(1)\n    return 1\nend\n"
+        "function f(a)\n    native r = a\n    return r\nend\nx = 1 + f(g())\n",
+    ),
+    "`n += 0.5` fails": ("W402", "n = 1\nn += 0.5\n"),
+    "a caller's variable changes": (
+        "W207",
+        "function f()\n    x = 1\nend\nfunction g()\n    native x = 2\n    f()\n"
+        "    print(x)\nend\ng()\n",
+    ),
+    "a parameter has the value": (
+        "W208",
+        'function f(x)\n    print(x)\nend\nif true\n    local x = 1\n    f(2)\nend\n',
+    ),
+    "a function reads `x` of its caller": (
+        "W210",
+        "function f()\n    print(x)\nend\nfunction g()\n    native x = 1\n    f()\nend\n"
+        "function h()\n    native y = 2\n    f()\n    print(y)\nend\ng()\nh()\n",
+    ),
+    "`print(f())` prints": ("W407", "function f()\n    return 1, 2\nend\nprint(f())\n"),
+    "`a.b` is an unknown token": ("E103", "a = {b: 1}\nprint(a.b)\n"),
+    "`x == not and y`": ("W412", "y = 1\nif not and y\n    print(1)\nend\n"),
+    "`nil` works like": ("W305", "nil = 1\nprint(nil)\n"),
+    "`t[1.0]` is not": ("W408", "t = {}\nprint(t[1.0])\n"),
+    "`t[k] = not`": ("W409", 't = {a: 1}\nk = "a"\nt[k] = not\n'),
+    "10 comes before 9": ("W410", "for k in pairs({9: 1, 10: 2})\n    print(k)\nend\n"),
+    '`a["x"] = 1` parts': ("W411", 'a = [1]\nb = a\na["x"] = 1\nprint(b)\n'),
+    '`t["x"] = f()` stores': (
+        "W407",
+        'function f()\n    return 1, 2\nend\nt = {}\nt["x"] = f()\nprint(t)\n',
+    ),
+    "`else if x`": ("W305", "x = 1\nif x == 2\n    print(2)\nelse if x\n    print(1)\nend\n"),
+    "`if a b() end`": ("E102", "a = 1\nif a print(a) end\n"),
+    "`continue` and `exit`": ("W305", "for i = 1, 3\n    print(i)\n    continue\nend\n"),
+    "`None`, `null` and": ("W305", "x = 1\nprint(x == None)\n"),
+    "a misspelt name is no error": ("W204", "list = [1]\nprint(len(lst))\n"),
+    "a typing mistake in a line": ("E103", "function f()\n    return 1 +\nend\nprint(f)\n"),
+    "`for i, name in list`": ("W414", 'list = ["a"]\nfor i, name in list\n    print(i, name)\nend\n'),
+    "`list[0]` and": ("W413", "list = [1]\nprint(list[0])\n"),
+    "`for i = 1, 2147483647`": ("W308", "for i = 1, 2147483647\n    print(i)\nend\n"),
+    "`x = 1,` is fine": ("W416", "x = 1,\nprint(x)\n"),
+    "an array as the first thing": ("E103", "list = {[1, 2], 3}\nprint(list)\n"),
+    "a `for` with a replaced `pairs`": (
+        "W415",
+        "function pairs(t)\n    return [t]\nend\nfor x in pairs([1])\n    print(x)\nend\n",
+    ),
+}
+
+# Statements with calls of g, whose runs are counted and compared with what W302 says.
+REPEATED = """
+    x = 1 + f(g(1)); x = f(g(1)); x = f(1 + f(g(1))); x = -f(g(1)); x = "a" + f(g(1))
+    x = 1 + one(g(1)); x = one(g(1)) + f(2); x = f(g(1)) + one(g(1)); x = one(g(1)) + f(g(2))
+    x = g(1) + g(1); x = g(1) + f(g(1)); x = 1 + toNumber(g(1)); x = 1 + math["floor"](g(1))
+    x = 1 + push([], g(1)); x = 1 + push(l, g(1)); x = 1 + len(toString(g(1)))
+    x = "a" + toString(g(1)); x = "a" + toString(g(1)) + 1; x = t[f(g(1))]; t["x"] = 1 + f(g(1))
+    t[1 + f(g(1))] = 1; x = f(g(1)) or 3; x = g(1) or 3; x = g(1) == 1 and g(1) == 1
+    x = 1 + t["n"] * f(g(1)) + f(g(2)); x += f(g(1)) + 1; print(1 + f(g(1)))
+    x = f(g(1)) == f(g(1)); x = [1 + f(g(1))]; x = 1 + f(g(1)) * len([1]); x, y = 1 + f(g(1)), 2
+    for i = 1, f(g(1)); end; for i = 1, f(g(1)) + 1; end; for v in one([g(1)]); end
+    if g(1); end; if f(g(1)); end; if f(g(1)) == 1; end; if 1 == f(g(1)); end; if not f(g(1)); end
+    if f(g(1)) > 0 and f(g(1)) < 9; end; if f(g(1)) + 1 > 0; end; if f(1 + f(g(1))) > 0; end
+    if one(g(1)) == 1; end; if one(g(1)) > f(1); end; if contains(t, g(1)); end
+    if contains(t, g(1)) and 1 == 1; end; if g(1) > 0 and g(1) < 2; end; while f(g(1)) > 5; end
+    if g(1) == 2 or f(g(1)) == 1; end; repeat; until f(g(1)) == 1; if f(g(1)) and t; end
+"""
+REPEATED_FUNCTIONS = """
+function g(n)
+    count = count + 1
+    native r = n
+    return r
+end
+function f(n)
+    native r = n
+    return r
+end
+function one(n)
+    return n
+end
+t = {n: 2}
+l = []
+x = 1
+count = 0
+"""
+
+
+def repeated_statements():
+    """The statements of REPEATED, each with the lines of its block."""
+    words = re.split(r";\s|\n", REPEATED)
+    statement = []
+    for word in filter(None, (word.strip() for word in words)):
+        statement.append(word)
+        first = statement[0].split()[0]
+        closed = first not in ("if", "for", "while", "repeat") or (
+            len(statement) > 1 and word.split()[0] in ("end", "until")
+        )
+        if closed:
+            yield "\n".join(statement) + "\n"
+            statement = []
+
+
+class Check(FilesTest):
+    def test_finds_each_surprise_of_the_language(self):
+        text = (ROOT / "docs/language.md").read_text()
+        table = text[text.index("\n## Surprises") :]
+        rows = [line[2:] for line in table.splitlines() if line.startswith("| ")][2:]
+        self.assertEqual(len(rows), len(SURPRISES))
+        for row in rows:
+            found = [key for key in SURPRISES if row.startswith(key)]
+            with self.subTest(row=row):
+                self.assertEqual(len(found), 1)
+                code, script = SURPRISES[found[0]]
+                self.assertEqual([one["code"] for one in findings(script) if one["code"] == code], [code])
+
+    def test_says_how_often_a_call_runs(self):
+        for statement in repeated_statements():
+            with self.subTest(statement=statement):
+                script = REPEATED_FUNCTIONS + statement + "print(count)\n"
+                ran = dovrel("run", "-", stdin=script)
+                self.assertEqual(ran.stderr, "")
+                expected = len(re.findall(r"\bg\(", statement))
+                for one in findings(script):
+                    line = script.splitlines()[one["line"] - 1][one["column"] - 1 :]
+                    times = re.search("may run ([0-9]+) times", one["message"])
+                    if times and line.startswith("g("):
+                        expected += int(times[1]) - 1
+                self.assertEqual(int(ran.stdout.split()[-1]), expected)
+
+    def test_json(self):
+        path = self.write("a b.dv", "x = lst\n")
+        got = dovrel("check", "--format", "json", "a b.dv", folder=self.folder)
+        self.assertEqual(got.returncode, 0)
+        self.assertEqual(
+            json.loads(got.stdout),
+            {
+                "findings": [
+                    {
+                        "file": "a b.dv",
+                        "line": 1,
+                        "column": 5,
+                        "endLine": 1,
+                        "endColumn": 8,
+                        "severity": "warning",
+                        "code": "W204",
+                        "message": "`lst` is read and never assigned: it is the absent value",
+                    }
+                ],
+                "errors": 0,
+                "warnings": 1,
+            },
+        )
+        self.assertEqual(dovrel("check", "--strict", path).returncode, 1)
+
+    def test_sarif(self):
+        self.write("a b.dv", "if x then\nend\n")
+        got = dovrel("check", "--format", "sarif", "a b.dv", folder=self.folder)
+        self.assertEqual(got.returncode, 1)
+        log = json.loads(got.stdout)
+        self.assertEqual(log["version"], "2.1.0")
+        (run,) = log["runs"]
+        (result,) = run["results"]
+        rules = run["tool"]["driver"]["rules"]
+        self.assertEqual(result["ruleId"], "E103")
+        self.assertEqual(rules[result["ruleIndex"]]["id"], "E103")
+        self.assertEqual(result["level"], "error")
+        place = result["locations"][0]["physicalLocation"]
+        self.assertEqual(place["artifactLocation"]["uri"], "a%20b.dv")
+        self.assertEqual(
+            place["region"], {"startLine": 1, "startColumn": 6, "endLine": 1, "endColumn": 10}
+        )
+
+    def test_every_code_is_explained_and_tested(self):
+        codes = [line.split()[0] for line in dovrel("check", "--codes").stdout.splitlines()]
+        self.assertGreater(len(codes), 35)
+        printed = "".join(
+            path.read_text() for path in (ROOT / "tests/dovrel/cases/check").glob("*.out")
+        )
+        document = (ROOT / "docs/dovrel.md").read_text()
+        for code in codes:
+            with self.subTest(code=code):
+                self.assertIn(f"| {code} |", document)
+                got = dovrel("check", "--explain", code.lower())
+                self.assertTrue(got.stdout.startswith(f"{code}: "))
+                self.assertGreater(len(got.stdout.splitlines()), 2)
+                self.assertIn(f" {code}: ", printed)
+
+    def codes_in(self, *paths):
+        """The codes found, as {file: sorted codes}."""
+        found = {}
+        got = dovrel("check", "--format", "json", *paths)
+        for one in json.loads(got.stdout)["findings"]:
+            found.setdefault(one["file"], set()).add(one["code"])
+        return {path: " ".join(sorted(codes)) for path, codes in found.items()}
+
+    def test_raises_no_false_alarm_on_the_scripts_to_read(self):
+        self.assertEqual(
+            self.codes_in("examples", "bench"),
+            # The word ends in front of what follows it, which is never the first character.
+            {"bench/programs/word_count.dv": "W403"},
+        )
+
+    def test_raises_no_false_alarm_on_the_documents(self):
+        blocks = {}
+        for path in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+            for line, script, _, error in run_documents.examples(run_documents.split(path)[0]):
+                name = f"{path.stem}_{line}.dv"
+                self.write(name, script)
+                blocks[name] = (script, error)
+        found = {}
+        got = dovrel("check", "--format", "json", ".", folder=self.folder)
+        for one in json.loads(got.stdout)["findings"]:
+            name = one["file"]
+            found.setdefault((name.split("_")[0], one["code"]), []).append(blocks[name])
+        # An error is found only where the document shows the report of one.
+        for (document, code), places in found.items():
+            for script, error in places:
+                self.assertTrue(code[0] == "W" or error, (document, code, script))
+        self.assertEqual(
+            {document: " ".join(sorted(c for d, c in found if d == document)) for document, _ in found},
+            {
+                # Each shows on purpose what the code tells of.
+                "README": "W204",
+                "errors": "E102 E103 W204",
+                "language": "W204 W206 W207 W210 W302 W305 W406 W407 W408 W410 W411 W412 W416",
+                "library": "W403 W410",
+                "tour": "W204 W208 W210 W406 W410 W411 W412",
+                # Its functions are short and keep what they need in globals.
+                "coroutines": "W203 W210 W303",
+            },
+        )
+
+    def test_raises_no_false_error_on_the_tests_of_the_language(self):
+        """What runs without a report has no error, apart from lines that fail under `pcall`."""
+        got = dovrel("check", "--format", "json", "tests/scripts")
+        failing = set()
+        for one in json.loads(got.stdout)["findings"]:
+            path = ROOT / one["file"]
+            if one["severity"] != "error" or path.with_suffix(".status").exists():
+                continue
+            if "pcall" not in path.read_text():
+                failing.add(path.relative_to(ROOT / "tests/scripts").as_posix())
+        self.assertEqual(failing, ACCEPTED.keys())
+
+
+SUM = """function sum(list)
+    native total = 0
+    for _, number in ipairs(list)
+        total += number
+    end
+    return total
+end
+"""
+
+
+class Test(FilesTest):
+    """What `dovrel test` makes of files of tests."""
+
+    def run_tests(self, text, *options, name="sum_test.dv"):
+        self.write("sum.dv", SUM)
+        self.write(name, text)
+        got = dovrel("test", *options, folder=self.folder)
+        got.stdout = re.sub("[0-9.]+ ms", "N ms", got.stdout)
+        return got
+
+    def test_passing_tests(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_sum()\n    expect_equal(sum([1, 2]), 3)\nend\n"
+            "function test_nothing()\nend\n"
+            "function helper()\n    error(1)\nend\n"
+            'test_value = "no function"\n'
+        )
+        self.expect(
+            got,
+            out="sum_test.dv\n"
+            "  ok      test_sum      N ms\n"
+            "  ok      test_nothing  N ms\n"
+            "2 passed, 0 failed\n",
+        )
+
+    def test_each_has_an_interpreter_of_its_own(self):
+        test = "    assert(state == not)\n    state = 1\nend\n"
+        got = self.run_tests(f"function test_a()\n{test}function test_b()\n{test}")
+        self.assertEqual(got.returncode, 0)
+
+    def test_a_failure_shows_its_place_and_its_output(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_sum()\n"
+            '    print("before")\n'
+            '    expect_equal(sum([1, 2]), 4, "the sum")\n'
+            "end\n"
+            "function test_mistake()\n"
+            '    native x = "a" * 2\n'
+            "end\n"
+            "function test_one_line()\n"
+            '    return "a" * 2\n'
+            "end\n"
+            "function test_in_a_callee()\n"
+            "    native x = sum(5)\n"
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_sum          N ms\n"
+            '      sum_test.dv:4: expect_equal(sum([1, 2]), 4, "the sum")\n'
+            "        the sum\n"
+            "        expected: 4\n"
+            "        actual:   3\n"
+            "      output:\n"
+            "        before\n"
+            "  FAILED  test_mistake      N ms\n"
+            '      sum_test.dv:7: native x = "a" * 2\n'
+            "        Unsupported operation '*' between types\n"
+            "  FAILED  test_one_line     N ms\n"
+            "      sum_test.dv:9: function test_one_line()\n"
+            "        Unsupported operation '*' between types\n"
+            "  FAILED  test_in_a_callee  N ms\n"
+            "      sum.dv:3: for _, number in ipairs(list)\n"
+            "        ipairs(container) expects an array or table\n"
+            "0 passed, 4 failed\n",
+        )
+
+    def test_expectations_show_what_differs(self):
+        got = self.run_tests(
+            "function test_containers()\n"
+            "    expect_equal({a: [1, {b: 2}]}, {a: [1, {b: 3}]})\n"
+            "end\n"
+            "function test_lengths()\n"
+            "    expect_equal([1], [1, not])\n"
+            "end\n"
+            "function test_texts()\n"
+            '    expect_equal("one\\ntwo\\nthree\\n", "one\\n2\\nthree\\n")\n'
+            "end\n"
+            "function test_near()\n"
+            "    expect_near(0.1 + 0.2, 0.3)\n"
+            "    expect_near(1.0, 1.1, 0.05)\n"
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_containers  N ms\n"
+            "      sum_test.dv:2: expect_equal({a: [1, {b: 2}]}, {a: [1, {b: 3}]})\n"
+            "        expected: {a: [1, {b: 3}]}\n"
+            "        actual:   {a: [1, {b: 2}]}\n"
+            '        at ["a"][2]["b"]: expected 3, actual 2\n'
+            "  FAILED  test_lengths     N ms\n"
+            "      sum_test.dv:5: expect_equal([1], [1, not])\n"
+            "        expected: [1, not]\n"
+            "        actual:   [1]\n"
+            "        at [2]: expected not, actual nothing\n"
+            "  FAILED  test_texts       N ms\n"
+            '      sum_test.dv:8: expect_equal("one\\ntwo\\nthree\\n", "one\\n2\\nthree\\n")\n'
+            "        the texts differ\n"
+            "        --- expected\n"
+            "        +++ actual\n"
+            "        @@ -1,3 +1,3 @@\n"
+            "         one\n"
+            "        -2\n"
+            "        +two\n"
+            "         three\n"
+            "  FAILED  test_near        N ms\n"
+            "      sum_test.dv:12: expect_near(1.0, 1.1, 0.05)\n"
+            "        expected: 1.100000, give or take 0.050000\n"
+            "        actual:   1.000000\n"
+            "0 passed, 4 failed\n",
+        )
+
+    def test_errors_are_expected(self):
+        got = self.run_tests(
+            'runFile("sum.dv")\n'
+            "function test_right()\n"
+            '    native message = expect_error(sum, "expects an array", 5)\n'
+            '    assert(string["find"](message, "ipairs") != not)\n'
+            '    expect_equal(expect_error(error, not, "bare"), "bare")\n'
+            "    expect_error(sum)\n"
+            "end\n"
+            "function test_none()\n"
+            '    expect_error(sum, "x", [1, 2])\n'
+            "end\n"
+            "function test_another()\n"
+            '    expect_error(error, "this", "that")\n'
+            "end\n"
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  ok      test_right    N ms\n"
+            "  FAILED  test_none     N ms\n"
+            '      sum_test.dv:9: expect_error(sum, "x", [1, 2])\n'
+            "        expected an error, and the call gave 3\n"
+            "  FAILED  test_another  N ms\n"
+            '      sum_test.dv:12: expect_error(error, "this", "that")\n'
+            "        expected an error with: this\n"
+            "        actual:                 that\n"
+            "1 passed, 2 failed\n",
+        )
+
+    def test_tests_that_end_otherwise(self):
+        got = self.run_tests(
+            "function test_endless()\n    while true; end\nend\n"
+            'function test_skipped()\n    pcall(skip, "not today")\nend\n'
+            "function test_caught()\n"
+            "    ok, message = pcall(expect_equal, 1, 2)\n"
+            "    assert(ok == false)\n"
+            "end\n"
+            "decay function test_coroutine()\n    print(1)\nend\n",
+            "--timeout",
+            "0.5",
+        )
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  test_endless    N ms\n"
+            "        still running after 0 s\n"
+            "  skipped test_skipped    not today\n"
+            "  ok      test_caught     N ms\n"
+            "  ok      test_coroutine  N ms\n"
+            "2 passed, 1 failed, 1 skipped\n".replace("after 0 s", "after 0.5 s"),
+        )
+
+    def test_a_file_that_cannot_be_loaded(self):
+        got = self.run_tests("x = 1\nif x\n")
+        self.expect(
+            got,
+            status=1,
+            out="sum_test.dv\n"
+            "  FAILED  (loading)  N ms\n"
+            "      sum_test.dv:1: if x\n"
+            "        Missing 'end' for if block\n"
+            "0 passed, 1 failed\n",
+        )
+
+    def test_files_and_tests_are_chosen(self):
+        for name in ("a_test.dv", "sub/b_test.dv", "sub/other.dv", ".hidden/c_test.dv"):
+            self.write(name, "function test_one()\nend\nfunction test_two()\nend\n")
+        listed = dovrel("test", "--list", folder=self.folder)
+        self.expect(
+            listed,
+            out="a_test.dv:test_one\na_test.dv:test_two\n"
+            "sub/b_test.dv:test_one\nsub/b_test.dv:test_two\n",
+        )
+        for options, count in (
+            (("--filter", "two"), 2),
+            (("--filter", "sub/*:test_o*"), 1),
+            (("sub",), 2),
+            (("sub/other.dv", "a_test.dv"), 4),
+        ):
+            with self.subTest(options=options):
+                got = dovrel("test", *options, folder=self.folder)
+                self.assertIn(f"\n{count} passed, 0 failed\n", got.stdout)
+        none = dovrel("test", "--filter", "three", folder=self.folder)
+        self.expect(none, status=1, err="dovrel test: no tests were found\n")
+
+    def test_output_is_shown_on_demand(self):
+        got = self.run_tests('function test_prints()\n    print("hello")\nend\n', "--output")
+        self.expect(
+            got,
+            out="sum_test.dv\nhello\n  ok      test_prints  N ms\n1 passed, 0 failed\n",
+        )
+
+    def test_junit(self):
+        self.run_tests(
+            "function test_fine()\nend\n"
+            'function test_wrong()\n    print("<&>")\n    error("a \\"b\\" & c")\nend\n'
+            'function test_left_out()\n    skip("later")\nend\n'
+            'function test_bytes()\n    error(string["char"](1, 255) + "x")\nend\n',
+            "--junit",
+            "out.xml",
+        )
+        suites = ElementTree.parse(self.folder / "out.xml").getroot()
+        self.assertEqual(
+            [suites.get(name) for name in ("tests", "failures", "errors", "skipped")],
+            ["4", "2", "0", "1"],
+        )
+        (suite,) = suites
+        self.assertEqual(suite.get("name"), "sum_test.dv")
+        fine, wrong, left_out, odd = suite
+        self.assertEqual((fine.get("classname"), fine.get("name")), ("sum_test.dv", "test_fine"))
+        self.assertEqual(len(fine), 0)
+        self.assertEqual(wrong.find("failure").get("message"), 'a "b" & c')
+        self.assertEqual(
+            wrong.find("failure").text, 'sum_test.dv:5: error("a \\"b\\" & c")\na "b" & c'
+        )
+        self.assertEqual(wrong.find("system-out").text, "<&>\n")
+        self.assertEqual(left_out.find("skipped").get("message"), "later")
+        self.assertTrue(odd.find("failure").get("message").endswith("x"))
+        total = sum(float(case.get("time")) for case in suite)
+        self.assertAlmostEqual(float(suite.get("time")), total, places=5)
+
+
+class Completion(FilesTest):
+    COMPLETION = ROOT / "src/dovrel/completion"
+
+    @staticmethod
+    def options():
+        """Each command with its long options, as its help lists them."""
+        top = dovrel("--help").stdout
+        commands = re.findall(r"^  ([a-z]+) ", top[top.index("Subcommands:") :], re.MULTILINE)
+        for command in commands:
+            text = dovrel(command, "--help").stdout
+            yield command, re.findall(r"^  (?:-[a-z],)?(--?[a-z]+)", text, re.MULTILINE)
+
+    def test_each_command_and_option_is_known_everywhere(self):
+        texts = {
+            "bash": (self.COMPLETION / "dovrel.bash").read_text(),
+            "zsh": (self.COMPLETION / "_dovrel").read_text(),
+            "fish": (self.COMPLETION / "dovrel.fish").read_text(),
+            "manual": (ROOT / "docs/man/dovrel.1").read_text().replace("\\-", "-"),
+            "document": (ROOT / "docs/dovrel.md").read_text(),
+        }
+        commands = dict(self.options())
+        self.assertEqual(len(commands), 6)
+        for where, text in texts.items():
+            for command, options in commands.items():
+                with self.subTest(where=where, command=command):
+                    self.assertRegex(text, rf"\b{command}\b")
+                    for option in options:
+                        written = re.escape(option)
+                        if where == "fish":
+                            written = rf"-[lo] {option.lstrip('-')}\b"
+                        if where == "document" and option in ("--version", "--codes"):
+                            continue
+                        self.assertRegex(text, written)
+
+    def complete_in_bash(self, *words):
+        """What bash offers for the last word."""
+        script = (
+            'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
+            'compopt() { :; }; _dovrel; printf "%s\\n" "${COMPREPLY[@]}"'
+        )
+        got = subprocess.run(
+            ["bash", "-c", script, "bash", str(self.COMPLETION / "dovrel.bash"), *words],
+            cwd=self.folder,
+            env={**os.environ, "PATH": f"{Path(PROGRAM).parent}:{os.environ['PATH']}"},
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual(got.stderr, "")
+        return got.stdout.split()
+
+    def test_bash(self):
+        for name in ("one.dv", "other.txt", "folder/two.dv"):
+            self.write(name, "")
+        for words, offered in (
+            (("dovrel", "ch"), ["check"]),
+            (("dovrel", "check", "--fo"), ["--format"]),
+            (("dovrel", "check", "--format", "s"), ["sarif"]),
+            (("dovrel", "check", "--explain", "W30"), [f"W30{i}" for i in range(1, 9)]),
+            (("dovrel", "format", "o"), ["one.dv"]),
+            (("dovrel", "format", "f"), ["folder"]),
+            (("dovrel", "run", "o"), ["one.dv"]),
+            (("dovrel", "run", "one.dv", "o"), ["one.dv", "other.txt"]),
+            (("dovrel", "doc", "string.re"), ["string.rep"]),
+            (("dovrel", "test", "--l"), ["--list"]),
+        ):
+            with self.subTest(words=words):
+                self.assertEqual(sorted(self.complete_in_bash(*words)), offered)
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is missing")
+    def test_fish(self):
+        path = f"{Path(PROGRAM).parent}:{os.environ['PATH']}"
+        for line, offered in (
+            ("dovrel che", "check"),
+            ("dovrel check --stri", "--strict"),
+            ("dovrel doc string.su", "string.sub"),
+            ("dovrel check --explain W20", "W201"),
+        ):
+            with self.subTest(line=line):
+                got = subprocess.run(
+                    ["fish", "-N", "-c", f"source '{self.COMPLETION}/dovrel.fish'; complete -C '{line}'"],
+                    cwd=self.folder,
+                    env={**os.environ, "PATH": path, "HOME": str(self.folder)},
+                    capture_output=True,
+                    text=True,
+                    check=False,
+                )
+                self.assertEqual(got.stderr, "")
+                self.assertEqual(got.stdout.split()[0], offered)
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is missing")
+    def test_zsh(self):
+        """The file can be read, and completion takes it up for the command."""
+        script = (
+            f"fpath=({self.COMPLETION} $fpath); autoload -U compinit; compinit -u -D; "
+            "print -r -- $_comps[dovrel]; autoload +X _dovrel && print read"
+        )
+        got = subprocess.run(
+            ["zsh", "-f", "-c", script], capture_output=True, text=True, cwd=self.folder, check=False
+        )
+        self.assertEqual((got.stdout, got.stderr), ("_dovrel\nread\n", ""))
+
+
+# Scripts that succeed although something in them is an error, with the reason.
+ACCEPTED = {
+    "control_flow/a_block_closed_by_another_word_runs.dv": "its repeats are left by break",
+    "coroutines/return_ends_a_coroutine_and_evaluates_nothing.dv": "nothing evaluates the line",
+    "functions/a_bad_header_that_never_runs_is_never_checked.dv": "the line never runs",
+    "host/compile_finds_no_error_of_a_running_script.dv": "it is compiled and not run",
+    "lines/a_malformed_line_that_never_runs_is_no_error.dv": "the line never runs",
+    "lines/return_takes_values_up_to_an_empty_one.dv": "what stands behind two commas is not read",
+    "lines/surplus_closers_do_not_count_below_zero.dv": "the line never runs",
+    "loading/a_file_that_does_not_compile.files/lib/open_string.dv": "loading it is what fails",
+    "loading/a_file_that_does_not_compile.files/open_block.dv": "loading it is what fails",
+}
+
+
+def main():
+    global PROGRAM
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", required=True)
+    options, rest = parser.parse_known_args()
+    PROGRAM = os.path.abspath(options.program)
+    os.environ["NO_COLOR"] = "1"
+    unittest.main(argv=[__file__, *rest])
+
+
+if __name__ == "__main__":
+    main()
