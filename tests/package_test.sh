@@ -48,7 +48,7 @@ documents=$root/usr/share/doc/dovrelscript
 dpkg-deb -x "$package" "$root"
 companion=()
 if [[ -x $build/dovrel ]]; then
-    companion=(bin/dovrel share/man/man1/dovrel.1.gz share/bash-completion/completions/dovrel
+    companion=(bin/dovrel share/man/man1/dovrel.1 share/bash-completion/completions/dovrel
         share/zsh/{site-functions,vendor-completions}/_dovrel
         share/fish/vendor_completions.d/dovrel.fish)
 fi
@@ -89,8 +89,8 @@ if [[ -x $build/dovrel ]]; then
 fi
 
 if command -v groff >/dev/null; then
-    warnings=$(for page in "$root"/usr/share/man/man1/*.1.gz; do
-        zcat "$page" | groff -man -ww -z -Tutf8 2>&1
+    warnings=$(for page in "$root"/usr/share/man/man1/*; do
+        zcat -f "$page" | groff -man -ww -z -Tutf8 2>&1
     done)
     [[ -z $warnings ]] || fail "the manual page: $warnings"
 else

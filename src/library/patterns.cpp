@@ -178,7 +178,7 @@ bool GmatchWalk::next(Variable& element) {
     if (!walk_.next()) return false;
     const PatternMatch& match = walk_.match();
     if (match.size() <= 2 && element.type == VarType::String) {
-        element.asString().assign(match.text(text_, match.size() - 1));
+        element.mutableString().assign(match.text(text_, match.size() - 1));
     } else {
         element = matchValue(text_, match, Variable::makeArray);
     }
