@@ -46,7 +46,7 @@ private:
                                 "it");
             }
             if (target.keys.size() != 1) continue;
-            if (base.isOnlyArray() && key.is(ExpressionKind::Text)) {
+            if (base.isOnlyArray() && key.is(ExpressionKind::TextLiteral)) {
                 context_.report("W411", statement_->index, key,
                                 quoted(target.name) +
                                     " is an array; this key makes a table of it, while other "

@@ -32,7 +32,7 @@ std::string CheckContext::libraryCallee(const Expression& call, std::size_t func
                    ? callee.text
                    : std::string();
     }
-    if (!callee.is(ExpressionKind::Index) || !callee.children[1].is(ExpressionKind::Text)) {
+    if (!callee.is(ExpressionKind::Index) || !callee.children[1].is(ExpressionKind::TextLiteral)) {
         return {};
     }
     const Expression& base = callee.children[0];
@@ -49,7 +49,7 @@ std::vector<std::size_t> CheckContext::scriptCallees(const Expression& call) con
     const Expression& callee = call.callee();
     if (callee.is(ExpressionKind::Variable)) return model.functionsCalled(callee.text);
     if (callee.is(ExpressionKind::Index) && callee.children[0].is(ExpressionKind::Variable) &&
-        callee.children[1].is(ExpressionKind::Text)) {
+        callee.children[1].is(ExpressionKind::TextLiteral)) {
         return model.functionsCalled(callee.children[0].text + "[\"" + callee.children[1].text +
                                      "\"]");
     }

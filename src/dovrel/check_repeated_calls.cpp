@@ -207,7 +207,7 @@ private:
         flatten(expression, leaves);
         if (leaves.size() < 2) return false;
         const auto joins = [](const Expression* leaf) {
-            return leaf->is(ExpressionKind::Text) ||
+            return leaf->is(ExpressionKind::TextLiteral) ||
                    (leaf->isCallOf("toString") && leaf->argumentCount() == 1);
         };
         // With a first leaf of another form it does not begin.
@@ -253,7 +253,7 @@ private:
     /// The scalar tier. True if it has the value.
     bool countNumbers(const Expression& expression) {
         switch (expression.kind) {
-            case ExpressionKind::Text: return false;
+            case ExpressionKind::TextLiteral: return false;
             case ExpressionKind::Index:
                 return countElement(expression.children[0]) && countKey(expression.children[1]);
             case ExpressionKind::Call: return countNumberOfCall(expression);
@@ -267,7 +267,7 @@ private:
         }
     }
     bool countKey(const Expression& key) {
-        return key.is(ExpressionKind::Text) || countNumbers(key);
+        return key.is(ExpressionKind::TextLiteral) || countNumbers(key);
     }
     /// What is indexed needs to be no number.
     bool countElement(const Expression& base) {

@@ -36,7 +36,7 @@ public:
             const Expression* call = callAt(model, use);
             const bool isFile = use.name != "load" && use.name != "loadstring";
             if (call == nullptr || call->argumentCount() == 0 ||
-                !call->argument(0).is(ExpressionKind::Text)) {
+                !call->argument(0).is(ExpressionKind::TextLiteral)) {
                 context_.runsUnknownCode = true;
             } else if (isFile) {
                 takeFile(call->argument(0).text, folder);

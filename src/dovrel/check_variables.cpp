@@ -63,7 +63,7 @@ private:
         const LibraryReference& library = LibraryReference::ofLibrary();
         context_.forEachExpression([&](const Expression& expression, const Statement& statement) {
             if (!expression.is(ExpressionKind::Index) ||
-                !expression.children[1].is(ExpressionKind::Text)) {
+                !expression.children[1].is(ExpressionKind::TextLiteral)) {
                 return;
             }
             const Expression& base = expression.children[0];

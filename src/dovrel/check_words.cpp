@@ -89,7 +89,7 @@ private:
         const std::size_t index = isMethod ? 0 : 1;
         if (!takesPattern || expression.argumentCount() <= index) return;
         const Expression& pattern = expression.argument(index);
-        if (!pattern.is(ExpressionKind::Text) || pattern.text.starts_with("re:") ||
+        if (!pattern.is(ExpressionKind::TextLiteral) || pattern.text.starts_with("re:") ||
             (pattern.text.starts_with("/") && pattern.text.find('/', 1) != std::string::npos) ||
             pattern.text.find("[^") == std::string::npos) {
             return;

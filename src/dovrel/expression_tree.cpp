@@ -94,7 +94,7 @@ private:
             node.parenthesised = true;
             take(")");
         } else if (isQuotedToken(text)) {
-            node.kind = ExpressionKind::Text;
+            node.kind = ExpressionKind::TextLiteral;
             node.text = decodeStringToken(text);
             ++at_;
         } else {

@@ -14,7 +14,7 @@ enum class ExpressionKind {
     Nil,
     Int,
     Float,
-    Text,
+    TextLiteral,
     Truth,
     Variadic,  // "..."
     Variable,  // a name
@@ -56,7 +56,7 @@ struct Expression {
     /// `table["member"]` with a literal key.
     [[nodiscard]] bool isMember(std::string_view table, std::string_view member) const {
         return kind == ExpressionKind::Index && children[0].isName(table) &&
-               children[1].kind == ExpressionKind::Text && children[1].text == member;
+               children[1].kind == ExpressionKind::TextLiteral && children[1].text == member;
     }
     /// A call of `table["member"]`.
     [[nodiscard]] bool isCallOfMember(std::string_view table, std::string_view member) const {

@@ -14,6 +14,7 @@
 #include "eval/errors.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
+#include "value/table.h"
 
 namespace {
 
@@ -237,7 +238,7 @@ Completion PromptSession::complete(std::string_view line) const {
         if (isText) holder = global("string");
         if (holder == nullptr || holder->type != VarType::Table) return completion;
         for (const auto& [key, element] : *holder->asTable()) {
-            offer(std::string(key) + close, word);
+            offer(key->text + close, word);
         }
         return finish(word.size());
     }

@@ -108,7 +108,7 @@ void ScriptModel::readFunctionHeader(Statement& statement, FunctionModel& functi
     }
     function.isElement = !target.keys.empty();
     function.name = target.name;
-    if (target.keys.size() == 1 && target.keys[0].is(ExpressionKind::Text)) {
+    if (target.keys.size() == 1 && target.keys[0].is(ExpressionKind::TextLiteral)) {
         function.name = elementName(target.name, target.keys[0].text);
     }
     for (++position; position < line.tokens.size(); ++position) {
@@ -255,7 +255,7 @@ std::set<std::size_t> ScriptModel::calleesOf(std::size_t first, std::size_t last
             if (expression.is(ExpressionKind::Variable)) addName(expression.text);
             if (expression.is(ExpressionKind::Index) &&
                 expression.children[0].is(ExpressionKind::Variable) &&
-                expression.children[1].is(ExpressionKind::Text)) {
+                expression.children[1].is(ExpressionKind::TextLiteral)) {
                 addName(elementName(expression.children[0].text, expression.children[1].text));
             }
         };
@@ -352,7 +352,7 @@ ValueKinds KindEstimate::ofCall(const Expression& call) const {
     std::string name = callee.text;
     std::string base = callee.text;
     if (callee.is(ExpressionKind::Index) && callee.children[0].is(ExpressionKind::Variable) &&
-        callee.children[1].is(ExpressionKind::Text)) {
+        callee.children[1].is(ExpressionKind::TextLiteral)) {
         base = callee.children[0].text;
         name = base + '.' + callee.children[1].text;
     } else if (!callee.is(ExpressionKind::Variable)) {
@@ -428,7 +428,7 @@ ValueKinds KindEstimate::of(const Expression& expression, std::size_t function) 
         case ExpressionKind::Nil: kinds.isNil = true; break;
         case ExpressionKind::Int: kinds.isInt = true; break;
         case ExpressionKind::Float: kinds.isFloat = true; break;
-        case ExpressionKind::Text: kinds.isText = true; break;
+        case ExpressionKind::TextLiteral: kinds.isText = true; break;
         case ExpressionKind::Truth: kinds.isTruth = true; break;
         case ExpressionKind::Array: kinds.isArray = true; break;
         case ExpressionKind::Table: kinds.isTable = true; break;

@@ -13,6 +13,7 @@
 #include "eval/errors.h"
 #include "library/natives.h"
 #include "value/operators.h"
+#include "value/table.h"
 
 namespace {
 
@@ -79,18 +80,18 @@ private:
         const TableStorage& b = *expected.asTable();
         if (isUnderWay(&a, &b)) return std::nullopt;
         std::set<std::string> keys;
-        for (const auto& [key, value] : a) keys.emplace(key);
-        for (const auto& [key, value] : b) keys.emplace(key);
+        for (const auto& [key, value] : a) keys.emplace(key->text);
+        for (const auto& [key, value] : b) keys.emplace(key->text);
         for (const std::string& key : keys) {
             const std::string here = path + "[\"" + key + "\"]";
-            const auto left = a.find(key);
-            const auto right = b.find(key);
-            if (left == a.end() || right == b.end()) {
-                return Difference{here, left == a.end() ? Variable() : left->second,
-                                  right == b.end() ? Variable() : right->second, left == a.end(),
-                                  right == b.end()};
+            const Variable* left = a.find(key);
+            const Variable* right = b.find(key);
+            if (left == nullptr || right == nullptr) {
+                return Difference{here, left == nullptr ? Variable() : *left,
+                                  right == nullptr ? Variable() : *right, left == nullptr,
+                                  right == nullptr};
             }
-            if (auto found = compare(left->second, right->second, here)) return found;
+            if (auto found = compare(*left, *right, here)) return found;
         }
         return std::nullopt;
     }
@@ -160,8 +161,7 @@ Variable expectError(DovrelScript& interpreter, Arguments args) {
     if (args.empty()) throwPlainError("expect_error(f[, text, ...]) requires a function");
     std::vector<Variable> call = {args[0]};
     for (std::size_t i = 2; i < args.size(); ++i) call.push_back(args[i]);
-    const ArgumentList arguments(call);
-    const Variable result = interpreter.protectedCall(arguments.view());
+    const Variable result = interpreter.protectedCall(Arguments(call));
     if (interpreter.softErrorUnwinding() || result.type != VarType::Multi) return {};
     const std::vector<Variable>& values = result.asMulti()->values;
     if (values.empty()) return {};

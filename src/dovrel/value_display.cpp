@@ -6,6 +6,7 @@
 
 #include "frontend/token_analysis.h"
 #include "value/script_callable.h"
+#include "value/table.h"
 
 namespace {
 
@@ -105,7 +106,7 @@ private:
         const TableStorage& table = *value.asTable();
         if (!enter(&table)) return "{...}";
         std::vector<std::string> keys;
-        for (const auto& [key, element] : table) keys.emplace_back(key);
+        for (const auto& [key, element] : table) keys.emplace_back(key->text);
         std::sort(keys.begin(), keys.end());
         std::string shown = "{";
         for (std::size_t i = 0; i < keys.size(); ++i) {

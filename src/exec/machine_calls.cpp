@@ -441,6 +441,7 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
         function = std::make_unique<MachineFunction>();
         function->program = program.get();
         function->hasFrame = false;
+        function->runsOnce = true;
     }
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());

@@ -443,7 +443,7 @@ bool MachineCompiler::holdsLoop(std::uint32_t chunk, int depth) const {
 }
 
 /// What runs once is not worth compiling.
-bool MachineCompiler::runsOnce() const { return !unit_.hasFrame && loopNesting_ == 0; }
+bool MachineCompiler::runsOnce() const { return unit_.runsOnce && loopNesting_ == 0; }
 
 void MachineCompiler::runByExecutor(std::uint32_t line, std::uint32_t position) {
     const std::uint32_t statement = beginStatement(line, true);
@@ -1389,7 +1389,7 @@ void MachineCompiler::emitGenericFor(const BytecodeForLoop& loop, std::uint32_t 
 bool MachineCompiler::compile(MachineDraft& draft) {
     const BytecodeChunkRange& range = program_.chunks[unit_.chunk];
     if (!rangeIsInside(range, program_)) return false;
-    if (!unit_.hasFrame && !holdsLoop(unit_.chunk)) return false;
+    if (unit_.runsOnce && !holdsLoop(unit_.chunk)) return false;
     mode_.amongBlocks = unit_.amongBlocks;
     const bool endsWithReturn =
         range.instructionCount > 0 &&

@@ -21,6 +21,7 @@ public:
         std::uint32_t chunk = 0;
         std::vector<Name> parameters;
         bool hasFrame = true;      // a frame scope of its own, which calls push
+        bool runsOnce = false;     // only loops are worth compiling
         bool amongBlocks = false;  // a block scope is visible at its start
     };
     MachineCompiler(DovrelScript& interpreter, BytecodeProgram& program, const Unit& unit)

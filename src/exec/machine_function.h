@@ -19,6 +19,7 @@ struct MachineFunction {
     std::uint32_t chunk = 0;
     std::vector<Name> parameters;
     bool hasFrame = true;
+    bool runsOnce = false;  // as a whole text does, loaded or not: only its loops are worth compiling
     /// Code, and the same with turns of a coroutine once that is needed.
     struct Version {
         std::unique_ptr<MachineDraft> draft;

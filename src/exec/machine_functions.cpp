@@ -41,6 +41,7 @@ MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
         function->program = &program;
         function->chunk = callable.chunkIndex;
         function->parameters = callable.parameters;
+        function->runsOnce = callable.isLoadedChunk;
     }
     // In a damaged file two declarations may share a body.
     if (!function->hasFrame || function->parameters != callable.parameters) return nullptr;
@@ -56,6 +57,7 @@ bool Machine::compile(MachineFunction& function, bool amongBlocks) {
     unit.parameters = function.parameters;
     unit.hasFrame = function.hasFrame;
     unit.amongBlocks = amongBlocks;
+    unit.runsOnce = function.runsOnce;
     auto version = std::make_unique<MachineFunction::Version>();
     version->draft = std::make_unique<MachineDraft>();
     if (!MachineCompiler(interpreter_, *function.program, unit).compile(*version->draft)) {
