@@ -399,8 +399,8 @@ Variable DovrelScript::spreadProtectedCall(Arguments args) {
         }
         if (softErrorUnwinding()) return {};
         if (answered) {
-            return Variable::makeMulti({Variable::makeBool(ok), ok ? variableFromFastScalar(scalar)
-                                                                   : Variable(message)});
+            return Variable::makeMulti(
+                {Variable::makeBool(ok), ok ? variableFromFastScalar(scalar) : Variable(message)});
         }
     }
     return protectedCall(args);

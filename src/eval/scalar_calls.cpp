@@ -183,8 +183,8 @@ bool DovrelScript::tryScalarBuiltinOnScalars(const FastExpression& expression,
     return tryScalarBuiltin(id, values, count, out);
 }
 
-bool DovrelScript::tryScalarBuiltin(BuiltinId id, const FastScalarValue* values,
-                                    std::size_t count, FastScalarValue& out) {
+bool DovrelScript::tryScalarBuiltin(BuiltinId id, const FastScalarValue* values, std::size_t count,
+                                    FastScalarValue& out) {
     if (count == 0) return tryWithoutArguments(*this, id, out);
     if (id == BuiltinId::GetTimeMs) throwPlainError("getTimeMs function takes no arguments");
     if (!std::all_of(values, values + count,

@@ -21,8 +21,8 @@ struct ScopeEntry {
 /// entry except by being destroyed whole. Scopes hold a handful of names, so a linear search over
 /// interned names beats a map.
 ///
-/// Names and values stand in arrays of the scope's own, or, in a scope that compiled code has opened, in
-/// registers of that code: such a scope is a window into them.
+/// Names and values stand in arrays of the scope's own, or, in a scope that compiled code has
+/// opened, in registers of that code: such a scope is a window into them.
 class Scope {
 public:
     Scope() = default;

@@ -39,8 +39,8 @@ public:
     /// The same as `run` by a chunk's hot code, which sees to its block scope itself.
     Variable runHot(const HotCode& code, BlockSignal& signal);
     class HotRun;
-    /// Runs one instruction of a recursive run, without the turn behind it. False to leave the chunk:
-    /// because of `signal`, or of a soft error.
+    /// Runs one instruction of a recursive run, without the turn behind it. False to leave the
+    /// chunk: because of `signal`, or of a soft error.
     bool runOne(const BytecodeInstruction& instruction, BlockSignal& signal);
     /// What the run has come to so far.
     [[nodiscard]] Variable& value() { return value_; }

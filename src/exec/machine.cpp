@@ -1,12 +1,16 @@
 // The loop over the instructions of the compiled form.
 //
 // What may move under one's feet here:
-//   1. `at` is the current instruction, `R` the registers of the innermost activation, `code` its code. All
+//   1. `at` is the current instruction, `R` the registers of the innermost activation, `code` its
+//   code. All
 //      three change with each call and return, and when other code goes on for the same activation.
-//   2. `activations_` moves its elements when it grows. Registers never move while their activation lives.
-//   3. An instruction that runs script code may change every variable, global and element. No reference into
+//   2. `activations_` moves its elements when it grows. Registers never move while their activation
+//   lives.
+//   3. An instruction that runs script code may change every variable, global and element. No
+//   reference into
 //      an array or a table is kept across one.
-//   4. Rare cases are functions beside the loop. One that declines says where the code goes on by `at`.
+//   4. Rare cases are functions beside the loop. One that declines says where the code goes on by
+//   `at`.
 #include "exec/machine.h"
 
 #include <cmath>
@@ -18,42 +22,145 @@
 #include "exec/machine_values.h"
 #include "exec/machine_walk.h"
 #include "library/natives.h"
-#include "value/table.h"
 #include "value/operators.h"
+#include "value/table.h"
 
-// Labels as values: both compilers have them, and each instruction gets a jump of its own to predict.
+// Labels as values: both compilers have them, and each instruction gets a jump of its own to
+// predict.
 #pragma GCC diagnostic ignored "-Wpedantic"
 
 #define DISPATCH() goto* kLabels[static_cast<std::uint8_t>(at->op)]
-#define NEXT() \
-    do {       \
-        ++at;  \
+#define NEXT()      \
+    do {            \
+        ++at;       \
         DISPATCH(); \
     } while (false)
 
 Variable Machine::run() {
     static const void* const kLabels[] = {
-        &&LoadNil, &&LoadInt, &&LoadConst, &&Move, &&Take, &&Clear, &&GetVariable, &&GetGlobal,
-        &&GetPlace, &&SetVariable, &&SetGlobal, &&UpdateVariable, &&UpdateRegister, &&PushBlock,
-        &&PopBlock, &&DeclareBlock, &&DeclareFrame, &&Add, &&Subtract, &&Multiply, &&Divide,
-        &&IntDivide, &&Modulo, &&Power, &&Equal, &&NotEqual, &&Less, &&Greater, &&LessEqual,
-        &&GreaterEqual, &&AddInt, &&SubtractInt, &&MultiplyInt, &&DivideInt, &&IntDivideInt,
-        &&ModuloInt, &&AddConst, &&SubtractConst, &&MultiplyConst, &&DivideConst, &&Negate, &&Not,
-        &&Length, &&Join, &&Append, &&AppendGlobal, &&Jump, &&JumpBack, &&JumpIfFalse,
-        &&JumpIfTrue, &&SkipUnlessTrue, &&SkipIfTrue, &&IfEqual, &&IfNotEqual, &&IfLess,
-        &&IfGreater, &&IfLessEqual, &&IfGreaterEqual, &&UnlessEqual, &&UnlessNotEqual,
-        &&UnlessLess, &&UnlessGreater, &&UnlessLessEqual, &&UnlessGreaterEqual, &&IfEqualInt,
-        &&IfNotEqualInt, &&IfLessInt, &&IfGreaterInt, &&IfLessEqualInt, &&IfGreaterEqualInt,
-        &&UnlessEqualInt, &&UnlessNotEqualInt, &&UnlessLessInt, &&UnlessGreaterInt,
-        &&UnlessLessEqualInt, &&UnlessGreaterEqualInt, &&IfEqualConst, &&UnlessEqualConst, &&Index,
-        &&IndexInt, &&IndexConst, &&SetIndex, &&SetIndexGlobal, &&UpdateIndex,
-        &&UpdateIndexGlobal, &&SetPath, &&Call, &&CallGlobal, &&CallMember, &&RequireScalarCall,
-        &&CallScalar, &&RequireScalar, &&Return, &&ReturnNil, &&ReturnMulti, &&NewArray,
-        &&NewTable, &&RequireKey, &&Varargs, &&SpreadCall, &&Spread, &&CutMulti, &&ForStart,
-        &&ForNext, &&ForSlowly, &&CloseFrame, &&OpenLoopFrame, &&WalkCheck, &&WalkCall,
-        &&WalkStart, &&WalkNext, &&WalkEnd, &&RunStatement, &&TreeValue, &&TreeCondition, &&Line,
-        &&LastToken, &&ChunkValue, &&ClearChunkValue, &&BeginStatement, &&EndStatement,
-        &&EndInline, &&GiveTurns,
+        &&LoadNil,
+        &&LoadInt,
+        &&LoadConst,
+        &&Move,
+        &&Take,
+        &&Clear,
+        &&GetVariable,
+        &&GetGlobal,
+        &&GetPlace,
+        &&SetVariable,
+        &&SetGlobal,
+        &&UpdateVariable,
+        &&UpdateRegister,
+        &&PushBlock,
+        &&PopBlock,
+        &&DeclareBlock,
+        &&DeclareFrame,
+        &&Add,
+        &&Subtract,
+        &&Multiply,
+        &&Divide,
+        &&IntDivide,
+        &&Modulo,
+        &&Power,
+        &&Equal,
+        &&NotEqual,
+        &&Less,
+        &&Greater,
+        &&LessEqual,
+        &&GreaterEqual,
+        &&AddInt,
+        &&SubtractInt,
+        &&MultiplyInt,
+        &&DivideInt,
+        &&IntDivideInt,
+        &&ModuloInt,
+        &&AddConst,
+        &&SubtractConst,
+        &&MultiplyConst,
+        &&DivideConst,
+        &&Negate,
+        &&Not,
+        &&Length,
+        &&Join,
+        &&Append,
+        &&AppendGlobal,
+        &&Jump,
+        &&JumpBack,
+        &&JumpIfFalse,
+        &&JumpIfTrue,
+        &&SkipUnlessTrue,
+        &&SkipIfTrue,
+        &&IfEqual,
+        &&IfNotEqual,
+        &&IfLess,
+        &&IfGreater,
+        &&IfLessEqual,
+        &&IfGreaterEqual,
+        &&UnlessEqual,
+        &&UnlessNotEqual,
+        &&UnlessLess,
+        &&UnlessGreater,
+        &&UnlessLessEqual,
+        &&UnlessGreaterEqual,
+        &&IfEqualInt,
+        &&IfNotEqualInt,
+        &&IfLessInt,
+        &&IfGreaterInt,
+        &&IfLessEqualInt,
+        &&IfGreaterEqualInt,
+        &&UnlessEqualInt,
+        &&UnlessNotEqualInt,
+        &&UnlessLessInt,
+        &&UnlessGreaterInt,
+        &&UnlessLessEqualInt,
+        &&UnlessGreaterEqualInt,
+        &&IfEqualConst,
+        &&UnlessEqualConst,
+        &&Index,
+        &&IndexInt,
+        &&IndexConst,
+        &&SetIndex,
+        &&SetIndexGlobal,
+        &&UpdateIndex,
+        &&UpdateIndexGlobal,
+        &&SetPath,
+        &&Call,
+        &&CallGlobal,
+        &&CallMember,
+        &&RequireScalarCall,
+        &&CallScalar,
+        &&RequireScalar,
+        &&Return,
+        &&ReturnNil,
+        &&ReturnMulti,
+        &&NewArray,
+        &&NewTable,
+        &&RequireKey,
+        &&Varargs,
+        &&SpreadCall,
+        &&Spread,
+        &&CutMulti,
+        &&ForStart,
+        &&ForNext,
+        &&ForSlowly,
+        &&CloseFrame,
+        &&OpenLoopFrame,
+        &&WalkCheck,
+        &&WalkCall,
+        &&WalkStart,
+        &&WalkNext,
+        &&WalkEnd,
+        &&RunStatement,
+        &&TreeValue,
+        &&TreeCondition,
+        &&Line,
+        &&LastToken,
+        &&ChunkValue,
+        &&ClearChunkValue,
+        &&BeginStatement,
+        &&EndStatement,
+        &&EndInline,
+        &&GiveTurns,
     };
     static_assert(std::size(kLabels) == static_cast<std::size_t>(Op::Count_));
 
@@ -61,7 +168,7 @@ Variable Machine::run() {
     const MachineCode* code = activations_.back().code;
     Variable* R = activations_.back().base;
     Pc at = code->code.data();
-    Variable* slot = nullptr;     // of a call under way
+    Variable* slot = nullptr;  // of a call under way
     std::size_t argumentCount = 0;
     Variable result;
 
@@ -108,7 +215,7 @@ Variable Machine::run() {
     GetVariable:
         getVariable(*code, *at, R[at->a]);
         NEXT();
-    GetGlobal: {
+    GetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (const Variable* value = globalOf(record)) {
             R[at->a] = *value;
@@ -123,7 +230,7 @@ Variable Machine::run() {
     SetVariable:
         setVariable(*code, *at, R[at->a]);
         NEXT();
-    SetGlobal: {
+    SetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (Variable* value = globalOf(record)) {
             *value = std::move(R[at->a]);
@@ -132,7 +239,7 @@ Variable Machine::run() {
         }
         NEXT();
     }
-    UpdateVariable: {
+    UpdateVariable : {
         const VariableRecord& record = code->variables[at->a];
         Variable* variable = globalOf(record);
         if (variable == nullptr) {
@@ -146,7 +253,7 @@ Variable Machine::run() {
         update(variable, *code, at, R[at->b]);
         NEXT();
     }
-    UpdateRegister: {
+    UpdateRegister : {
         Variable& variable = R[at->a];
         const Variable& operand = R[at->b];
         if (areInts(variable, operand)) {
@@ -163,7 +270,7 @@ Variable Machine::run() {
         NEXT();
     }
 
-    PushBlock: {
+    PushBlock : {
         const ScopeWindow& window = code->windows[static_cast<std::size_t>(at->d())];
         interpreter_.blockScopes.pushWindow().openWindow(
             window.names.data(), R + window.first, 0,
@@ -180,7 +287,7 @@ Variable Machine::run() {
         interpreter_.frameScopes.back().declareNext();
         NEXT();
 
-    Add: {
+    Add : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
@@ -194,7 +301,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Add, left, right)) goto declined;
         NEXT();
     }
-    Subtract: {
+    Subtract : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
@@ -208,7 +315,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Subtract, left, right)) goto declined;
         NEXT();
     }
-    Multiply: {
+    Multiply : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
@@ -222,7 +329,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Multiply, left, right)) goto declined;
         NEXT();
     }
-    Divide: {
+    Divide : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areFloats(left, right) && right.rawFloat() != 0.0F) {
@@ -238,7 +345,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Divide, left, right)) goto declined;
         NEXT();
     }
-    IntDivide: {
+    IntDivide : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
@@ -248,7 +355,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::IntDivide, left, right)) goto declined;
         NEXT();
     }
-    Modulo: {
+    Modulo : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
@@ -262,16 +369,16 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Power, R[at->b], R[at->c])) goto declined;
         NEXT();
 
-#define COMPARISON(Kind, op)                                                     \
-    Kind: {                                                                      \
-        const Variable& left = R[at->b];                                         \
-        const Variable& right = R[at->c];                                        \
-        if (areInts(left, right)) {                                              \
-            R[at->a].setBool(left.rawInt() op right.rawInt());                     \
-            NEXT();                                                              \
-        }                                                                        \
-        if (!slowBinary(NodeKind::Kind, left, right)) goto declined;                \
-        NEXT();                                                                  \
+#define COMPARISON(Kind, op)                                         \
+    Kind : {                                                         \
+        const Variable& left = R[at->b];                             \
+        const Variable& right = R[at->c];                            \
+        if (areInts(left, right)) {                                  \
+            R[at->a].setBool(left.rawInt() op right.rawInt());       \
+            NEXT();                                                  \
+        }                                                            \
+        if (!slowBinary(NodeKind::Kind, left, right)) goto declined; \
+        NEXT();                                                      \
     }
         COMPARISON(Equal, ==)
         COMPARISON(NotEqual, !=)
@@ -280,7 +387,7 @@ Variable Machine::run() {
         COMPARISON(LessEqual, <=)
         COMPARISON(GreaterEqual, >=)
 
-    AddInt: {
+    AddInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
             R[at->a].setInt(wrapAdd(left.rawInt(), at->distance()));
@@ -289,7 +396,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
-    SubtractInt: {
+    SubtractInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
             R[at->a].setInt(wrapSubtract(left.rawInt(), at->distance()));
@@ -298,7 +405,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
-    MultiplyInt: {
+    MultiplyInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
             R[at->a].setInt(wrapMultiply(left.rawInt(), at->distance()));
@@ -307,7 +414,7 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
-    DivideInt: {
+    DivideInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left) && at->distance() != 0) {
             R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
@@ -317,16 +424,17 @@ Variable Machine::run() {
         if (!slowBinary(NodeKind::Divide, left, Variable::makeInt(at->distance()))) goto declined;
         NEXT();
     }
-    IntDivideInt: {
+    IntDivideInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
             R[at->a].setInt(checkedDivide(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))) goto declined;
+        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance())))
+            goto declined;
         NEXT();
     }
-    ModuloInt: {
+    ModuloInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
             R[at->a].setInt(checkedRemainder(left.rawInt(), at->distance()));
@@ -336,23 +444,23 @@ Variable Machine::run() {
         NEXT();
     }
 
-#define WITH_CONSTANT(Name, Kind, op)                                                       \
-    Name: {                                                                                 \
-        const Variable& left = R[at->b];                                                    \
-        const Variable& right = code->constants[at->c];                                     \
-        if (isFloatValue(left)) {                                                           \
-            R[at->a].setFloat(left.rawFloat() op right.rawFloat());                           \
-            NEXT();                                                                         \
-        }                                                                                   \
-        const Pc before = at;                                                               \
-        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) goto declined;          \
-        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();                           \
-        NEXT();                                                                             \
+#define WITH_CONSTANT(Name, Kind, op)                                                 \
+    Name : {                                                                          \
+        const Variable& left = R[at->b];                                              \
+        const Variable& right = code->constants[at->c];                               \
+        if (isFloatValue(left)) {                                                     \
+            R[at->a].setFloat(left.rawFloat() op right.rawFloat());                   \
+            NEXT();                                                                   \
+        }                                                                             \
+        const Pc before = at;                                                         \
+        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) goto declined; \
+        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();                     \
+        NEXT();                                                                       \
     }
         WITH_CONSTANT(AddConst, Add, +)
         WITH_CONSTANT(SubtractConst, Subtract, -)
         WITH_CONSTANT(MultiplyConst, Multiply, *)
-    DivideConst: {
+    DivideConst : {
         const Variable& left = R[at->b];
         const Variable& right = code->constants[at->c];
         if (isFloatValue(left) && right.rawFloat() != 0.0F) {
@@ -368,7 +476,7 @@ Variable Machine::run() {
 
     Negate:
     Not:
-    Length: {
+    Length : {
         const Pc before = at;
         if (!unary(*code, at, R[at->a], R[at->b])) goto declined;
         if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
@@ -387,7 +495,10 @@ Variable Machine::run() {
     Jump:
         at = code->code.data() + at->d();
         DISPATCH();
-    JumpBack: {
+    JumpBack : {
+#if defined(DOVREL_FUZZ) || defined(DOVREL_INTERRUPTIBLE)
+        static_cast<void>(interpreter_.softErrorUnwinding());
+#endif
         Activation& running = activations_.back();
         if (code->isStale || (code->forTurns && !givesTurns())) {
             const auto loop = static_cast<std::size_t>(at->d());
@@ -412,7 +523,7 @@ Variable Machine::run() {
         }
         NEXT();
     }
-    JumpIfFalse: {
+    JumpIfFalse : {
         const Variable& value = R[at->a];
         bool holds = false;
         if (isBoolValue(value)) {
@@ -426,7 +537,7 @@ Variable Machine::run() {
         at = code->code.data() + at->d();
         DISPATCH();
     }
-    JumpIfTrue: {
+    JumpIfTrue : {
         const Variable& value = R[at->a];
         bool holds = false;
         if (isBoolValue(value)) {
@@ -441,7 +552,7 @@ Variable Machine::run() {
         DISPATCH();
     }
     SkipUnlessTrue:
-    SkipIfTrue: {
+    SkipIfTrue : {
         const bool skips = at->op == Op::SkipIfTrue;
         bool holds = false;
         if (!truth(*code, at, R[at->a], holds)) goto declined;
@@ -453,41 +564,41 @@ Variable Machine::run() {
         NEXT();
     }
 
-#define BRANCH(Kind, op, sense, Prefix)                                                       \
-    Prefix##Kind: {                                                                           \
-        const Variable& left = R[at->a];                                                      \
-        const Variable& right = R[at->b];                                                     \
-        bool truth_ = false;                                                                  \
-        const int distance = at->distance();                                                  \
-        if (areInts(left, right)) {                                                           \
-            truth_ = left.rawInt() op right.rawInt();                                           \
-        } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) {                 \
-            goto declined;                                                                    \
-        }                                                                                     \
-        if (truth_ != sense) NEXT();                                                          \
-        at += distance;                                                                       \
-        DISPATCH();                                                                           \
+#define BRANCH(Kind, op, sense, Prefix)                                       \
+    Prefix##Kind : {                                                          \
+        const Variable& left = R[at->a];                                      \
+        const Variable& right = R[at->b];                                     \
+        bool truth_ = false;                                                  \
+        const int distance = at->distance();                                  \
+        if (areInts(left, right)) {                                           \
+            truth_ = left.rawInt() op right.rawInt();                         \
+        } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) { \
+            goto declined;                                                    \
+        }                                                                     \
+        if (truth_ != sense) NEXT();                                          \
+        at += distance;                                                       \
+        DISPATCH();                                                           \
     }
-#define BRANCH_INT(Kind, op, sense, Prefix)                                                   \
-    Prefix##Kind##Int: {                                                                      \
-        const Variable& left = R[at->a];                                                      \
-        bool truth_ = false;                                                                  \
-        const int distance = at->distance();                                                  \
-        if (isIntValue(left)) {                                                               \
-            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                        \
-        } else if (!slowCompare(NodeKind::Kind, left,                                         \
-                                Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_,  \
-                                false)) {                                                     \
-            goto declined;                                                                    \
-        }                                                                                     \
-        if (truth_ != sense) NEXT();                                                          \
-        at += distance;                                                                       \
-        DISPATCH();                                                                           \
+#define BRANCH_INT(Kind, op, sense, Prefix)                                                  \
+    Prefix##Kind##Int : {                                                                    \
+        const Variable& left = R[at->a];                                                     \
+        bool truth_ = false;                                                                 \
+        const int distance = at->distance();                                                 \
+        if (isIntValue(left)) {                                                              \
+            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                      \
+        } else if (!slowCompare(NodeKind::Kind, left,                                        \
+                                Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_, \
+                                false)) {                                                    \
+            goto declined;                                                                   \
+        }                                                                                    \
+        if (truth_ != sense) NEXT();                                                         \
+        at += distance;                                                                      \
+        DISPATCH();                                                                          \
     }
-#define BRANCHES(Kind, op)               \
-    BRANCH(Kind, op, true, If)           \
-    BRANCH(Kind, op, false, Unless)      \
-    BRANCH_INT(Kind, op, true, If)       \
+#define BRANCHES(Kind, op)          \
+    BRANCH(Kind, op, true, If)      \
+    BRANCH(Kind, op, false, Unless) \
+    BRANCH_INT(Kind, op, true, If)  \
     BRANCH_INT(Kind, op, false, Unless)
         BRANCHES(Equal, ==)
         BRANCHES(NotEqual, !=)
@@ -496,7 +607,7 @@ Variable Machine::run() {
         BRANCHES(LessEqual, <=)
         BRANCHES(GreaterEqual, >=)
     IfEqualConst:
-    UnlessEqualConst: {
+    UnlessEqualConst : {
         const Variable& left = R[at->a];
         const Variable& right = code->constants[at->b];
         const int distance = at->distance();
@@ -514,11 +625,10 @@ Variable Machine::run() {
         DISPATCH();
     }
 
-    Index: {
+    Index : {
         const Variable& base = R[at->b];
         const Variable& key = R[at->c];
-        if (isArrayValue(base) && isIntValue(key) && (at->m & kFirstGoes) == 0 &&
-            at->a != at->b) {
+        if (isArrayValue(base) && isIntValue(key) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
             const ArrayStorage& array = base.rawArray();
             const auto place =
                 static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
@@ -532,7 +642,7 @@ Variable Machine::run() {
         if (!index(*code, at, R, key)) goto declined;
         NEXT();
     }
-    IndexInt: {
+    IndexInt : {
         const Variable& base = R[at->b];
         if (isArrayValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
             const ArrayStorage& array = base.rawArray();
@@ -547,7 +657,7 @@ Variable Machine::run() {
         if (!index(*code, at, R, Variable::makeInt(at->c))) goto declined;
         NEXT();
     }
-    IndexConst: {
+    IndexConst : {
         const Variable& base = R[at->b];
         const Variable& key = code->constants[at->c];
         if (isTableValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
@@ -562,7 +672,7 @@ Variable Machine::run() {
         if (!index(*code, at, R, key)) goto declined;
         NEXT();
     }
-    SetIndex: {
+    SetIndex : {
         lastStore_ = at;
         lastStoreCode_ = code;
         Variable& base = R[at->a];
@@ -581,7 +691,7 @@ Variable Machine::run() {
         R[at->c].setNil();
         NEXT();
     }
-    SetIndexGlobal: {
+    SetIndexGlobal : {
         lastStore_ = at;
         lastStoreCode_ = code;
         Variable& base = variableForStore(*code, at->a);
@@ -610,8 +720,7 @@ Variable Machine::run() {
     UpdateIndexGlobal:
         lastStore_ = at;
         lastStoreCode_ = code;
-        updateIndex(variableForStore(*code, at->a), R[at->b], R[at->c],
-                    static_cast<char>(at->m));
+        updateIndex(variableForStore(*code, at->a), R[at->b], R[at->c], static_cast<char>(at->m));
         R[at->b].setNil();
         R[at->c].setNil();
         NEXT();
@@ -621,7 +730,7 @@ Variable Machine::run() {
         setPath(*code, code->stores[static_cast<std::size_t>(at->d())], R);
         NEXT();
 
-    CallGlobal: {
+    CallGlobal : {
         slot = &R[at->a];
         argumentCount = at->b;
         VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->c]);
@@ -633,14 +742,13 @@ Variable Machine::run() {
         }
         goto callSlot;
     }
-    CallMember: {
+    CallMember : {
         slot = &R[at->a];
         argumentCount = at->b;
         const MemberSite& site = code->members[at->c];
-        const Variable* base =
-            site.baseIsRegister
-                ? &R[site.base]
-                : read(const_cast<VariableRecord&>(code->variables[site.base]));
+        const Variable* base = site.baseIsRegister
+                                   ? &R[site.base]
+                                   : read(const_cast<VariableRecord&>(code->variables[site.base]));
         if (base != nullptr && isTableValue(*base)) {
             const Variable* found = base->rawTable().find(code->constants[site.key].asText());
             if (found != nullptr) {
@@ -712,7 +820,7 @@ Variable Machine::run() {
         activations_.back().pc = at;
         if (!mayCallScalar(*code, R, code->scalarCalls[at->a], at)) goto declined;
         NEXT();
-    CallScalar: {
+    CallScalar : {
         activations_.back().pc = at;
         const ScalarCallSite& site = code->scalarCalls[at->c];
         if (!callScalar(*code, R, site, &R[at->a], at->b)) {
@@ -723,7 +831,7 @@ Variable Machine::run() {
         if (needsAttention()) goto attend;
         NEXT();
     }
-    RequireScalar: {
+    RequireScalar : {
         const VarType type = R[at->a].type;
         if (type == VarType::Int || type == VarType::Float || type == VarType::Bool ||
             type == VarType::Nil) {
@@ -735,7 +843,7 @@ Variable Machine::run() {
 
     ReturnMulti:
         R[at->a] = multiOf(&R[at->a], at->b);
-    Return: {
+    Return : {
         if (code->forTurns) giveTurns(at->c);
         if (lastStore_ != nullptr) showLastStore();
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
@@ -756,7 +864,7 @@ Variable Machine::run() {
         goto leaveWithSlot;
     leaveSlowly:
         slot = &R[at->a];
-    leaveWithSlot: {
+    leaveWithSlot : {
         if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
             interpreter_.rethrowPendingCoroutineException();
         }
@@ -786,7 +894,7 @@ Variable Machine::run() {
         DISPATCH();
 
     // Behind a call: a soft error may be on its way, or a coroutine be scheduled.
-    attend: {
+    attend : {
         if (!code->forTurns && givesTurns()) {
             const MachineCode* turns = turnsOf(*code);
             at = turns->code.data() +
@@ -797,7 +905,7 @@ Variable Machine::run() {
         }
         if (!interpreter_.softErrorUnwinding()) NEXT();
     }
-    unwind: {
+    unwind : {
         const MachineStatement& statement = statementAt(*code, at);
         if (code->forTurns) {
             if (!statement.isRecursive) {
@@ -836,12 +944,11 @@ Variable Machine::run() {
         if (interpreter_.varargStack.empty()) {
             R[at->a].setNil();
         } else {
-            R[at->a] =
-                Variable::makeMulti(std::vector<Variable>(interpreter_.varargStack.back()));
+            R[at->a] = Variable::makeMulti(std::vector<Variable>(interpreter_.varargStack.back()));
         }
         NEXT();
 
-    ForStart: {
+    ForStart : {
         const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
         Variable* first = &R[at->a];
         const bool hasTurn = startFor(first);
@@ -860,7 +967,7 @@ Variable Machine::run() {
         }
         NEXT();
     }
-    ForNext: {
+    ForNext : {
         Variable* first = &R[at->a];
         const int step = first[2].rawInt();
         const int counter = wrapAdd(first[0].rawInt(), step);
@@ -880,7 +987,7 @@ Variable Machine::run() {
     CloseFrame:
         interpreter_.frameScopes.pop();
         NEXT();
-    OpenLoopFrame: {
+    OpenLoopFrame : {
         const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
         const ScopeWindow& window = code->windows[site.window];
         Scope& scope = interpreter_.frameScopes.pushWindow();
@@ -894,25 +1001,25 @@ Variable Machine::run() {
         }
         NEXT();
     }
-    WalkCheck: {
+    WalkCheck : {
         const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
         if (checkWalk(*code, site)) NEXT();
         at = code->code.data() + site.otherwise;
         DISPATCH();
     }
-    WalkCall: {
+    WalkCall : {
         const bool begins = beginWalkOfCall(&R[at->b], at->c);
         clearArguments(&R[at->b], at->c);
         if (begins) NEXT();
         at += 2;
         DISPATCH();
     }
-    WalkStart: {
+    WalkStart : {
         const LoopSite& site = code->loops[static_cast<std::size_t>(at->d())];
         beginWalk(site, R[at->a + 1], at->m == 1);
         NEXT();
     }
-    WalkNext: {
+    WalkNext : {
         const Walk& walk = *walks_.back();
         if (!nextOfWalk(R + at->a + 3, walk.nameCount)) NEXT();
         at = code->code.data() + at->d();
@@ -924,9 +1031,8 @@ Variable Machine::run() {
         spareWalks_.back()->clear();
         NEXT();
 
-    RunStatement: {
-        const MachineStatement& statement =
-            code->statements[static_cast<std::size_t>(at->d())];
+    RunStatement : {
+        const MachineStatement& statement = code->statements[static_cast<std::size_t>(at->d())];
         activations_.back().pc = at;
         ++counts.byExecutor;
         const StatementEnd end = runStatement(*code, statement);
@@ -939,7 +1045,7 @@ Variable Machine::run() {
         if (needsAttention()) goto attend;
         NEXT();
     }
-    TreeValue: {
+    TreeValue : {
         activations_.back().pc = at;
         ++counts.byTiers;
         const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
@@ -947,17 +1053,16 @@ Variable Machine::run() {
         if (needsAttention()) goto attend;
         NEXT();
     }
-    TreeCondition: {
+    TreeCondition : {
         activations_.back().pc = at;
         ++counts.byTiers;
         const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
         const ParsedScriptLine& line = *site.line;
-        const bool holds = interpreter_.evaluateCondition(
-            line,
-            line.kind == LineKind::While   ? "while"
-            : line.kind == LineKind::Until ? "until"
-                                           : "if",
-            DovrelScript::ConditionTiers::BoolFirst);
+        const bool holds = interpreter_.evaluateCondition(line,
+                                                          line.kind == LineKind::While   ? "while"
+                                                          : line.kind == LineKind::Until ? "until"
+                                                                                         : "if",
+                                                          DovrelScript::ConditionTiers::BoolFirst);
         if (interpreter_.softErrorUnwinding()) goto attend;
         if (!code->forTurns && givesTurns()) {
             // The statement goes on in the other form.
@@ -969,16 +1074,15 @@ Variable Machine::run() {
         DISPATCH();
     }
 
-    Line: {
+    Line : {
         if (lastStore_ != nullptr) showLastStore();
-        const MachineStatement& statement =
-            code->statements[static_cast<std::size_t>(at->d())];
+        const MachineStatement& statement = code->statements[static_cast<std::size_t>(at->d())];
         const ParsedScriptLine& line = activations_.back().program->lines[statement.line];
         interpreter_.currentLineNumber = line.lineNumber;
         interpreter_.currentLine = &line.source;
         NEXT();
     }
-    LastToken: {
+    LastToken : {
         lastStore_ = nullptr;
         const TokenSite& site = code->tokenMarks[static_cast<std::size_t>(at->d())];
         interpreter_.lastToken = lineOf(site.line).tokens[site.token];

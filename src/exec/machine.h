@@ -35,12 +35,12 @@ public:
 
     /// What has been compiled and run, for tests that demand it.
     struct Counts {
-        std::uint64_t compiled = 0;     // functions and programs
+        std::uint64_t compiled = 0;  // functions and programs
         std::uint64_t recompiled = 0;
         std::uint64_t refused = 0;
-        std::uint64_t calls = 0;        // of compiled functions
-        std::uint64_t byExecutor = 0;   // statements that went by the executor
-        std::uint64_t byTiers = 0;      // expressions that went by the tiers
+        std::uint64_t calls = 0;       // of compiled functions
+        std::uint64_t byExecutor = 0;  // statements that went by the executor
+        std::uint64_t byTiers = 0;     // expressions that went by the tiers
     };
     Counts counts;
 
@@ -67,7 +67,7 @@ private:
         bool hasDirectory = false;  // what has been pushed
         bool hasName = false;
         bool hasVarargs = false;
-        bool hasSegment = false;    // its registers begin a segment
+        bool hasSegment = false;  // its registers begin a segment
     };
     struct Walk;
 
@@ -198,8 +198,8 @@ private:
     Pc lastStore_ = nullptr;
     const MachineCode* lastStoreCode_ = nullptr;
     const BytecodeProgram* lastStoreProgram_ = nullptr;
-    // Where an instruction for either tier has last done what the general tier does differently, and
-    // where one has last declined.
+    // Where an instruction for either tier has last done what the general tier does differently,
+    // and where one has last declined.
     Pc diverged_ = nullptr;
     Pc declined_ = nullptr;
     bool lastCallWasScalar_ = false;

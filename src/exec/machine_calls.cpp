@@ -1,4 +1,5 @@
-// Calls and returns of the compiled form, what it leaves to the executor, and the positions that errors show.
+// Calls and returns of the compiled form, what it leaves to the executor, and the positions that
+// errors show.
 #include <algorithm>
 #include <array>
 #include <string>
@@ -37,8 +38,8 @@ Machine::~Machine() = default;
 
 // ---------------------------------------------------------------- registers
 
-/// Room for `count` registers from `base` on, or in a segment of their own, where what stands in front of
-/// `base` and the `arguments` from there on go too.
+/// Room for `count` registers from `base` on, or in a segment of their own, where what stands in
+/// front of `base` and the `arguments` from there on go too.
 Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t count,
                            bool& newSegment) {
     newSegment = false;
@@ -88,8 +89,7 @@ bool Machine::tryEnter(Variable* slot, std::size_t count) {
     if (interpreter_.softErrorPending) return false;
     const ScriptCallable* callable = slot->asFunction().get();
     if (callable == nullptr || callable->isNative || callable->isDecay ||
-        callable->fastBodyKind != FastBodyKind::None ||
-        (callable->isLoadedChunk && count > 0)) {
+        callable->fastBodyKind != FastBodyKind::None || (callable->isLoadedChunk && count > 0)) {
         return false;
     }
     MachineFunction* function = functionOf(*callable);
@@ -129,8 +129,8 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     Scope& scope = interpreter_.frameScopes.pushWindow();
     const auto capacity = static_cast<std::uint32_t>(window.names.size());
     if (window.hasOwnNames) {
-        scope.openWindowWithOwnNames(window.names.data(), base,
-                                     static_cast<std::uint32_t>(given), capacity);
+        scope.openWindowWithOwnNames(window.names.data(), base, static_cast<std::uint32_t>(given),
+                                     capacity);
     } else {
         scope.openWindow(window.names.data(), base, static_cast<std::uint32_t>(given), capacity);
     }
@@ -173,8 +173,9 @@ void Machine::popActivation() {
     popFrames(running);
     activations_.pop_back();
     if (running.hasSegment) dropSegment();
-    top_ = activations_.empty() ? nullptr
-                                : activations_.back().base + activations_.back().code->registerCount;
+    top_ = activations_.empty()
+               ? nullptr
+               : activations_.back().base + activations_.back().code->registerCount;
     if (running.isProgram) return;
     if (!running.isEntry) --interpreter_.callDepth;  // else the caller has counted the call
     if (interpreter_.currentLine != running.lineAtEntry &&
@@ -289,10 +290,9 @@ const Variable* Machine::calleeOf(const MachineCode& code, const Variable* regis
                                   const ScalarCallSite& site, Variable&) {
     if (site.isMember) {
         const MemberSite& member = code.members[site.callee];
-        const Variable* base =
-            member.baseIsRegister
-                ? &registers[member.base]
-                : read(const_cast<VariableRecord&>(code.variables[member.base]));
+        const Variable* base = member.baseIsRegister
+                                   ? &registers[member.base]
+                                   : read(const_cast<VariableRecord&>(code.variables[member.base]));
         if (base == nullptr || base->type != VarType::Table) return nullptr;
         return base->rawTable().find(code.constants[member.key].asText());
     }
@@ -382,9 +382,9 @@ bool Machine::callScalar(const MachineCode& code, Variable* registers, const Sca
             if (callable.isNative) {
                 isDone = interpreter_.tryScalarBuiltin(callable.builtinId, args, scalar);
             } else {
-                isDone = interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(),
-                                                                    args, scalar) &&
-                         !interpreter_.softErrorUnwinding();
+                isDone =
+                    interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), args, scalar) &&
+                    !interpreter_.softErrorUnwinding();
             }
         }
     }
@@ -394,8 +394,7 @@ bool Machine::callScalar(const MachineCode& code, Variable* registers, const Sca
     return true;
 }
 
-bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args,
-                      Variable& result) {
+bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Variable& result) {
     if (interpreter_.softErrorPending) return false;
     MachineFunction* function = functionOf(*callable);
     if (function == nullptr) return false;
@@ -432,7 +431,8 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args,
 
 bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                      BlockSignal& signal) {
-    if (!interpreter_.runsHotCode || program->chunks.empty()) return false;
+    if (!interpreter_.runsHotCode || !interpreter_.runsCompiledForm) return false;
+    if (program->chunks.empty()) return false;
     if (interpreter_.softErrorPending) return false;
     auto& functions = program->machineFunctions.byChunk;
     if (functions.size() < program->chunks.size()) functions.resize(program->chunks.size());
@@ -520,7 +520,8 @@ void Machine::showLastStore() {
     interpreter_.lastTokenIndex = token;
 }
 
-/// Makes the position what it is at `pc`: the line, and the last token if the tokens' rules are followed.
+/// Makes the position what it is at `pc`: the line, and the last token if the tokens' rules are
+/// followed.
 void Machine::showPosition(const MachineCode& code, Pc pc) {
     showStore();
     if (code.statements.empty()) return;
@@ -528,9 +529,9 @@ void Machine::showPosition(const MachineCode& code, Pc pc) {
     const bool isKept = pc->op == Op::ForNext && (pc->m & kLinesAreKept) != 0;
     if (!statement.runsCode && !code.forTurns && !isKept) showLine(code, statement);
     const auto index = static_cast<std::uint32_t>(pc - code.code.data());
-    const auto site = std::lower_bound(
-        code.tokens.begin(), code.tokens.end(), index,
-        [](const TokenSite& known, std::uint32_t i) { return known.at < i; });
+    const auto site =
+        std::lower_bound(code.tokens.begin(), code.tokens.end(), index,
+                         [](const TokenSite& known, std::uint32_t i) { return known.at < i; });
     if (site != code.tokens.end() && site->at == index) {
         interpreter_.lastToken = lineOf(site->line).tokens[site->token];
         interpreter_.lastTokenIndex = site->token;

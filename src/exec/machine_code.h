@@ -6,16 +6,19 @@
 //      registers of the same activation (eval/scope.h), so whoever searches by name finds them.
 //   2. A token's variable has a register of its own where its place is certain: a `local` that the
 //      same activation has declared before, and a parameter, loop variable or `native` whose token
-//      has met it in its place once. Globals are reached by address as long as no scope has an entry
-//      of their name. Every other token looks its variable up through its cache.
-//   3. The tiers of the expression evaluators are kinds of code. An expression without calls has one
-//      form, whose instructions follow the scalar tier as long as that does not decline and the general tier
-//      from there on; where the two could differ in between, the expression is evaluated anew by the tiers themselves.
-//      An expression with calls has two forms, one behind the other.
+//      has met it in its place once. Globals are reached by address as long as no scope has an
+//      entry of their name. Every other token looks its variable up through its cache.
+//   3. The tiers of the expression evaluators are kinds of code. An expression without calls has
+//   one
+//      form, whose instructions follow the scalar tier as long as that does not decline and the
+//      general tier from there on; where the two could differ in between, the expression is
+//      evaluated anew by the tiers themselves. An expression with calls has two forms, one behind
+//      the other.
 //   4. Positions cost nothing until somebody asks: the statement of an instruction is found by its
 //      address. A statement that runs script code makes its line the current one first.
 //   5. A register that holds no variable and no waiting operand holds no counted value.
-//   6. Whatever is not compiled is one instruction that the executor runs, a whole statement or a whole
+//   6. Whatever is not compiled is one instruction that the executor runs, a whole statement or a
+//   whole
 //      expression at a time.
 #pragma once
 
@@ -35,8 +38,8 @@ struct ScriptCallable;
 struct TokenAnalysis;
 
 /// The instructions. `a`, `b`, `c` are registers unless it is said otherwise; `d` is the 32-bit
-/// operand in the place of `b` and `c`; "to" is the target of a jump, as a distance in `c` where the
-/// instruction has three operands, else in `d`.
+/// operand in the place of `b` and `c`; "to" is the target of a jump, as a distance in `c` where
+/// the instruction has three operands, else in `d`.
 enum class MachineOp : std::uint8_t {
     // Values.
     LoadNil,    // a
@@ -46,18 +49,18 @@ enum class MachineOp : std::uint8_t {
     Take,       // a = b, which goes
     Clear,      // a goes
     // Variables through the caches of their tokens; d is the number of a variable record.
-    GetVariable,   // a = the variable
-    GetGlobal,     // the same while no scope has the name
-    GetPlace,      // a = the variable, whose certain place the token has not met yet
-    SetVariable,   // the variable = a, which goes
-    SetGlobal,     // the same while no scope has the name
+    GetVariable,     // a = the variable
+    GetGlobal,       // the same while no scope has the name
+    GetPlace,        // a = the variable, whose certain place the token has not met yet
+    SetVariable,     // the variable = a, which goes
+    SetGlobal,       // the same while no scope has the name
     UpdateVariable,  // the variable op= b: a is the record, m the operator, c an OperandOrigin
     UpdateRegister,  // a op= b, the same
     // Scopes.
-    PushBlock,      // opens block scope d
-    PopBlock,       // closes it
-    DeclareBlock,   // the next entry of the top block scope is in its register
-    DeclareFrame,   // the same of the top frame scope
+    PushBlock,     // opens block scope d
+    PopBlock,      // closes it
+    DeclareBlock,  // the next entry of the top block scope is in its register
+    DeclareFrame,  // the same of the top frame scope
     // Arithmetic: a = b op c, in the order of the node kinds. `m` holds a MachineTier and marks.
     Add,
     Subtract,
@@ -84,9 +87,9 @@ enum class MachineOp : std::uint8_t {
     SubtractConst,
     MultiplyConst,
     DivideConst,
-    Negate,  // a = - b
-    Not,     // a = not b
-    Length,  // a = # b
+    Negate,        // a = - b
+    Not,           // a = not b
+    Length,        // a = # b
     Join,          // a = b + (b + 1) + ... of c operands, which go
     Append,        // a = a + b + (b + 1) + ... of c operands, which go
     AppendGlobal,  // the same with the global of record a
@@ -127,22 +130,23 @@ enum class MachineOp : std::uint8_t {
     IfEqualConst,
     UnlessEqualConst,
     // Elements.
-    Index,       // a = b[c]
-    IndexInt,    // a = b[the int c]
-    IndexConst,  // a = b[constant c, a text]
-    SetIndex,    // a[b] = c
-    SetIndexGlobal,  // the same with the global of record a
+    Index,              // a = b[c]
+    IndexInt,           // a = b[the int c]
+    IndexConst,         // a = b[constant c, a text]
+    SetIndex,           // a[b] = c
+    SetIndexGlobal,     // the same with the global of record a
     UpdateIndex,        // a[b] op= c, m the operator's character
     UpdateIndexGlobal,  // the same with the global of record a
-    SetPath,      // store site d
+    SetPath,            // store site d
     // Calls. The callee is in a, the arguments behind it; the result goes to a.
-    Call,        // of b arguments
-    CallGlobal,  // the callee is the global of record c
-    CallMember,  // the callee is found by member site c
-    RequireScalarCall,  // scalar call site a: goes on elsewhere if the scalar tier declines the callee
+    Call,               // of b arguments
+    CallGlobal,         // the callee is the global of record c
+    CallMember,         // the callee is found by member site c
+    RequireScalarCall,  // scalar call site a: goes on elsewhere if the scalar tier declines the
+                        // callee
     CallScalar,         // the same call in a, with b arguments, of site c
     RequireScalar,      // to, unless a is a scalar
-    Return,      // a; m: it is no variable
+    Return,             // a; m: it is no variable
     ReturnNil,
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
@@ -152,11 +156,12 @@ enum class MachineOp : std::uint8_t {
     SpreadCall,   // call site d for several targets
     Spread,       // the multi-value or value in a over the c registers from b on
     CutMulti,     // the first value of a, if it is a multi-value
-    // Loops. The hidden registers of a numeric loop are a (counter), a + 1 (limit), a + 2 (step); its
+    // Loops. The hidden registers of a numeric loop are a (counter), a + 1 (limit), a + 2 (step);
+    // its
     // variable is a + 3.
-    ForStart,   // opens the scope of loop site d; jumps behind the loop if there is no turn
-    ForNext,    // to, for another turn
-    ForSlowly,  // a: evaluates the clause of loop site d by the executor
+    ForStart,       // opens the scope of loop site d; jumps behind the loop if there is no turn
+    ForNext,        // to, for another turn
+    ForSlowly,      // a: evaluates the clause of loop site d by the executor
     CloseFrame,     // closes the scope of the loop
     OpenLoopFrame,  // opens the frame scope of loop site d with its names
     WalkCheck,      // jumps to the general form of loop site d unless its native stands
@@ -173,10 +178,10 @@ enum class MachineOp : std::uint8_t {
     ChunkValue,     // the chunk's value is a, which goes
     ClearChunkValue,
     // Only in the form for turns of a coroutine.
-    BeginStatement,   // d of a recursive run
-    EndStatement,     // d of a recursive run
-    EndInline,        // d of an inline run
-    GiveTurns,        // d times
+    BeginStatement,  // d of a recursive run
+    EndStatement,    // d of a recursive run
+    EndInline,       // d of an inline run
+    GiveTurns,       // d times
     Count_,
 };
 
@@ -247,9 +252,9 @@ struct VariableRecord {
 /// The names of a scope that code opens.
 struct ScopeWindow {
     std::vector<Name> names;
-    std::uint16_t first = 0;     // register of its first entry
-    std::uint16_t given = 0;     // entries that it opens with
-    bool hasOwnNames = false;    // the order of the names is not known before
+    std::uint16_t first = 0;   // register of its first entry
+    std::uint16_t given = 0;   // entries that it opens with
+    bool hasOwnNames = false;  // the order of the names is not known before
 };
 
 /// What one statement, or one condition, of the code is.
@@ -263,8 +268,8 @@ struct MachineStatement {
     std::int32_t lastToken = -1;    // of the value of an element assignment
 };
 
-/// The code of an expression without calls, or the scalar form of one with calls: where it goes on when that
-/// declines.
+/// The code of an expression without calls, or the scalar form of one with calls: where it goes on
+/// when that declines.
 struct ExpressionSite {
     std::uint32_t first = 0;
     std::uint32_t last = 0;    // one past its code
@@ -275,14 +280,14 @@ struct ExpressionSite {
     std::uint32_t doneFalse = 0;
     const FastExpression* expression = nullptr;
     const ParsedScriptLine* line = nullptr;
-    std::int32_t node = -1;       // of the expression; -1 for the whole of it
+    std::int32_t node = -1;  // of the expression; -1 for the whole of it
     std::uint16_t result = 0;
     std::uint16_t firstTemporary = 0;  // registers that are free behind it
     std::uint16_t endTemporary = 0;
     bool isCondition = false;
-    bool isScalarForm = false;   // `behind` is where the general form begins
-    bool isGeneral = false;      // by the general tier alone
-    bool isStatement = false;    // of a scalar form: all of a compound assignment
+    bool isScalarForm = false;  // `behind` is where the general form begins
+    bool isGeneral = false;     // by the general tier alone
+    bool isStatement = false;   // of a scalar form: all of a compound assignment
 };
 
 struct MemberSite {
@@ -296,7 +301,8 @@ struct ScalarCallSite {
     std::uint16_t callee = 0;  // variable record, member site or register
     bool isMember = false;
     bool isRegister = false;
-    bool takesScalars = false;  // the arguments follow the scalar tier, as those of the mathematical natives
+    bool takesScalars =
+        false;  // the arguments follow the scalar tier, as those of the mathematical natives
     std::uint16_t result = 0;
     std::uint32_t behind = 0;     // the call
     std::uint32_t otherwise = 0;  // where the code goes on if the call declines
@@ -317,7 +323,7 @@ struct StoreSite {
 
 struct TableSite {
     struct Entry {
-        std::int32_t key = -1;       // constant
+        std::int32_t key = -1;  // constant
         std::int32_t keyRegister = -1;
         std::uint16_t value = 0;
     };
@@ -327,10 +333,10 @@ struct TableSite {
 struct LoopSite {
     std::uint32_t statement = 0;
     std::uint16_t window = 0;
-    std::uint16_t first = 0;       // hidden registers of a walk or a numeric loop
+    std::uint16_t first = 0;  // hidden registers of a walk or a numeric loop
     std::uint16_t nameCount = 0;
-    std::uint32_t iterator = 0;    // variable record of the token `pairs` or `ipairs`
-    std::uint32_t otherwise = 0;   // see the instructions
+    std::uint32_t iterator = 0;   // variable record of the token `pairs` or `ipairs`
+    std::uint32_t otherwise = 0;  // see the instructions
     bool isBuiltin = false;
     std::uint16_t callArguments = 0;
 };
@@ -365,18 +371,18 @@ struct MachineCode {
     std::vector<StoreSite> stores;
     std::vector<TableSite> tables;
     std::vector<LoopSite> loops;
-    std::vector<TokenSite> tokens;       // by ascending `at`
-    std::vector<TokenSite> tokenMarks;   // of LastToken
-    std::uint16_t frameWindow = 0;       // of the function's own scope
+    std::vector<TokenSite> tokens;      // by ascending `at`
+    std::vector<TokenSite> tokenMarks;  // of LastToken
+    std::uint16_t frameWindow = 0;      // of the function's own scope
     std::uint32_t registerCount = 0;
-    bool hasBlock = false;               // the code opens a block scope of its own at its start
-    std::uint16_t chunkValue = 0;        // register of the chunk's value
-    bool isStale = false;                // tokens have met their places since
+    bool hasBlock = false;         // the code opens a block scope of its own at its start
+    std::uint16_t chunkValue = 0;  // register of the chunk's value
+    bool isStale = false;          // tokens have met their places since
     bool forTurns = false;
-    void* version = nullptr;             // the MachineFunction::Version that it belongs to
-    const MachineCode* other = nullptr;  // the form for turns, and back
-    std::vector<std::uint32_t> toOther;  // index of the same instruction there
-    std::vector<std::uint32_t> loopEnds; // the JumpBack of each loop; kNoLoopEnd if it has none
+    void* version = nullptr;              // the MachineFunction::Version that it belongs to
+    const MachineCode* other = nullptr;   // the form for turns, and back
+    std::vector<std::uint32_t> toOther;   // index of the same instruction there
+    std::vector<std::uint32_t> loopEnds;  // the JumpBack of each loop; kNoLoopEnd if it has none
 
     [[nodiscard]] bool isUsable() const { return !code.empty(); }
 };

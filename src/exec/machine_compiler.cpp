@@ -98,8 +98,7 @@ MachineCompiler::Resolution MachineCompiler::resolve(const ParsedScriptLine& lin
         const auto at = std::find(region->declared.begin(), region->declared.end(), name);
         if (at != region->declared.end()) {
             const auto entry = static_cast<std::uint16_t>(at - region->declared.begin());
-            const auto reg =
-                static_cast<std::uint16_t>(out_.windows[region->window].first + entry);
+            const auto reg = static_cast<std::uint16_t>(out_.windows[region->window].first + entry);
             const bool isMet = analysis.slotKind == SlotKind::Frame &&
                                analysis.slotDepth == depth && analysis.slotIndex == entry;
             if (isMet) return {true, reg, 0};
@@ -114,6 +113,13 @@ MachineCompiler::Resolution MachineCompiler::resolve(const ParsedScriptLine& lin
         if (region->isLoop && contains(region->later, name)) break;
     }
     return {false, 0, recordFor(line, token)};
+}
+
+/// In a damaged file, chunks may lie outside of the code, and hold each other or themselves.
+bool MachineCompiler::mayVisit(std::uint32_t chunk, int depth) const {
+    const std::size_t most = 1000 + 200 * program_.chunks.size();
+    return chunk < program_.chunks.size() && depth <= 200 && ++visits_ <= most &&
+           rangeIsInside(program_.chunks[chunk], program_);
 }
 
 std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
@@ -145,11 +151,11 @@ std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
     return names;
 }
 
-/// The natives that go to the frame scope of a region. Those of its own chunk that come before any in a
-/// nested block have a certain place.
+/// The natives that go to the frame scope of a region. Those of its own chunk that come before any
+/// in a nested block have a certain place.
 void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeWindow& window,
                                      bool isTop, bool& anyNested, int depth) {
-    if (chunk >= program_.chunks.size() || depth > 200) return;
+    if (!mayVisit(chunk, depth)) return;
     const auto add = [&](const ParsedScriptLine& line, std::size_t token) {
         if (token >= line.tokenAnalysis.size()) return;
         const Name name = line.tokenAnalysis[token].name;
@@ -364,9 +370,8 @@ void MachineCompiler::clearValue() {
 
 /// A statement of the chunk, or of a block in it, leaves a value.
 bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
-    if (chunk >= program_.chunks.size() || depth > 200) return true;
+    if (!mayVisit(chunk, depth)) return true;
     const BytecodeChunkRange& range = program_.chunks[chunk];
-    if (!rangeIsInside(range, program_)) return true;
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
@@ -433,9 +438,8 @@ bool MachineCompiler::instructionHoldsLoop(const BytecodeInstruction& instructio
 }
 
 bool MachineCompiler::holdsLoop(std::uint32_t chunk, int depth) const {
-    if (chunk >= program_.chunks.size() || depth > 200) return false;
+    if (!mayVisit(chunk, depth)) return false;
     const BytecodeChunkRange& range = program_.chunks[chunk];
-    if (!rangeIsInside(range, program_)) return false;
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         if (instructionHoldsLoop(program_.code[range.firstInstruction + i], depth)) return true;
     }
@@ -456,7 +460,8 @@ void MachineCompiler::emitChunk(std::uint32_t chunk, bool isUnit) {
     if (chunk >= program_.chunks.size() || nesting_ >= kMostNestedBlocks) ok_ = false;
     if (!ok_) return;
     const BytecodeChunkRange range = program_.chunks[chunk];
-    ok_ = rangeIsInside(range, program_);
+    ok_ = mayVisit(chunk, 0);
+    if (!ok_) return;
     Chunk entered;
     entered.ownsBlock = mode_.isRecursive && (mode_.amongBlocks || range.hasLocalDeclaration);
     const bool outerAmongBlocks =
@@ -657,8 +662,8 @@ void MachineCompiler::emitStore(const ParsedScriptLine& line, std::size_t token,
         value = {copy, true};
     }
     const VariableRecord& record = out_.variables[found.record];
-    emitD(record.global != nullptr && !record.hasPlace ? Op::SetGlobal : Op::SetVariable,
-          value.reg, found.record);
+    emitD(record.global != nullptr && !record.hasPlace ? Op::SetGlobal : Op::SetVariable, value.reg,
+          found.record);
 }
 
 void MachineCompiler::storeDeclared(const ParsedScriptLine& line, std::size_t token, Place value) {
@@ -672,7 +677,8 @@ bool MachineCompiler::emitBareDeclaration(const ParsedScriptLine& line) {
     const std::size_t token = line.assignment->targets[0].nameToken;
     if (line.assignmentScope != ScopeTarget::Local || !canDeclare(line, token)) return false;
     if (const auto fresh = freshPlace(line, token)) {
-        emitDeclared(line, token);  // its register holds nil, but whatever stood there may be a number
+        emitDeclared(line,
+                     token);  // its register holds nil, but whatever stood there may be a number
         emitD(Op::LoadNil, *fresh, 0);
     } else {
         emitD(Op::LoadNil, *declaredPlace(line, token), 0);
@@ -695,8 +701,7 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
         const Resolution found = resolve(line, token);
         if (found.isRegister) direct = found.reg;
         // `s = s + ...`: the text of the variable grows in its place.
-        if (value.valid && !value.rootNode().holdsCall &&
-            value.rootNode().kind == NodeKind::Add) {
+        if (value.valid && !value.rootNode().holdsCall && value.rootNode().kind == NodeKind::Add) {
             int first = value.root;
             while (value.nodes[static_cast<std::size_t>(first)].kind == NodeKind::Add) {
                 first = value.nodes[static_cast<std::size_t>(first)].left;
@@ -722,8 +727,7 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
                     const Source outer = source_;
                     source_ = Source{&line, &value, Tier::Either, kNoSite, false};
                     const std::uint16_t spare = allocate();
-                    const std::uint32_t site =
-                        beginSite(sameRegister ? found.reg : spare, false);
+                    const std::uint32_t site = beginSite(sameRegister ? found.reg : spare, false);
                     const bool appended = emitJoin(
                         value.root, 0,
                         sameRegister ? std::optional<std::uint16_t>(found.reg) : std::nullopt,
@@ -780,8 +784,8 @@ void MachineCompiler::emitUpdate(const ParsedScriptLine& line, std::uint16_t ope
     const ParsedAssignment& assignment = *line.assignment;
     const Resolution found = resolve(line, assignment.targets[0].nameToken);
     emitABC(found.isRegister ? Op::UpdateRegister : Op::UpdateVariable,
-            found.isRegister ? found.reg : found.record, operand,
-            static_cast<std::size_t>(origin), static_cast<std::uint8_t>(assignment.operation));
+            found.isRegister ? found.reg : found.record, operand, static_cast<std::size_t>(origin),
+            static_cast<std::uint8_t>(assignment.operation));
 }
 
 bool MachineCompiler::emitCompound(const ParsedScriptLine& line) {
@@ -850,8 +854,8 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
     if (!emitTokenValue(line, assignment.valueRanges[0], value, false)) return false;
     const bool readsNothingLast = endsWithCall_;
     const Resolution base = resolve(line, target.nameToken);
-    if (!base.isRegister && (out_.variables[base.record].global == nullptr ||
-                             out_.variables[base.record].hasPlace)) {
+    if (!base.isRegister &&
+        (out_.variables[base.record].global == nullptr || out_.variables[base.record].hasPlace)) {
         // The variable may not exist yet, or stand elsewhere.
         return false;
     }
@@ -865,8 +869,8 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
         emitABC(base.isRegister ? Op::SetIndex : Op::SetIndexGlobal, baseNumber, first, value,
                 kBothGo);
     } else if (keys == 1) {
-        emitABC(base.isRegister ? Op::UpdateIndex : Op::UpdateIndexGlobal, baseNumber, first,
-                value, static_cast<std::uint8_t>(assignment.operation));
+        emitABC(base.isRegister ? Op::UpdateIndex : Op::UpdateIndexGlobal, baseNumber, first, value,
+                static_cast<std::uint8_t>(assignment.operation));
     } else {
         StoreSite site;
         site.base = static_cast<std::uint16_t>(baseNumber);
@@ -919,8 +923,8 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
                 const auto& names = out_.windows[chunk.window].names;
                 if (next >= names.size() || names[next] != name) return false;
             } else {
-                if (region == nullptr || region->isLoop ||
-                    region->chunkLevel != chunks_.size() || !contains(region->later, name)) {
+                if (region == nullptr || region->isLoop || region->chunkLevel != chunks_.size() ||
+                    !contains(region->later, name)) {
                     return false;
                 }
                 const auto& names = out_.windows[region->window].names;
@@ -949,8 +953,7 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
         const std::uint16_t base = allocate(arguments + 1);
         emitArguments(call, static_cast<std::uint16_t>(base + 1));
         emitTo(call.left, base);
-        emitABC(Op::SpreadCall, base, arguments, 0,
-                static_cast<std::uint8_t>(Tier::General));
+        emitABC(Op::SpreadCall, base, arguments, 0, static_cast<std::uint8_t>(Tier::General));
         emitABC(Op::Spread, base, first, count);
         source_ = outer;
     } else {
@@ -1138,7 +1141,11 @@ void MachineCompiler::emitLoopBody(std::uint32_t chunk, Loop& loop) {
 
 /// At the end of a loop's turn: tokens that have met their places meanwhile are worth code anew.
 void MachineCompiler::emitJumpBack(std::size_t firstRecord) {
+#if defined(DOVREL_FUZZ) || defined(DOVREL_INTERRUPTIBLE)
+    bool anyCold = true;  // whoever may stop a script is asked in each turn of a loop
+#else
     bool anyCold = false;
+#endif
     for (std::size_t i = firstRecord; i < out_.variables.size(); ++i) {
         const VariableRecord& record = out_.variables[i];
         anyCold = anyCold || record.hasPlace || record.global == nullptr;
@@ -1191,8 +1198,8 @@ void MachineCompiler::emitRepeat(const BytecodeRepeatLoop& loop) {
     endBlockStatement();
 }
 
-/// The body may leave the loop variable so that the loop cannot count on, which is reported with the
-/// statement that has run last.
+/// The body may leave the loop variable so that the loop cannot count on, which is reported with
+/// the statement that has run last.
 bool MachineCompiler::assignsLoopVariable(const ParsedScriptLine& header,
                                           std::uint32_t index) const {
     const Name name = header.tokenAnalysis[forHeaderOf(header).numericVariable].name;
@@ -1246,8 +1253,7 @@ void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
         emitD(Op::ForSlowly, first, static_cast<std::int64_t>(out_.loops.size()));
     }
     --loopNesting_;
-    Region region = makeRegion(loop.bodyChunk,
-                               {line->tokenAnalysis[header.numericVariable].name},
+    Region region = makeRegion(loop.bodyChunk, {line->tokenAnalysis[header.numericVariable].name},
                                static_cast<std::uint16_t>(first + 3), true);
     allocate(out_.windows[region.window].names.size() - 1);
     site.window = region.window;
@@ -1260,8 +1266,8 @@ void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     const Label body = newLabel();
     const std::size_t firstRecord = out_.variables.size();
     bind(body);
-    const bool isInline = !mode_.isRecursive || (!mode_.amongBlocks &&
-                                                 chunkIsInlinable(program_, loop.bodyChunk));
+    const bool isInline =
+        !mode_.isRecursive || (!mode_.amongBlocks && chunkIsInlinable(program_, loop.bodyChunk));
     const bool outerKeepsLines =
         std::exchange(keepsLines_, keepsLines_ || assignsLoopVariable(*line, loop.headerLine));
     emitLoopBody(loop.bodyChunk, inner);
@@ -1305,8 +1311,7 @@ void MachineCompiler::emitGenericFor(const BytecodeForLoop& loop, std::uint32_t 
     const std::uint16_t mark = top_;
     // Hidden: the walk, and what it walks.
     const std::uint16_t first = allocate(3);
-    Region region =
-        makeRegion(loop.bodyChunk, names, static_cast<std::uint16_t>(first + 3), true);
+    Region region = makeRegion(loop.bodyChunk, names, static_cast<std::uint16_t>(first + 3), true);
     allocate(out_.windows[region.window].names.size());
     LoopSite site;
     site.statement = statement;

@@ -57,7 +57,7 @@ private:
     /// A frame scope: the function's, or that of a `for`.
     struct Region {
         std::uint16_t window = 0;
-        std::size_t chunkLevel = 0;   // of the chunk whose natives are certain
+        std::size_t chunkLevel = 0;  // of the chunk whose natives are certain
         bool isLoop = false;
         std::vector<Name> declared;   // so far, with a certain place
         std::vector<Name> uncertain;  // natives that may be there
@@ -115,6 +115,7 @@ private:
     const Region* regionOf(Name name, std::size_t& depth, std::size_t& entry) const;
     void collectNatives(std::uint32_t chunk, Region& region, ScopeWindow& window, bool isTop,
                         bool& anyNested, int depth = 0);
+    bool mayVisit(std::uint32_t chunk, int depth) const;
     std::vector<Name> localsOf(std::uint32_t chunk) const;
 
     // Statements.
@@ -170,8 +171,8 @@ private:
     void storeDeclared(const ParsedScriptLine& line, std::size_t token, Place value);
 
     // Expressions.
-    /// The value of a whole compiled expression as `evaluateFastExpression` gives it, or a FastAssign if
-    /// it is no call.
+    /// The value of a whole compiled expression as `evaluateFastExpression` gives it, or a
+    /// FastAssign if it is no call.
     void emitValue(const ParsedScriptLine& line, const FastExpression& expression,
                    std::uint16_t target, bool isAssigned = false);
     /// The value of a token range as the token-stream evaluator gives it; false if it has none.
@@ -244,11 +245,12 @@ private:
     std::size_t openBlocks_ = 0;
     std::size_t nesting_ = 0;
     std::size_t loopNesting_ = 0;
-    std::size_t loopCount_ = 0;  // in the order of their ends
+    mutable std::size_t visits_ = 0;  // of chunks
+    std::size_t loopCount_ = 0;       // in the order of their ends
     Source source_;
     bool endsWithCall_ = false;  // the last value that went by tokens
-    bool valueIsNil_ = true;  // the chunk's value is certainly nil
-    bool tracksValue_ = false;  // somebody may see the chunk's value
-    bool keepsLines_ = false;   // every statement makes its line the current one
-    bool isTail_ = false;       // the statement may be the last one that runs
+    bool valueIsNil_ = true;     // the chunk's value is certainly nil
+    bool tracksValue_ = false;   // somebody may see the chunk's value
+    bool keepsLines_ = false;    // every statement makes its line the current one
+    bool isTail_ = false;        // the statement may be the last one that runs
 };

@@ -15,7 +15,9 @@ MachineOp arithmeticOp(NodeKind kind) {
                                   static_cast<int>(NodeKind::Add));
 }
 
-bool isComparison(NodeKind kind) { return kind >= NodeKind::Equal && kind <= NodeKind::GreaterEqual; }
+bool isComparison(NodeKind kind) {
+    return kind >= NodeKind::Equal && kind <= NodeKind::GreaterEqual;
+}
 bool isLeaf(NodeKind kind) { return kind <= NodeKind::Variable; }
 
 bool isMathId(BuiltinId id) {
@@ -226,8 +228,8 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
     return true;
 }
 
-/// The last token of the expression is the end of a call, so that nothing is read behind that call: what it
-/// runs may have read other tokens last.
+/// The last token of the expression is the end of a call, so that nothing is read behind that call:
+/// what it runs may have read other tokens last.
 bool MachineCompiler::endsWithCall(const FastExpression& expression) const {
     const FastExprNode* at = &expression.rootNode();
     const std::uint16_t last = at->endToken;
@@ -258,7 +260,7 @@ void MachineCompiler::emitVariable(int index, std::uint16_t target) {
         if (found.reg != target) emitABC(Op::Move, target, found.reg, 0);
     } else {
         const VariableRecord& record = out_.variables[found.record];
-        emitD(record.hasPlace    ? Op::GetPlace
+        emitD(record.hasPlace            ? Op::GetPlace
               : record.global != nullptr ? Op::GetGlobal
                                          : Op::GetVariable,
               target, found.record);
@@ -276,8 +278,7 @@ void MachineCompiler::emitTo(int index, std::uint16_t target) {
             emitD(Op::LoadConst, target, constant(Variable::makeFloat(at.floatValue)));
             break;
         case NodeKind::StringLiteral:
-            emitD(Op::LoadConst, target,
-                  textConstant(source_.expression->strings[at.stringIndex]));
+            emitD(Op::LoadConst, target, textConstant(source_.expression->strings[at.stringIndex]));
             requireScalar(target);
             break;
         case NodeKind::BoolLiteral:
@@ -304,9 +305,9 @@ void MachineCompiler::emitTo(int index, std::uint16_t target) {
                           : at.kind == NodeKind::Not  ? Op::Not
                                                       : Op::Length;
             const bool reuses = operand.reg == target;
-            emitABC(op, target, operand.reg, 0,
-                    static_cast<std::uint8_t>(tierBits() |
-                                              (reuses ? 0 : goes(operand, kFirstGoes))));
+            emitABC(
+                op, target, operand.reg, 0,
+                static_cast<std::uint8_t>(tierBits() | (reuses ? 0 : goes(operand, kFirstGoes))));
             break;
         }
         case NodeKind::And:
@@ -316,8 +317,8 @@ void MachineCompiler::emitTo(int index, std::uint16_t target) {
             emitTo(at.left, temporary);
             // As if the right side had been skipped; else it marks its own.
             if (source_.tier == Tier::Tokens) markToken(*source_.line, at.endToken);
-            emitJump(at.kind == NodeKind::And ? Op::SkipUnlessTrue : Op::SkipIfTrue, temporary,
-                     end, tierBits());
+            emitJump(at.kind == NodeKind::And ? Op::SkipUnlessTrue : Op::SkipIfTrue, temporary, end,
+                     tierBits());
             emitTo(at.right, temporary);
             bind(end);
             emitABC(Op::Take, target, temporary, 0);
@@ -393,11 +394,11 @@ void MachineCompiler::emitIndex(int index, std::uint16_t target) {
             bind(behind);
             endSite(site, behind);
             source_.tier = Tier::General;
-            emitABC(Op::Index, target, base.reg, key,
-                    static_cast<std::uint8_t>(
-                        tierBits() | kSecondGoes |
-                        (keyNode.kind == NodeKind::Index ? kIntTierKey : 0) |
-                        (base.reg != target ? goes(base, kFirstGoes) : std::uint8_t{0})));
+            emitABC(
+                Op::Index, target, base.reg, key,
+                static_cast<std::uint8_t>(
+                    tierBits() | kSecondGoes | (keyNode.kind == NodeKind::Index ? kIntTierKey : 0) |
+                    (base.reg != target ? goes(base, kFirstGoes) : std::uint8_t{0})));
         } else {
             emitKey(index, base.reg, base.isTemporary, target);
         }
@@ -679,8 +680,8 @@ void MachineCompiler::emitDirectCall(const ParsedScriptLine& line, const FastCal
     for (std::size_t i = 0; i < count; ++i) {
         emitValue(line, call.arguments[i], static_cast<std::uint16_t>(base + 1 + i));
     }
-    constexpr auto kMarks = static_cast<std::uint8_t>(
-        kDirectCall | static_cast<std::uint8_t>(Tier::General));
+    constexpr auto kMarks =
+        static_cast<std::uint8_t>(kDirectCall | static_cast<std::uint8_t>(Tier::General));
     const Resolution found = resolve(line, call.nameToken);
     if (found.isRegister) {
         emitABC(Op::Move, base, found.reg, 0);
@@ -794,9 +795,8 @@ void MachineCompiler::emitTest(int index, bool sense, Label target, bool isAlone
         }
         default: {
             if (isComparison(at.kind) && tryFusedComparison(index, sense, target)) break;
-            const bool decidesAlone =
-                isAlone && (isLeaf(at.kind) || at.kind == NodeKind::Index ||
-                            source_.tier == Tier::Scalar);
+            const bool decidesAlone = isAlone && (isLeaf(at.kind) || at.kind == NodeKind::Index ||
+                                                  source_.tier == Tier::Scalar);
             const Place value = emitAny(index);
             emitJump(sense ? Op::JumpIfTrue : Op::JumpIfFalse, value.reg, target,
                      static_cast<std::uint8_t>(tierBits() | goes(value, kFirstGoes) |

@@ -1,4 +1,5 @@
-// The last step of compiling: what only turns need is left out or kept, and jumps get their targets.
+// The last step of compiling: what only turns need is left out or kept, and jumps get their
+// targets.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 struct MachineDraft {
     MachineCode tables;  // all but the code; its sites hold labels
     std::vector<MachineInstruction> code;
-    std::vector<std::uint32_t> labels;  // indices of `code`
+    std::vector<std::uint32_t> labels;                           // indices of `code`
     std::vector<std::pair<std::uint32_t, std::uint32_t>> jumps;  // instructions and their labels
 };
 

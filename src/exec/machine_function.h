@@ -19,7 +19,8 @@ struct MachineFunction {
     std::uint32_t chunk = 0;
     std::vector<Name> parameters;
     bool hasFrame = true;
-    bool runsOnce = false;  // as a whole text does, loaded or not: only its loops are worth compiling
+    bool runsOnce =
+        false;  // as a whole text does, loaded or not: only its loops are worth compiling
     /// Code, and the same with turns of a coroutine once that is needed.
     struct Version {
         std::unique_ptr<MachineDraft> draft;
@@ -30,7 +31,8 @@ struct MachineFunction {
     struct Form {
         bool isRefused = false;
         std::uint8_t renewals = 0;
-        std::vector<std::unique_ptr<Version>> versions;  // the newest last; older ones may run still
+        std::vector<std::unique_ptr<Version>>
+            versions;  // the newest last; older ones may run still
     };
     std::array<Form, 2> forms;
 };

@@ -1,4 +1,5 @@
-// Code for functions and programs: made at the first call, and anew when tokens have met their places.
+// Code for functions and programs: made at the first call, and anew when tokens have met their
+// places.
 #include <utility>
 
 #include "exec/machine.h"
@@ -27,7 +28,8 @@ MachineFunctions::~MachineFunctions() = default;
 
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
     if (callable.machineFunction != nullptr) return callable.machineFunction;
-    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsHotCode) {
+    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsHotCode ||
+        !interpreter_.runsCompiledForm) {
         return nullptr;
     }
     callable.isMachineRefused = true;

@@ -1,5 +1,8 @@
 // What the machine's loop does not do at once: variables through their tokens, operators on other
 // values than two numbers of a kind, elements.
+#include "exec/machine_values.h"
+
+#include <span>
 #include <string>
 #include <utility>
 
@@ -9,9 +12,6 @@
 #include "eval/scalar_arithmetic.h"
 #include "eval/variable_access.h"
 #include "exec/machine.h"
-#include "exec/machine_values.h"
-#include <span>
-
 #include "frontend/operator_table.h"
 #include "value/operators.h"
 #include "value/table.h"
@@ -85,10 +85,8 @@ void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instructio
     const_cast<MachineCode&>(code).isStale = true;
 }
 
-void Machine::getVariable(const MachineCode& code, const MachineInstruction& at,
-                          Variable& target) {
-    auto& record =
-        const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
+void Machine::getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target) {
+    auto& record = const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
     const Variable* value = interpreter_.readVariable(*record.token);
     if (value != nullptr) {
         target = *value;
@@ -120,8 +118,7 @@ void Machine::getPlace(const MachineCode& code, const MachineInstruction& at, Va
 }
 
 void Machine::setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value) {
-    auto& record =
-        const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
+    auto& record = const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
     const TokenAnalysis& token = *record.token;
     if (Variable* variable = interpreter_.variableForWriting(token)) {
         *variable = std::move(value);
@@ -168,8 +165,8 @@ void Machine::update(Variable* variable, const MachineCode& code, Pc pc, Variabl
             const ParsedScriptLine& line = lineOf(statement.line);
             const FastExpression& value = line.assignment->values[0];
             FastScalarValue again{};
-            isScalar = interpreter_.tryEvaluateFastExpressionScalarNode(
-                value, value.root, line.tokenAnalysis, again);
+            isScalar = interpreter_.tryEvaluateFastExpressionScalarNode(value, value.root,
+                                                                        line.tokenAnalysis, again);
             break;
         }
     }
@@ -239,8 +236,8 @@ void Machine::switchToTurns(const MachineCode& code, Pc& pc) {
 bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite& site) {
     const ParsedScriptLine& line = *site.line;
     if (site.isCondition) {
-        const bool holds = interpreter_.evaluateCondition(
-            line, "if", DovrelScript::ConditionTiers::BoolFirst);
+        const bool holds =
+            interpreter_.evaluateCondition(line, "if", DovrelScript::ConditionTiers::BoolFirst);
         pc = code.code.data() + (holds ? site.behind : site.otherwise);
         return holds;
     }
@@ -249,9 +246,8 @@ bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite
         value = interpreter_.evaluateFastExpression(*site.expression, line.tokenAnalysis);
     } else {
         FastScalarValue scalar{};
-        if (!site.isGeneral &&
-            interpreter_.tryEvaluateFastExpressionScalarNode(*site.expression, site.node,
-                                                             line.tokenAnalysis, scalar)) {
+        if (!site.isGeneral && interpreter_.tryEvaluateFastExpressionScalarNode(
+                                   *site.expression, site.node, line.tokenAnalysis, scalar)) {
             value = variableFromFastScalar(scalar);
         } else if (!interpreter_.softErrorUnwinding()) {
             value = interpreter_.evaluateFastExpressionNode(*site.expression, site.node,
@@ -334,8 +330,8 @@ bool Machine::unary(const MachineCode& code, Pc& pc, Variable& target, const Var
     if (pc->op == Op::Not) {
         if (isScalar && (tier == Tier::Either || tier == Tier::Scalar)) {
             const FastScalarValue scalar = scalarFromVariable(operand);
-            const bool isZero = scalar.kind != ScalarKind::Bool &&
-                                scalar.kind != ScalarKind::Nil && !isScalarTruthy(scalar);
+            const bool isZero = scalar.kind != ScalarKind::Bool && scalar.kind != ScalarKind::Nil &&
+                                !isScalarTruthy(scalar);
             // A zero is where the tiers differ.
             if (isZero && tier == Tier::Either) {
                 decline(code, pc, activations_.back().base);
@@ -412,8 +408,8 @@ bool Machine::join(const MachineCode& code, Pc& pc, Variable& target, Variable* 
     const auto clear = [&] {
         for (std::size_t i = 0; i < count; ++i) operands[i].setNil();
     };
-    if (count >= 2 && (operands[0].type == VarType::String ||
-                       operands[1].type == VarType::String)) {
+    if (count >= 2 &&
+        (operands[0].type == VarType::String || operands[1].type == VarType::String)) {
         const auto tier = static_cast<Tier>(pc->m & kTierMask);
         if (tier == Tier::Either) {
             if (diverged_ != nullptr) {
@@ -517,9 +513,8 @@ bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const 
         element = elementOrNil(*base.asArray(), key.asBool() ? 1 : 0);
         if (tier == Tier::Either) declined_ = pc;
     } else {
-        const bool isPlain =
-            (base.type == VarType::Array && key.type == VarType::Int) ||
-            (base.type == VarType::Table && key.type != VarType::Nil);
+        const bool isPlain = (base.type == VarType::Array && key.type == VarType::Int) ||
+                             (base.type == VarType::Table && key.type != VarType::Nil);
         if (tier == Tier::Either && !isPlain) {
             if (diverged_ != nullptr) {
                 if (isWithinSite(code, pc, diverged_)) {
@@ -552,8 +547,7 @@ void Machine::updateIndex(Variable& base, const Variable& key, const Variable& v
 }
 
 void Machine::setPath(const MachineCode& code, const StoreSite& site, Variable* registers) {
-    Variable& variable =
-        site.isGlobal ? variableForStore(code, site.base) : registers[site.base];
+    Variable& variable = site.isGlobal ? variableForStore(code, site.base) : registers[site.base];
     Variable base = variable;
     const std::span<const Variable> keys(registers + site.firstKey, site.keyCount);
     Variable& value = registers[site.value];
@@ -599,8 +593,7 @@ void Machine::newTable(const TableSite& site, const MachineCode& code, Variable*
             }
         }
         if (entry.key >= 0) {
-            keyed[code.constants[static_cast<std::size_t>(entry.key)].asText()] =
-                std::move(value);
+            keyed[code.constants[static_cast<std::size_t>(entry.key)].asText()] = std::move(value);
         } else {
             Variable& key = registers[entry.keyRegister];
             keyed[keyText(key)] = std::move(value);

@@ -1,5 +1,5 @@
-// Generic `for` of the compiled form. It gives the iterations of exec/generic_for.cpp, which says what is
-// kept and why.
+// Generic `for` of the compiled form. It gives the iterations of exec/generic_for.cpp, which says
+// what is kept and why.
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -27,7 +27,8 @@ bool Machine::checkWalk(const MachineCode& code, const LoopSite& site) {
     return true;
 }
 
-/// Begins the walk of what `string["gmatch"]` and `string["byte"]` would give; the arguments stand behind the callee.
+/// Begins the walk of what `string["gmatch"]` and `string["byte"]` would give; the arguments stand
+/// behind the callee.
 bool Machine::beginWalkOfCall(Variable* slot, std::size_t count) {
     Walk& walk = *walks_.back();
     if (walk.kind != Walk::Kind::Sequence) return false;
@@ -39,8 +40,7 @@ bool Machine::beginWalkOfCall(Variable* slot, std::size_t count) {
             throwPlainError("string['gmatch'](s, pattern) requires a string and a pattern");
         }
         walk.container = args[0];
-        walk.matches =
-            std::make_unique<GmatchWalk>(walk.container.asString(), args[1].asString());
+        walk.matches = std::make_unique<GmatchWalk>(walk.container.asString(), args[1].asString());
         walk.kind = Walk::Kind::Matches;
         return true;
     }

@@ -362,6 +362,9 @@ public:
     /// False keeps all programs from running as hot code: set when a bytecode file is read whose
     /// chunks leave scopes behind that they do not declare. Tests compare the two ways.
     bool runsHotCode = true;
+    /// True lets functions and programs run in the compiled form (exec/machine_code.h), which is to
+    /// take the place of hot code. It is off until that form gives in where memory runs out.
+    bool runsCompiledForm = false;
 
     // ------------------------------------------------------------------ coroutine
     /// Makes a coroutine of a decay callable and schedules it; inside a turn, ends that turn.
@@ -393,7 +396,8 @@ public:
     void pushFunction(const std::string& name, NativeBody body);
     /// Calls the native of `id`; nil for an id without a fast body.
     Variable dispatchBuiltinFast(BuiltinId id, Arguments args);
-    /// The natives of the scalar tier on values, and the mathematical ones on scalars; false declines.
+    /// The natives of the scalar tier on values, and the mathematical ones on scalars; false
+    /// declines.
     [[nodiscard]] bool tryScalarBuiltin(BuiltinId id, Arguments args, FastScalarValue& out);
     [[nodiscard]] bool tryScalarBuiltin(BuiltinId id, const FastScalarValue* values,
                                         std::size_t count, FastScalarValue& out);

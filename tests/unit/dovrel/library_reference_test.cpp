@@ -11,6 +11,7 @@
 
 #include "dovrel/reference_text.h"
 #include "interpreter/dovrel_script.h"
+#include "value/table.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ std::set<std::string> libraryNames() {
         for (const auto& [key, member] : *value.asTable()) {
             std::string full(name);
             full += "[\"";
-            full += key;
+            full += key->text;
             full += "\"]";
             names.insert(full);
         }
