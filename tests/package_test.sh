@@ -48,7 +48,7 @@ documents=$root/usr/share/doc/dovrelscript
 dpkg-deb -x "$package" "$root"
 companion=()
 if [[ -x $build/dovrel ]]; then
-    companion=(bin/dovrel share/man/man1/dovrel.1 share/bash-completion/completions/dovrel
+    companion=(bin/dovrel share/man/man1/dovrel.1.gz share/bash-completion/completions/dovrel
         share/zsh/{site-functions,vendor-completions}/_dovrel
         share/fish/vendor_completions.d/dovrel.fish)
 fi
