@@ -9,12 +9,15 @@
 
 namespace {
 
-/// What the prompt shows for an expression.
-std::string shown(const std::string& text) {
+/// What the prompt shows for an expression. `after` runs behind it: what holds itself is never
+/// freed unless it is emptied.
+std::string shown(const std::string& text, const std::string& after = "") {
     PromptSession session;
     const PromptResult result = session.run(text);
     EXPECT_EQ(result.report, "");
-    return result.value ? showValue(*result.value) : "";
+    const std::string value = result.value ? showValue(*result.value) : "";
+    EXPECT_EQ(session.run(after).report, "");
+    return value;
 }
 
 TEST(ShowValue, TellsKindsApart) {
@@ -36,8 +39,8 @@ TEST(ShowValue, ShowsTheParametersOfFunctions) {
 }
 
 TEST(ShowValue, EndsForWhatHoldsItselfAndForWhatIsLong) {
-    EXPECT_EQ(shown("a = [1]; push(a, a); a"), "[1, [...]]");
-    EXPECT_EQ(shown("t = {}; t['t'] = t; t"), "{t: {...}}");
+    EXPECT_EQ(shown("a = [1]; push(a, a); a", "clear(a)"), "[1, [...]]");
+    EXPECT_EQ(shown("t = {}; t['t'] = t; t", "clear(t)"), "{t: {...}}");
     EXPECT_EQ(shown("a = []; for i = 1, 1000; push(a, i); end; [a[1], a]").substr(0, 10),
               "[1, [1, 2,");
     EXPECT_LT(shown("string['rep']('x', 100000)").size(), 3000U);
