@@ -169,6 +169,8 @@ public:
         waitingMask_ = &signals.waitingMask();
         cancelled_ = false;
         el_resize(editor_);
+        // In front of the prompt: what is typed as soon as that is seen would be shown twice.
+        el_set(editor_, EL_PREP_TERM, 1);
         write("\x1b[?2004h");
         int count = 0;
         const char* text = el_gets(editor_, &count);

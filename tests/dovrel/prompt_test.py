@@ -130,6 +130,8 @@ class Terminal:
                 "NO_COLOR": "1",
                 "HOME": str(folder),
                 "DOVREL_HISTORY": str(Path(folder) / "history"),
+                # The library of the editing line does not free the names of its functions.
+                "ASAN_OPTIONS": "detect_leaks=0",
                 **environment,
             }
             os.execve(PROGRAM, [PROGRAM, "repl"], variables)
