@@ -55,7 +55,7 @@ _dovrel() {
         compopt -o filenames 2>/dev/null
         # The script's own arguments may be any files.
         local pattern='!*.dv'
-        [[ ${COMP_WORDS[1]} != run || COMP_CWORD -eq 2 ]] || pattern=
+        [[ ${COMP_WORDS[1]} != run ]] || ((COMP_CWORD == 2)) || pattern=
         mapfile -t COMPREPLY < <(compgen -f -X "$pattern" -- "$word"; compgen -d -- "$word")
     fi
 }
