@@ -13,7 +13,7 @@ constexpr std::ptrdiff_t kStepsForEachByte = 8;
 constexpr std::ptrdiff_t kStepsForEachSearch = 2000;
 constexpr std::size_t kMostRetreats = std::size_t{1} << 18;
 // What the memory of a walk may take.
-constexpr std::size_t kMostRememberedBits = std::size_t{1} << 31;
+constexpr std::size_t kMostRememberedBits = std::size_t{1} << 30;
 
 /// Whether a word begins or ends at `position` of a search from `from` on. What stands before the
 /// place where the search begins counts only if the search knows of it.
