@@ -89,6 +89,25 @@ private:
     NameStackGuard names_;
 };
 
+/// Notes that the function which runs now has been called by a protected call itself.
+class ProtectedFrameGuard {
+public:
+    explicit ProtectedFrameGuard(DovrelScript& interpreter)
+        : interpreter_(interpreter), saved_(interpreter.protectedFrameDepth) {
+        if (!interpreter.protectedCallDepths.empty() &&
+            interpreter.callDepth == interpreter.protectedCallDepths.back() + 1) {
+            interpreter.protectedFrameDepth = interpreter.callDepth;
+        }
+    }
+    ~ProtectedFrameGuard() { interpreter_.protectedFrameDepth = saved_; }
+    ProtectedFrameGuard(const ProtectedFrameGuard&) = delete;
+    ProtectedFrameGuard& operator=(const ProtectedFrameGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+    std::uint64_t saved_;
+};
+
 const ParsedScriptLine* bodyLine(const ScriptCallable& callable, std::size_t index) {
     const auto& lines = callable.bodyLines;
     return lines != nullptr && index < lines->size() ? &(*lines)[index] : nullptr;
@@ -170,6 +189,7 @@ Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments arg
     BlockSignal signal = BlockSignal::None;
     {
         FrameCall call(*this, std::move(callable));
+        const ProtectedFrameGuard protectedFrame(*this);
         bindParameters(call.scope(), args);
         const ScriptCallable& called = call.callable();
         if (called.program != nullptr) {

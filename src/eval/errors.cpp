@@ -62,6 +62,23 @@ void DovrelScript::rethrowLocated(const std::exception& error, std::string_view 
     throw LocatedError(*this, error.what(), lastToken.empty() ? fallbackToken : lastToken);
 }
 
+bool DovrelScript::tryRecordFault(const std::exception& error, std::string_view fallbackToken) {
+    // With no call between, nothing but blocks of the one function is left by the soft error, and
+    // what they do then is what an exception does. A coroutine would have its turns on the way.
+    const bool isAlone = !protectedCallDepths.empty() && callDepth == protectedFrameDepth &&
+                         callDepth == protectedCallDepths.back() + 1 && !softErrorPending &&
+                         scheduledCoroutine == nullptr && !inCoroutineTurn &&
+                         !pendingCoroutineException;
+    if (!isAlone) return false;
+    const std::string_view message = error.what();
+    softErrorMessage = isLocatedReport(message)
+                           ? std::string(message)
+                           : locatedReport(message, lastToken.empty() ? fallbackToken : lastToken);
+    softErrorDepth = protectedCallDepths.back();
+    softErrorPending = true;
+    return true;
+}
+
 void DovrelScript::raiseScriptErrorSoft(std::string message) {
     if (protectedCallDepths.empty()) throw RaisedScriptError(std::move(message));
     // The first soft error of an unwinding stands.

@@ -78,6 +78,7 @@ Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
             interpreter_.runTurnHook();
             if (flow == Flow::Leave) break;
         } catch (const std::exception& error) {
+            if (tryRecordFault(error)) return {};
             rethrowLocated(error);
         }
     }
@@ -92,10 +93,17 @@ bool ChunkRun::runOne(const BytecodeInstruction& instruction, BlockSignal& signa
     }
 }
 
-void ChunkRun::rethrowLocated(const std::exception& error) {
+std::string_view ChunkRun::tokenOfStatement() const {
     const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
-    interpreter_.rethrowLocated(
-        error, hasTokens ? std::string_view((*statementTokens_)[0]) : std::string_view("script"));
+    return hasTokens ? std::string_view((*statementTokens_)[0]) : std::string_view("script");
+}
+
+void ChunkRun::rethrowLocated(const std::exception& error) {
+    interpreter_.rethrowLocated(error, tokenOfStatement());
+}
+
+bool ChunkRun::tryRecordFault(const std::exception& error) {
+    return interpreter_.tryRecordFault(error, tokenOfStatement());
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {

@@ -135,6 +135,10 @@ private:
     const ParsedScriptLine& selectLine(std::uint32_t index);
     /// The end of every statement of a recursive run that raises. Called from a handler.
     [[noreturn]] void rethrowLocated(const std::exception& error);
+    /// The same where a protected call can do with less: true if the chunk is left with nil.
+    bool tryRecordFault(const std::exception& error);
+    /// What a report of the statement is near to if no token has been read.
+    [[nodiscard]] std::string_view tokenOfStatement() const;
     bool evaluateCondition(const ParsedScriptLine& line, std::string_view word) {
         return interpreter_.evaluateCondition(line, word, DovrelScript::ConditionTiers::BoolFirst);
     }

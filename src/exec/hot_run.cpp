@@ -80,6 +80,7 @@ Variable ChunkRun::runHot(const HotCode& code, BlockSignal& signal) {
         HotRun hot(*this, code, signal);
         HotRun::run(hot);
     } catch (const std::exception& error) {
+        if (tryRecordFault(error)) return {};
         rethrowLocated(error);
     }
     return std::move(value_);
@@ -347,9 +348,12 @@ ChunkRun::Flow ChunkRun::HotRun::run(HotRun& outermost) {
         }
     } catch (const std::exception& error) {
         self->showFailure(at);
-        if (self == &outermost) throw;
-        self->closeCalls();
-        self->run_.rethrowLocated(error);
+        if (self != &outermost) {
+            self->closeCalls();
+            self->run_.rethrowLocated(error);
+        }
+        if (self->run_.tryRecordFault(error)) return self->run_.leaveWithNil();
+        throw;
     } catch (...) {
         self->showFailure(at);
         throw;

@@ -291,6 +291,10 @@ public:
     /// Raises the report of `error`, unless it is a report already and is raised again as it is.
     /// Must be called from a handler. Near `lastToken`, else near `fallbackToken`.
     [[noreturn]] void rethrowLocated(const std::exception& error, std::string_view fallbackToken);
+    /// The same for a statement of the function that a protected call has called: if nobody can
+    /// tell the difference, the report is recorded as a soft error instead, which takes a fraction
+    /// of the time. True if it is; the caller leaves its chunk with nil then.
+    [[nodiscard]] bool tryRecordFault(const std::exception& error, std::string_view fallbackToken);
     /// Records a soft error for the active protected call and returns, or raises RaisedScriptError
     /// if there is none.
     void raiseScriptErrorSoft(std::string message);
@@ -331,6 +335,8 @@ public:
 
     std::uint64_t callDepth = 0;                     // active calls
     std::vector<std::uint64_t> protectedCallDepths;  // call depth at each active `pcall`
+    std::uint64_t protectedFrameDepth = 0;           // call depth of the innermost function in a
+                                                     // frame that a `pcall` has called itself
     bool softErrorPending = false;                   // recorded and not yet collected
     std::uint64_t softErrorDepth = 0;                // depth of the `pcall` that will collect it
     std::string softErrorMessage;
