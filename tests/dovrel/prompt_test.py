@@ -6,6 +6,7 @@
 
 import argparse
 import codecs
+import faulthandler
 import fcntl
 import os
 import pty
@@ -184,9 +185,15 @@ class Terminal:
     def leave(self):
         """The exit status, once the program has ended."""
         deadline = time.monotonic() + TIME_LIMIT
-        while self.read(0.1) and time.monotonic() < deadline:
-            pass
-        _, status = os.waitpid(self.process, 0)
+        ended, status = os.waitpid(self.process, os.WNOHANG)
+        while not ended:
+            # What is not read could keep it from ending.
+            if not self.read(0.1):
+                time.sleep(0.01)
+            ended, status = os.waitpid(self.process, os.WNOHANG)
+            if not ended and time.monotonic() > deadline:
+                self.kill()
+                raise AssertionError(f"it does not end behind\n{self.screen.text()}")
         os.close(self.terminal)
         return os.waitstatus_to_exitcode(status)
 
@@ -527,6 +534,7 @@ def main():
     PROGRAM = os.path.abspath(options.program)
     os.environ.pop("LC_ALL", None)
     os.environ["LANG"] = "C.UTF-8"
+    faulthandler.dump_traceback_later(20 * TIME_LIMIT, exit=True)
     unittest.main(argv=[__file__, *rest])
 
 
