@@ -74,21 +74,8 @@ Variable AssignmentRun::evaluateFirstValue() {
 }
 
 /// The value of an element goes by tokens, so it differs from the scalar tier where that does:
-/// kept. Where the compiled nodes are certain to give the same, they are used, and the last token
-/// is left as the tokens would leave it.
-Variable AssignmentRun::evaluateByTokens() {
-    const TokenRange range = assignment_.valueRanges[0];
-    const FastExpression& compiled = assignment_.values[0];
-    if (compiled.valid) {
-        const FastScalarValue scalar =
-            interpreter_.exactScalar(compiled, compiled.root, line_.tokenAnalysis);
-        if (scalar.isSet()) {
-            rememberLastToken(range);
-            return variableFromFastScalar(scalar);
-        }
-    }
-    return evaluateRange(range);
-}
+/// kept.
+Variable AssignmentRun::evaluateByTokens() { return evaluateRange(assignment_.valueRanges[0]); }
 
 /// `x = f(a, b)`: never in the scalar tier, so that the arguments run once.
 Variable AssignmentRun::evaluateDirectCall() {
@@ -149,47 +136,7 @@ void AssignmentRun::runPlain(const ParsedAssignmentTarget& target) {
     storePlain(target, value);
 }
 
-/// `a[i] = x` and `a[i] += x` on an array element that is there or comes next, with key and value
-/// certain and without a call. False, with nothing done, for everything else.
-bool AssignmentRun::tryStoreScalarElement(const ParsedAssignmentTarget& target) {
-    const FastExpression& keyExpression = target.indexExpressions[0];
-    if (!keyExpression.valid || assignment_.values.empty() || !assignment_.values[0].valid) {
-        return false;
-    }
-    const FastScalarValue key =
-        interpreter_.exactScalar(keyExpression, keyExpression.root, line_.tokenAnalysis);
-    if (key.kind != ScalarKind::Int || key.intValue < 1) return false;
-    const FastExpression& valueExpression = assignment_.values[0];
-    const FastScalarValue value =
-        interpreter_.exactScalar(valueExpression, valueExpression.root, line_.tokenAnalysis);
-    if (!value.isSet()) return false;
-    Variable* variable = interpreter_.variableForWriting(token(target));
-    if (variable == nullptr || variable->type != VarType::Array) return false;
-    ArrayStorage& array = *variable->asArray();
-    const auto index = static_cast<std::size_t>(key.intValue) - 1;
-    if (assignment_.isPlain) {
-        if (index > array.size()) return false;
-        if (index == array.size()) array.emplace_back();
-        assignFastScalarToVariable(array[index], value);
-    } else {
-        // Ints only: mixed kinds have rules of their own.
-        if (index >= array.size() || array[index].type != VarType::Int ||
-            value.kind != ScalarKind::Int || assignment_.operation == '^' || value.intValue == 0) {
-            return false;
-        }
-        applyCompound(array[index], Variable::makeInt(value.intValue));
-    }
-    rememberLastToken(assignment_.valueRanges[0]);
-    return true;
-}
-
-void AssignmentRun::rememberLastToken(TokenRange range) {
-    interpreter_.lastToken = line_.tokens[range.last - 1];
-    interpreter_.lastTokenIndex = range.last - 1;
-}
-
 void AssignmentRun::runIndexed(const ParsedAssignmentTarget& target) {
-    if (tryStoreScalarElement(target)) return;
     const Variable key = evaluateKey(target, 0);
     if (unwinding()) return;
     Variable value = evaluateFirstValue();

@@ -53,8 +53,6 @@ private:
 
     // The forms.
     void runPlain(const ParsedAssignmentTarget& target);
-    bool tryStoreScalarElement(const ParsedAssignmentTarget& target);
-    void rememberLastToken(TokenRange range);
     void runIndexed(const ParsedAssignmentTarget& target);
     void runPath(const ParsedAssignmentTarget& target);
     void runParallel();

@@ -182,6 +182,7 @@ void DovrelScript::prepareFastCallableBody(ScriptCallable& callable) {
 /// Runs a body in a frame of its own.
 Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments args) {
     Variable result;
+    const ProtectedFrameGuard protectedFrame(*this);
     if (callable->program != nullptr && machine->tryCall(callable, args, result)) {
         if (softErrorUnwinding()) return {};
         return result;
@@ -189,7 +190,6 @@ Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments arg
     BlockSignal signal = BlockSignal::None;
     {
         FrameCall call(*this, std::move(callable));
-        const ProtectedFrameGuard protectedFrame(*this);
         bindParameters(call.scope(), args);
         const ScriptCallable& called = call.callable();
         if (called.program != nullptr) {
@@ -245,17 +245,6 @@ Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments arg
     return result;
 }
 
-/// The scalar tier on a whole expression, by its straight-line code first.
-bool DovrelScript::tryScalarValue(const FastExpression& expression,
-                                  const std::vector<TokenAnalysis>& analysis,
-                                  FastScalarValue& out) {
-    if (!expression.scalarCode.empty()) {
-        out = runScalarCode(expression, analysis);
-        if (out.isSet()) return true;
-    }
-    return tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, out);
-}
-
 bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& callable,
                                                  Arguments args, FastScalarValue& out) {
     const ParsedScriptLine* line = scalarReturnLine(callable);
@@ -268,7 +257,8 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& c
         return true;
     }
     if (softErrorUnwinding()) return false;
-    return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
+    const FastExpression& value = line->returnValues[0];
+    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
 }
 
 bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCallable>& callable,
@@ -289,7 +279,8 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCal
         return true;
     }
     if (softErrorUnwinding()) return false;
-    return tryScalarValue(line->returnValues[0], line->tokenAnalysis, out);
+    const FastExpression& value = line->returnValues[0];
+    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
 }
 
 void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Arguments args) {

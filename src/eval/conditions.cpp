@@ -18,11 +18,6 @@ bool DovrelScript::evaluateCondition(const ParsedScriptLine& line, std::string_v
         }
         return isTruthy(value);
     }
-    if (!condition.scalarCode.empty()) {
-        // Without a call the bool tier and the scalar tier come to the same.
-        const FastScalarValue scalar = runScalarCode(condition, line.tokenAnalysis);
-        if (scalar.isSet()) return isScalarTruthy(scalar);
-    }
     bool truth = false;
     if (tiers == ConditionTiers::BoolFirst &&
         tryEvaluateFastExpressionBoolNode(condition, condition.root, line.tokenAnalysis, truth)) {

@@ -11,9 +11,6 @@ enum class ScalarKind : std::uint32_t {
     Int = 2,
     Float = 3,
     Bool = 4,
-    // In hot code only, among the operands of calls: values that are no scalars.
-    Held = 5,  // number `intValue` of the interpreter's held values
-    Lent = 6,  // the variable lent as operand number `intValue`
 };
 
 /// Two words without a constructor, so that it travels in registers: write `FastScalarValue{}` for

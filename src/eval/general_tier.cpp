@@ -98,10 +98,6 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
             if (softErrorUnwinding()) return {};
         }
     }
-    if (!expression.scalarCode.empty()) {
-        const FastScalarValue result = runScalarCode(expression, analysis);
-        if (result.isSet()) return variableFromFastScalar(result);
-    }
     FastScalarValue scalar{};
     if (tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, scalar)) {
         return variableFromFastScalar(scalar);

@@ -1,5 +1,4 @@
-// The operators of the scalar tier on two scalars, for the node evaluator and the straight-line
-// code alike.
+// The operators of the scalar tier on two scalars.
 #pragma once
 
 #include "eval/fast_scalar_value.h"
@@ -31,17 +30,10 @@ template <typename Number>
     }
 }
 
-/// Either of them where the token-stream evaluator is certain to give the same; unset otherwise,
-/// also where it raises.
-[[nodiscard]] FastScalarValue exactOperation(NodeKind kind, FastScalarValue left,
-                                             FastScalarValue right);
-
-/// `mixedArithmetic`, or `exactOperation` for `isExact`, with the common kinds inline. One rounding
-/// of the double result of two floats is that of the operation in single precision.
+/// `mixedArithmetic` with the common kinds inline. One rounding of the double result of two floats is that of the operation in single precision.
 [[nodiscard, gnu::always_inline]] inline FastScalarValue scalarArithmeticOn(NodeKind kind,
                                                                             FastScalarValue left,
-                                                                            FastScalarValue right,
-                                                                            bool isExact = false) {
+                                                                            FastScalarValue right) {
     if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
         switch (kind) {
             case NodeKind::Add:
@@ -69,18 +61,16 @@ template <typename Number>
             default: break;
         }
     }
-    return isExact ? exactOperation(kind, left, right) : mixedArithmetic(kind, left, right);
+    return mixedArithmetic(kind, left, right);
 }
 
-/// `mixedComparison` or `exactOperation` with two numbers of a kind inline; unset if it declines.
+/// `mixedComparison` with two numbers of a kind inline; unset if it declines.
 [[nodiscard, gnu::always_inline]] inline FastScalarValue scalarComparisonOn(NodeKind kind,
                                                                             FastScalarValue left,
-                                                                            FastScalarValue right,
-                                                                            bool isExact = false) {
+                                                                            FastScalarValue right) {
     if (left.kind == ScalarKind::Int && right.kind == ScalarKind::Int) {
         return FastScalarValue::fromBool(compareNumbers(kind, left.intValue, right.intValue));
     }
-    if (isExact) return exactOperation(kind, left, right);
     if (left.kind == ScalarKind::Float && right.kind == ScalarKind::Float) {
         return FastScalarValue::fromBool(compareNumbers(kind, left.floatValue, right.floatValue));
     }
@@ -92,8 +82,7 @@ template <typename Number>
 /// Any binary operator but "and" and "or".
 [[nodiscard, gnu::always_inline]] inline FastScalarValue scalarOperationOn(NodeKind kind,
                                                                            FastScalarValue left,
-                                                                           FastScalarValue right,
-                                                                           bool isExact = false) {
-    return kind < NodeKind::Equal ? scalarArithmeticOn(kind, left, right, isExact)
-                                  : scalarComparisonOn(kind, left, right, isExact);
+                                                                           FastScalarValue right) {
+    return kind < NodeKind::Equal ? scalarArithmeticOn(kind, left, right)
+                                  : scalarComparisonOn(kind, left, right);
 }

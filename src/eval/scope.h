@@ -189,23 +189,6 @@ private:
     std::size_t made_ = 0;  // its size
 };
 
-/// A stack of pointers to variables. What is pushed has no content yet, and moves when more is
-/// pushed; a caller asks for it again after that.
-class BoundVariables {
-public:
-    [[nodiscard]] std::size_t size() const { return count_; }
-    [[nodiscard]] Variable** from(std::size_t index) { return pointers_.data() + index; }
-    void push(std::size_t count) {
-        if (pointers_.size() - count_ < count) pointers_.resize(2 * (count_ + count));
-        count_ += count;
-    }
-    void popTo(std::size_t count) { count_ = count; }
-
-private:
-    std::vector<Variable*> pointers_;  // the first `count_` are on the stack
-    std::size_t count_ = 0;
-};
-
 /// The value of entry `index` if there is one and it is called `name`, else null.
 [[nodiscard]] inline const Variable* getCachedScopeValue(const Scope& scope, Name name,
                                                          std::size_t index) {

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "exec/hot_code.h"
 #include "exec/machine_function.h"
 #include "frontend/parsed_script_line.h"
 
@@ -86,7 +85,7 @@ inline constexpr std::uint16_t kBytecodeVersion = 6;
 /// A compiled script. `chunks` is in pre-order (chunk 0 is the top level), `code` and the side
 /// tables are in post-order; the instructions of one chunk stand side by side. Held by shared
 /// pointer by all functions that it declares. Nothing changes after compiling but the inline
-/// states, the hot code and the slot caches of the lines.
+/// states, the compiled form and the slot caches of the lines.
 struct BytecodeProgram {
     std::uint16_t version = kBytecodeVersion;
     std::string baseDirectory;  // directory of the script, or empty
@@ -101,6 +100,5 @@ struct BytecodeProgram {
     std::vector<BytecodeForLoop> genericFors;
     std::vector<BytecodeFunctionDecl> functionDecls;
     std::vector<ChunkInlineState> chunkInlineStates;  // one per chunk once sized; never stored
-    std::vector<HotChunk> hotChunks;                  // the same
     MachineFunctions machineFunctions;                // the same
 };

@@ -214,6 +214,6 @@ BytecodeProgram DovrelScript::deserializeBytecode(const std::vector<unsigned cha
     readIfGroups(in, program.ifGroups);
     readLoops(in, program);
     readFunctions(in, program);
-    if (hasFalseRecord(program)) runsHotCode = false;
+    if (hasFalseRecord(program)) runsCompiledForm = false;
     return program;
 }

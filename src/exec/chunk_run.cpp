@@ -52,12 +52,6 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
         throwPlainError("Invalid bytecode chunk index");
     }
     ChunkRun run(*this, program, nesting);
-    if (chunk < program->hotChunks.size() && runsHotCode) {
-        if (const HotCode* hot = run.hotCode(chunk)) return run.runHot(*hot, signal);
-    } else {
-        program->hotChunks.resize(program->chunks.size());
-        program->hotChunks[chunk].hasRun = true;
-    }
     const BytecodeChunkRange range = program->chunks[chunk];
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());
     if (!rangeIsInside(range, *program)) throwPlainError("Bytecode chunk range is out of bounds");
@@ -234,10 +228,6 @@ ChunkRun::Flow ChunkRun::runWhileLoop(std::uint32_t index, BlockSignal& signal, 
                                         : "Bytecode while-loop index out of range");
     selectLine(loop.conditionLine);
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
-    if (isInline) {
-        const HotCode* hot = hotLoop(BytecodeOp::WhileLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotLoop(*hot);
-    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     do {
@@ -255,10 +245,6 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
                    mode == Mode::Inline ? "Inline bytecode repeat-loop index out of range"
                                         : "Bytecode repeat-loop index out of range");
     const bool isInline = mode == Mode::Inline || canRunInline(loop.bodyChunk);
-    if (isInline) {
-        const HotCode* hot = hotLoop(BytecodeOp::RepeatLoop, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotLoop(*hot);
-    }
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     for (;;) {

@@ -33,27 +33,11 @@ public:
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
-    /// The hot code of a chunk, or null if it has not run yet or has none. The program has room for
-    /// what is known of it.
-    const HotCode* hotCode(std::uint32_t chunk);
-    /// The same as `run` by a chunk's hot code, which sees to its block scope itself.
-    Variable runHot(const HotCode& code, BlockSignal& signal);
-    class HotRun;
     /// Runs one instruction of a recursive run, without the turn behind it. False to leave the
     /// chunk: because of `signal`, or of a soft error.
     bool runOne(const BytecodeInstruction& instruction, BlockSignal& signal);
     /// What the run has come to so far.
     [[nodiscard]] Variable& value() { return value_; }
-    /// The hot code of a chunk of a program, or null if none has been made so far.
-    [[gnu::always_inline]] static const HotCode* knownHotCode(const DovrelScript& interpreter,
-                                                              const BytecodeProgram& program,
-                                                              std::uint32_t chunk) {
-        if (!interpreter.runsHotCode || chunk >= program.hotChunks.size()) return nullptr;
-        const HotChunk& known = program.hotChunks[chunk];
-        const HotCode* code =
-            interpreter.blockScopeVisible() ? known.chunkAmongBlocks.get() : known.chunk.get();
-        return code != nullptr && code->isUsable() ? code : nullptr;
-    }
 
 private:
     /// What follows an instruction.
@@ -70,11 +54,6 @@ private:
     Flow executeInline(const BytecodeInstruction& instruction, BlockSignal& signal);
     Flow endInlineStatement();
 
-    // Hot code.
-    /// The hot code of a loop whose body is inlinable, or null if it has none.
-    const HotCode* hotLoop(BytecodeOp opcode, std::uint32_t operand, std::uint32_t bodyChunk);
-    Flow runHotLoop(const HotCode& code);
-
     // Instructions.
     void runStatement(std::uint32_t line);
     void runFastAssign(std::uint32_t line);
@@ -87,7 +66,6 @@ private:
     Flow runReturn(std::uint32_t line, BlockSignal& signal);
 
     // FastAssign.
-    bool tryAssignScalar(const ParsedScriptLine& line);
     bool evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,
                                Variable& value);
     bool evaluateDirectCall(const ParsedScriptLine& line, FastScalarValue& scalar, Variable& value);

@@ -12,7 +12,6 @@ void ChunkRun::runFastAssign(std::uint32_t index) {
     const ParsedScriptLine& line = selectLine(index);
     // A loaded file may name a line of any shape.
     if (line.assignment == nullptr) return;
-    if (tryAssignScalar(line)) return;
     FastScalarValue scalar{};
     Variable value;
     const bool isScalar = line.assignment->simpleCall.valid
@@ -30,26 +29,6 @@ void ChunkRun::assignValue(const ParsedScriptLine& line, const FastScalarValue& 
     } else {
         applyCompound(line, scalar, isScalar, value);
     }
-}
-
-/// The commonest statement: a scalar without a call in it, into a variable that exists. False, with
-/// nothing done, if it is anything else.
-bool ChunkRun::tryAssignScalar(const ParsedScriptLine& line) {
-    const ParsedAssignment& assignment = *line.assignment;
-    if (!assignment.isScalarCandidate) return false;
-    const FastExpression& expression = assignment.values[0];
-    const FastScalarValue scalar = interpreter_.runScalarCode(expression, line.tokenAnalysis);
-    if (!scalar.isSet()) return false;
-    Variable* variable =
-        interpreter_.variableForWriting(line.tokenAnalysis[assignment.targets[0].nameToken]);
-    if (variable == nullptr) return false;
-    if (assignment.isPlain) {
-        assignFastScalarToVariable(*variable, scalar);
-    } else if (!tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
-        return false;
-    }
-    value_.setNil();
-    return true;
 }
 
 bool ChunkRun::evaluateAssignedValue(const ParsedScriptLine& line, FastScalarValue& scalar,

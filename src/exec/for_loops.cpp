@@ -146,10 +146,6 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
     }
     const BytecodeForLoop loop = program_->numericFors[index];
     const ParsedScriptLine& line = selectLine(loop.headerLine);
-    if (mode == Mode::Inline || canRunInline(loop.bodyChunk)) {
-        const HotCode* hot = hotLoop(BytecodeOp::NumericFor, index, loop.bodyChunk);
-        if (hot != nullptr) return runHotLoop(*hot);
-    }
     NumericForRange range;
     if (!evaluateNumericForRange(interpreter_, line, range)) return leaveWithNil();
 

@@ -36,6 +36,21 @@
         DISPATCH(); \
     } while (false)
 
+/// Leaves all functions of one loop where it is left by an exception.
+class Machine::Abandoning {
+public:
+    Abandoning(Machine& machine, std::size_t entry) : machine_(machine), entry_(entry) {}
+    ~Abandoning() {
+        while (machine_.activations_.size() > entry_) machine_.abandonActivation();
+    }
+    Abandoning(const Abandoning&) = delete;
+    Abandoning& operator=(const Abandoning&) = delete;
+
+private:
+    Machine& machine_;
+    std::size_t entry_;
+};
+
 Variable Machine::run() {
     static const void* const kLabels[] = {
         &&LoadNil,
@@ -165,6 +180,7 @@ Variable Machine::run() {
     static_assert(std::size(kLabels) == static_cast<std::size_t>(Op::Count_));
 
     const std::size_t entry = activations_.size() - 1;
+    const Abandoning abandoning(*this, entry);
     const MachineCode* code = activations_.back().code;
     Variable* R = activations_.back().base;
     Pc at = code->code.data();
@@ -694,18 +710,22 @@ Variable Machine::run() {
     SetIndexGlobal : {
         lastStore_ = at;
         lastStoreCode_ = code;
-        Variable& base = variableForStore(*code, at->a);
+        Variable* const base = variableForStore(*code, at->a);
         const Variable& key = R[at->b];
-        if (isArrayValue(base) && isIntValue(key)) {
-            ArrayStorage& array = base.rawArray();
-            const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
-            if (place < array.size()) {
-                array[place] = std::move(R[at->c]);
-                NEXT();
+        if (base == nullptr) {
+            storeIntoNew(*code, at, at->a, {&key, 1}, R[at->c], true);
+        } else {
+            if (isArrayValue(*base) && isIntValue(key)) {
+                ArrayStorage& array = base->rawArray();
+                const auto place =
+                    static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
+                if (place < array.size()) {
+                    array[place] = std::move(R[at->c]);
+                    NEXT();
+                }
             }
+            setIndex(*base, key, R[at->c]);
         }
-        setIndex(base, key, R[at->c]);
         R[at->b].setNil();
         R[at->c].setNil();
         NEXT();
@@ -717,17 +737,20 @@ Variable Machine::run() {
         R[at->b].setNil();
         R[at->c].setNil();
         NEXT();
-    UpdateIndexGlobal:
+    UpdateIndexGlobal : {
         lastStore_ = at;
         lastStoreCode_ = code;
-        updateIndex(variableForStore(*code, at->a), R[at->b], R[at->c], static_cast<char>(at->m));
+        Variable* const base = variableForStore(*code, at->a);
+        if (base == nullptr) storeIntoNew(*code, at, at->a, {&R[at->b], 1}, R[at->c], false);
+        updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
         R[at->b].setNil();
         R[at->c].setNil();
         NEXT();
+    }
     SetPath:
         lastStore_ = at;
         lastStoreCode_ = code;
-        setPath(*code, code->stores[static_cast<std::size_t>(at->d())], R);
+        setPath(*code, at, R);
         NEXT();
 
     CallGlobal : {
@@ -849,6 +872,7 @@ Variable Machine::run() {
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
         result = std::move(R[at->a]);
         slot = activations_.back().slot;
+        lastCallWasScalar_ = false;
         popActivation();
         *slot = std::move(result);
         code = activations_.back().code;
@@ -877,6 +901,7 @@ Variable Machine::run() {
         Variable* const target = activations_.back().slot;
         result = std::move(*slot);
         slot->setNil();
+        lastCallWasScalar_ = false;
         popActivation();
         *target = std::move(result);
         if (interpreter_.softErrorUnwinding()) target->setNil();
@@ -1119,6 +1144,8 @@ Variable Machine::run() {
         giveTurns(static_cast<std::size_t>(at->d()));
         NEXT();
     } catch (const std::exception& error) {
+        // A callee that could not be entered is no place.
+        while (activations_.back().base != R) abandonActivation();
         // Located by the statement that failed, once; then out of all functions of this loop.
         std::string token;
         std::string report;
@@ -1126,14 +1153,14 @@ Variable Machine::run() {
         if (!isLocated) {
             showFailure(activations_.back(), at, token);
             if (!interpreter_.lastToken.empty()) token = interpreter_.lastToken;
-            report = interpreter_.locatedReport(error.what(), token);
         }
+        if (activations_.size() - 1 == entry && interpreter_.tryRecordFault(error, token)) {
+            showStore();
+            return {};
+        }
+        if (!isLocated) report = interpreter_.locatedReport(error.what(), token);
         showStore();
-        while (activations_.size() > entry) abandonActivation();
         if (isLocated) throw;
         throw std::runtime_error(report);
-    } catch (...) {
-        while (activations_.size() > entry) abandonActivation();
-        throw;
     }
 }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,14 @@ private:
         bool hasSegment = false;  // its registers begin a segment
     };
     struct Walk;
+    class Abandoning;
+    /// Registers side by side.
+    struct Segment {
+        std::unique_ptr<Variable[]> registers;
+        std::size_t size = 0;
+
+        [[nodiscard]] Variable* end() const { return registers.get() + size; }
+    };
 
     // The loop.
     Variable run();
@@ -96,7 +105,8 @@ private:
     // Calls. The callee stands in `slot`, its arguments behind it.
     bool tryEnter(Variable* slot, std::size_t count);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
-               std::size_t count);
+               std::size_t count, bool isEntry);
+    void pushVarargs(Variable* extra, std::size_t count);
     void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
@@ -131,7 +141,9 @@ private:
         touchGlobal(*record.token);
         return record.global;
     }
-    Variable& variableForStore(const MachineCode& code, std::uint16_t record);
+    Variable* variableForStore(const MachineCode& code, std::uint16_t index);
+    void storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
+                      std::span<const Variable> keys, const Variable& value, bool isPlain);
     void update(Variable* variable, const MachineCode& code, Pc pc, Variable& operand);
 
     // Operators: false declines, and the code goes on where `pc` says.
@@ -151,7 +163,7 @@ private:
     static void newArray(Variable* elements, std::size_t count, Variable& target);
     void setIndex(Variable& base, const Variable& key, const Variable& value);
     void updateIndex(Variable& base, const Variable& key, const Variable& value, char operation);
-    void setPath(const MachineCode& code, const StoreSite& site, Variable* registers);
+    void setPath(const MachineCode& code, Pc pc, Variable* registers);
     void newTable(const TableSite& site, const MachineCode& code, Variable* registers,
                   Variable& target);
     void decline(const MachineCode& code, Pc& pc, Variable* registers);
@@ -187,8 +199,7 @@ private:
 
     DovrelScript& interpreter_;
     std::vector<Activation> activations_;
-    std::vector<std::unique_ptr<Variable[]>> segments_;
-    std::vector<std::size_t> segmentSizes_;
+    std::vector<Segment> segments_;
     std::size_t segment_ = 0;
     Variable* segmentEnd_ = nullptr;
     Variable* top_ = nullptr;  // behind the registers of the innermost activation

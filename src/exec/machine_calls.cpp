@@ -18,7 +18,9 @@
 
 namespace {
 
-constexpr std::size_t kSegmentSize = std::size_t{1} << 16;
+// Segments grow from the first size to the last.
+constexpr std::size_t kFirstSegmentSize = std::size_t{1} << 10;
+constexpr std::size_t kLastSegmentSize = std::size_t{1} << 16;
 constexpr std::size_t kMostSegments = 256;
 
 bool isMathId(BuiltinId id) {
@@ -46,40 +48,35 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
     if (base != nullptr && base + count <= segmentEnd_) return base;
     const std::size_t needed = count + arguments + 1;
     const std::size_t next = base == nullptr ? 0 : segment_ + 1;
-    if (next < segments_.size() && segmentSizes_[next] < needed) {
-        segments_.resize(next);
-        segmentSizes_.resize(next);
-    }
+    if (next < segments_.size() && segments_[next].size < needed) segments_.resize(next);
     if (next == segments_.size()) {
-        const std::size_t size = std::max(kSegmentSize, 2 * needed);
+        const std::size_t usual =
+            next < 3 ? kFirstSegmentSize << (2 * next) : kLastSegmentSize;
+        const std::size_t size = std::max(usual, 2 * needed);
         // Scopes and activations take about as much again, and more while their arrays grow.
         if (next >= kMostSegments || !memoryIsLeft(8 * size * sizeof(Variable))) endOfStack();
-        segments_.push_back(std::make_unique<Variable[]>(size));
-        segmentSizes_.push_back(size);
+        segments_.push_back({std::make_unique<Variable[]>(size), size});
     }
-    Variable* moved = segments_[next].get() + 1;
+    Variable* moved = segments_[next].registers.get() + 1;
     for (std::size_t i = 0; i < arguments; ++i) {
         moved[i] = std::move(base[i]);
         base[i].setNil();
     }
     segment_ = next;
-    segmentEnd_ = segments_[next].get() + segmentSizes_[next];
+    segmentEnd_ = segments_[next].end();
     newSegment = true;
     return moved;
 }
 
 void Machine::dropSegment() {
     // One spare segment stays.
-    if (segments_.size() > segment_ + 1) {
-        segments_.resize(segment_ + 1);
-        segmentSizes_.resize(segment_ + 1);
-    }
+    if (segments_.size() > segment_ + 1) segments_.resize(segment_ + 1);
     if (segment_ == 0) {
         segmentEnd_ = nullptr;
         return;
     }
     --segment_;
-    segmentEnd_ = segments_[segment_].get() + segmentSizes_[segment_];
+    segmentEnd_ = segments_[segment_].end();
 }
 
 // ---------------------------------------------------------------- calls
@@ -96,35 +93,40 @@ bool Machine::tryEnter(Variable* slot, std::size_t count) {
     if (function == nullptr) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
-    enter(*function, *code, slot, count);
+    enter(*function, *code, slot, count, false);
     return true;
 }
 
+/// Nothing has changed if it raises before the activation stands; behind that, abandoning the
+/// activation undoes all.
 void Machine::enter(MachineFunction& function, const MachineCode& code, Variable* slot,
-                    std::size_t count) {
+                    std::size_t count, bool isEntry) {
     const ScriptCallable& callable = *slot->asFunction();
     const std::size_t given = function.parameters.size();
-    Activation entered;
+    if (activations_.size() == activations_.capacity()) {
+        activations_.reserve(2 * activations_.size() + 8);
+    }
+    bool hasSegment = false;
+    Variable* const base = roomFor(slot + 1, std::min(count, given), code.registerCount, hasSegment);
+    Activation& entered = activations_.emplace_back();
     entered.code = &code;
     entered.function = &function;
     entered.program = function.program;
+    entered.base = base;
     entered.slot = slot;
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
-    if (callable.isVariadic) {
-        std::vector<Variable> extra;
-        for (std::size_t i = given; i < count; ++i) extra.push_back(std::move(slot[1 + i]));
-        interpreter_.varargStack.push_back(std::move(extra));
-        entered.hasVarargs = true;
+    entered.isEntry = isEntry;
+    entered.hasSegment = hasSegment;
+    // The caller of an entry has counted the call, and has pushed the extra arguments.
+    if (!isEntry) {
+        ++interpreter_.callDepth;
+        if (callable.isVariadic) pushVarargs(slot + 1 + given, count > given ? count - given : 0);
     }
     for (std::size_t i = given; i < count; ++i) slot[1 + i].setNil();
-    Variable* base =
-        roomFor(slot + 1, std::min(count, given), code.registerCount, entered.hasSegment);
     for (std::size_t i = count; i < given; ++i) base[i].setNil();
-    entered.base = base;
-    activations_.push_back(entered);
     const ScopeWindow& window = code.windows[code.frameWindow];
     Scope& scope = interpreter_.frameScopes.pushWindow();
     const auto capacity = static_cast<std::uint32_t>(window.names.size());
@@ -139,13 +141,20 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
         stack.push_back(&text);
         return true;
     };
-    Activation& running = activations_.back();
-    running.hasDirectory = push(interpreter_.baseDirectoryStack, callable.baseDirectory);
-    running.hasName = push(interpreter_.scriptNameStack, callable.scriptName);
-    ++interpreter_.callDepth;
+    entered.hasDirectory = push(interpreter_.baseDirectoryStack, callable.baseDirectory);
+    entered.hasName = push(interpreter_.scriptNameStack, callable.scriptName);
     top_ = base + code.registerCount;
     lastCallWasScalar_ = false;
     ++counts.calls;
+}
+
+/// Makes the `count` arguments from `extra` on the values of `...` for the innermost activation.
+void Machine::pushVarargs(Variable* extra, std::size_t count) {
+    std::vector<Variable> values;
+    values.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) values.push_back(std::move(extra[i]));
+    interpreter_.varargStack.push_back(std::move(values));
+    activations_.back().hasVarargs = true;
 }
 
 /// A frame that a program has made on demand, for a `native` outside of every call, stays.
@@ -320,7 +329,7 @@ void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
     if (site->isStatement) {
         const MachineStatement& statement = statementAt(code, pc);
         static_cast<void>(runStatement(code, statement));
-        pc = code.code.data() + site->doneTrue;
+        if (!interpreter_.softErrorUnwinding()) pc = code.code.data() + site->doneTrue;
     } else {
         bool holds = true;
         if (site->isCondition) {
@@ -329,7 +338,10 @@ void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
         } else {
             static_cast<void>(evaluateSite(code, pc, *site));
         }
-        pc = code.code.data() + (holds ? site->doneTrue : site->doneFalse);
+        // What unwinds leaves the statement from here.
+        if (!interpreter_.softErrorUnwinding()) {
+            pc = code.code.data() + (holds ? site->doneTrue : site->doneFalse);
+        }
     }
     switchToTurns(code, pc);
 }
@@ -401,28 +413,23 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
     bool newSegment = false;
-    Variable* slot = roomFor(top_, 0, args.size() + 2, newSegment);
     Variable* const outerTop = top_;
+    Variable* const slot = roomFor(outerTop, 0, args.size() + 2, newSegment);
     *slot = Variable::makeFunction(callable);
     for (std::size_t i = 0; i < args.size(); ++i) slot[1 + i] = args[i];
     top_ = slot + 1 + args.size();
-    enter(*function, *code, slot, args.size());
-    // The caller has counted the call, and has pushed the extra arguments of a variadic function.
-    --interpreter_.callDepth;
-    if (activations_.back().hasVarargs) {
-        interpreter_.varargStack.pop_back();
-        activations_.back().hasVarargs = false;
-    }
-    activations_.back().isEntry = true;
+    const std::size_t outer = activations_.size();
     const auto restore = [&] {
-        slot->setNil();
+        clearArguments(slot, args.size());
         if (newSegment) dropSegment();
         top_ = outerTop;
     };
     try {
+        enter(*function, *code, slot, args.size(), true);
         result = run();
         restore();
     } catch (...) {
+        if (activations_.size() > outer) abandonActivation();
         restore();
         throw;
     }
@@ -431,7 +438,7 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
 
 bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                      BlockSignal& signal) {
-    if (!interpreter_.runsHotCode || !interpreter_.runsCompiledForm) return false;
+    if (!interpreter_.runsCompiledForm) return false;
     if (program->chunks.empty()) return false;
     if (interpreter_.softErrorPending) return false;
     auto& functions = program->machineFunctions.byChunk;
@@ -446,6 +453,9 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
+    if (activations_.size() == activations_.capacity()) {
+        activations_.reserve(2 * activations_.size() + 8);
+    }
     Activation entered;
     entered.code = code;
     entered.function = function.get();

@@ -519,6 +519,16 @@ void MachineCompiler::emitInstruction(const BytecodeInstruction& instruction,
         return ok_ ? &table[operand] : nullptr;
     };
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        case BytecodeOp::Return:
+        case BytecodeOp::GenericFor:
+        case BytecodeOp::FunctionDecl:
+            // Only a damaged file has one in an inline run, which refuses it.
+            if (!mode_.isRecursive) ok_ = false;
+            break;
+        default: break;
+    }
+    if (!ok_) return;
+    switch (static_cast<BytecodeOp>(instruction.opcode)) {
         case BytecodeOp::Statement:
         case BytecodeOp::FastAssign:
         case BytecodeOp::Return:
@@ -854,11 +864,6 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
     if (!emitTokenValue(line, assignment.valueRanges[0], value, false)) return false;
     const bool readsNothingLast = endsWithCall_;
     const Resolution base = resolve(line, target.nameToken);
-    if (!base.isRegister &&
-        (out_.variables[base.record].global == nullptr || out_.variables[base.record].hasPlace)) {
-        // The variable may not exist yet, or stand elsewhere.
-        return false;
-    }
     if (!readsNothingLast) {
         out_.statements.back().lastToken =
             static_cast<std::int32_t>(assignment.valueRanges[0].last - 1);

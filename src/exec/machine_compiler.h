@@ -200,8 +200,9 @@ private:
     void emitArguments(const FastExprNode& call, std::uint16_t first);
     void emitLiteral(int node, std::uint16_t target);
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
+    void noteEnd(int index);
     void noteToken(std::size_t token);
-    bool endsWithCall(const FastExpression& expression) const;
+    bool endsWithCall(const FastExpression& expression, int index) const;
     void markToken(const ParsedScriptLine& line, std::size_t token);
     std::uint32_t beginSite(std::uint16_t target, bool isCondition);
     void endSite(std::uint32_t site, Label behind);

@@ -129,6 +129,12 @@ bool MachineCompiler::canRaise(int index) const {
     return !isLeaf(kind);
 }
 
+/// The last token read when the next instruction raises is that of the node at `index`. Behind a
+/// call at its very end none is read: what it runs may have read others since.
+void MachineCompiler::noteEnd(int index) {
+    if (!endsWithCall(*source_.expression, index)) noteToken(node(index).endToken);
+}
+
 void MachineCompiler::noteToken(std::size_t token) {
     if (source_.tier != Tier::Tokens) return;
     const auto line = static_cast<std::uint32_t>(source_.line - program_.lines.data());
@@ -222,7 +228,7 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
     const Source outer = source_;
     source_ = Source{&line, &expression, Tier::Tokens, kNoSite, false};
     emitTo(expression.root, target);
-    endsWithCall_ = endsWithCall(expression);
+    endsWithCall_ = endsWithCall(expression, expression.root);
     source_ = outer;
     if (marksLast && !endsWithCall_) markToken(line, range.last - 1);
     return true;
@@ -230,14 +236,17 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
 
 /// The last token of the expression is the end of a call, so that nothing is read behind that call:
 /// what it runs may have read other tokens last.
-bool MachineCompiler::endsWithCall(const FastExpression& expression) const {
-    const FastExprNode* at = &expression.rootNode();
+bool MachineCompiler::endsWithCall(const FastExpression& expression, int index) const {
+    const auto nodeOf = [&expression](int at) -> const FastExprNode& {
+        return expression.nodes[static_cast<std::size_t>(at)];
+    };
+    const FastExprNode* at = &nodeOf(index);
     const std::uint16_t last = at->endToken;
     for (;;) {
         const bool isUnary = at->kind >= NodeKind::Negate && at->kind <= NodeKind::Length;
         const bool isBinary = at->kind >= NodeKind::Add && at->kind <= NodeKind::Or;
         if (!isUnary && !isBinary) break;
-        at = &expression.nodes[static_cast<std::size_t>(isUnary ? at->left : at->right)];
+        at = &nodeOf(isUnary ? at->left : at->right);
     }
     return at->kind == NodeKind::Call && at->endToken == last;
 }
@@ -300,7 +309,7 @@ void MachineCompiler::emitTo(int index, std::uint16_t target) {
             const Place operand = emitAny(at.left);
             source_.tier = tier;
             source_.scalarSite = site;
-            noteToken(at.endToken);
+            noteEnd(index);
             const Op op = at.kind == NodeKind::Negate ? Op::Negate
                           : at.kind == NodeKind::Not  ? Op::Not
                                                       : Op::Length;
@@ -449,7 +458,7 @@ void MachineCompiler::emitBinary(int index, std::uint16_t target) {
     if (first.isTemporary && first.reg != target) marks |= kFirstGoes;
     if (right.kind == NodeKind::IntLiteral && right.intValue >= -kLargestShort &&
         right.intValue <= kLargestShort && at.kind >= NodeKind::Add && at.kind < NodeKind::Power) {
-        noteToken(at.endToken);
+        noteEnd(index);
         emitABC(static_cast<Op>(static_cast<int>(Op::AddInt) + static_cast<int>(at.kind) -
                                 static_cast<int>(NodeKind::Add)),
                 target, first.reg,
@@ -458,7 +467,7 @@ void MachineCompiler::emitBinary(int index, std::uint16_t target) {
     }
     if (right.kind == NodeKind::FloatLiteral && at.kind >= NodeKind::Add &&
         at.kind <= NodeKind::Divide) {
-        noteToken(at.endToken);
+        noteEnd(index);
         emitABC(static_cast<Op>(static_cast<int>(Op::AddConst) + static_cast<int>(at.kind) -
                                 static_cast<int>(NodeKind::Add)),
                 target, first.reg, constant(Variable::makeFloat(right.floatValue)), marks);
@@ -466,7 +475,7 @@ void MachineCompiler::emitBinary(int index, std::uint16_t target) {
     }
     const Place second = emitAny(at.right);
     if (second.isTemporary && second.reg != target) marks |= kSecondGoes;
-    noteToken(at.endToken);
+    noteEnd(index);
     emitABC(arithmeticOp(at.kind), target, first.reg, second.reg, marks);
 }
 
@@ -512,7 +521,7 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
     for (std::size_t i = 0; i < count; ++i) {
         emitTo(operands[i + skipped], static_cast<std::uint16_t>(first + i));
     }
-    noteToken(node(index).endToken);
+    noteEnd(index);
     if (appendRegister) {
         emitABC(Op::Append, *appendRegister, first, count, tierBits());
     } else if (appendRecord) {
@@ -661,7 +670,7 @@ void MachineCompiler::emitLiteral(int index, std::uint16_t target) {
         entry.value = allocate();
         emitTo(value, entry.value);
         if (key >= 0) {
-            noteToken(node(value).endToken);
+            noteEnd(value);
             emitD(Op::RequireKey, static_cast<std::size_t>(entry.keyRegister), 0);
         }
         site.entries.push_back(entry);
@@ -717,7 +726,7 @@ bool MachineCompiler::emitCondition(const ParsedScriptLine& line, Label whenFals
             const std::uint16_t mark = top_;
             const std::uint16_t value = allocate();
             emitTo(form.root, value);
-            if (!endsWithCall(form)) markToken(line, line.tokens.size() - 1);
+            if (!endsWithCall(form, form.root)) markToken(line, line.tokens.size() - 1);
             emitJump(sense ? Op::JumpIfTrue : Op::JumpIfFalse, value, target,
                      static_cast<std::uint8_t>(kFirstGoes | tierBits()));
             top_ = mark;

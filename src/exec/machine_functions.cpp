@@ -28,8 +28,7 @@ MachineFunctions::~MachineFunctions() = default;
 
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
     if (callable.machineFunction != nullptr) return callable.machineFunction;
-    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsHotCode ||
-        !interpreter_.runsCompiledForm) {
+    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsCompiledForm) {
         return nullptr;
     }
     callable.isMachineRefused = true;

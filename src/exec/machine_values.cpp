@@ -139,13 +139,39 @@ void Machine::setVariable(const MachineCode& code, const MachineInstruction& at,
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::SetGlobal);
 }
 
-Variable& Machine::variableForStore(const MachineCode& code, std::uint16_t index) {
+/// The variable whose elements a statement writes; null if there is none.
+Variable* Machine::variableForStore(const MachineCode& code, std::uint16_t index) {
+    auto& record = const_cast<VariableRecord&>(code.variables[index]);
+    if (Variable* variable = globalOf(record)) return variable;
+    const TokenAnalysis& token = *record.token;
+    Variable* variable = interpreter_.variableForWriting(token);
+    if (record.hasPlace) {
+        if (token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
+            token.slotIndex == record.entry) {
+            const_cast<MachineCode&>(code).isStale = true;
+        }
+    } else if (record.global == nullptr && record.name->scopeEntries == 0 &&
+               token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
+               variable == token.globalValue) {
+        record.global = variable;
+    }
+    return variable;
+}
+
+/// The store of an element at `keys` of a variable that there is not: a plain one makes it.
+void Machine::storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
+                           std::span<const Variable> keys, const Variable& value, bool isPlain) {
     const VariableRecord& record = code.variables[index];
-    if (Variable* variable = globalOf(record)) return *variable;
-    Variable* variable = interpreter_.variableForWriting(*record.token);
-    // The code knows a global of this name, and globals stay.
-    if (variable == nullptr) throwPlainError("Variable not found: " + record.name->text);
-    return *variable;
+    if (!isPlain) {
+        showPosition(code, pc);
+        interpreter_.throwError("Variable not found: " + record.name->text, record.name->text);
+    }
+    Variable base = makeContainerFor(keys[0]);
+    // With several keys the variable is there before the walk, which may fail.
+    if (keys.size() > 1) interpreter_.createGlobal(*record.token, base);
+    Variable* last = walkToLastContainer(interpreter_, base, keys, true);
+    interpreter_.setIndexedValue(*last, keys.back(), value, true);
+    interpreter_.assignVariableFast(*record.token, base, ScopeTarget::Default);
 }
 
 void Machine::update(Variable* variable, const MachineCode& code, Pc pc, Variable& operand) {
@@ -157,9 +183,9 @@ void Machine::update(Variable* variable, const MachineCode& code, Pc pc, Variabl
         case OperandOrigin::General: isScalar = false; break;
         case OperandOrigin::Scalar: break;
         case OperandOrigin::Unknown: {
-            const bool isPlainMix =
-                isScalar && variable->isNumeric() && variable->type != operand.type;
-            if (!isPlainMix) break;
+            const bool isSameNumber = variable->type == operand.type &&
+                                      variable->type != VarType::Bool;
+            if (!isScalar || !variable->isNumeric() || isSameNumber) break;
             // The kinds mix: it is the scalar tier's word that counts, and it says it again.
             const MachineStatement& statement = statementAt(code, pc);
             const ParsedScriptLine& line = lineOf(statement.line);
@@ -238,6 +264,7 @@ bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite
     if (site.isCondition) {
         const bool holds =
             interpreter_.evaluateCondition(line, "if", DovrelScript::ConditionTiers::BoolFirst);
+        if (interpreter_.softErrorUnwinding()) return false;
         pc = code.code.data() + (holds ? site.behind : site.otherwise);
         return holds;
     }
@@ -255,6 +282,7 @@ bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite
         }
     }
     activations_.back().base[site.result] = std::move(value);
+    if (interpreter_.softErrorUnwinding()) return true;
     if (site.last > site.first && !site.isScalarForm) pc = code.code.data() + site.behind;
     return true;
 }
@@ -474,7 +502,7 @@ bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers)
     const Pc before = pc;
     Variable* operands = registers + pc->b;
     const std::size_t count = pc->c;
-    Variable& variable = variableForStore(code, pc->a);
+    Variable& variable = *variableForStore(code, pc->a);  // known, and globals stay
     if (isTextValue(variable)) {
         for (std::size_t i = 0; i < count; ++i) {
             static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
@@ -497,7 +525,7 @@ bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers)
         result = std::move(registers[site->result]);
         registers[site->result].setNil();
     }
-    variableForStore(code, before->a) = std::move(result);
+    *variableForStore(code, before->a) = std::move(result);
     return isJoined;
 }
 
@@ -546,19 +574,30 @@ void Machine::updateIndex(Variable& base, const Variable& key, const Variable& v
     interpreter_.setIndexedValue(base, key, element, false);
 }
 
-void Machine::setPath(const MachineCode& code, const StoreSite& site, Variable* registers) {
-    Variable& variable = site.isGlobal ? variableForStore(code, site.base) : registers[site.base];
-    Variable base = variable;
+void Machine::setPath(const MachineCode& code, Pc pc, Variable* registers) {
+    const StoreSite& site = code.stores[static_cast<std::size_t>(pc->d())];
+    // It reads its base like any other name, and writes it like any other name.
+    const Variable* variable = &registers[site.base];
+    if (site.isGlobal) variable = read(const_cast<VariableRecord&>(code.variables[site.base]));
     const std::span<const Variable> keys(registers + site.firstKey, site.keyCount);
     Variable& value = registers[site.value];
     const bool isPlain = site.operation == '\0';
-    Variable* last = walkToLastContainer(interpreter_, base, keys, isPlain);
-    if (isPlain) {
-        interpreter_.setIndexedValue(*last, keys.back(), value, true);
+    if (variable == nullptr) {
+        storeIntoNew(code, pc, site.base, keys, value, isPlain);
     } else {
-        updateIndex(*last, keys.back(), value, site.operation);
+        Variable base = *variable;
+        Variable* last = walkToLastContainer(interpreter_, base, keys, isPlain);
+        if (isPlain) {
+            interpreter_.setIndexedValue(*last, keys.back(), value, true);
+        } else {
+            updateIndex(*last, keys.back(), value, site.operation);
+        }
+        if (site.isGlobal) {
+            if (Variable* target = variableForStore(code, site.base)) *target = std::move(base);
+        } else {
+            registers[site.base] = std::move(base);
+        }
     }
-    variable = std::move(base);
     for (std::size_t i = 0; i < site.keyCount; ++i) registers[site.firstKey + i].setNil();
     value.setNil();
 }

@@ -6,7 +6,6 @@
 #include <string_view>
 #include <vector>
 
-#include "frontend/scalar_code.h"
 #include "frontend/shared_array.h"
 
 struct TokenAnalysis;
@@ -71,7 +70,6 @@ struct FastExpression {
     SharedArray<std::string> strings;          // decoded string constants
     SharedArray<std::uint32_t> callArguments;  // node indices; each call owns a contiguous run
     SharedArray<FastExprNode> nodes;
-    SharedArray<ScalarInstruction> scalarCode;  // the same without recursion; empty with a call
 
     [[nodiscard]] const FastExprNode& rootNode() const {
         return nodes[static_cast<std::size_t>(root)];

@@ -61,7 +61,6 @@ public:
         expression.strings = SharedArray<std::string>::movedFrom(strings_);
         expression.callArguments = SharedArray<std::uint32_t>::copyOf(callArguments_);
         expression.nodes = SharedArray<FastExprNode>::copyOf(nodes_);
-        if (!isTokenForm_) expression.scalarCode = compileScalarCode(expression);
         return expression;
     }
 

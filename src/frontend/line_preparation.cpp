@@ -212,8 +212,6 @@ void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) co
     if (assignment.isSimple()) {
         assignment.simpleCall = compileDirectCall(line, assignment.valueRanges[0]);
         line.isFastAssignment = assignment.values[0].valid || assignment.simpleCall.valid;
-        assignment.isScalarCandidate = line.assignmentScope == ScopeTarget::Default &&
-                                       !assignment.values[0].scalarCode.empty();
     }
     line.assignment = std::make_shared<const ParsedAssignment>(std::move(assignment));
 }

@@ -63,8 +63,6 @@ struct ParsedAssignment {
     std::size_t operatorIndex = 0;   // the operator's token; the token count for a declaration
     bool isPlain = true;             // the operator is exactly "=", or there is none
     char operation = 0;              // first character of a compound operator
-    bool isScalarCandidate = false;  // one plain target that is no declaration, one compiled value
-                                     // with no call in it
     SharedArray<ParsedAssignmentTarget> targets;
     SharedArray<TokenRange> valueRanges;
     SharedArray<FastExpression> values;  // one per range; invalid ones keep their place

@@ -10,11 +10,10 @@
 #include "eval/errors.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
-#include "exec/hot_frames.h"
 #include "exec/machine.h"
 
 DovrelScript::DovrelScript()
-    : hotFrames(std::make_unique<HotFrames>()), machine(std::make_unique<Machine>(*this)) {
+    : machine(std::make_unique<Machine>(*this)) {
     randomEngine.seed(std::random_device("/dev/urandom")());
     startTime = std::chrono::steady_clock::now();
     registerLibrary();

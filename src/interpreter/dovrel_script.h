@@ -46,7 +46,6 @@
 #include "value/table.h"
 #include "value/variable.h"
 
-class HotFrames;
 class Machine;
 struct BytecodeProgram;
 
@@ -163,7 +162,6 @@ public:
     std::vector<bool> globalAssigned;   // set for each slot that holds a value
     ScopeStack frameScopes;             // one per running call or loop, top innermost
     ScopeStack blockScopes;             // one per running block with locals, top innermost
-    BoundVariables boundVariables;      // those of each running hot code, top innermost
     std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
@@ -192,9 +190,6 @@ public:
     /// declines. `index` must be that of a node.
     [[nodiscard]] FastScalarValue scalarOperand(const FastExpression& expression, int index,
                                                 const std::vector<TokenAnalysis>& analysis);
-    /// The scalar tier on a whole expression by its straight-line code, which must not be empty.
-    [[nodiscard]] FastScalarValue runScalarCode(const FastExpression& expression,
-                                                const std::vector<TokenAnalysis>& analysis);
     /// The int tier.
     [[nodiscard]] bool tryEvaluateFastExpressionIntNode(const FastExpression& expression, int index,
                                                         const std::vector<TokenAnalysis>& analysis,
@@ -208,10 +203,6 @@ public:
     [[nodiscard]] bool appendFastStringConcatNode(const FastExpression& expression, int index,
                                                   const std::vector<TokenAnalysis>& analysis,
                                                   std::string& out);
-    /// A compiled expression where the scalar result is certain to be what the token-stream
-    /// evaluator gives; unset otherwise, with nothing done. Never raises and never runs code.
-    [[nodiscard]] FastScalarValue exactScalar(const FastExpression& expression, int index,
-                                              const std::vector<TokenAnalysis>& analysis);
     /// Which tiers a condition may go through.
     enum class ConditionTiers : std::uint8_t {
         BoolFirst,   // the bytecode executor and coroutine turns
@@ -234,9 +225,7 @@ public:
                                            const std::vector<TokenAnalysis>& analysis);
 
     ArgumentStack argumentStack;
-    std::vector<Variable> heldValues;      // values of hot code that are no scalars, innermost last
-    std::unique_ptr<HotFrames> hotFrames;  // functions called from hot code, innermost last
-    std::unique_ptr<Machine> machine;      // runs compiled functions
+    std::unique_ptr<Machine> machine;  // runs compiled functions
 
     // ------------------------------------------------------------------ eval: statements
     /// Runs an assignment line. False, with nothing done, if the line is none. `result` becomes the
@@ -365,12 +354,10 @@ public:
     /// Runs lines from `index` on with no program; leaves `index` where it stopped.
     Variable executeParsedBlock(const std::vector<ParsedScriptLine>& lines, std::size_t& index,
                                 BlockSignal& signal);
-    /// False keeps all programs from running as hot code: set when a bytecode file is read whose
-    /// chunks leave scopes behind that they do not declare. Tests compare the two ways.
-    bool runsHotCode = true;
-    /// True lets functions and programs run in the compiled form (exec/machine_code.h), which is to
-    /// take the place of hot code. It is off until that form gives in where memory runs out.
-    bool runsCompiledForm = false;
+    /// False keeps all programs from running in the compiled form (exec/machine_code.h): set when a
+    /// bytecode file is read whose chunks leave scopes behind that they do not declare. Tests
+    /// compare the two ways.
+    bool runsCompiledForm = true;
 
     // ------------------------------------------------------------------ coroutine
     /// Makes a coroutine of a decay callable and schedules it; inside a turn, ends that turn.
@@ -419,10 +406,6 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
-    FastScalarValue runWholeScalarCode(const FastExpression& expression,
-                                       const std::vector<TokenAnalysis>& analysis);
-    bool tryScalarValue(const FastExpression& expression,
-                        const std::vector<TokenAnalysis>& analysis, FastScalarValue& out);
     /// The scalar that a variable holds: nil for an unknown one, unset for another kind of value.
     FastScalarValue scalarVariable(const TokenAnalysis& token);
     // The scalar tier, by form of node; an unset value declines.

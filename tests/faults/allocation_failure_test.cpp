@@ -11,7 +11,6 @@
 
 #include "eval/errors.h"
 #include "exec/bytecode_program.h"
-#include "exec/hot_frames.h"
 #include "failing_allocations.h"
 #include "interpreter/dovrel_script.h"
 
@@ -72,9 +71,6 @@ void expectNothingLeft(const DovrelScript& interpreter) {
     EXPECT_EQ(interpreter.scriptNameStack.size(), 0U);
     EXPECT_EQ(interpreter.protectedCallDepths.size(), 0U);
     EXPECT_EQ(interpreter.callDepth, 0U);
-    EXPECT_EQ(interpreter.boundVariables.size(), 0U);
-    EXPECT_EQ(interpreter.heldValues.size(), 0U);
-    EXPECT_EQ(interpreter.hotFrames->size(), 0U);
     EXPECT_EQ(interpreter.fastCallable, nullptr);
     EXPECT_FALSE(interpreter.softErrorPending);
     EXPECT_FALSE(interpreter.inCoroutineTurn);

@@ -26,29 +26,11 @@ protected:
     std::string scalar(const std::string& source) {
         const CompiledText compiled(interpreter, source);
         EXPECT_TRUE(compiled.expression.valid) << source;
-        if (!compiled.expression.scalarCode.empty()) expectSameByCode(compiled, source);
-        return byNodes(compiled);
-    }
-    std::string byNodes(const CompiledText& compiled) {
         FastScalarValue out{};
         const bool answered = interpreter.tryEvaluateFastExpressionScalarNode(
             compiled.expression, compiled.expression.root, compiled.analysis, out);
         EXPECT_TRUE(!answered || out.isSet());
         return answered ? shown(out) : "declined";
-    }
-    /// The straight-line form may decline more often, but otherwise does what the nodes do.
-    void expectSameByCode(const CompiledText& compiled, const std::string& source) {
-        std::string wanted;
-        std::string got;
-        const std::string wantedError = messageOf([&] { wanted = byNodes(compiled); });
-        const std::string gotError = messageOf([&] {
-            const FastScalarValue out =
-                interpreter.runScalarCode(compiled.expression, compiled.analysis);
-            got = out.isSet() ? shown(out) : "declined";
-        });
-        if (got == "declined") return;
-        EXPECT_EQ(got, wanted) << source;
-        EXPECT_EQ(gotError, wantedError) << source;
     }
     std::string integer(const std::string& source) {
         const CompiledText compiled(interpreter, source);

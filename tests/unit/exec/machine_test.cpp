@@ -1,7 +1,7 @@
-// Hot code against the executor: random programs, each run by both, must leave the same variables
-// and the same reports. The statements stand in loops and in functions, which are called until they
-// are hot, with and without block scopes around.
-#include "exec/hot_code.h"
+// The compiled form against the executor: random programs, each run by both, must leave the same
+// variables and the same reports. The statements stand in loops and in functions, which are called
+// several times, with and without block scopes around.
+#include "exec/machine.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 #include <string>
 
 #include "../eval/random_program.h"
-#include "exec/hot_frames.h"
 #include "interpreter/dovrel_script.h"
 #include "random_calls.h"
 
@@ -50,45 +49,45 @@ std::string stateOf(const DovrelScript& interpreter) {
     return result;
 }
 
-/// The same statements in the ways in which code gets hot.
+/// The same statements in the ways in which code gets compiled.
 std::string programOf(RandomProgram& random, std::uint32_t seed) {
     std::string statements;
     for (int i = 0; i < 2; ++i) statements += random.statement().plain + "\n";
     switch (seed % 4) {
         case 0: return "for turn = 1, 3\n" + statements + "end\n";
-        case 1: return "function hot()\n" + statements + "end\nfor turn = 1, 3\nhot()\nend\n";
+        case 1: return "function work()\n" + statements + "end\nfor turn = 1, 3\nwork()\nend\n";
         case 2:
-            return "function hot(i)\nlocal own = i\n" + statements +
-                   "native other = own\nreturn other + 1\nend\nfor turn = 1, 3\nown = hot(turn)\n" +
+            return "function work(i)\nlocal own = i\n" + statements +
+                   "native other = own\nreturn other + 1\nend\nfor turn = 1, 3\nown = work(turn)\n" +
                    "end\n";
         default:
-            return "function hot(i)\nlocal left = 3\nwhile left > 0\nleft = left - 1\n" +
+            return "function work(i)\nlocal left = 3\nwhile left > 0\nleft = left - 1\n" +
                    statements +
-                   "if left == 1\nreturn left\nend\nend\nend\nhot(1)\nhot(2)\nhot(3)\n";
+                   "if left == 1\nreturn left\nend\nend\nend\nwork(1)\nwork(2)\nwork(3)\n";
     }
 }
 
-TEST(HotCode, AgreesWithTheExecutorOnRandomPrograms) {
+TEST(CompiledForm, AgreesWithTheExecutorOnRandomPrograms) {
     constexpr std::uint32_t kPrograms = 3000;
     int finished = 0;
     for (std::uint32_t seed = 1; seed <= kPrograms; ++seed) {
         RandomProgram random(seed);
         const std::string declarations = random.declarations().plain;
         const std::string program = programOf(random, seed);
-        DovrelScript hot;
-        DovrelScript cold;
-        cold.runsHotCode = false;
-        ASSERT_EQ(reportOf(hot, declarations), "");
-        ASSERT_EQ(reportOf(cold, declarations), "");
-        const std::string report = reportOf(hot, program);
-        ASSERT_EQ(report, reportOf(cold, program)) << "seed " << seed << "\n"
+        DovrelScript compiled;
+        DovrelScript executed;
+        executed.runsCompiledForm = false;
+        ASSERT_EQ(reportOf(compiled, declarations), "");
+        ASSERT_EQ(reportOf(executed, declarations), "");
+        const std::string report = reportOf(compiled, program);
+        ASSERT_EQ(report, reportOf(executed, program)) << "seed " << seed << "\n"
                                                    << declarations << program;
-        ASSERT_EQ(stateOf(hot), stateOf(cold)) << "seed " << seed << "\n"
+        ASSERT_EQ(stateOf(compiled), stateOf(executed)) << "seed " << seed << "\n"
                                                << declarations << program;
-        ASSERT_EQ(hot.frameScopes.size(), cold.frameScopes.size()) << "seed " << seed;
-        ASSERT_EQ(hot.blockScopes.size(), cold.blockScopes.size()) << "seed " << seed;
-        ASSERT_EQ(hot.boundVariables.size(), 0U) << "seed " << seed;
-        ASSERT_TRUE(hot.heldValues.empty()) << "seed " << seed;
+        ASSERT_EQ(compiled.frameScopes.size(), executed.frameScopes.size()) << "seed " << seed;
+        ASSERT_EQ(compiled.blockScopes.size(), executed.blockScopes.size()) << "seed " << seed;
+        ASSERT_GT(compiled.machine->counts.compiled, 0U) << "seed " << seed;
+        ASSERT_EQ(executed.machine->counts.compiled, 0U);
         if (report.empty()) ++finished;
     }
     // The programs are worth something only if many of them come to their end.
@@ -102,19 +101,19 @@ std::string callsOf(RandomCalls& random, std::uint32_t seed) {
     switch (seed % 5) {
         case 0: return "for turn = 1, 4\n" + statements + "end\n";
         case 1:
-            return "function hot(turn)\n" + statements + "return " + random.expression(2) +
-                   "\nend\nfor i = 1, 4\nown = hot(i)\nend\n";
+            return "function work(turn)\n" + statements + "return " + random.expression(2) +
+                   "\nend\nfor i = 1, 4\nown = work(i)\nend\n";
         case 2:
-            return "function hot(turn)\nlocal own = turn\n" + statements + "return " +
-                   random.expression(2) + "\nend\nfor i = 1, 4\nx = hot(i)\nend\n";
+            return "function work(turn)\nlocal own = turn\n" + statements + "return " +
+                   random.expression(2) + "\nend\nfor i = 1, 4\nx = work(i)\nend\n";
         case 3:
             return "decay function beside()\nfor i = 1, 9\nlog = log + \".\"\nend\nend\n"
-                   "function hot(turn)\n" +
+                   "function work(turn)\n" +
                    statements +
-                   "return turn\nend\nbeside()\nfor i = 1, 4\nok, e = pcall(hot, i)\nend\n";
+                   "return turn\nend\nbeside()\nfor i = 1, 4\nok, e = pcall(compiled, i)\nend\n";
         default:
-            return "function hot(turn)\n" + statements + "return turn + 1\nend\n" +
-                   "for i = 1, 4\nok, e = pcall(hot, i)\nlog = log + toString(e)\nend\n";
+            return "function work(turn)\n" + statements + "return turn + 1\nend\n" +
+                   "for i = 1, 4\nok, e = pcall(compiled, i)\nlog = log + toString(e)\nend\n";
     }
 }
 
@@ -128,42 +127,39 @@ std::string textOf(const DovrelScript& interpreter, const std::string& name) {
     }
 }
 
-TEST(HotCode, AgreesWithTheExecutorOnRandomCalls) {
+TEST(CompiledForm, AgreesWithTheExecutorOnRandomCalls) {
     constexpr std::uint32_t kPrograms = 5000;
     int finished = 0;
     for (std::uint32_t seed = 1; seed <= kPrograms; ++seed) {
         RandomCalls random(seed);
         const std::string program = callsOf(random, seed);
-        DovrelScript hot;
-        DovrelScript cold;
-        cold.runsHotCode = false;
-        ASSERT_EQ(reportOf(hot, RandomCalls::declarations()), "");
-        ASSERT_EQ(reportOf(cold, RandomCalls::declarations()), "");
-        const std::string report = reportOf(hot, program);
-        ASSERT_EQ(report, reportOf(cold, program)) << "seed " << seed << "\n" << program;
+        DovrelScript compiled;
+        DovrelScript executed;
+        executed.runsCompiledForm = false;
+        ASSERT_EQ(reportOf(compiled, RandomCalls::declarations()), "");
+        ASSERT_EQ(reportOf(executed, RandomCalls::declarations()), "");
+        const std::string report = reportOf(compiled, program);
+        ASSERT_EQ(report, reportOf(executed, program)) << "seed " << seed << "\n" << program;
         for (const char* name : {"log", "count", "x", "y", "z", "own", "a", "ok", "e", "n"}) {
-            ASSERT_EQ(textOf(hot, name), textOf(cold, name)) << name << ", seed " << seed << "\n"
+            ASSERT_EQ(textOf(compiled, name), textOf(executed, name)) << name << ", seed " << seed << "\n"
                                                              << program;
         }
-        ASSERT_EQ(hot.frameScopes.size(), cold.frameScopes.size()) << "seed " << seed;
-        ASSERT_EQ(hot.blockScopes.size(), cold.blockScopes.size()) << "seed " << seed;
-        ASSERT_EQ(hot.callDepth, 0U) << "seed " << seed;
-        ASSERT_EQ(hot.boundVariables.size(), 0U) << "seed " << seed;
-        ASSERT_TRUE(hot.heldValues.empty()) << "seed " << seed;
-        ASSERT_EQ(hot.hotFrames->size(), 0U) << "seed " << seed;
-        ASSERT_EQ(hot.scriptNameStack.size(), 0U) << "seed " << seed;
+        ASSERT_EQ(compiled.frameScopes.size(), executed.frameScopes.size()) << "seed " << seed;
+        ASSERT_EQ(compiled.blockScopes.size(), executed.blockScopes.size()) << "seed " << seed;
+        ASSERT_EQ(compiled.callDepth, 0U) << "seed " << seed;
+        ASSERT_GT(compiled.machine->counts.compiled, 0U) << "seed " << seed;
+        ASSERT_EQ(executed.machine->counts.compiled, 0U);
+        ASSERT_EQ(compiled.scriptNameStack.size(), 0U) << "seed " << seed;
         if (report.empty()) ++finished;
     }
     EXPECT_GE(finished, static_cast<int>(kPrograms / 5));
 }
 
-TEST(HotCode, IsNotCopiedWithAProgram) {
-    HotChunk known;
-    known.hasRun = true;
-    known.chunk = std::make_unique<const HotCode>();
-    const HotChunk copy(known);
-    EXPECT_FALSE(copy.hasRun);
-    EXPECT_EQ(copy.chunk, nullptr);
+TEST(CompiledForm, IsNotCopiedWithAProgram) {
+    MachineFunctions known;
+    known.byChunk.push_back(std::make_unique<MachineFunction>());
+    const MachineFunctions copy(known);
+    EXPECT_TRUE(copy.byChunk.empty());
 }
 
 }  // namespace
