@@ -272,6 +272,7 @@ bool DovrelScript::evaluateCallArguments(const FastExpression& expression, const
         if (node.kind == NodeKind::Variable) {
             if (const Variable* value = readVariable(analysis[node.tokenIndex])) frame[i] = *value;
         } else if (node.holdsCall || node.kind < NodeKind::Add ||
+                   node.kind > NodeKind::GreaterEqual ||
                    !tryLeafInts(expression, node, analysis, frame[i])) {
             frame[i] = evaluateFastExpressionNode(expression, argument, analysis);
             if (softErrorUnwinding()) return false;

@@ -30,7 +30,8 @@ template <typename Number>
     }
 }
 
-/// `mixedArithmetic` with the common kinds inline. One rounding of the double result of two floats is that of the operation in single precision.
+/// `mixedArithmetic` with the common kinds inline. One rounding of the double result of two floats
+/// is that of the operation in single precision.
 [[nodiscard, gnu::always_inline]] inline FastScalarValue scalarArithmeticOn(NodeKind kind,
                                                                             FastScalarValue left,
                                                                             FastScalarValue right) {

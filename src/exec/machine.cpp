@@ -933,7 +933,9 @@ Variable Machine::run() {
     unwind : {
         const MachineStatement& statement = statementAt(*code, at);
         if (code->forTurns) {
-            if (!statement.isRecursive) {
+            // A block whose own line unwinds is left at once, without the turn behind a statement.
+            const bool isBlock = lineOf(statement.line).kind != LineKind::Plain;
+            if (!statement.isRecursive && !isBlock) {
                 if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
                     !interpreter_.pendingCoroutineException) {
                     interpreter_.serviceScheduledCoroutineTurn();

@@ -50,8 +50,7 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
     const std::size_t next = base == nullptr ? 0 : segment_ + 1;
     if (next < segments_.size() && segments_[next].size < needed) segments_.resize(next);
     if (next == segments_.size()) {
-        const std::size_t usual =
-            next < 3 ? kFirstSegmentSize << (2 * next) : kLastSegmentSize;
+        const std::size_t usual = next < 3 ? kFirstSegmentSize << (2 * next) : kLastSegmentSize;
         const std::size_t size = std::max(usual, 2 * needed);
         // Scopes and activations take about as much again, and more while their arrays grow.
         if (next >= kMostSegments || !memoryIsLeft(8 * size * sizeof(Variable))) endOfStack();
@@ -107,7 +106,8 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
         activations_.reserve(2 * activations_.size() + 8);
     }
     bool hasSegment = false;
-    Variable* const base = roomFor(slot + 1, std::min(count, given), code.registerCount, hasSegment);
+    Variable* const base =
+        roomFor(slot + 1, std::min(count, given), code.registerCount, hasSegment);
     Activation& entered = activations_.emplace_back();
     entered.code = &code;
     entered.function = &function;

@@ -202,7 +202,7 @@ private:
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
     void noteEnd(int index);
     void noteToken(std::size_t token);
-    bool endsWithCall(const FastExpression& expression, int index) const;
+    bool endsWithCall(const FastExpression& expression, int index, std::size_t lastToken) const;
     void markToken(const ParsedScriptLine& line, std::size_t token);
     std::uint32_t beginSite(std::uint16_t target, bool isCondition);
     void endSite(std::uint32_t site, Label behind);

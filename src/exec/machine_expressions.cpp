@@ -132,7 +132,8 @@ bool MachineCompiler::canRaise(int index) const {
 /// The last token read when the next instruction raises is that of the node at `index`. Behind a
 /// call at its very end none is read: what it runs may have read others since.
 void MachineCompiler::noteEnd(int index) {
-    if (!endsWithCall(*source_.expression, index)) noteToken(node(index).endToken);
+    const std::uint16_t last = node(index).endToken;
+    if (!endsWithCall(*source_.expression, index, last)) noteToken(last);
 }
 
 void MachineCompiler::noteToken(std::size_t token) {
@@ -228,7 +229,7 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
     const Source outer = source_;
     source_ = Source{&line, &expression, Tier::Tokens, kNoSite, false};
     emitTo(expression.root, target);
-    endsWithCall_ = endsWithCall(expression, expression.root);
+    endsWithCall_ = endsWithCall(expression, expression.root, range.last - 1);
     source_ = outer;
     if (marksLast && !endsWithCall_) markToken(line, range.last - 1);
     return true;
@@ -236,19 +237,19 @@ bool MachineCompiler::emitTokenValue(const ParsedScriptLine& line, TokenRange ra
 
 /// The last token of the expression is the end of a call, so that nothing is read behind that call:
 /// what it runs may have read other tokens last.
-bool MachineCompiler::endsWithCall(const FastExpression& expression, int index) const {
+bool MachineCompiler::endsWithCall(const FastExpression& expression, int index,
+                                   std::size_t lastToken) const {
     const auto nodeOf = [&expression](int at) -> const FastExprNode& {
         return expression.nodes[static_cast<std::size_t>(at)];
     };
     const FastExprNode* at = &nodeOf(index);
-    const std::uint16_t last = at->endToken;
     for (;;) {
         const bool isUnary = at->kind >= NodeKind::Negate && at->kind <= NodeKind::Length;
         const bool isBinary = at->kind >= NodeKind::Add && at->kind <= NodeKind::Or;
         if (!isUnary && !isBinary) break;
         at = &nodeOf(isUnary ? at->left : at->right);
     }
-    return at->kind == NodeKind::Call && at->endToken == last;
+    return at->kind == NodeKind::Call && at->endToken == lastToken;
 }
 
 void MachineCompiler::markToken(const ParsedScriptLine& line, std::size_t token) {
@@ -726,7 +727,8 @@ bool MachineCompiler::emitCondition(const ParsedScriptLine& line, Label whenFals
             const std::uint16_t mark = top_;
             const std::uint16_t value = allocate();
             emitTo(form.root, value);
-            if (!endsWithCall(form, form.root)) markToken(line, line.tokens.size() - 1);
+            if (!endsWithCall(form, form.root, line.tokens.size() - 1))
+                markToken(line, line.tokens.size() - 1);
             emitJump(sense ? Op::JumpIfTrue : Op::JumpIfFalse, value, target,
                      static_cast<std::uint8_t>(kFirstGoes | tierBits()));
             top_ = mark;

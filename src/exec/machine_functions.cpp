@@ -28,7 +28,8 @@ MachineFunctions::~MachineFunctions() = default;
 
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
     if (callable.machineFunction != nullptr) return callable.machineFunction;
-    if (callable.isMachineRefused || callable.program == nullptr || !interpreter_.runsCompiledForm) {
+    if (callable.isMachineRefused || callable.program == nullptr ||
+        !interpreter_.runsCompiledForm) {
         return nullptr;
     }
     callable.isMachineRefused = true;

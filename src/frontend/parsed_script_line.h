@@ -60,9 +60,9 @@ struct ParsedAssignmentTarget {
 
 /// The parse of an assignment or a `local` declaration.
 struct ParsedAssignment {
-    std::size_t operatorIndex = 0;   // the operator's token; the token count for a declaration
-    bool isPlain = true;             // the operator is exactly "=", or there is none
-    char operation = 0;              // first character of a compound operator
+    std::size_t operatorIndex = 0;  // the operator's token; the token count for a declaration
+    bool isPlain = true;            // the operator is exactly "=", or there is none
+    char operation = 0;             // first character of a compound operator
     SharedArray<ParsedAssignmentTarget> targets;
     SharedArray<TokenRange> valueRanges;
     SharedArray<FastExpression> values;  // one per range; invalid ones keep their place

@@ -12,8 +12,7 @@
 #include "exec/bytecode_program.h"
 #include "exec/machine.h"
 
-DovrelScript::DovrelScript()
-    : machine(std::make_unique<Machine>(*this)) {
+DovrelScript::DovrelScript() : machine(std::make_unique<Machine>(*this)) {
     randomEngine.seed(std::random_device("/dev/urandom")());
     startTime = std::chrono::steady_clock::now();
     registerLibrary();

@@ -58,7 +58,8 @@ std::string programOf(RandomProgram& random, std::uint32_t seed) {
         case 1: return "function work()\n" + statements + "end\nfor turn = 1, 3\nwork()\nend\n";
         case 2:
             return "function work(i)\nlocal own = i\n" + statements +
-                   "native other = own\nreturn other + 1\nend\nfor turn = 1, 3\nown = work(turn)\n" +
+                   "native other = own\nreturn other + 1\nend\nfor turn = 1, 3\nown = "
+                   "work(turn)\n" +
                    "end\n";
         default:
             return "function work(i)\nlocal left = 3\nwhile left > 0\nleft = left - 1\n" +
@@ -81,9 +82,9 @@ TEST(CompiledForm, AgreesWithTheExecutorOnRandomPrograms) {
         ASSERT_EQ(reportOf(executed, declarations), "");
         const std::string report = reportOf(compiled, program);
         ASSERT_EQ(report, reportOf(executed, program)) << "seed " << seed << "\n"
-                                                   << declarations << program;
+                                                       << declarations << program;
         ASSERT_EQ(stateOf(compiled), stateOf(executed)) << "seed " << seed << "\n"
-                                               << declarations << program;
+                                                        << declarations << program;
         ASSERT_EQ(compiled.frameScopes.size(), executed.frameScopes.size()) << "seed " << seed;
         ASSERT_EQ(compiled.blockScopes.size(), executed.blockScopes.size()) << "seed " << seed;
         ASSERT_GT(compiled.machine->counts.compiled, 0U) << "seed " << seed;
@@ -141,8 +142,9 @@ TEST(CompiledForm, AgreesWithTheExecutorOnRandomCalls) {
         const std::string report = reportOf(compiled, program);
         ASSERT_EQ(report, reportOf(executed, program)) << "seed " << seed << "\n" << program;
         for (const char* name : {"log", "count", "x", "y", "z", "own", "a", "ok", "e", "n"}) {
-            ASSERT_EQ(textOf(compiled, name), textOf(executed, name)) << name << ", seed " << seed << "\n"
-                                                             << program;
+            ASSERT_EQ(textOf(compiled, name), textOf(executed, name))
+                << name << ", seed " << seed << "\n"
+                << program;
         }
         ASSERT_EQ(compiled.frameScopes.size(), executed.frameScopes.size()) << "seed " << seed;
         ASSERT_EQ(compiled.blockScopes.size(), executed.blockScopes.size()) << "seed " << seed;
