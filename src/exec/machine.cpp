@@ -18,6 +18,7 @@
 
 #include "eval/assignment.h"
 #include "eval/errors.h"
+#include "eval/scalar_arithmetic.h"
 #include "eval/variable_access.h"
 #include "exec/machine_values.h"
 #include "exec/machine_walk.h"
@@ -28,6 +29,37 @@
 // Labels as values: both compilers have them, and each instruction gets a jump of its own to
 // predict.
 #pragma GCC diagnostic ignored "-Wpedantic"
+
+namespace {
+
+/// `variable op= operand` for two numbers of a kind and the common operators; false, with nothing
+/// done, for everything else.
+[[gnu::always_inline]] inline bool updateNumber(Variable& variable, std::uint8_t operation,
+                                                const Variable& operand) {
+    if (areInts(variable, operand)) {
+        const int left = variable.rawInt();
+        const int right = operand.rawInt();
+        switch (operation) {
+            case '+': variable.overwriteInt(wrapAdd(left, right)); return true;
+            case '-': variable.overwriteInt(wrapSubtract(left, right)); return true;
+            case '*': variable.overwriteInt(wrapMultiply(left, right)); return true;
+            default: return false;
+        }
+    }
+    if (areFloats(variable, operand)) {
+        const float left = variable.rawFloat();
+        const float right = operand.rawFloat();
+        switch (operation) {
+            case '+': variable.overwriteFloat(left + right); return true;
+            case '-': variable.overwriteFloat(left - right); return true;
+            case '*': variable.overwriteFloat(left * right); return true;
+            default: return false;
+        }
+    }
+    return false;
+}
+
+}  // namespace
 
 #define DISPATCH() goto* kLabels[static_cast<std::uint8_t>(at->op)]
 #define NEXT()      \
@@ -50,6 +82,13 @@ private:
     Machine& machine_;
     std::size_t entry_;
 };
+
+#define SLOW_BINARY(kind, left, right)                                          \
+    do {                                                                        \
+        moved = at;                                                             \
+        if (!slowBinary(*code, moved, R, kind, left, right)) goto declined;     \
+        NEXT();                                                                 \
+    } while (false);
 
 Variable Machine::run() {
     static const void* const kLabels[] = {
@@ -187,45 +226,30 @@ Variable Machine::run() {
     Variable* slot = nullptr;  // of a call under way
     std::size_t argumentCount = 0;
     Variable result;
-
-    // The operators with two numbers of a kind; everything else goes by `binary`.
-    const auto slowBinary = [&](NodeKind kind, const Variable& left, const Variable& right) {
-        const Pc before = at;
-        Variable* const target = &R[at->a];
-        if (!binary(*code, at, kind, *target, left, right)) return false;
-        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
-        if ((before->m & kSecondGoes) != 0) R[before->c].setNil();
-        return true;
-    };
-    const auto slowCompare = [&](NodeKind kind, const Variable& left, const Variable& right,
-                                 bool& truth, bool hasSecond) {
-        const Pc before = at;
-        if (!compare(*code, at, kind, left, right, truth)) return false;
-        if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
-        if (hasSecond && (before->m & kSecondGoes) != 0) R[before->b].setNil();
-        return true;
-    };
+    // Where the code goes on if an instruction cannot. `at` itself must stay in a register of the
+    // host, so nobody gets its address.
+    Pc moved = nullptr;
 
     try {
         DISPATCH();
 
     LoadNil:
-        R[at->a].setNil();
+        R[at->a].overwriteNil();
         NEXT();
     LoadInt:
-        R[at->a].setInt(at->d());
+        R[at->a].overwriteInt(at->d());
         NEXT();
     LoadConst:
-        R[at->a] = code->constants[static_cast<std::size_t>(at->d())];
+        R[at->a].overwrite(code->constants[static_cast<std::size_t>(at->d())]);
         NEXT();
     Move:
-        R[at->a] = R[at->b];
+        R[at->a].overwrite(R[at->b]);
         NEXT();
     Take:
-        R[at->a] = std::move(R[at->b]);
+        R[at->a].overwriteByMove(R[at->b]);
         NEXT();
     Clear:
-        R[at->a].setNil();
+        R[at->a].overwriteNil();
         NEXT();
 
     GetVariable:
@@ -234,7 +258,7 @@ Variable Machine::run() {
     GetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (const Variable* value = globalOf(record)) {
-            R[at->a] = *value;
+            R[at->a].overwrite(*value);
         } else {
             getVariable(*code, *at, R[at->a]);
         }
@@ -249,7 +273,7 @@ Variable Machine::run() {
     SetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (Variable* value = globalOf(record)) {
-            *value = std::move(R[at->a]);
+            value->overwriteByMove(R[at->a]);
         } else {
             setVariable(*code, *at, R[at->a]);
         }
@@ -266,23 +290,12 @@ Variable Machine::run() {
                                         record.name->text);
             }
         }
-        update(variable, *code, at, R[at->b]);
+        if (!updateNumber(*variable, at->m, R[at->b])) update(variable, *code, at, R[at->b]);
         NEXT();
     }
     UpdateRegister : {
         Variable& variable = R[at->a];
-        const Variable& operand = R[at->b];
-        if (areInts(variable, operand)) {
-            if (at->m == '+') {
-                variable.setInt(wrapAdd(variable.rawInt(), operand.rawInt()));
-                NEXT();
-            }
-            if (at->m == '-') {
-                variable.setInt(wrapSubtract(variable.rawInt(), operand.rawInt()));
-                NEXT();
-            }
-        }
-        update(&variable, *code, at, R[at->b]);
+        if (!updateNumber(variable, at->m, R[at->b])) update(&variable, *code, at, R[at->b]);
         NEXT();
     }
 
@@ -307,94 +320,90 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapAdd(left.rawInt(), right.rawInt()));
+            R[at->a].overwriteInt(wrapAdd(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.rawFloat() + right.rawFloat());
+            R[at->a].overwriteFloat(left.rawFloat() + right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Add, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Add, left, right)
     }
     Subtract : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapSubtract(left.rawInt(), right.rawInt()));
+            R[at->a].overwriteInt(wrapSubtract(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.rawFloat() - right.rawFloat());
+            R[at->a].overwriteFloat(left.rawFloat() - right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Subtract, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Subtract, left, right)
     }
     Multiply : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(wrapMultiply(left.rawInt(), right.rawInt()));
+            R[at->a].overwriteInt(wrapMultiply(left.rawInt(), right.rawInt()));
             NEXT();
         }
         if (areFloats(left, right)) {
-            R[at->a].setFloat(left.rawFloat() * right.rawFloat());
+            R[at->a].overwriteFloat(left.rawFloat() * right.rawFloat());
             NEXT();
         }
-        if (!slowBinary(NodeKind::Multiply, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Multiply, left, right)
     }
     Divide : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areFloats(left, right) && right.rawFloat() != 0.0F) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
+            R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
                                                  static_cast<double>(right.rawFloat())));
             NEXT();
         }
         if (areInts(left, right) && right.rawInt() != 0) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
+            R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
                                                  static_cast<double>(right.rawInt())));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Divide, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Divide, left, right)
     }
     IntDivide : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(checkedDivide(left.rawInt(), right.rawInt()));
+            R[at->a].overwriteInt(checkedDivide(left.rawInt(), right.rawInt()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::IntDivide, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::IntDivide, left, right)
     }
     Modulo : {
         const Variable& left = R[at->b];
         const Variable& right = R[at->c];
         if (areInts(left, right)) {
-            R[at->a].setInt(checkedRemainder(left.rawInt(), right.rawInt()));
+            R[at->a].overwriteInt(checkedRemainder(left.rawInt(), right.rawInt()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Modulo, left, right)) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Modulo, left, right)
     }
     Power:
-        if (!slowBinary(NodeKind::Power, R[at->b], R[at->c])) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Power, R[at->b], R[at->c])
 
 #define COMPARISON(Kind, op)                                         \
     Kind : {                                                         \
         const Variable& left = R[at->b];                             \
         const Variable& right = R[at->c];                            \
         if (areInts(left, right)) {                                  \
-            R[at->a].setBool(left.rawInt() op right.rawInt());       \
+            R[at->a].overwriteBool(left.rawInt() op right.rawInt());       \
             NEXT();                                                  \
         }                                                            \
-        if (!slowBinary(NodeKind::Kind, left, right)) goto declined; \
-        NEXT();                                                      \
+        if (areFloats(left, right)) {                                \
+            R[at->a].overwriteBool(compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat())); \
+            NEXT();                                                  \
+        }                                                            \
+        SLOW_BINARY(NodeKind::Kind, left, right) \
     }
         COMPARISON(Equal, ==)
         COMPARISON(NotEqual, !=)
@@ -406,58 +415,51 @@ Variable Machine::run() {
     AddInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapAdd(left.rawInt(), at->distance()));
+            R[at->a].overwriteInt(wrapAdd(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Add, left, Variable::makeInt(at->distance()))) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Add, left, Variable::makeInt(at->distance()))
     }
     SubtractInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapSubtract(left.rawInt(), at->distance()));
+            R[at->a].overwriteInt(wrapSubtract(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Subtract, left, Variable::makeInt(at->distance()))) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Subtract, left, Variable::makeInt(at->distance()))
     }
     MultiplyInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(wrapMultiply(left.rawInt(), at->distance()));
+            R[at->a].overwriteInt(wrapMultiply(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Multiply, left, Variable::makeInt(at->distance()))) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Multiply, left, Variable::makeInt(at->distance()))
     }
     DivideInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left) && at->distance() != 0) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
+            R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
                                                  static_cast<double>(at->distance())));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Divide, left, Variable::makeInt(at->distance()))) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Divide, left, Variable::makeInt(at->distance()))
     }
     IntDivideInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(checkedDivide(left.rawInt(), at->distance()));
+            R[at->a].overwriteInt(checkedDivide(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::IntDivide, left, Variable::makeInt(at->distance())))
-            goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::IntDivide, left, Variable::makeInt(at->distance()))
     }
     ModuloInt : {
         const Variable& left = R[at->b];
         if (isIntValue(left)) {
-            R[at->a].setInt(checkedRemainder(left.rawInt(), at->distance()));
+            R[at->a].overwriteInt(checkedRemainder(left.rawInt(), at->distance()));
             NEXT();
         }
-        if (!slowBinary(NodeKind::Modulo, left, Variable::makeInt(at->distance()))) goto declined;
-        NEXT();
+        SLOW_BINARY(NodeKind::Modulo, left, Variable::makeInt(at->distance()))
     }
 
 #define WITH_CONSTANT(Name, Kind, op)                                                 \
@@ -465,12 +467,12 @@ Variable Machine::run() {
         const Variable& left = R[at->b];                                              \
         const Variable& right = code->constants[at->c];                               \
         if (isFloatValue(left)) {                                                     \
-            R[at->a].setFloat(left.rawFloat() op right.rawFloat());                   \
+            R[at->a].overwriteFloat(left.rawFloat() op right.rawFloat());                   \
             NEXT();                                                                   \
         }                                                                             \
-        const Pc before = at;                                                         \
-        if (!binary(*code, at, NodeKind::Kind, R[at->a], left, right)) goto declined; \
-        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();                     \
+        moved = at;                                                                   \
+        if (!binary(*code, moved, NodeKind::Kind, R[at->a], left, right)) goto declined; \
+        if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();                             \
         NEXT();                                                                       \
     }
         WITH_CONSTANT(AddConst, Add, +)
@@ -480,32 +482,35 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         const Variable& right = code->constants[at->c];
         if (isFloatValue(left) && right.rawFloat() != 0.0F) {
-            R[at->a].setFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
+            R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
                                                  static_cast<double>(right.rawFloat())));
             NEXT();
         }
-        const Pc before = at;
-        if (!binary(*code, at, NodeKind::Divide, R[at->a], left, right)) goto declined;
-        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
+        moved = at;
+        if (!binary(*code, moved, NodeKind::Divide, R[at->a], left, right)) goto declined;
+        if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
         NEXT();
     }
 
     Negate:
     Not:
     Length : {
-        const Pc before = at;
-        if (!unary(*code, at, R[at->a], R[at->b])) goto declined;
-        if ((before->m & kFirstGoes) != 0) R[before->b].setNil();
+        moved = at;
+        if (!unary(*code, moved, R[at->a], R[at->b])) goto declined;
+        if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
         NEXT();
     }
     Join:
-        if (!join(*code, at, R[at->a], &R[at->b], at->c)) goto declined;
+        moved = at;
+        if (!join(*code, moved, R[at->a], &R[at->b], at->c)) goto declined;
         NEXT();
     Append:
-        if (!append(*code, at, R)) goto declined;
+        moved = at;
+        if (!append(*code, moved, R)) goto declined;
         NEXT();
     AppendGlobal:
-        if (!appendGlobal(*code, at, R)) goto declined;
+        moved = at;
+        if (!appendGlobal(*code, moved, R)) goto declined;
         NEXT();
 
     Jump:
@@ -518,7 +523,7 @@ Variable Machine::run() {
         Activation& running = activations_.back();
         if (code->isStale || (code->forTurns && !givesTurns())) {
             const auto loop = static_cast<std::size_t>(at->d());
-            const MachineCode* next = renewed(*running.function, *code);
+            const MachineCode* next = renewed(*code->function, *code);
             if (next->version == code->version) {
                 if (next != code && code->forTurns) {
                     const auto index = static_cast<std::size_t>(at - code->code.data());
@@ -534,7 +539,6 @@ Variable Machine::run() {
                 code = next;
                 running.code = next;
                 at = code->code.data() + code->loopEnds[loop];
-                top_ = R + code->registerCount;
             }
         }
         NEXT();
@@ -545,9 +549,9 @@ Variable Machine::run() {
         if (isBoolValue(value)) {
             holds = value.rawBool();
         } else {
-            const Pc before = at;
-            if (!truth(*code, at, value, holds)) goto declined;
-            if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
+            moved = at;
+        if (!truth(*code, moved, value, holds)) goto declined;
+            if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         }
         if (holds) NEXT();
         at = code->code.data() + at->d();
@@ -559,9 +563,9 @@ Variable Machine::run() {
         if (isBoolValue(value)) {
             holds = value.rawBool();
         } else {
-            const Pc before = at;
-            if (!truth(*code, at, value, holds)) goto declined;
-            if ((before->m & kFirstGoes) != 0) R[before->a].setNil();
+            moved = at;
+        if (!truth(*code, moved, value, holds)) goto declined;
+            if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         }
         if (!holds) NEXT();
         at = code->code.data() + at->d();
@@ -571,12 +575,13 @@ Variable Machine::run() {
     SkipIfTrue : {
         const bool skips = at->op == Op::SkipIfTrue;
         bool holds = false;
-        if (!truth(*code, at, R[at->a], holds)) goto declined;
+        moved = at;
+        if (!truth(*code, moved, R[at->a], holds)) goto declined;
         if (holds == skips) {
             at = code->code.data() + at->d();
             DISPATCH();
         }
-        R[at->a].setNil();
+        R[at->a].overwriteNil();
         NEXT();
     }
 
@@ -588,7 +593,9 @@ Variable Machine::run() {
         const int distance = at->distance();                                  \
         if (areInts(left, right)) {                                           \
             truth_ = left.rawInt() op right.rawInt();                         \
-        } else if (!slowCompare(NodeKind::Kind, left, right, truth_, true)) { \
+        } else if (areFloats(left, right)) {                                  \
+            truth_ = compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat()); \
+        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left, right, truth_, true))) { \
             goto declined;                                                    \
         }                                                                     \
         if (truth_ != sense) NEXT();                                          \
@@ -602,9 +609,9 @@ Variable Machine::run() {
         const int distance = at->distance();                                                 \
         if (isIntValue(left)) {                                                              \
             truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                      \
-        } else if (!slowCompare(NodeKind::Kind, left,                                        \
-                                Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_, \
-                                false)) {                                                    \
+        } else if (isFloatValue(left)) {                                                     \
+            truth_ = compareNumbers(NodeKind::Kind, static_cast<double>(left.rawFloat()), static_cast<double>(static_cast<std::int16_t>(at->b))); \
+        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left, Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_, false))) {                                                    \
             goto declined;                                                                   \
         }                                                                                    \
         if (truth_ != sense) NEXT();                                                         \
@@ -632,8 +639,8 @@ Variable Machine::run() {
         if (isTextValue(left) && isTextValue(right)) {
             isEqual = left.asText() == right.asText() || left.asString() == right.asString();
             if ((at->m & kTierMask) == 0) declined_ = at;
-            if ((at->m & kFirstGoes) != 0) R[at->a].setNil();
-        } else if (!slowCompare(NodeKind::Equal, left, right, isEqual, false)) {
+            if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
+        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Equal, left, right, isEqual, false))) {
             goto declined;
         }
         if (isEqual != sense) NEXT();
@@ -649,13 +656,14 @@ Variable Machine::run() {
             const auto place =
                 static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
             if (place < array.size()) {
-                R[at->a] = array[place];
+                R[at->a].overwrite(array[place]);
             } else {
-                R[at->a].setNil();
+                R[at->a].overwriteNil();
             }
             NEXT();
         }
-        if (!index(*code, at, R, key)) goto declined;
+        moved = at;
+        if (!index(*code, moved, R, key)) goto declined;
         NEXT();
     }
     IndexInt : {
@@ -664,13 +672,14 @@ Variable Machine::run() {
             const ArrayStorage& array = base.rawArray();
             const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(at->c) - 1);
             if (place < array.size()) {
-                R[at->a] = array[place];
+                R[at->a].overwrite(array[place]);
             } else {
-                R[at->a].setNil();
+                R[at->a].overwriteNil();
             }
             NEXT();
         }
-        if (!index(*code, at, R, Variable::makeInt(at->c))) goto declined;
+        moved = at;
+        if (!index(*code, moved, R, Variable::makeInt(at->c))) goto declined;
         NEXT();
     }
     IndexConst : {
@@ -679,13 +688,14 @@ Variable Machine::run() {
         if (isTableValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
             const Variable* found = base.rawTable().find(key.asText());
             if (found != nullptr) {
-                R[at->a] = *found;
+                R[at->a].overwrite(*found);
             } else {
-                R[at->a].setNil();
+                R[at->a].overwriteNil();
             }
             NEXT();
         }
-        if (!index(*code, at, R, key)) goto declined;
+        moved = at;
+        if (!index(*code, moved, R, key)) goto declined;
         NEXT();
     }
     SetIndex : {
@@ -698,13 +708,13 @@ Variable Machine::run() {
             const auto place =
                 static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
             if (place < array.size()) {
-                array[place] = std::move(R[at->c]);
+                array[place].overwriteByMove(R[at->c]);
                 NEXT();
             }
         }
         setIndex(base, key, R[at->c]);
-        R[at->b].setNil();
-        R[at->c].setNil();
+        R[at->b].overwriteNil();
+        R[at->c].overwriteNil();
         NEXT();
     }
     SetIndexGlobal : {
@@ -720,22 +730,22 @@ Variable Machine::run() {
                 const auto place =
                     static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
                 if (place < array.size()) {
-                    array[place] = std::move(R[at->c]);
+                    array[place].overwriteByMove(R[at->c]);
                     NEXT();
                 }
             }
             setIndex(*base, key, R[at->c]);
         }
-        R[at->b].setNil();
-        R[at->c].setNil();
+        R[at->b].overwriteNil();
+        R[at->c].overwriteNil();
         NEXT();
     }
     UpdateIndex:
         lastStore_ = at;
         lastStoreCode_ = code;
         updateIndex(R[at->a], R[at->b], R[at->c], static_cast<char>(at->m));
-        R[at->b].setNil();
-        R[at->c].setNil();
+        R[at->b].overwriteNil();
+        R[at->c].overwriteNil();
         NEXT();
     UpdateIndexGlobal : {
         lastStore_ = at;
@@ -743,8 +753,8 @@ Variable Machine::run() {
         Variable* const base = variableForStore(*code, at->a);
         if (base == nullptr) storeIntoNew(*code, at, at->a, {&R[at->b], 1}, R[at->c], false);
         updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
-        R[at->b].setNil();
-        R[at->c].setNil();
+        R[at->b].overwriteNil();
+        R[at->c].overwriteNil();
         NEXT();
     }
     SetPath:
@@ -759,7 +769,7 @@ Variable Machine::run() {
         VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->c]);
         const Variable* callee = read(record);
         if (callee != nullptr) {
-            *slot = *callee;
+            slot->overwrite(*callee);
         } else {
             slot->setNil();
         }
@@ -775,11 +785,12 @@ Variable Machine::run() {
         if (base != nullptr && isTableValue(*base)) {
             const Variable* found = base->rawTable().find(code->constants[site.key].asText());
             if (found != nullptr) {
-                *slot = *found;
+                slot->overwrite(*found);
                 if (const ScriptCallable* native = nativeOf(slot);
                     native != nullptr && native->builtinId != BuiltinId::None) {
                     if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
-                        decline(*code, at, R);
+                        moved = at;
+        decline(*code, moved, R);
                         goto declined;
                     }
                     activations_.back().pc = at;
@@ -799,9 +810,38 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
     callSlot:
+        if (const MachineCode* next = directCode(*slot, argumentCount);
+            next != nullptr && slot + 1 + next->registerCount <= segmentEnd_ &&
+            isInNames(*next->function)) {
+            activations_.back().pc = at;
+            if (activations_.size() == activations_.capacity()) growActivations();
+            Activation& entered = activations_.emplace_back();
+            entered.code = next;
+            entered.base = slot + 1;
+            entered.slot = slot;
+            entered.lineAtEntry = interpreter_.currentLine;
+            entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
+            entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+            entered.walks = static_cast<std::uint32_t>(walks_.size());
+            ++interpreter_.callDepth;
+            ++counts.calls;
+            const ScopeWindow& window = next->windows[next->frameWindow];
+            const auto capacity = static_cast<std::uint32_t>(window.names.size());
+            Scope& scope = interpreter_.frameScopes.pushWindow();
+            if (window.hasOwnNames) [[unlikely]] {
+                scope.openWindowWithOwnNames(window.names.data(), slot + 1, window.given, capacity);
+            } else {
+                scope.openWindow(window.names.data(), slot + 1, window.given, capacity);
+            }
+            code = next;
+            R = slot + 1;
+            at = code->code.data();
+            DISPATCH();
+        }
         if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
             slot->setNil();
-            decline(*code, at, R);
+            moved = at;
+        decline(*code, moved, R);
             goto declined;
         }
         activations_.back().pc = at;
@@ -841,14 +881,16 @@ Variable Machine::run() {
 
     RequireScalarCall:
         activations_.back().pc = at;
-        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], at)) goto declined;
+        moved = at;
+        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], moved)) goto declined;
         NEXT();
     CallScalar : {
         activations_.back().pc = at;
         const ScalarCallSite& site = code->scalarCalls[at->c];
         if (!callScalar(*code, R, site, &R[at->a], at->b)) {
             if (interpreter_.softErrorUnwinding()) goto attend;
-            decline(*code, at, R);
+            moved = at;
+        decline(*code, moved, R);
             goto declined;
         }
         if (needsAttention()) goto attend;
@@ -860,7 +902,8 @@ Variable Machine::run() {
             type == VarType::Nil) {
             NEXT();
         }
-        decline(*code, at, R);
+        moved = at;
+        decline(*code, moved, R);
         goto declined;
     }
 
@@ -870,11 +913,33 @@ Variable Machine::run() {
         if (code->forTurns) giveTurns(at->c);
         if (lastStore_ != nullptr) showLastStore();
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
-        result = std::move(R[at->a]);
-        slot = activations_.back().slot;
         lastCallWasScalar_ = false;
-        popActivation();
-        *slot = std::move(result);
+        if (const Activation& running = activations_.back();
+            running.isPlain() && interpreter_.frameScopes.size() == running.frames + 1 &&
+            interpreter_.blockScopes.size() == running.blocks && walks_.size() == running.walks) {
+            slot = running.slot;
+            if (interpreter_.currentLine != running.lineAtEntry &&
+                interpreter_.currentLine != interpreter_.retiredLine) {
+                interpreter_.retiredLine = interpreter_.currentLine;
+                const Shared<ScriptCallable>& callable = slot->asFunction();
+                if (interpreter_.retiredCallable != callable) {
+                    interpreter_.retiredCallable = callable;
+                }
+            }
+            // The value may be that of a variable, which goes with the scope, and the names of the
+            // scope may go with the callee.
+            Variable value;
+            value.overwriteByMove(R[at->a]);
+            interpreter_.frameScopes.pop();
+            activations_.pop_back();
+            --interpreter_.callDepth;
+            slot->overwriteByMove(value);
+        } else {
+            result = std::move(R[at->a]);
+            slot = activations_.back().slot;
+            popActivation();
+            *slot = std::move(result);
+        }
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
@@ -914,6 +979,7 @@ Variable Machine::run() {
 
     // An expression goes on elsewhere, or has been evaluated by the tiers.
     declined:
+        at = moved;
         code = activations_.back().code;
         if (interpreter_.softErrorPending && interpreter_.softErrorUnwinding()) goto unwind;
         DISPATCH();
@@ -969,7 +1035,7 @@ Variable Machine::run() {
         NEXT();
     Varargs:
         if (interpreter_.varargStack.empty()) {
-            R[at->a].setNil();
+            R[at->a].overwriteNil();
         } else {
             R[at->a] = Variable::makeMulti(std::vector<Variable>(interpreter_.varargStack.back()));
         }
@@ -982,7 +1048,7 @@ Variable Machine::run() {
         const ScopeWindow& window = code->windows[site.window];
         Scope& scope = interpreter_.frameScopes.pushWindow();
         const auto capacity = static_cast<std::uint32_t>(window.names.size());
-        first[3].setInt(first[0].rawInt());
+        first[3].overwriteInt(first[0].rawInt());
         if (window.hasOwnNames) {
             scope.openWindowWithOwnNames(window.names.data(), R + window.first, 1, capacity);
         } else {
@@ -998,7 +1064,7 @@ Variable Machine::run() {
         Variable* first = &R[at->a];
         const int step = first[2].rawInt();
         const int counter = wrapAdd(first[0].rawInt(), step);
-        first[0].setInt(counter);
+        first[0].overwriteInt(counter);
         if (step >= 1 ? counter > first[1].rawInt() : counter < first[1].rawInt()) NEXT();
         // Only the int alternative is written, never the kind: a body that has put another one
         // there fails here.
@@ -1019,7 +1085,7 @@ Variable Machine::run() {
         const ScopeWindow& window = code->windows[site.window];
         Scope& scope = interpreter_.frameScopes.pushWindow();
         const auto capacity = static_cast<std::uint32_t>(window.names.size());
-        for (std::size_t i = 0; i < site.nameCount; ++i) R[window.first + i].setNil();
+        for (std::size_t i = 0; i < site.nameCount; ++i) R[window.first + i].overwriteNil();
         if (window.hasOwnNames) {
             scope.openWindowWithOwnNames(window.names.data(), R + window.first, window.given,
                                          capacity);
@@ -1076,7 +1142,8 @@ Variable Machine::run() {
         activations_.back().pc = at;
         ++counts.byTiers;
         const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
-        static_cast<void>(evaluateSite(*code, at, site));
+        moved = at;
+        static_cast<void>(evaluateSite(*code, moved, site));
         if (needsAttention()) goto attend;
         NEXT();
     }
@@ -1104,7 +1171,7 @@ Variable Machine::run() {
     Line : {
         if (lastStore_ != nullptr) showLastStore();
         const MachineStatement& statement = code->statements[static_cast<std::size_t>(at->d())];
-        const ParsedScriptLine& line = activations_.back().program->lines[statement.line];
+        const ParsedScriptLine& line = code->program->lines[statement.line];
         interpreter_.currentLineNumber = line.lineNumber;
         interpreter_.currentLine = &line.source;
         NEXT();
@@ -1118,10 +1185,10 @@ Variable Machine::run() {
     }
     ChunkValue:
         R[code->chunkValue] = std::move(R[at->a]);
-        R[at->a].setNil();
+        R[at->a].overwriteNil();
         NEXT();
     ClearChunkValue:
-        R[code->chunkValue].setNil();
+        R[code->chunkValue].overwriteNil();
         NEXT();
 
     BeginStatement:

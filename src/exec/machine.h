@@ -18,6 +18,7 @@
 #include "exec/machine_code.h"
 #include "exec/machine_function.h"
 #include "interpreter/dovrel_script.h"
+#include "value/script_callable.h"
 
 class Machine {
 public:
@@ -56,9 +57,6 @@ private:
         Pc pc = nullptr;  // while something that it has called runs
         Variable* base = nullptr;
         Variable* slot = nullptr;  // the callee; the result goes there
-        MachineFunction* function = nullptr;
-        const BytecodeProgram* program = nullptr;
-        std::shared_ptr<BytecodeProgram> const* owner = nullptr;
         const std::string* lineAtEntry = nullptr;
         std::uint32_t frames = 0;  // scopes at its entry
         std::uint32_t blocks = 0;
@@ -69,6 +67,13 @@ private:
         bool hasName = false;
         bool hasVarargs = false;
         bool hasSegment = false;  // its registers begin a segment
+        std::shared_ptr<BytecodeProgram> const* owner = nullptr;  // of a program
+
+        /// Nothing but a scope has been pushed, and the loop goes on behind it.
+        [[nodiscard]] bool isPlain() const {
+            return !isEntry && !isProgram && !hasDirectory && !hasName && !hasVarargs &&
+                   !hasSegment;
+        }
     };
     struct Walk;
     class Abandoning;
@@ -84,6 +89,12 @@ private:
     Variable run();
 
     // Registers.
+    /// Behind the registers of the innermost activation; null if there is none.
+    [[nodiscard]] Variable* top() const {
+        if (activations_.empty()) return nullptr;
+        return activations_.back().base + activations_.back().code->registerCount;
+    }
+    void growActivations();
     Variable* roomFor(Variable* base, std::size_t arguments, std::size_t count, bool& newSegment);
     void dropSegment();
 
@@ -103,6 +114,26 @@ private:
     }
 
     // Calls. The callee stands in `slot`, its arguments behind it.
+    /// The code of a callee that can be entered without a look at anything else; null if there is
+    /// none.
+    [[nodiscard]] const MachineCode* directCode(const Variable& callee, std::size_t count) const {
+        if (callee.tag() != Variable::kFunctionTag || needsAttention()) return nullptr;
+        const ScriptCallable* callable = callee.rawFunction();
+        if (callable == nullptr || callable->directFunction == nullptr) return nullptr;
+        const MachineCode* code =
+            callable->directFunction->ready[interpreter_.blockScopeVisible() ? 1 : 0];
+        if (code == nullptr || code->isStale || code->parameterCount != count) return nullptr;
+        return code;
+    }
+    /// A function whose directory and name are those of what runs.
+    [[nodiscard]] bool isInNames(const MachineFunction& function) const {
+        const auto& directories = interpreter_.baseDirectoryStack;
+        const auto& names = interpreter_.scriptNameStack;
+        return (function.baseDirectory->empty() ||
+                (!directories.empty() && directories.back() == function.baseDirectory)) &&
+               (function.scriptName->empty() ||
+                (!names.empty() && names.back() == function.scriptName));
+    }
     bool tryEnter(Variable* slot, std::size_t count);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
                std::size_t count, bool isEntry);
@@ -149,6 +180,10 @@ private:
     // Operators: false declines, and the code goes on where `pc` says.
     bool binary(const MachineCode& code, Pc& pc, NodeKind kind, Variable& target,
                 const Variable& left, const Variable& right);
+    bool slowBinary(const MachineCode& code, Pc& pc, Variable* registers, NodeKind kind,
+                    const Variable& left, const Variable& right);
+    bool slowCompare(const MachineCode& code, Pc& pc, Variable* registers, NodeKind kind,
+                     const Variable& left, const Variable& right, bool& truth, bool hasSecond);
     bool compare(const MachineCode& code, Pc& pc, NodeKind kind, const Variable& left,
                  const Variable& right, bool& truth);
     bool unary(const MachineCode& code, Pc& pc, Variable& target, const Variable& operand);
@@ -191,7 +226,7 @@ private:
     enum class StatementEnd : std::uint8_t { GoesOn, Unwinds, Leaves };
     StatementEnd runStatement(const MachineCode& code, const MachineStatement& statement);
     [[nodiscard]] const ParsedScriptLine& lineOf(std::uint32_t index) const {
-        return activations_.back().program->lines[index];
+        return activations_.back().code->program->lines[index];
     }
     void giveTurns(std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) interpreter_.runTurnHook();
@@ -202,7 +237,6 @@ private:
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;
     Variable* segmentEnd_ = nullptr;
-    Variable* top_ = nullptr;  // behind the registers of the innermost activation
     std::vector<std::unique_ptr<Walk>> walks_;
     std::vector<std::unique_ptr<Walk>> spareWalks_;
     // The element assignment whose last token nobody has seen yet.

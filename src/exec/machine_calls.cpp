@@ -67,6 +67,8 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
     return moved;
 }
 
+void Machine::growActivations() { activations_.reserve(2 * activations_.size() + 8); }
+
 void Machine::dropSegment() {
     // One spare segment stays.
     if (segments_.size() > segment_ + 1) segments_.resize(segment_ + 1);
@@ -102,16 +104,12 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
                     std::size_t count, bool isEntry) {
     const ScriptCallable& callable = *slot->asFunction();
     const std::size_t given = function.parameters.size();
-    if (activations_.size() == activations_.capacity()) {
-        activations_.reserve(2 * activations_.size() + 8);
-    }
+    if (activations_.size() == activations_.capacity()) growActivations();
     bool hasSegment = false;
     Variable* const base =
         roomFor(slot + 1, std::min(count, given), code.registerCount, hasSegment);
     Activation& entered = activations_.emplace_back();
     entered.code = &code;
-    entered.function = &function;
-    entered.program = function.program;
     entered.base = base;
     entered.slot = slot;
     entered.lineAtEntry = interpreter_.currentLine;
@@ -136,14 +134,13 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     } else {
         scope.openWindow(window.names.data(), base, static_cast<std::uint32_t>(given), capacity);
     }
-    const auto push = [](std::vector<const std::string*>& stack, const std::string& text) {
-        if (text.empty() || (!stack.empty() && stack.back() == &text)) return false;
-        stack.push_back(&text);
+    const auto push = [](std::vector<const std::string*>& stack, const std::string* text) {
+        if (text->empty() || (!stack.empty() && stack.back() == text)) return false;
+        stack.push_back(text);
         return true;
     };
-    entered.hasDirectory = push(interpreter_.baseDirectoryStack, callable.baseDirectory);
-    entered.hasName = push(interpreter_.scriptNameStack, callable.scriptName);
-    top_ = base + code.registerCount;
+    entered.hasDirectory = push(interpreter_.baseDirectoryStack, function.baseDirectory);
+    entered.hasName = push(interpreter_.scriptNameStack, function.scriptName);
     lastCallWasScalar_ = false;
     ++counts.calls;
 }
@@ -182,15 +179,13 @@ void Machine::popActivation() {
     popFrames(running);
     activations_.pop_back();
     if (running.hasSegment) dropSegment();
-    top_ = activations_.empty()
-               ? nullptr
-               : activations_.back().base + activations_.back().code->registerCount;
     if (running.isProgram) return;
     if (!running.isEntry) --interpreter_.callDepth;  // else the caller has counted the call
     if (interpreter_.currentLine != running.lineAtEntry &&
         interpreter_.currentLine != interpreter_.retiredLine) {
         // The record of the current line outlives the call.
-        interpreter_.retiredCallable = running.slot->asFunction();
+        const Shared<ScriptCallable>& callable = running.slot->asFunction();
+        if (interpreter_.retiredCallable != callable) interpreter_.retiredCallable = callable;
         interpreter_.retiredLine = interpreter_.currentLine;
     }
 }
@@ -413,16 +408,13 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
     bool newSegment = false;
-    Variable* const outerTop = top_;
-    Variable* const slot = roomFor(outerTop, 0, args.size() + 2, newSegment);
+    Variable* const slot = roomFor(top(), 0, args.size() + 2, newSegment);
     *slot = Variable::makeFunction(callable);
     for (std::size_t i = 0; i < args.size(); ++i) slot[1 + i] = args[i];
-    top_ = slot + 1 + args.size();
     const std::size_t outer = activations_.size();
     const auto restore = [&] {
         clearArguments(slot, args.size());
         if (newSegment) dropSegment();
-        top_ = outerTop;
     };
     try {
         enter(*function, *code, slot, args.size(), true);
@@ -453,13 +445,9 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
-    if (activations_.size() == activations_.capacity()) {
-        activations_.reserve(2 * activations_.size() + 8);
-    }
+    if (activations_.size() == activations_.capacity()) growActivations();
     Activation entered;
     entered.code = code;
-    entered.function = function.get();
-    entered.program = program.get();
     entered.owner = &program;
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
@@ -467,18 +455,10 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     entered.walks = static_cast<std::uint32_t>(walks_.size());
     entered.isEntry = true;
     entered.isProgram = true;
-    Variable* const outerTop = top_;
-    entered.base = roomFor(top_, 0, code->registerCount, entered.hasSegment);
+    entered.base = roomFor(top(), 0, code->registerCount, entered.hasSegment);
     activations_.push_back(entered);
-    top_ = entered.base + code->registerCount;
     leaveSignal_ = BlockSignal::None;
-    try {
-        result = run();
-    } catch (...) {
-        top_ = outerTop;
-        throw;
-    }
-    top_ = outerTop;
+    result = run();
     signal = leaveSignal_;
     return true;
 }
@@ -558,6 +538,6 @@ void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
         token = "for";
         return;
     }
-    const ParsedScriptLine& line = at.program->lines[statementAt(code, pc).line];
+    const ParsedScriptLine& line = code.program->lines[statementAt(code, pc).line];
     if (!line.tokens.empty()) token = line.tokens[0];
 }

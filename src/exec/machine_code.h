@@ -32,6 +32,7 @@
 #include "value/variable.h"
 
 struct BytecodeProgram;
+struct MachineFunction;
 struct FastExpression;
 struct ParsedScriptLine;
 struct ScriptCallable;
@@ -379,6 +380,9 @@ struct MachineCode {
     std::uint16_t chunkValue = 0;  // register of the chunk's value
     bool isStale = false;          // tokens have met their places since
     bool forTurns = false;
+    MachineFunction* function = nullptr;
+    const BytecodeProgram* program = nullptr;
+    std::uint16_t parameterCount = 0;
     void* version = nullptr;              // the MachineFunction::Version that it belongs to
     const MachineCode* other = nullptr;   // the form for turns, and back
     std::vector<std::uint32_t> toOther;   // index of the same instruction there

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "exec/machine_code.h"
@@ -35,6 +36,14 @@ struct MachineFunction {
             versions;  // the newest last; older ones may run still
     };
     std::array<Form, 2> forms;
+    /// The newest code of each form, without turns; null if there is none.
+    std::array<const MachineCode*, 2> ready{};
+    // What calls push, which is the program's own text where it is the same, so that a call from
+    // the same script has nothing to push.
+    const std::string* baseDirectory = nullptr;
+    const std::string* scriptName = nullptr;
+    std::string ownDirectory;
+    std::string ownName;
 };
 
 /// The functions of a program, by chunk. A copy knows nothing: the code leads into the program that

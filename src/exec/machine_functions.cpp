@@ -44,11 +44,25 @@ MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
         function->chunk = callable.chunkIndex;
         function->parameters = callable.parameters;
         function->runsOnce = callable.isLoadedChunk;
+        const auto shared = [](const std::string& text, const std::string& known,
+                               std::string& own) {
+            if (text == known) return &known;
+            own = text;
+            return static_cast<const std::string*>(&own);
+        };
+        function->baseDirectory =
+            shared(callable.baseDirectory, program.baseDirectory, function->ownDirectory);
+        function->scriptName = shared(callable.scriptName, program.scriptName, function->ownName);
     }
     // In a damaged file two declarations may share a body.
-    if (!function->hasFrame || function->parameters != callable.parameters) return nullptr;
+    if (!function->hasFrame || function->parameters != callable.parameters ||
+        *function->baseDirectory != callable.baseDirectory ||
+        *function->scriptName != callable.scriptName) {
+        return nullptr;
+    }
     callable.isMachineRefused = false;
     callable.machineFunction = function.get();
+    if (callable.runsInFrame()) callable.directFunction = function.get();
     return function.get();
 }
 
@@ -65,6 +79,10 @@ bool Machine::compile(MachineFunction& function, bool amongBlocks) {
     if (!MachineCompiler(interpreter_, *function.program, unit).compile(*version->draft)) {
         return false;
     }
+    MachineCode& tables = version->draft->tables;
+    tables.function = &function;
+    tables.program = function.program;
+    tables.parameterCount = static_cast<std::uint16_t>(function.parameters.size());
     version->plain = std::make_unique<MachineCode>(finishMachineCode(*version->draft, false));
     if (!version->plain->isUsable()) return false;
     version->plain->version = version.get();
@@ -99,6 +117,7 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
         if (compile(function, amongBlocks)) ++counts.recompiled;
     }
     const MachineCode& plain = *form.versions.back()->plain;
+    function.ready[amongBlocks ? 1 : 0] = &plain;
     return givesTurns() ? turnsOf(plain) : &plain;
 }
 

@@ -346,6 +346,27 @@ bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Vari
     return true;
 }
 
+/// An operator on other values than two numbers of a kind, with the operands that go with it.
+bool Machine::slowBinary(const MachineCode& code, Pc& pc, Variable* registers, NodeKind kind,
+                         const Variable& left, const Variable& right) {
+    const MachineInstruction at = *pc;
+    if (!binary(code, pc, kind, registers[at.a], left, right)) return false;
+    if ((at.m & kFirstGoes) != 0) registers[at.b].setNil();
+    if ((at.m & kSecondGoes) != 0) registers[at.c].setNil();
+    return true;
+}
+
+/// The same for the comparisons that jump.
+bool Machine::slowCompare(const MachineCode& code, Pc& pc, Variable* registers, NodeKind kind,
+                          const Variable& left, const Variable& right, bool& truth,
+                          bool hasSecond) {
+    const MachineInstruction at = *pc;
+    if (!compare(code, pc, kind, left, right, truth)) return false;
+    if ((at.m & kFirstGoes) != 0) registers[at.a].setNil();
+    if (hasSecond && (at.m & kSecondGoes) != 0) registers[at.b].setNil();
+    return true;
+}
+
 bool Machine::unary(const MachineCode& code, Pc& pc, Variable& target, const Variable& operand) {
     const auto tier = static_cast<Tier>(pc->m & kTierMask);
     if (pc->op == Op::Length) {

@@ -50,6 +50,7 @@ struct ScriptCallable {
     std::string fastGuardMessage;      // decoded message of the guard's `error` call
     // Its compiled form, once somebody has asked; the program owns it.
     mutable MachineFunction* machineFunction = nullptr;
+    mutable MachineFunction* directFunction = nullptr;  // the same if it `runsInFrame`
     mutable bool isMachineRefused = false;
 
     /// A call pushes a frame with the parameters and nothing else.

@@ -179,14 +179,20 @@ protected:
     [[nodiscard]] bool isCounted() const noexcept { return alternative_ > Alternative::Pointer; }
 
     /// Overwrites the record; a counted content is let go of.
-    void replace(Words next) noexcept {
-        if (isCounted()) {
-            const Words old = words();
-            write(next);
-            dropContent(old);
+    [[gnu::always_inline]] void replace(Words next) noexcept {
+        if (isCounted()) [[unlikely]] {
+            replaceCounted(next);
         } else {
             write(next);
         }
+    }
+    [[gnu::always_inline]] void copyFrom(const ValueStorage& other) noexcept {
+        if (other.isCounted()) other.raiseCount();
+        replace(other.words());
+    }
+    /// `other`, which must be another value, is nil from now on.
+    [[gnu::always_inline]] void moveFrom(ValueStorage& other) noexcept {
+        replace(other.takeWords());
     }
     /// Overwrites the content, which must not be counted; kind and alternative stay.
     void writeContent(Words next) noexcept { content_.word = next.content; }
@@ -249,6 +255,11 @@ private:
     static void dropContent(Words old) noexcept {
         SharedCount* block = blockOf(old);
         if (block != nullptr && --block->count == 0) destroyBlock(block, old.tags);
+    }
+    [[gnu::noinline]] void replaceCounted(Words next) noexcept {
+        const Words old = words();
+        write(next);
+        dropContent(old);
     }
     static void destroyBlock(SharedCount* block, std::uint64_t tags) noexcept;
 

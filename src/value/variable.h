@@ -130,6 +130,9 @@ struct Variable : ValueStorage {
     void setInt(int number) noexcept { replace(wordsOf(number)); }
     void setFloat(float number) noexcept { replace(wordsOf(number)); }
     void setBool(bool truth) noexcept { replace(wordsOf(truth)); }
+    // The same without a call, for the innermost loop.
+    [[gnu::always_inline]] void overwrite(const Variable& other) noexcept { copyFrom(other); }
+    [[gnu::always_inline]] void overwriteByMove(Variable& other) noexcept { moveFrom(other); }
     [[gnu::always_inline]] void overwriteNil() noexcept { replace(nilWords()); }
     [[gnu::always_inline]] void overwriteInt(int number) noexcept { replace(wordsOf(number)); }
     [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replace(wordsOf(number)); }
