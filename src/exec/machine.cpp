@@ -173,6 +173,8 @@ Variable Machine::run() {
         &&Index,
         &&IndexInt,
         &&IndexConst,
+        &&IndexGlobal,
+        &&IndexGlobalConst,
         &&SetIndex,
         &&SetIndexGlobal,
         &&UpdateIndex,
@@ -651,51 +653,65 @@ Variable Machine::run() {
     Index : {
         const Variable& base = R[at->b];
         const Variable& key = R[at->c];
-        if (isArrayValue(base) && isIntValue(key) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
-            const ArrayStorage& array = base.rawArray();
-            const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
-            if (place < array.size()) {
-                R[at->a].overwrite(array[place]);
-            } else {
-                R[at->a].overwriteNil();
-            }
+        if (isArrayValue(base) && isIntValue(key)) {
+            Variable element(elementOrNil(base.rawArray(), key.rawInt()));
+            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
+            R[at->a].overwriteByMove(element);
             NEXT();
         }
         moved = at;
-        if (!index(*code, moved, R, key)) goto declined;
+        if (!index(*code, moved, R, base, key)) goto declined;
         NEXT();
     }
     IndexInt : {
         const Variable& base = R[at->b];
-        if (isArrayValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
-            const ArrayStorage& array = base.rawArray();
-            const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(at->c) - 1);
-            if (place < array.size()) {
-                R[at->a].overwrite(array[place]);
-            } else {
-                R[at->a].overwriteNil();
-            }
+        if (isArrayValue(base)) {
+            Variable element(elementOrNil(base.rawArray(), at->c));
+            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
+            R[at->a].overwriteByMove(element);
             NEXT();
         }
         moved = at;
-        if (!index(*code, moved, R, Variable::makeInt(at->c))) goto declined;
+        if (!index(*code, moved, R, base, Variable::makeInt(at->c))) goto declined;
         NEXT();
     }
     IndexConst : {
         const Variable& base = R[at->b];
         const Variable& key = code->constants[at->c];
-        if (isTableValue(base) && (at->m & kFirstGoes) == 0 && at->a != at->b) {
+        if (isTableValue(base)) {
             const Variable* found = base.rawTable().find(key.asText());
-            if (found != nullptr) {
-                R[at->a].overwrite(*found);
-            } else {
-                R[at->a].overwriteNil();
-            }
+            Variable element(found != nullptr ? *found : nilValue());
+            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
+            R[at->a].overwriteByMove(element);
             NEXT();
         }
         moved = at;
-        if (!index(*code, moved, R, key)) goto declined;
+        if (!index(*code, moved, R, base, key)) goto declined;
+        NEXT();
+    }
+    IndexGlobal : {
+        const Variable* base = read(const_cast<VariableRecord&>(code->variables[at->b]));
+        if (base == nullptr) base = &nilValue();
+        const Variable& key = R[at->c];
+        if (isArrayValue(*base) && isIntValue(key)) {
+            R[at->a].overwrite(elementOrNil(base->rawArray(), key.rawInt()));
+            NEXT();
+        }
+        moved = at;
+        if (!index(*code, moved, R, *base, key)) goto declined;
+        NEXT();
+    }
+    IndexGlobalConst : {
+        const Variable* base = read(const_cast<VariableRecord&>(code->variables[at->b]));
+        if (base == nullptr) base = &nilValue();
+        const Variable& key = code->constants[at->c];
+        if (isTableValue(*base)) {
+            const Variable* found = base->rawTable().find(key.asText());
+            R[at->a].overwrite(found != nullptr ? *found : nilValue());
+            NEXT();
+        }
+        moved = at;
+        if (!index(*code, moved, R, *base, key)) goto declined;
         NEXT();
     }
     SetIndex : {
@@ -911,7 +927,6 @@ Variable Machine::run() {
         R[at->a] = multiOf(&R[at->a], at->b);
     Return : {
         if (code->forTurns) giveTurns(at->c);
-        if (lastStore_ != nullptr) showLastStore();
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
         lastCallWasScalar_ = false;
         if (const Activation& running = activations_.back();
@@ -923,8 +938,12 @@ Variable Machine::run() {
                 interpreter_.retiredLine = interpreter_.currentLine;
                 const Shared<ScriptCallable>& callable = slot->asFunction();
                 if (interpreter_.retiredCallable != callable) {
+                    // It holds the code that the last token has been read in.
+                    showStore();
                     interpreter_.retiredCallable = callable;
                 }
+            } else {
+                showStore();
             }
             // The value may be that of a variable, which goes with the scope, and the names of the
             // scope may go with the callee.
@@ -935,6 +954,7 @@ Variable Machine::run() {
             --interpreter_.callDepth;
             slot->overwriteByMove(value);
         } else {
+            showStore();
             result = std::move(R[at->a]);
             slot = activations_.back().slot;
             popActivation();
@@ -952,6 +972,7 @@ Variable Machine::run() {
         if (at->m != kReturnsChunkValue) slot->setNil();
         goto leaveWithSlot;
     leaveSlowly:
+        showStore();
         slot = &R[at->a];
     leaveWithSlot : {
         if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
@@ -1169,20 +1190,16 @@ Variable Machine::run() {
     }
 
     Line : {
-        if (lastStore_ != nullptr) showLastStore();
         const MachineStatement& statement = code->statements[static_cast<std::size_t>(at->d())];
         const ParsedScriptLine& line = code->program->lines[statement.line];
         interpreter_.currentLineNumber = line.lineNumber;
         interpreter_.currentLine = &line.source;
         NEXT();
     }
-    LastToken : {
-        lastStore_ = nullptr;
-        const TokenSite& site = code->tokenMarks[static_cast<std::size_t>(at->d())];
-        interpreter_.lastToken = lineOf(site.line).tokens[site.token];
-        interpreter_.lastTokenIndex = site.token;
+    LastToken:
+        lastStore_ = at;
+        lastStoreCode_ = code;
         NEXT();
-    }
     ChunkValue:
         R[code->chunkValue] = std::move(R[at->a]);
         R[at->a].overwriteNil();

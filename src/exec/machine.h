@@ -160,11 +160,22 @@ private:
     const Variable* read(VariableRecord& record);
     void meetGlobal(const MachineCode& code, MachineInstruction& instruction,
                     VariableRecord& record, Op op);
-    void touchGlobal(const TokenAnalysis& token);
+    /// Leaves the cache of a token that has met its global without a search as the search would.
+    [[gnu::always_inline]] void touchGlobal(const TokenAnalysis& token) {
+        if (interpreter_.blockScopeVisible()) {
+            token.slotKind = SlotKind::None;
+        } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr) {
+            token.slotKind = SlotKind::Global;
+            token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
+        } else if (token.slotKind == SlotKind::None) {
+            token.slotKind = SlotKind::Global;
+            token.slotDepth = 0;
+        }
+    }
     void getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
-    Variable* globalOf(const VariableRecord& record) {
+    [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
         if (record.global == nullptr || record.name->scopeEntries != 0) return nullptr;
         // A cache that leads into a scope is asked first: it may hit by an address.
         const SlotKind kind = record.token->slotKind;
@@ -192,7 +203,8 @@ private:
               std::size_t count);
     bool append(const MachineCode& code, Pc& pc, Variable* registers);
     bool appendGlobal(const MachineCode& code, Pc& pc, Variable* registers);
-    bool index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& key);
+    bool index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& base,
+               const Variable& key);
     static void spread(Variable& result, Variable* targets, std::size_t count);
     static Variable multiOf(Variable* values, std::size_t count);
     static void newArray(Variable* elements, std::size_t count, Variable& target);
@@ -239,10 +251,9 @@ private:
     Variable* segmentEnd_ = nullptr;
     std::vector<std::unique_ptr<Walk>> walks_;
     std::vector<std::unique_ptr<Walk>> spareWalks_;
-    // The element assignment whose last token nobody has seen yet.
+    // Where a last token has been read that nobody has seen yet.
     Pc lastStore_ = nullptr;
     const MachineCode* lastStoreCode_ = nullptr;
-    const BytecodeProgram* lastStoreProgram_ = nullptr;
     // Where an instruction for either tier has last done what the general tier does differently,
     // and where one has last declined.
     Pc diverged_ = nullptr;

@@ -207,6 +207,7 @@ void Machine::clearArguments(Variable* slot, std::size_t count) {
 
 /// A callee that does not run in this loop.
 void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
+    showStore();
     const Arguments args(slot + 1, count);
     Variable result;
     const ScriptCallable* callable =
@@ -260,6 +261,7 @@ bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable
 
 /// `a, b = f(x)`: what the call gives, a multi-value or its only value.
 Variable Machine::spreadCall(Variable* slot, std::size_t count) {
+    showStore();
     const Arguments args(slot + 1, count);
     const Variable callee = *slot;
     const ScriptCallable* callable =
@@ -319,6 +321,7 @@ bool Machine::runsCalls(const ScriptCallable& callable) {
 
 /// Does what the scalar form around `pc` is about, and its general form, by the executor.
 void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
+    showStore();
     const ExpressionSite* site = siteAt(code, pc, true);
     ++counts.byTiers;
     if (site->isStatement) {
@@ -370,6 +373,7 @@ bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
 
 bool Machine::callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                          Variable* slot, std::size_t count) {
+    showStore();
     Variable scratch;
     const Variable* found = calleeOf(code, registers, site, scratch);
     const Variable callee = found != nullptr ? *found : Variable();
@@ -468,6 +472,7 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
 /// Runs a statement by the executor. What follows it: the next one, or the end of the function.
 Machine::StatementEnd Machine::runStatement(const MachineCode& code,
                                             const MachineStatement& statement) {
+    showStore();
     const Activation running = activations_.back();
     const std::shared_ptr<BytecodeProgram>& program =
         running.owner != nullptr ? *running.owner : running.slot->asFunction()->program;
@@ -502,11 +507,21 @@ void Machine::showLine(const MachineCode& code, const MachineStatement& statemen
 }
 
 void Machine::showLastStore() {
-    const MachineStatement& statement = statementAt(*lastStoreCode_, lastStore_);
-    lastStore_ = nullptr;
-    if (statement.lastToken < 0) return;
-    const auto token = static_cast<std::size_t>(statement.lastToken);
-    interpreter_.lastToken = lineOf(statement.line).tokens[token];
+    const MachineCode& code = *lastStoreCode_;
+    const Pc at = std::exchange(lastStore_, nullptr);
+    std::size_t line = 0;
+    std::size_t token = 0;
+    if (at->op == Op::LastToken) {
+        const TokenSite& site = code.tokenMarks[static_cast<std::size_t>(at->d())];
+        line = site.line;
+        token = site.token;
+    } else {
+        const MachineStatement& statement = statementAt(code, at);
+        if (statement.lastToken < 0) return;
+        line = statement.line;
+        token = static_cast<std::size_t>(statement.lastToken);
+    }
+    interpreter_.lastToken = code.program->lines[line].tokens[token];
     interpreter_.lastTokenIndex = token;
 }
 

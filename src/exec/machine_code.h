@@ -134,6 +134,8 @@ enum class MachineOp : std::uint8_t {
     Index,              // a = b[c]
     IndexInt,           // a = b[the int c]
     IndexConst,         // a = b[constant c, a text]
+    IndexGlobal,        // a = the global of record b[c]
+    IndexGlobalConst,   // a = the global of record b[constant c, a text]
     SetIndex,           // a[b] = c
     SetIndexGlobal,     // the same with the global of record a
     UpdateIndex,        // a[b] op= c, m the operator's character

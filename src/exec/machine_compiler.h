@@ -201,6 +201,8 @@ private:
     void emitLiteral(int node, std::uint16_t target);
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
     void noteEnd(int index);
+    std::optional<std::uint16_t> globalInPlace(const FastExprNode& at, Tier outer);
+    void emitGlobalKey(int index, std::uint16_t record, std::uint16_t target);
     void noteToken(std::size_t token);
     bool endsWithCall(const FastExpression& expression, int index, std::size_t lastToken) const;
     void markToken(const ParsedScriptLine& line, std::size_t token);

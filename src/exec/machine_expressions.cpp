@@ -390,6 +390,8 @@ void MachineCompiler::emitIndex(int index, std::uint16_t target) {
                 static_cast<std::uint8_t>(
                     tierBits() | kSecondGoes |
                     (base.reg != target ? goes(base, kFirstGoes) : std::uint8_t{0})));
+    } else if (const auto record = globalInPlace(at, outer.tier)) {
+        emitGlobalKey(index, *record, target);
     } else {
         const Place base = emitOperand(at.left, keyNode.holdsCall);
         const bool hasOwnSite = outer.tier == Tier::Scalar && !isLeaf(keyNode.kind);
@@ -416,6 +418,49 @@ void MachineCompiler::emitIndex(int index, std::uint16_t target) {
     source_.tier = outer.tier;
     source_.scalarSite = outer.scalarSite;
     requireScalar(target);
+}
+
+/// The record of the global that `at` indexes, if it is known and the key is a leaf.
+std::optional<std::uint16_t> MachineCompiler::globalInPlace(const FastExprNode& at, Tier outer) {
+    const FastExprNode& key = node(at.right);
+    const bool isPlainKey = key.kind == NodeKind::Variable || key.kind == NodeKind::StringLiteral;
+    const bool isKeyOfIts = !key.holdsCall && outer != Tier::Scalar;
+    if (node(at.left).kind != NodeKind::Variable || (!isPlainKey && !isKeyOfIts)) {
+        return std::nullopt;
+    }
+    const ParsedScriptLine& line = *source_.line;
+    const TokenAnalysis& token = line.tokenAnalysis[node(at.left).tokenIndex];
+    if (token.name == nullptr) return std::nullopt;
+    const std::size_t records = out_.variables.size();
+    const Resolution found = resolve(line, node(at.left).tokenIndex);
+    if (!found.isRegister && out_.variables[found.record].global != nullptr &&
+        !out_.variables[found.record].hasPlace) {
+        return found.record;
+    }
+    out_.variables.resize(records);
+    return std::nullopt;
+}
+
+/// The element at the key of the node at `index` of a global.
+void MachineCompiler::emitGlobalKey(int index, std::uint16_t record, std::uint16_t target) {
+    const FastExprNode& at = node(index);
+    const FastExprNode& keyNode = node(at.right);
+    if (keyNode.kind == NodeKind::StringLiteral) {
+        noteEnd(index);
+        emitABC(Op::IndexGlobalConst, target, record,
+                textConstant(source_.expression->strings[keyNode.stringIndex]), tierBits());
+        return;
+    }
+    const Place key = emitAny(at.right);
+    std::uint8_t marks = tierBits();
+    if (key.isTemporary) marks |= kSecondGoes;
+    if (source_.tier != Tier::Tokens &&
+        (keyNode.kind == NodeKind::Variable || keyNode.kind == NodeKind::Index ||
+         keyNode.kind == NodeKind::BoolLiteral)) {
+        marks |= kIntTierKey;
+    }
+    noteEnd(index);
+    emitABC(Op::IndexGlobal, target, record, key.reg, marks);
 }
 
 void MachineCompiler::emitKey(int index, std::uint16_t base, bool baseGoes, std::uint16_t target) {

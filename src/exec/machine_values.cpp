@@ -50,19 +50,6 @@ bool tiersAgree(NodeKind kind, const FastScalarValue& left, const FastScalarValu
 
 // ---------------------------------------------------------------- variables
 
-/// Leaves the cache of a token that has met its global without a search as the search would.
-void Machine::touchGlobal(const TokenAnalysis& token) {
-    if (interpreter_.blockScopeVisible()) {
-        token.slotKind = SlotKind::None;
-    } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr) {
-        token.slotKind = SlotKind::Global;
-        token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
-    } else if (token.slotKind == SlotKind::None) {
-        token.slotKind = SlotKind::Global;
-        token.slotDepth = 0;
-    }
-}
-
 const Variable* Machine::read(VariableRecord& record) {
     if (const Variable* value = globalOf(record)) return value;
     const Variable* value = interpreter_.readVariable(*record.token);
@@ -260,6 +247,7 @@ void Machine::switchToTurns(const MachineCode& code, Pc& pc) {
 
 /// Evaluates an expression by the tiers. For a condition, `pc` is where it leads.
 bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite& site) {
+    showStore();
     const ParsedScriptLine& line = *site.line;
     if (site.isCondition) {
         const bool holds =
@@ -552,9 +540,9 @@ bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers)
 
 // ---------------------------------------------------------------- elements
 
-bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& key) {
+bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& base,
+                    const Variable& key) {
     const MachineInstruction& at = *pc;
-    const Variable& base = registers[at.b];
     const auto tier = static_cast<Tier>(at.m & kTierMask);
     Variable element;
     if (base.type == VarType::Array && key.type == VarType::Bool && (at.m & kIntTierKey) != 0) {
@@ -577,7 +565,8 @@ bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const 
         element = interpreter_.getIndexedValue(base, key);
     }
     if ((at.m & kFirstGoes) != 0) registers[at.b].setNil();
-    if (at.op == Op::Index && (at.m & kSecondGoes) != 0) registers[at.c].setNil();
+    const bool hasKeyRegister = at.op == Op::Index || at.op == Op::IndexGlobal;
+    if (hasKeyRegister && (at.m & kSecondGoes) != 0) registers[at.c].setNil();
     registers[at.a] = std::move(element);
     return true;
 }
