@@ -187,6 +187,7 @@ Variable Machine::run() {
         &&CallScalar,
         &&RequireScalar,
         &&Return,
+        &&ReturnLeaf,
         &&ReturnNil,
         &&ReturnMulti,
         &&NewArray,
@@ -227,6 +228,7 @@ Variable Machine::run() {
     Pc at = code->code.data();
     Variable* slot = nullptr;  // of a call under way
     std::size_t argumentCount = 0;
+    const MachineCode* leaf = nullptr;
     Variable result;
     // Where the code goes on if an instruction cannot. `at` itself must stay in a register of the
     // host, so nobody gets its address.
@@ -244,9 +246,12 @@ Variable Machine::run() {
     LoadConst:
         R[at->a].overwrite(code->constants[static_cast<std::size_t>(at->d())]);
         NEXT();
-    Move:
-        R[at->a].overwrite(R[at->b]);
+    Move : {
+        const Variable& value = R[at->b];
+        if (at->m != 0 && isSpoiled(value)) throwBadVariantAccess();
+        R[at->a].overwrite(value);
         NEXT();
+    }
     Take:
         R[at->a].overwriteByMove(R[at->b]);
         NEXT();
@@ -260,6 +265,7 @@ Variable Machine::run() {
     GetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (const Variable* value = globalOf(record)) {
+            if (at->m != 0 && isSpoiled(*value)) throwBadVariantAccess();
             R[at->a].overwrite(*value);
         } else {
             getVariable(*code, *at, R[at->a]);
@@ -715,8 +721,6 @@ Variable Machine::run() {
         NEXT();
     }
     SetIndex : {
-        lastStore_ = at;
-        lastStoreCode_ = code;
         Variable& base = R[at->a];
         const Variable& key = R[at->b];
         if (isArrayValue(base) && isIntValue(key)) {
@@ -734,8 +738,6 @@ Variable Machine::run() {
         NEXT();
     }
     SetIndexGlobal : {
-        lastStore_ = at;
-        lastStoreCode_ = code;
         Variable* const base = variableForStore(*code, at->a);
         const Variable& key = R[at->b];
         if (base == nullptr) {
@@ -757,15 +759,11 @@ Variable Machine::run() {
         NEXT();
     }
     UpdateIndex:
-        lastStore_ = at;
-        lastStoreCode_ = code;
         updateIndex(R[at->a], R[at->b], R[at->c], static_cast<char>(at->m));
         R[at->b].overwriteNil();
         R[at->c].overwriteNil();
         NEXT();
     UpdateIndexGlobal : {
-        lastStore_ = at;
-        lastStoreCode_ = code;
         Variable* const base = variableForStore(*code, at->a);
         if (base == nullptr) storeIntoNew(*code, at, at->a, {&R[at->b], 1}, R[at->c], false);
         updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
@@ -774,8 +772,6 @@ Variable Machine::run() {
         NEXT();
     }
     SetPath:
-        lastStore_ = at;
-        lastStoreCode_ = code;
         setPath(*code, at, R);
         NEXT();
 
@@ -860,6 +856,8 @@ Variable Machine::run() {
         decline(*code, moved, R);
             goto declined;
         }
+        leaf = leafCode(*slot);
+        if (leaf != nullptr && slot + 1 + leaf->registerCount <= segmentEnd_) goto enterLeaf;
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
             if (tryEnter(slot, argumentCount)) {
@@ -873,6 +871,43 @@ Variable Machine::run() {
     called:
         if (needsAttention()) goto attend;
         NEXT();
+
+    enterLeaf : {
+        activations_.back().pc = at;
+        if (activations_.size() == activations_.capacity()) growActivations();
+        Activation& entered = activations_.emplace_back();
+        R = slot + 1;
+        entered.code = leaf;
+        entered.base = R;
+        entered.slot = slot;
+        for (std::size_t i = argumentCount; i < leaf->parameterCount; ++i) R[i].overwriteNil();
+        for (std::size_t i = leaf->parameterCount; i < argumentCount; ++i) R[i].overwriteNil();
+        ++counts.calls;
+        declined_ = diverged_ = nullptr;
+        code = leaf;
+        at = code->code.data();
+        DISPATCH();
+    }
+    ReturnLeaf : {
+        slot = R - 1;
+        Variable value;
+        value.overwriteByMove(R[at->a]);
+        for (std::size_t i = 0; i < code->parameterCount; ++i) R[i].overwriteNil();
+        activations_.pop_back();
+        slot->overwriteByMove(value);
+        code = activations_.back().code;
+        R = activations_.back().base;
+        at = activations_.back().pc;
+        lastCallWasScalar_ = declined_ == nullptr && slot->isScalar();
+        declined_ = diverged_ = nullptr;
+        if (at->op == Op::CallScalar && !lastCallWasScalar_) {
+            slot->overwriteNil();
+            moved = at;
+            decline(*code, moved, R);
+            goto declined;
+        }
+        goto called;
+    }
 
     SpreadCall:
         activations_.back().pc = at;
@@ -903,6 +938,17 @@ Variable Machine::run() {
     CallScalar : {
         activations_.back().pc = at;
         const ScalarCallSite& site = code->scalarCalls[at->c];
+        if (!site.takesScalars) {
+            slot = &R[at->a];
+            if (const Variable* callee = calleeOf(*code, R, site)) {
+                leaf = leafCode(*callee);
+                if (leaf != nullptr && slot + 1 + leaf->registerCount <= segmentEnd_) {
+                    slot->overwrite(*callee);
+                    argumentCount = at->b;
+                    goto enterLeaf;
+                }
+            }
+        }
         if (!callScalar(*code, R, site, &R[at->a], at->b)) {
             if (interpreter_.softErrorUnwinding()) goto attend;
             moved = at;
@@ -939,11 +985,11 @@ Variable Machine::run() {
                 const Shared<ScriptCallable>& callable = slot->asFunction();
                 if (interpreter_.retiredCallable != callable) {
                     // It holds the code that the last token has been read in.
-                    showStore();
+                    showToken();
                     interpreter_.retiredCallable = callable;
                 }
             } else {
-                showStore();
+                showToken();
             }
             // The value may be that of a variable, which goes with the scope, and the names of the
             // scope may go with the callee.
@@ -954,7 +1000,7 @@ Variable Machine::run() {
             --interpreter_.callDepth;
             slot->overwriteByMove(value);
         } else {
-            showStore();
+            showToken();
             result = std::move(R[at->a]);
             slot = activations_.back().slot;
             popActivation();
@@ -967,12 +1013,12 @@ Variable Machine::run() {
     }
     ReturnNil:
         if (code->forTurns && at->m == 0) giveTurns(at->c);
-        if (lastStore_ != nullptr) showLastStore();
+        if (lastToken_ != nullptr) showLastToken();
         slot = &R[code->chunkValue];
         if (at->m != kReturnsChunkValue) slot->setNil();
         goto leaveWithSlot;
     leaveSlowly:
-        showStore();
+        showToken();
         slot = &R[at->a];
     leaveWithSlot : {
         if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
@@ -1031,7 +1077,7 @@ Variable Machine::run() {
             }
             giveTurns(statement.depth + std::size_t{1});
         }
-        showStore();
+        showToken();
         if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
             interpreter_.rethrowPendingCoroutineException();
         }
@@ -1197,8 +1243,8 @@ Variable Machine::run() {
         NEXT();
     }
     LastToken:
-        lastStore_ = at;
-        lastStoreCode_ = code;
+        lastToken_ = at;
+        lastTokenCode_ = code;
         NEXT();
     ChunkValue:
         R[code->chunkValue] = std::move(R[at->a]);
@@ -1209,16 +1255,16 @@ Variable Machine::run() {
         NEXT();
 
     BeginStatement:
-        showStore();
+        showToken();
         interpreter_.rethrowPendingCoroutineException();
         if (interpreter_.softErrorUnwinding()) goto unwind;
         NEXT();
     EndStatement:
-        showStore();
+        showToken();
         interpreter_.runTurnHook();
         NEXT();
     EndInline:
-        showStore();
+        showToken();
         if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
             !interpreter_.pendingCoroutineException) {
             interpreter_.serviceScheduledCoroutineTurn();
@@ -1226,12 +1272,19 @@ Variable Machine::run() {
         interpreter_.rethrowPendingCoroutineException();
         NEXT();
     GiveTurns:
-        showStore();
+        showToken();
         giveTurns(static_cast<std::size_t>(at->d()));
         NEXT();
     } catch (const std::exception& error) {
         // A callee that could not be entered is no place.
         while (activations_.back().base != R) abandonActivation();
+        if (code->isLeaf) {
+            // It has no position of its own.
+            abandonActivation();
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = activations_.back().pc;
+        }
         // Located by the statement that failed, once; then out of all functions of this loop.
         std::string token;
         std::string report;
@@ -1241,11 +1294,11 @@ Variable Machine::run() {
             if (!interpreter_.lastToken.empty()) token = interpreter_.lastToken;
         }
         if (activations_.size() - 1 == entry && interpreter_.tryRecordFault(error, token)) {
-            showStore();
+            showToken();
             return {};
         }
         if (!isLocated) report = interpreter_.locatedReport(error.what(), token);
-        showStore();
+        showToken();
         if (isLocated) throw;
         throw std::runtime_error(report);
     }

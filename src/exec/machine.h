@@ -145,11 +145,14 @@ private:
     void popFrames(const Activation& running);
     void abandonActivation();
     const Variable* calleeOf(const MachineCode& code, const Variable* registers,
-                             const ScalarCallSite& site, Variable& scratch);
+                             const ScalarCallSite& site);
     bool mayCallScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                        Pc& pc);
     bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                     Variable* slot, std::size_t count);
+    const MachineCode* leafCode(const Variable& callee);
+    const MachineCode* renewLeaf(const ScriptCallable& callable);
+    class LeafGuard;
     static bool runsCalls(const ScriptCallable& callable);
     void evaluateWhole(const MachineCode& code, Pc& pc);
     void switchToTurns(const MachineCode& code, Pc& pc);
@@ -161,10 +164,12 @@ private:
     void meetGlobal(const MachineCode& code, MachineInstruction& instruction,
                     VariableRecord& record, Op op);
     /// Leaves the cache of a token that has met its global without a search as the search would.
-    [[gnu::always_inline]] void touchGlobal(const TokenAnalysis& token) {
+    [[gnu::always_inline]] void touchGlobal(const VariableRecord& record) {
+        const TokenAnalysis& token = *record.token;
         if (interpreter_.blockScopeVisible()) {
             token.slotKind = SlotKind::None;
-        } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr) {
+        } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr ||
+                   record.isInLeaf) {
             token.slotKind = SlotKind::Global;
             token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
         } else if (token.slotKind == SlotKind::None) {
@@ -180,7 +185,7 @@ private:
         // A cache that leads into a scope is asked first: it may hit by an address.
         const SlotKind kind = record.token->slotKind;
         if (kind != SlotKind::Global && kind != SlotKind::None) return nullptr;
-        touchGlobal(*record.token);
+        touchGlobal(record);
         return record.global;
     }
     Variable* variableForStore(const MachineCode& code, std::uint16_t index);
@@ -229,10 +234,10 @@ private:
     // Positions.
     [[nodiscard]] const MachineStatement& statementAt(const MachineCode& code, Pc pc) const;
     void showLine(const MachineCode& code, const MachineStatement& statement);
-    void showStore() {
-        if (lastStore_ != nullptr) showLastStore();
+    void showToken() {
+        if (lastToken_ != nullptr) showLastToken();
     }
-    void showLastStore();
+    void showLastToken();
     void showFailure(const Activation& at, Pc pc, std::string& token);
     void showPosition(const MachineCode& code, Pc pc);
     enum class StatementEnd : std::uint8_t { GoesOn, Unwinds, Leaves };
@@ -252,8 +257,8 @@ private:
     std::vector<std::unique_ptr<Walk>> walks_;
     std::vector<std::unique_ptr<Walk>> spareWalks_;
     // Where a last token has been read that nobody has seen yet.
-    Pc lastStore_ = nullptr;
-    const MachineCode* lastStoreCode_ = nullptr;
+    Pc lastToken_ = nullptr;
+    const MachineCode* lastTokenCode_ = nullptr;
     // Where an instruction for either tier has last done what the general tier does differently,
     // and where one has last declined.
     Pc diverged_ = nullptr;

@@ -165,6 +165,10 @@ void Machine::popFrames(const Activation& running) {
 /// The end of the innermost activation: its scopes go, and all else that it has pushed.
 void Machine::popActivation() {
     const Activation running = activations_.back();
+    if (running.code->isLeaf) {
+        activations_.pop_back();
+        return;
+    }
     if (interpreter_.blockScopes.size() > running.blocks) {
         interpreter_.blockScopes.popTo(running.blocks);
     }
@@ -193,10 +197,10 @@ void Machine::popActivation() {
 /// The same where it has been left in the middle: operands may wait in its registers.
 void Machine::abandonActivation() {
     const Activation running = activations_.back();
-    if (interpreter_.blockScopes.size() > running.blocks) {
+    if (!running.code->isLeaf && interpreter_.blockScopes.size() > running.blocks) {
         interpreter_.blockScopes.popTo(running.blocks);
     }
-    popFrames(running);
+    if (!running.code->isLeaf) popFrames(running);
     for (std::size_t i = 0; i < running.code->registerCount; ++i) running.base[i].setNil();
     popActivation();
 }
@@ -207,7 +211,7 @@ void Machine::clearArguments(Variable* slot, std::size_t count) {
 
 /// A callee that does not run in this loop.
 void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
-    showStore();
+    showToken();
     const Arguments args(slot + 1, count);
     Variable result;
     const ScriptCallable* callable =
@@ -261,7 +265,7 @@ bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable
 
 /// `a, b = f(x)`: what the call gives, a multi-value or its only value.
 Variable Machine::spreadCall(Variable* slot, std::size_t count) {
-    showStore();
+    showToken();
     const Arguments args(slot + 1, count);
     const Variable callee = *slot;
     const ScriptCallable* callable =
@@ -293,7 +297,7 @@ bool Machine::isScalarCallee(const Variable* callee) const {
 
 /// The callee of a call of the scalar tier, found without running anything; null for none.
 const Variable* Machine::calleeOf(const MachineCode& code, const Variable* registers,
-                                  const ScalarCallSite& site, Variable&) {
+                                  const ScalarCallSite& site) {
     if (site.isMember) {
         const MemberSite& member = code.members[site.callee];
         const Variable* base = member.baseIsRegister
@@ -321,7 +325,7 @@ bool Machine::runsCalls(const ScriptCallable& callable) {
 
 /// Does what the scalar form around `pc` is about, and its general form, by the executor.
 void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
-    showStore();
+    showToken();
     const ExpressionSite* site = siteAt(code, pc, true);
     ++counts.byTiers;
     if (site->isStatement) {
@@ -346,8 +350,7 @@ void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
 
 bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
                             const ScalarCallSite& site, Pc& pc) {
-    Variable scratch;
-    const Variable* callee = calleeOf(code, registers, site, scratch);
+    const Variable* callee = calleeOf(code, registers, site);
     if (!isScalarCallee(callee)) {
         decline(code, pc, registers);
         return false;
@@ -373,9 +376,8 @@ bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
 
 bool Machine::callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                          Variable* slot, std::size_t count) {
-    showStore();
-    Variable scratch;
-    const Variable* found = calleeOf(code, registers, site, scratch);
+    showToken();
+    const Variable* found = calleeOf(code, registers, site);
     const Variable callee = found != nullptr ? *found : Variable();
     bool isDone = false;
     FastScalarValue scalar{};
@@ -472,7 +474,7 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
 /// Runs a statement by the executor. What follows it: the next one, or the end of the function.
 Machine::StatementEnd Machine::runStatement(const MachineCode& code,
                                             const MachineStatement& statement) {
-    showStore();
+    showToken();
     const Activation running = activations_.back();
     const std::shared_ptr<BytecodeProgram>& program =
         running.owner != nullptr ? *running.owner : running.slot->asFunction()->program;
@@ -506,29 +508,18 @@ void Machine::showLine(const MachineCode& code, const MachineStatement& statemen
     interpreter_.selectLine(lineOf(statement.line));
 }
 
-void Machine::showLastStore() {
-    const MachineCode& code = *lastStoreCode_;
-    const Pc at = std::exchange(lastStore_, nullptr);
-    std::size_t line = 0;
-    std::size_t token = 0;
-    if (at->op == Op::LastToken) {
-        const TokenSite& site = code.tokenMarks[static_cast<std::size_t>(at->d())];
-        line = site.line;
-        token = site.token;
-    } else {
-        const MachineStatement& statement = statementAt(code, at);
-        if (statement.lastToken < 0) return;
-        line = statement.line;
-        token = static_cast<std::size_t>(statement.lastToken);
-    }
-    interpreter_.lastToken = code.program->lines[line].tokens[token];
-    interpreter_.lastTokenIndex = token;
+void Machine::showLastToken() {
+    const MachineCode& code = *lastTokenCode_;
+    const Pc at = std::exchange(lastToken_, nullptr);
+    const TokenSite& site = code.tokenMarks[static_cast<std::size_t>(at->d())];
+    interpreter_.lastToken = code.program->lines[site.line].tokens[site.token];
+    interpreter_.lastTokenIndex = site.token;
 }
 
 /// Makes the position what it is at `pc`: the line, and the last token if the tokens' rules are
 /// followed.
 void Machine::showPosition(const MachineCode& code, Pc pc) {
-    showStore();
+    showToken();
     if (code.statements.empty()) return;
     const MachineStatement& statement = statementAt(code, pc);
     const bool isKept = pc->op == Op::ForNext && (pc->m & kLinesAreKept) != 0;

@@ -17,7 +17,10 @@
 //   4. Positions cost nothing until somebody asks: the statement of an instruction is found by its
 //      address. A statement that runs script code makes its line the current one first.
 //   5. A register that holds no variable and no waiting operand holds no counted value.
-//   6. Whatever is not compiled is one instruction that the executor runs, a whole statement or a
+//   6. A function of one line without calls runs without a scope: its parameters are registers, and
+//   what
+//      its tokens have not met yet is looked up as in a fast body.
+//   7. Whatever is not compiled is one instruction that the executor runs, a whole statement or a
 //   whole
 //      expression at a time.
 #pragma once
@@ -150,6 +153,7 @@ enum class MachineOp : std::uint8_t {
     CallScalar,         // the same call in a, with b arguments, of site c
     RequireScalar,      // to, unless a is a scalar
     Return,             // a; m: it is no variable
+    ReturnLeaf,  // a, from a function of one line
     ReturnNil,
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
@@ -211,6 +215,10 @@ inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.
 inline constexpr std::uint8_t kDirectCall = 64;
 
+/// Mark of a move: the variable is read by the rules of the scalar tier, which raises for one that a
+/// compound assignment has spoiled.
+inline constexpr std::uint8_t kCheckedVariable = 32;
+
 /// Mark of ForNext: the body is a recursive run, so that what fails in counting is of the `for`.
 inline constexpr std::uint8_t kCountsOutside = 1;
 /// Mark of ForNext: every statement of the body has made its line the current one.
@@ -247,6 +255,7 @@ struct VariableRecord {
     Variable* global = nullptr;  // once the token has met it
     // Its certain place, if it has one that the token has not met yet.
     bool hasPlace = false;
+    bool isInLeaf = false;         // of the body of a function of one line
     std::uint16_t place = 0;       // register
     std::uint16_t frameDepth = 0;  // frame scopes between it and the top
     std::uint16_t entry = 0;       // in its scope
@@ -268,7 +277,6 @@ struct MachineStatement {
     bool runsCode = false;          // it may run script code, so it begins with Line
     bool isRecursive = false;       // in a recursive run, not in an inline one
     std::uint16_t depth = 0;        // statements of recursive runs that end with it, if it leaves
-    std::int32_t lastToken = -1;    // of the value of an element assignment
 };
 
 /// The code of an expression without calls, or the scalar form of one with calls: where it goes on
@@ -382,6 +390,7 @@ struct MachineCode {
     std::uint16_t chunkValue = 0;  // register of the chunk's value
     bool isStale = false;          // tokens have met their places since
     bool forTurns = false;
+    bool isLeaf = false;  // the body of a function of one line
     MachineFunction* function = nullptr;
     const BytecodeProgram* program = nullptr;
     std::uint16_t parameterCount = 0;

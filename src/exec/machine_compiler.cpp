@@ -86,6 +86,14 @@ MachineCompiler::Resolution MachineCompiler::resolve(const ParsedScriptLine& lin
                                                      std::size_t token) {
     const TokenAnalysis& analysis = line.tokenAnalysis[token];
     const Name name = analysis.name;
+    if (isLeaf_) {
+        const bool isParameter = analysis.slotKind == SlotKind::Parameter &&
+                                 analysis.slotIndex < unit_.parameters.size();
+        if (isParameter) return {true, static_cast<std::uint16_t>(analysis.slotIndex), 0};
+        const std::uint16_t record = recordFor(line, token);
+        out_.variables[record].isInLeaf = true;
+        return {false, 0, record};
+    }
     for (auto chunk = chunks_.rbegin(); chunk != chunks_.rend(); ++chunk) {
         if (!chunk->ownsBlock || !contains(chunk->declared, name)) continue;
         const ScopeWindow& window = out_.windows[chunk->window];
@@ -663,12 +671,13 @@ bool MachineCompiler::emitPlainLine(BytecodeOp opcode, const ParsedScriptLine& l
 void MachineCompiler::emitStore(const ParsedScriptLine& line, std::size_t token, Place value) {
     const Resolution found = resolve(line, token);
     if (found.isRegister) {
-        emitABC(value.isTemporary ? Op::Take : Op::Move, found.reg, value.reg, 0);
+        emitABC(value.isTemporary ? Op::Take : Op::Move, found.reg, value.reg, 0,
+                value.isTemporary ? std::uint8_t{0} : kCheckedVariable);
         return;
     }
     if (!value.isTemporary) {
         const std::uint16_t copy = allocate();
-        emitABC(Op::Move, copy, value.reg, 0);
+        emitABC(Op::Move, copy, value.reg, 0, kCheckedVariable);
         value = {copy, true};
     }
     const VariableRecord& record = out_.variables[found.record];
@@ -679,7 +688,8 @@ void MachineCompiler::emitStore(const ParsedScriptLine& line, std::size_t token,
 void MachineCompiler::storeDeclared(const ParsedScriptLine& line, std::size_t token, Place value) {
     const auto fresh = freshPlace(line, token);
     const std::uint16_t reg = fresh ? *fresh : *declaredPlace(line, token);
-    emitABC(value.isTemporary ? Op::Take : Op::Move, reg, value.reg, 0);
+    emitABC(value.isTemporary ? Op::Take : Op::Move, reg, value.reg, 0,
+            value.isTemporary ? std::uint8_t{0} : kCheckedVariable);
     if (fresh) emitDeclared(line, token);
 }
 
@@ -864,10 +874,7 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
     if (!emitTokenValue(line, assignment.valueRanges[0], value, false)) return false;
     const bool readsNothingLast = endsWithCall_;
     const Resolution base = resolve(line, target.nameToken);
-    if (!readsNothingLast) {
-        out_.statements.back().lastToken =
-            static_cast<std::int32_t>(assignment.valueRanges[0].last - 1);
-    }
+    if (!readsNothingLast) markToken(line, assignment.valueRanges[0].last - 1);
     const std::size_t baseNumber = base.isRegister ? base.reg : base.record;
     constexpr auto kBothGo = static_cast<std::uint8_t>(kFirstGoes | kSecondGoes);
     if (keys == 1 && assignment.isPlain) {
@@ -1396,6 +1403,26 @@ void MachineCompiler::emitGenericFor(const BytecodeForLoop& loop, std::uint32_t 
 
 // ---------------------------------------------------------------- units
 
+bool MachineCompiler::compileLeaf(const ParsedScriptLine& line, MachineDraft& draft) {
+    isLeaf_ = true;
+    allocate(unit_.parameters.size());
+    const std::uint16_t result = allocate();
+    emitValue(line, line.returnValues[0], result);
+    emit(Op::ReturnLeaf, result);
+    out_.isLeaf = true;
+    return finish(draft);
+}
+
+bool MachineCompiler::finish(MachineDraft& draft) {
+    if (!ok_) return false;
+    out_.registerCount = registerCount_ + 1;
+    draft.tables = std::move(out_);
+    draft.code = std::move(code_);
+    draft.labels = std::move(labels_);
+    draft.jumps = std::move(jumps_);
+    return true;
+}
+
 bool MachineCompiler::compile(MachineDraft& draft) {
     const BytecodeChunkRange& range = program_.chunks[unit_.chunk];
     if (!rangeIsInside(range, program_)) return false;
@@ -1416,11 +1443,5 @@ bool MachineCompiler::compile(MachineDraft& draft) {
     if (tracksValue_) emit(Op::ClearChunkValue);
     emitChunk(unit_.chunk, true);
     emitD(Op::ReturnNil, 0, 0, tracksValue_ ? kReturnsChunkValue : kReturnsNothing);
-    if (!ok_) return false;
-    out_.registerCount = registerCount_ + 1;
-    draft.tables = std::move(out_);
-    draft.code = std::move(code_);
-    draft.labels = std::move(labels_);
-    draft.jumps = std::move(jumps_);
-    return true;
+    return finish(draft);
 }

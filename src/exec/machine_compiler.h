@@ -29,6 +29,8 @@ public:
 
     /// False if the chunk cannot be compiled.
     [[nodiscard]] bool compile(MachineDraft& draft);
+    /// The same for the value of `line`, the body of a function of one line, without calls.
+    [[nodiscard]] bool compileLeaf(const ParsedScriptLine& line, MachineDraft& draft);
 
 private:
     using Op = MachineOp;
@@ -200,6 +202,7 @@ private:
     void emitArguments(const FastExprNode& call, std::uint16_t first);
     void emitLiteral(int node, std::uint16_t target);
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
+    bool finish(MachineDraft& draft);
     void noteEnd(int index);
     std::optional<std::uint16_t> globalInPlace(const FastExprNode& at, Tier outer);
     void emitGlobalKey(int index, std::uint16_t record, std::uint16_t target);
@@ -255,5 +258,6 @@ private:
     bool valueIsNil_ = true;     // the chunk's value is certainly nil
     bool tracksValue_ = false;   // somebody may see the chunk's value
     bool keepsLines_ = false;    // every statement makes its line the current one
+    bool isLeaf_ = false;        // a function of one line
     bool isTail_ = false;        // the statement may be the last one that runs
 };

@@ -266,14 +266,15 @@ void MachineCompiler::requireScalar(std::uint16_t reg) {
 
 void MachineCompiler::emitVariable(int index, std::uint16_t target) {
     const Resolution found = resolve(*source_.line, node(index).tokenIndex);
+    const std::uint8_t marks = source_.tier == Tier::Either ? kCheckedVariable : std::uint8_t{0};
     if (found.isRegister) {
-        if (found.reg != target) emitABC(Op::Move, target, found.reg, 0);
+        if (found.reg != target) emitABC(Op::Move, target, found.reg, 0, marks);
     } else {
         const VariableRecord& record = out_.variables[found.record];
         emitD(record.hasPlace            ? Op::GetPlace
               : record.global != nullptr ? Op::GetGlobal
                                          : Op::GetVariable,
-              target, found.record);
+              target, found.record, marks);
     }
     requireScalar(target);
 }

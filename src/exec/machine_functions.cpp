@@ -90,6 +90,62 @@ bool Machine::compile(MachineFunction& function, bool amongBlocks) {
     return true;
 }
 
+/// The code of a function of one line without calls; null if the callee is none.
+const MachineCode* Machine::leafCode(const Variable& callee) {
+    if (callee.tag() != Variable::kFunctionTag || interpreter_.softErrorPending) return nullptr;
+    const ScriptCallable* callable = callee.rawFunction();
+    if (callable == nullptr || callable->isLeafRefused ||
+        callable->fastBodyKind != FastBodyKind::SingleReturn) {
+        return nullptr;
+    }
+    const MachineCode* code = callable->leaf != nullptr ? callable->leaf->ready[0] : nullptr;
+    return code != nullptr && !code->isStale ? code : renewLeaf(*callable);
+}
+
+const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
+    callable.isLeafRefused = true;
+    if (callable.isNative || callable.isDecay || callable.isVariadic ||
+        callable.program == nullptr || callable.bodyLines == nullptr ||
+        callable.fastReturnLine >= callable.bodyLines->size() || !interpreter_.runsCompiledForm) {
+        return nullptr;
+    }
+    const ParsedScriptLine& line = (*callable.bodyLines)[callable.fastReturnLine];
+    if (line.returnValues.size() != 1 || !line.returnValues[0].valid ||
+        line.returnValues[0].rootNode().holdsCall) {
+        return nullptr;
+    }
+    if (callable.leaf == nullptr) {
+        callable.leaf = std::make_shared<MachineFunction>();
+        callable.leaf->program = callable.program.get();
+        callable.leaf->parameters = callable.parameters;
+    }
+    MachineFunction& function = *callable.leaf;
+    MachineFunction::Form& form = function.forms[0];
+    if (form.renewals++ < kMostRenewals) {
+        MachineCompiler::Unit unit;
+        unit.parameters = function.parameters;
+        auto version = std::make_unique<MachineFunction::Version>();
+        version->draft = std::make_unique<MachineDraft>();
+        if (!MachineCompiler(interpreter_, *function.program, unit)
+                 .compileLeaf(line, *version->draft)) {
+            return nullptr;
+        }
+        MachineCode& tables = version->draft->tables;
+        tables.function = &function;
+        tables.program = function.program;
+        tables.parameterCount = static_cast<std::uint16_t>(function.parameters.size());
+        version->plain = std::make_unique<MachineCode>(finishMachineCode(*version->draft, false));
+        if (!version->plain->isUsable()) return nullptr;
+        version->plain->version = version.get();
+        form.versions.push_back(std::move(version));
+        ++(form.versions.size() == 1 ? counts.compiled : counts.recompiled);
+    }
+    form.versions.back()->plain->isStale = false;
+    function.ready[0] = form.versions.back()->plain.get();
+    callable.isLeafRefused = false;
+    return function.ready[0];
+}
+
 /// The same code with turns of a coroutine.
 const MachineCode* Machine::turnsOf(const MachineCode& plain) {
     auto& version = *static_cast<MachineFunction::Version*>(plain.version);

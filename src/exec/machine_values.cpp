@@ -48,10 +48,43 @@ bool tiersAgree(NodeKind kind, const FastScalarValue& left, const FastScalarValu
 
 }  // namespace
 
+/// The innermost activation as a fast body, for whoever looks its parameters up by name.
+class Machine::LeafGuard {
+public:
+    LeafGuard(Machine& machine, bool isLeaf)
+        : interpreter_(machine.interpreter_),
+          isLeaf_(isLeaf),
+          callable_(interpreter_.fastCallable),
+          args_(interpreter_.fastArgs),
+          frameBase_(interpreter_.fastFrameBase) {
+        if (!isLeaf) return;
+        const Activation& running = machine.activations_.back();
+        interpreter_.fastCallable = running.slot->asFunction().get();
+        interpreter_.fastArgs = Arguments(running.base, running.code->parameterCount);
+        interpreter_.fastFrameBase = interpreter_.frameScopes.size();
+    }
+    ~LeafGuard() {
+        if (!isLeaf_) return;
+        interpreter_.fastCallable = callable_;
+        interpreter_.fastArgs = args_;
+        interpreter_.fastFrameBase = frameBase_;
+    }
+    LeafGuard(const LeafGuard&) = delete;
+    LeafGuard& operator=(const LeafGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+    bool isLeaf_;
+    const ScriptCallable* callable_;
+    Arguments args_;
+    std::size_t frameBase_;
+};
+
 // ---------------------------------------------------------------- variables
 
 const Variable* Machine::read(VariableRecord& record) {
     if (const Variable* value = globalOf(record)) return value;
+    const LeafGuard leaf(*this, record.isInLeaf);
     const Variable* value = interpreter_.readVariable(*record.token);
     if (record.global == nullptr && value != nullptr && !record.hasPlace &&
         record.token->globalSlotFound && record.token->globalSlot == record.name->globalSlot &&
@@ -74,11 +107,17 @@ void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instructio
 
 void Machine::getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target) {
     auto& record = const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
+    const LeafGuard leaf(*this, record.isInLeaf);
     const Variable* value = interpreter_.readVariable(*record.token);
     if (value != nullptr) {
+        if (at.m != 0 && isSpoiled(*value)) throwBadVariantAccess();
         target = *value;
     } else {
         target.setNil();
+    }
+    if (record.isInLeaf && record.token->slotKind == SlotKind::Parameter) {
+        const_cast<MachineCode&>(code).isStale = true;
+        return;
     }
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::GetGlobal);
 }
@@ -87,6 +126,7 @@ void Machine::getPlace(const MachineCode& code, const MachineInstruction& at, Va
     const VariableRecord& record = code.variables[static_cast<std::size_t>(at.d())];
     const Variable* value = interpreter_.readVariable(*record.token);
     if (value != nullptr) {
+        if (at.m != 0 && isSpoiled(*value)) throwBadVariantAccess();
         target = *value;
     } else {
         target.setNil();
@@ -237,7 +277,7 @@ void Machine::decline(const MachineCode& code, Pc& pc, Variable* registers) {
 
 /// What has run may have scheduled a coroutine: the code goes on in the other form.
 void Machine::switchToTurns(const MachineCode& code, Pc& pc) {
-    if (code.forTurns || !givesTurns()) return;
+    if (code.forTurns || code.isLeaf || !givesTurns()) return;
     const MachineCode& turns = *turnsOf(code);
     const auto at = static_cast<std::size_t>(pc - code.code.data());
     // Behind what stands in front of it, so that nothing that only turns need is left out.
@@ -247,7 +287,8 @@ void Machine::switchToTurns(const MachineCode& code, Pc& pc) {
 
 /// Evaluates an expression by the tiers. For a condition, `pc` is where it leads.
 bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite& site) {
-    showStore();
+    showToken();
+    const LeafGuard leaf(*this, code.isLeaf);
     const ParsedScriptLine& line = *site.line;
     if (site.isCondition) {
         const bool holds =
@@ -413,7 +454,7 @@ bool Machine::truth(const MachineCode& code, Pc& pc, const Variable& value, bool
         holds = isTruthy(value);
         return true;
     }
-    const FastScalarValue scalar = soundScalar(value);
+    const FastScalarValue scalar = scalarFromVariable(value);
     if (!scalar.isSet()) {
         if (tier == Tier::Scalar) {
             decline(code, pc, activations_.back().base);
@@ -505,7 +546,7 @@ bool Machine::append(const MachineCode& code, Pc& pc, Variable* registers) {
 
 bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers) {
     if (pc->m == 1) {  // the read of the variable, by a token of its own
-        touchGlobal(*code.variables[static_cast<std::size_t>(pc->d())].token);
+        touchGlobal(code.variables[static_cast<std::size_t>(pc->d())]);
         return true;
     }
     const Pc before = pc;

@@ -28,3 +28,12 @@
 [[gnu::always_inline]] inline bool areFloats(const Variable& a, const Variable& b) {
     return isFloatValue(a) && isFloatValue(b);
 }
+/// A number whose content is of another kind: a compound assignment has failed half-way.
+[[gnu::always_inline]] inline bool isSpoiled(const Variable& value) {
+    switch (value.type) {
+        case VarType::Int: return value.alternative() != Alternative::Int;
+        case VarType::Float: return value.alternative() != Alternative::Float;
+        case VarType::Bool: return value.alternative() != Alternative::Bool;
+        default: return false;
+    }
+}

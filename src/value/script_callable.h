@@ -52,6 +52,9 @@ struct ScriptCallable {
     mutable MachineFunction* machineFunction = nullptr;
     mutable MachineFunction* directFunction = nullptr;  // the same if it `runsInFrame`
     mutable bool isMachineRefused = false;
+    // The compiled form of a body of one line without calls, which runs without a scope.
+    mutable std::shared_ptr<MachineFunction> leaf;
+    mutable bool isLeafRefused = false;
 
     /// A call pushes a frame with the parameters and nothing else.
     [[nodiscard]] bool runsInFrame() const {

@@ -138,6 +138,11 @@ struct Variable : ValueStorage {
     [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replace(wordsOf(number)); }
     [[gnu::always_inline]] void overwriteBool(bool truth) noexcept { replace(wordsOf(truth)); }
 
+    /// Nil, Int, Float or Bool with a content that agrees.
+    [[nodiscard]] bool isScalar() const noexcept {
+        const std::uint16_t kind = tag();
+        return kind == kIntTag || kind == kFloatTag || kind == kBoolTag || kind == kNilTag;
+    }
     [[nodiscard]] bool isNil() const { return type == VarType::Nil; }
     /// Int, Float or Bool: the kinds that take part in arithmetic.
     [[nodiscard]] bool isNumeric() const {
