@@ -168,7 +168,7 @@ public:
         if (count_ == made_) grow();
         return scopes_[count_++];
     }
-    void pop() { scopes_[--count_].clear(); }
+    [[gnu::always_inline]] void pop() { scopes_[--count_].clear(); }
     void popTo(std::size_t count) {
         while (count_ > count) pop();
     }

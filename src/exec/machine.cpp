@@ -976,8 +976,7 @@ Variable Machine::run() {
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
         lastCallWasScalar_ = false;
         if (const Activation& running = activations_.back();
-            running.isPlain() && interpreter_.frameScopes.size() == running.frames + 1 &&
-            interpreter_.blockScopes.size() == running.blocks && walks_.size() == running.walks) {
+            running.isPlain() && walks_.size() == running.walks) {
             slot = running.slot;
             if (interpreter_.currentLine != running.lineAtEntry &&
                 interpreter_.currentLine != interpreter_.retiredLine) {
@@ -995,7 +994,12 @@ Variable Machine::run() {
             // scope may go with the callee.
             Variable value;
             value.overwriteByMove(R[at->a]);
-            interpreter_.frameScopes.pop();
+            while (interpreter_.blockScopes.size() > running.blocks) {
+                interpreter_.blockScopes.pop();
+            }
+            while (interpreter_.frameScopes.size() > running.frames) {
+                interpreter_.frameScopes.pop();
+            }
             activations_.pop_back();
             --interpreter_.callDepth;
             slot->overwriteByMove(value);

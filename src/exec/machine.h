@@ -12,6 +12,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "exec/bytecode_program.h"
@@ -34,6 +35,10 @@ public:
     /// Runs chunk 0 of a program. False, with nothing done, if there is no compiled form of it.
     [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                               BlockSignal& signal);
+
+    /// The text of a constant of compiled code: the same for equal constants, as far as they are
+    /// short.
+    [[nodiscard]] Text constantText(const std::string& text);
 
     /// What has been compiled and run, for tests that demand it.
     struct Counts {
@@ -251,6 +256,7 @@ private:
 
     DovrelScript& interpreter_;
     std::vector<Activation> activations_;
+    std::unordered_map<std::string, Text> constantTexts_;
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;
     Variable* segmentEnd_ = nullptr;

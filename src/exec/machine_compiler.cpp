@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "exec/machine.h"
 #include "exec/for_header.h"
 #include "exec/inline_chunks.h"
 #include "exec/machine_finish.h"
@@ -47,7 +48,7 @@ std::uint32_t MachineCompiler::constant(Variable value) {
 std::uint32_t MachineCompiler::textConstant(const std::string& text) {
     const auto [found, isNew] =
         textConstants_.try_emplace(text, static_cast<std::uint32_t>(out_.constants.size()));
-    if (isNew) out_.constants.emplace_back(text);
+    if (isNew) out_.constants.emplace_back(interpreter_.machine->constantText(text));
     return found->second;
 }
 

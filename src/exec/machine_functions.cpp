@@ -11,6 +11,9 @@ namespace {
 
 /// How often a function is compiled anew at most.
 constexpr std::uint8_t kMostRenewals = 6;
+/// Programs may load texts without end: what is kept for good is bounded.
+constexpr std::size_t kMostConstantTexts = 8192;
+constexpr std::size_t kLongestConstantText = 64;
 
 }  // namespace
 
@@ -25,6 +28,17 @@ MachineFunctions& MachineFunctions::operator=(const MachineFunctions&) {
 }
 MachineFunctions& MachineFunctions::operator=(MachineFunctions&&) noexcept = default;
 MachineFunctions::~MachineFunctions() = default;
+
+Text Machine::constantText(const std::string& text) {
+    const auto known = constantTexts_.find(text);
+    if (known != constantTexts_.end()) return known->second;
+    Text made = makeText(text);
+    if (text.size() <= kLongestConstantText && constantTexts_.size() < kMostConstantTexts) {
+        constantTexts_.emplace(text, made);
+        made->isConstant = true;
+    }
+    return made;
+}
 
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
     if (callable.machineFunction != nullptr) return callable.machineFunction;

@@ -665,7 +665,8 @@ void Machine::newArray(Variable* values, std::size_t count, Variable& target) {
 
 void Machine::newTable(const TableSite& site, const MachineCode& code, Variable* registers,
                        Variable& target) {
-    TableStorage keyed;
+    Variable made = Variable::makeTable();
+    TableStorage& keyed = made.rawTable();
     ArrayStorage positional;
     bool hasKeys = false;
     for (const TableSite::Entry& entry : site.entries) {
@@ -691,7 +692,7 @@ void Machine::newTable(const TableSite& site, const MachineCode& code, Variable*
         }
         value.setNil();
     }
-    target = hasKeys || site.entries.empty() ? Variable::makeTable(std::move(keyed))
+    target = hasKeys || site.entries.empty() ? std::move(made)
                                              : Variable::makeArray(std::move(positional));
 }
 

@@ -107,6 +107,7 @@ void TableStorage::throwKeyNotFound() {
 
 void TableStorage::keyRemoved() {
     snapshot_.reset();
+    if (recent_ != nullptr) *recent_ = {};
     generation_ = nextGeneration();
 }
 
@@ -116,8 +117,17 @@ const Variable* TableStorage::findInt(int key) const {
     return valueAt(digitsOf(key, buffer));
 }
 
+const Variable* TableStorage::findAndCount(const Text& key) const {
+    if (key->isConstant && ++constantFinds_ >= kFindsBeforeRecent) {
+        constantFinds_ = 0;
+        // Without it, finding only takes longer.
+        recent_.reset(new (std::nothrow) std::array<RecentFind, kRecentFinds>());
+    }
+    return valueAt(key);
+}
+
 const Variable* TableStorage::findValue(const Variable& key) const {
-    if (key.type == VarType::String) return valueAt(key.asText());
+    if (key.type == VarType::String) return find(key.asText());
     if (key.type == VarType::Int) return findInt(key.asInt());
     return valueAt(std::string_view(keyToString(key)));
 }

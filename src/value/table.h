@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -79,11 +80,22 @@ public:
 
     // The value under a key, or null. Its address holds until `generation` moves.
     [[nodiscard]] const Variable* find(std::string_view key) const { return valueAt(key); }
-    [[nodiscard]] const Variable* find(const Text& key) const { return valueAt(key); }
+    [[nodiscard]] const Variable* find(const Text& key) const {
+        if (recent_ != nullptr && key->isConstant) {
+            RecentFind& recent = (*recent_)[key->hash() % kRecentFinds];
+            if (recent.key == key.get()) return recent.value;
+            const Variable* value = valueAt(key);
+            if (value != nullptr) recent = {key.get(), value};
+            return value;
+        }
+        return findAndCount(key);
+    }
     [[nodiscard]] Variable* find(std::string_view key) {
         return const_cast<Variable*>(valueAt(key));
     }
-    [[nodiscard]] Variable* find(const Text& key) { return const_cast<Variable*>(valueAt(key)); }
+    [[nodiscard]] Variable* find(const Text& key) {
+        return const_cast<Variable*>(std::as_const(*this).find(key));
+    }
     /// The same by a value; raises "Table key must be string, number, or bool" for other kinds.
     [[nodiscard]] const Variable* findValue(const Variable& key) const;
     [[nodiscard]] Variable* findValue(const Variable& key) {
@@ -128,6 +140,15 @@ public:
     [[nodiscard]] int border() const;
 
 private:
+    /// Where a constant key was found last; the address holds until a key is removed.
+    struct RecentFind {
+        const TextBlock* key = nullptr;
+        const Variable* value = nullptr;
+    };
+    static constexpr std::size_t kRecentFinds = 8;
+    static constexpr std::uint8_t kFindsBeforeRecent = 8;
+
+    [[nodiscard]] const Variable* findAndCount(const Text& key) const;
     [[noreturn]] static void throwKeyNotFound();
     [[nodiscard]] static std::uint64_t nextGeneration() noexcept;
 
@@ -149,6 +170,8 @@ private:
     // lowers it at once, so a growing table is not measured from 1 again.
     mutable int leastBorder_ = 0;
     mutable bool borderIsExact_ = true;
+    mutable std::uint8_t constantFinds_ = 0;  // up to those that are worth being remembered
+    mutable std::unique_ptr<std::array<RecentFind, kRecentFinds>> recent_;
 };
 
 inline TableStorage& Variable::rawTable() const noexcept { return *tableContent(); }

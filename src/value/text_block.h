@@ -19,6 +19,7 @@ struct TextBlock {
         : text(bytes), hash_(knownHash), hasHash_(true) {}
 
     std::string text;
+    bool isConstant = false;  // of compiled code: it is never freed, so its address stands for it
 
     /// The standard hash of the text; computed at the first question.
     [[nodiscard]] std::size_t hash() const {
