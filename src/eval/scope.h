@@ -98,7 +98,7 @@ public:
     void declareNext() { ++names_[count_++]->scopeEntries; }
 
     /// Destroys the values, first to last; the storage stays for the next use.
-    void clear() {
+    [[gnu::always_inline]] void clear() {
         for (std::uint32_t i = 0; i < count_; ++i) {
             --names_[i]->scopeEntries;
             values_[i].setNil();

@@ -696,7 +696,9 @@ Variable Machine::run() {
         NEXT();
     }
     IndexGlobal : {
-        const Variable* base = read(const_cast<VariableRecord&>(code->variables[at->b]));
+        VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->b]);
+        const Variable* base = globalOf(record);
+        if (base == nullptr) base = read(record);
         if (base == nullptr) base = &nilValue();
         const Variable& key = R[at->c];
         if (isArrayValue(*base) && isIntValue(key)) {
@@ -708,7 +710,9 @@ Variable Machine::run() {
         NEXT();
     }
     IndexGlobalConst : {
-        const Variable* base = read(const_cast<VariableRecord&>(code->variables[at->b]));
+        VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->b]);
+        const Variable* base = globalOf(record);
+        if (base == nullptr) base = read(record);
         if (base == nullptr) base = &nilValue();
         const Variable& key = code->constants[at->c];
         if (isTableValue(*base)) {
@@ -779,7 +783,8 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
         VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->c]);
-        const Variable* callee = read(record);
+        const Variable* callee = globalOf(record);
+        if (callee == nullptr) callee = read(record);
         if (callee != nullptr) {
             slot->overwrite(*callee);
         } else {
@@ -826,8 +831,8 @@ Variable Machine::run() {
             next != nullptr && slot + 1 + next->registerCount <= segmentEnd_ &&
             isInNames(*next->function)) {
             activations_.back().pc = at;
-            if (activations_.size() == activations_.capacity()) growActivations();
-            Activation& entered = activations_.emplace_back();
+            activations_.reserveOne();
+            Activation& entered = activations_.push();
             entered.code = next;
             entered.base = slot + 1;
             entered.slot = slot;
@@ -874,8 +879,8 @@ Variable Machine::run() {
 
     enterLeaf : {
         activations_.back().pc = at;
-        if (activations_.size() == activations_.capacity()) growActivations();
-        Activation& entered = activations_.emplace_back();
+        activations_.reserveOne();
+        Activation& entered = activations_.push();
         R = slot + 1;
         entered.code = leaf;
         entered.base = R;
@@ -1241,9 +1246,8 @@ Variable Machine::run() {
 
     Line : {
         const MachineStatement& statement = code->statements[static_cast<std::size_t>(at->d())];
-        const ParsedScriptLine& line = code->program->lines[statement.line];
-        interpreter_.currentLineNumber = line.lineNumber;
-        interpreter_.currentLine = &line.source;
+        interpreter_.currentLineNumber = statement.lineNumber;
+        interpreter_.currentLine = statement.source;
         NEXT();
     }
     LastToken:

@@ -7,12 +7,14 @@
 //   machine_functions.cpp code for functions and programs, made when it is needed
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "exec/bytecode_program.h"
@@ -80,6 +82,42 @@ private:
                    !hasSegment;
         }
     };
+    /// The running functions and programs, the innermost last. They move when it grows.
+    class ActivationStack {
+    public:
+        [[nodiscard]] bool empty() const { return count_ == 0; }
+        [[nodiscard]] std::size_t size() const { return count_; }
+        [[nodiscard]] Activation& back() { return *innermost_; }
+        [[nodiscard]] const Activation& back() const { return *innermost_; }
+        /// Makes sure that `push` has room, which then cannot fail.
+        void reserveOne() {
+            if (count_ == capacity_) [[unlikely]] grow();
+        }
+        [[gnu::always_inline]] Activation& push() {
+            innermost_ = &activations_[++count_];
+            *innermost_ = {};
+            return *innermost_;
+        }
+        void pop_back() {
+            --count_;
+            --innermost_;
+        }
+
+    private:
+        [[gnu::noinline]] void grow() {
+            const std::size_t capacity = 2 * capacity_ + 8;
+            auto grown = std::make_unique<Activation[]>(capacity + 1);
+            if (count_ != 0) std::copy_n(activations_.get(), count_ + 1, grown.get());
+            activations_ = std::move(grown);
+            capacity_ = capacity;
+            innermost_ = activations_.get() + count_;
+        }
+
+        std::unique_ptr<Activation[]> activations_;  // the first is none
+        Activation* innermost_ = nullptr;
+        std::size_t count_ = 0;
+        std::size_t capacity_ = 0;
+    };
     struct Walk;
     class Abandoning;
     /// Registers side by side.
@@ -99,7 +137,6 @@ private:
         if (activations_.empty()) return nullptr;
         return activations_.back().base + activations_.back().code->registerCount;
     }
-    void growActivations();
     Variable* roomFor(Variable* base, std::size_t arguments, std::size_t count, bool& newSegment);
     void dropSegment();
 
@@ -113,7 +150,7 @@ private:
         return !interpreter_.inCoroutineTurn && (interpreter_.scheduledCoroutine != nullptr ||
                                                  interpreter_.pendingCoroutineException != nullptr);
     }
-    [[nodiscard]] bool needsAttention() const {
+    [[nodiscard, gnu::always_inline]] bool needsAttention() const {
         return interpreter_.softErrorPending || interpreter_.scheduledCoroutine != nullptr ||
                interpreter_.pendingCoroutineException != nullptr;
     }
@@ -255,7 +292,7 @@ private:
     }
 
     DovrelScript& interpreter_;
-    std::vector<Activation> activations_;
+    ActivationStack activations_;
     std::unordered_map<std::string, Text> constantTexts_;
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;

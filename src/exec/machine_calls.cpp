@@ -67,8 +67,6 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
     return moved;
 }
 
-void Machine::growActivations() { activations_.reserve(2 * activations_.size() + 8); }
-
 void Machine::dropSegment() {
     // One spare segment stays.
     if (segments_.size() > segment_ + 1) segments_.resize(segment_ + 1);
@@ -104,11 +102,11 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
                     std::size_t count, bool isEntry) {
     const ScriptCallable& callable = *slot->asFunction();
     const std::size_t given = function.parameters.size();
-    if (activations_.size() == activations_.capacity()) growActivations();
+    activations_.reserveOne();
     bool hasSegment = false;
     Variable* const base =
         roomFor(slot + 1, std::min(count, given), code.registerCount, hasSegment);
-    Activation& entered = activations_.emplace_back();
+    Activation& entered = activations_.push();
     entered.code = &code;
     entered.base = base;
     entered.slot = slot;
@@ -451,7 +449,7 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
-    if (activations_.size() == activations_.capacity()) growActivations();
+    activations_.reserveOne();
     Activation entered;
     entered.code = code;
     entered.owner = &program;
@@ -462,7 +460,7 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     entered.isEntry = true;
     entered.isProgram = true;
     entered.base = roomFor(top(), 0, code->registerCount, entered.hasSegment);
-    activations_.push_back(entered);
+    activations_.push() = entered;
     leaveSignal_ = BlockSignal::None;
     result = run();
     signal = leaveSignal_;

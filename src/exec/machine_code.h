@@ -273,6 +273,8 @@ struct ScopeWindow {
 struct MachineStatement {
     std::uint32_t first = 0;        // where its code begins
     std::uint32_t line = 0;         // index of its line
+    std::size_t lineNumber = 0;     // of that line
+    const std::string* source = nullptr;
     std::uint32_t instruction = 0;  // of the program, for RunStatement
     bool runsCode = false;          // it may run script code, so it begins with Line
     bool isRecursive = false;       // in a recursive run, not in an inline one

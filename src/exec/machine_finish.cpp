@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "exec/bytecode_program.h"
+
 namespace {
 
 using Op = MachineOp;
@@ -62,7 +64,12 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
             instruction.setD(static_cast<std::int32_t>(target(label)));
         }
     }
-    for (MachineStatement& statement : result.statements) statement.first = places[statement.first];
+    for (MachineStatement& statement : result.statements) {
+        statement.first = places[statement.first];
+        const ParsedScriptLine& line = result.program->lines[statement.line];
+        statement.lineNumber = line.lineNumber;
+        statement.source = &line.source;
+    }
     constexpr auto kUnbound = static_cast<std::uint32_t>(-1);
     for (ExpressionSite& site : result.expressions) {
         site.first = places[site.first];
