@@ -547,6 +547,7 @@ Variable Machine::run() {
                 code = next;
                 running.code = next;
                 at = code->code.data() + code->loopEnds[loop];
+                if (at->op != Op::JumpBack) DISPATCH();
             }
         }
         NEXT();

@@ -41,12 +41,13 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
     MachineCode result = draft.tables;
     const std::vector<std::uint32_t> places = placesOf(draft, forTurns);
     for (const MachineInstruction& instruction : draft.code) {
-        if (!forTurns && isForTurns(instruction)) continue;
         if (instruction.op == Op::JumpBack) {
+            // Where it is left out, what follows it.
             const auto loop = static_cast<std::size_t>(instruction.d());
             if (result.loopEnds.size() <= loop) result.loopEnds.resize(loop + 1, kNoLoopEnd);
             result.loopEnds[loop] = static_cast<std::uint32_t>(result.code.size());
         }
+        if (!forTurns && isForTurns(instruction)) continue;
         result.code.push_back(instruction);
     }
     const auto target = [&](std::uint32_t label) { return places[draft.labels[label]]; };
