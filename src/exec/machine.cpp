@@ -83,11 +83,11 @@ private:
     std::size_t entry_;
 };
 
-#define SLOW_BINARY(kind, left, right)                                          \
-    do {                                                                        \
-        moved = at;                                                             \
-        if (!slowBinary(*code, moved, R, kind, left, right)) goto declined;     \
-        NEXT();                                                                 \
+#define SLOW_BINARY(kind, left, right)                                      \
+    do {                                                                    \
+        moved = at;                                                         \
+        if (!slowBinary(*code, moved, R, kind, left, right)) goto declined; \
+        NEXT();                                                             \
     } while (false);
 
 Variable Machine::run() {
@@ -368,12 +368,12 @@ Variable Machine::run() {
         const Variable& right = R[at->c];
         if (areFloats(left, right) && right.rawFloat() != 0.0F) {
             R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
-                                                 static_cast<double>(right.rawFloat())));
+                                                       static_cast<double>(right.rawFloat())));
             NEXT();
         }
         if (areInts(left, right) && right.rawInt() != 0) {
             R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
-                                                 static_cast<double>(right.rawInt())));
+                                                       static_cast<double>(right.rawInt())));
             NEXT();
         }
         SLOW_BINARY(NodeKind::Divide, left, right)
@@ -399,19 +399,20 @@ Variable Machine::run() {
     Power:
         SLOW_BINARY(NodeKind::Power, R[at->b], R[at->c])
 
-#define COMPARISON(Kind, op)                                         \
-    Kind : {                                                         \
-        const Variable& left = R[at->b];                             \
-        const Variable& right = R[at->c];                            \
-        if (areInts(left, right)) {                                  \
-            R[at->a].overwriteBool(left.rawInt() op right.rawInt());       \
-            NEXT();                                                  \
-        }                                                            \
-        if (areFloats(left, right)) {                                \
-            R[at->a].overwriteBool(compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat())); \
-            NEXT();                                                  \
-        }                                                            \
-        SLOW_BINARY(NodeKind::Kind, left, right) \
+#define COMPARISON(Kind, op)                                                        \
+    Kind : {                                                                        \
+        const Variable& left = R[at->b];                                            \
+        const Variable& right = R[at->c];                                           \
+        if (areInts(left, right)) {                                                 \
+            R[at->a].overwriteBool(left.rawInt() op right.rawInt());                \
+            NEXT();                                                                 \
+        }                                                                           \
+        if (areFloats(left, right)) {                                               \
+            R[at->a].overwriteBool(                                                 \
+                compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat())); \
+            NEXT();                                                                 \
+        }                                                                           \
+        SLOW_BINARY(NodeKind::Kind, left, right)                                    \
     }
         COMPARISON(Equal, ==)
         COMPARISON(NotEqual, !=)
@@ -448,7 +449,7 @@ Variable Machine::run() {
         const Variable& left = R[at->b];
         if (isIntValue(left) && at->distance() != 0) {
             R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawInt()) /
-                                                 static_cast<double>(at->distance())));
+                                                       static_cast<double>(at->distance())));
             NEXT();
         }
         SLOW_BINARY(NodeKind::Divide, left, Variable::makeInt(at->distance()))
@@ -470,18 +471,18 @@ Variable Machine::run() {
         SLOW_BINARY(NodeKind::Modulo, left, Variable::makeInt(at->distance()))
     }
 
-#define WITH_CONSTANT(Name, Kind, op)                                                 \
-    Name : {                                                                          \
-        const Variable& left = R[at->b];                                              \
-        const Variable& right = code->constants[at->c];                               \
-        if (isFloatValue(left)) {                                                     \
-            R[at->a].overwriteFloat(left.rawFloat() op right.rawFloat());                   \
-            NEXT();                                                                   \
-        }                                                                             \
-        moved = at;                                                                   \
+#define WITH_CONSTANT(Name, Kind, op)                                                    \
+    Name : {                                                                             \
+        const Variable& left = R[at->b];                                                 \
+        const Variable& right = code->constants[at->c];                                  \
+        if (isFloatValue(left)) {                                                        \
+            R[at->a].overwriteFloat(left.rawFloat() op right.rawFloat());                \
+            NEXT();                                                                      \
+        }                                                                                \
+        moved = at;                                                                      \
         if (!binary(*code, moved, NodeKind::Kind, R[at->a], left, right)) goto declined; \
-        if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();                             \
-        NEXT();                                                                       \
+        if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();                          \
+        NEXT();                                                                          \
     }
         WITH_CONSTANT(AddConst, Add, +)
         WITH_CONSTANT(SubtractConst, Subtract, -)
@@ -491,7 +492,7 @@ Variable Machine::run() {
         const Variable& right = code->constants[at->c];
         if (isFloatValue(left) && right.rawFloat() != 0.0F) {
             R[at->a].overwriteFloat(static_cast<float>(static_cast<double>(left.rawFloat()) /
-                                                 static_cast<double>(right.rawFloat())));
+                                                       static_cast<double>(right.rawFloat())));
             NEXT();
         }
         moved = at;
@@ -559,7 +560,7 @@ Variable Machine::run() {
             holds = value.rawBool();
         } else {
             moved = at;
-        if (!truth(*code, moved, value, holds)) goto declined;
+            if (!truth(*code, moved, value, holds)) goto declined;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         }
         if (holds) NEXT();
@@ -573,7 +574,7 @@ Variable Machine::run() {
             holds = value.rawBool();
         } else {
             moved = at;
-        if (!truth(*code, moved, value, holds)) goto declined;
+            if (!truth(*code, moved, value, holds)) goto declined;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         }
         if (!holds) NEXT();
@@ -594,38 +595,42 @@ Variable Machine::run() {
         NEXT();
     }
 
-#define BRANCH(Kind, op, sense, Prefix)                                       \
-    Prefix##Kind : {                                                          \
-        const Variable& left = R[at->a];                                      \
-        const Variable& right = R[at->b];                                     \
-        bool truth_ = false;                                                  \
-        const int distance = at->distance();                                  \
-        if (areInts(left, right)) {                                           \
-            truth_ = left.rawInt() op right.rawInt();                         \
-        } else if (areFloats(left, right)) {                                  \
-            truth_ = compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat()); \
-        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left, right, truth_, true))) { \
-            goto declined;                                                    \
-        }                                                                     \
-        if (truth_ != sense) NEXT();                                          \
-        at += distance;                                                       \
-        DISPATCH();                                                           \
+#define BRANCH(Kind, op, sense, Prefix)                                                          \
+    Prefix##Kind : {                                                                             \
+        const Variable& left = R[at->a];                                                         \
+        const Variable& right = R[at->b];                                                        \
+        bool truth_ = false;                                                                     \
+        const int distance = at->distance();                                                     \
+        if (areInts(left, right)) {                                                              \
+            truth_ = left.rawInt() op right.rawInt();                                            \
+        } else if (areFloats(left, right)) {                                                     \
+            truth_ = compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat());          \
+        } else if (!(moved = at,                                                                 \
+                     slowCompare(*code, moved, R, NodeKind::Kind, left, right, truth_, true))) { \
+            goto declined;                                                                       \
+        }                                                                                        \
+        if (truth_ != sense) NEXT();                                                             \
+        at += distance;                                                                          \
+        DISPATCH();                                                                              \
     }
-#define BRANCH_INT(Kind, op, sense, Prefix)                                                  \
-    Prefix##Kind##Int : {                                                                    \
-        const Variable& left = R[at->a];                                                     \
-        bool truth_ = false;                                                                 \
-        const int distance = at->distance();                                                 \
-        if (isIntValue(left)) {                                                              \
-            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                      \
-        } else if (isFloatValue(left)) {                                                     \
-            truth_ = compareNumbers(NodeKind::Kind, static_cast<double>(left.rawFloat()), static_cast<double>(static_cast<std::int16_t>(at->b))); \
-        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left, Variable::makeInt(static_cast<std::int16_t>(at->b)), truth_, false))) {                                                    \
-            goto declined;                                                                   \
-        }                                                                                    \
-        if (truth_ != sense) NEXT();                                                         \
-        at += distance;                                                                      \
-        DISPATCH();                                                                          \
+#define BRANCH_INT(Kind, op, sense, Prefix)                                                       \
+    Prefix##Kind##Int : {                                                                         \
+        const Variable& left = R[at->a];                                                          \
+        bool truth_ = false;                                                                      \
+        const int distance = at->distance();                                                      \
+        if (isIntValue(left)) {                                                                   \
+            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                           \
+        } else if (isFloatValue(left)) {                                                          \
+            truth_ = compareNumbers(NodeKind::Kind, static_cast<double>(left.rawFloat()),         \
+                                    static_cast<double>(static_cast<std::int16_t>(at->b)));       \
+        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left,               \
+                                             Variable::makeInt(static_cast<std::int16_t>(at->b)), \
+                                             truth_, false))) {                                   \
+            goto declined;                                                                        \
+        }                                                                                         \
+        if (truth_ != sense) NEXT();                                                              \
+        at += distance;                                                                           \
+        DISPATCH();                                                                               \
     }
 #define BRANCHES(Kind, op)          \
     BRANCH(Kind, op, true, If)      \
@@ -649,7 +654,8 @@ Variable Machine::run() {
             isEqual = left.asText() == right.asText() || left.asString() == right.asString();
             if ((at->m & kTierMask) == 0) declined_ = at;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
-        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Equal, left, right, isEqual, false))) {
+        } else if (!(moved = at,
+                     slowCompare(*code, moved, R, NodeKind::Equal, left, right, isEqual, false))) {
             goto declined;
         }
         if (isEqual != sense) NEXT();
@@ -808,7 +814,7 @@ Variable Machine::run() {
                     native != nullptr && native->builtinId != BuiltinId::None) {
                     if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
                         moved = at;
-        decline(*code, moved, R);
+                        decline(*code, moved, R);
                         goto declined;
                     }
                     activations_.back().pc = at;
@@ -859,7 +865,7 @@ Variable Machine::run() {
         if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
             slot->setNil();
             moved = at;
-        decline(*code, moved, R);
+            decline(*code, moved, R);
             goto declined;
         }
         leaf = leafCode(*slot);
@@ -896,6 +902,8 @@ Variable Machine::run() {
     }
     ReturnLeaf : {
         slot = R - 1;
+        const bool byTokens = code->isTokenLeaf;
+        if (byTokens) showToken();  // the callee may go with its slot
         Variable value;
         value.overwriteByMove(R[at->a]);
         for (std::size_t i = 0; i < code->parameterCount; ++i) R[i].overwriteNil();
@@ -904,7 +912,7 @@ Variable Machine::run() {
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
-        lastCallWasScalar_ = declined_ == nullptr && slot->isScalar();
+        lastCallWasScalar_ = !byTokens && declined_ == nullptr && slot->isScalar();
         declined_ = diverged_ = nullptr;
         if (at->op == Op::CallScalar && !lastCallWasScalar_) {
             slot->overwriteNil();
@@ -958,7 +966,7 @@ Variable Machine::run() {
         if (!callScalar(*code, R, site, &R[at->a], at->b)) {
             if (interpreter_.softErrorUnwinding()) goto attend;
             moved = at;
-        decline(*code, moved, R);
+            decline(*code, moved, R);
             goto declined;
         }
         if (needsAttention()) goto attend;
@@ -1288,7 +1296,8 @@ Variable Machine::run() {
         // A callee that could not be entered is no place.
         while (activations_.back().base != R) abandonActivation();
         if (code->isLeaf) {
-            // It has no position of its own.
+            // It has no position of its own but the last token.
+            showPosition(*code, at);
             abandonActivation();
             code = activations_.back().code;
             R = activations_.back().base;

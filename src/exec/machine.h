@@ -73,7 +73,7 @@ private:
         bool hasDirectory = false;  // what has been pushed
         bool hasName = false;
         bool hasVarargs = false;
-        bool hasSegment = false;  // its registers begin a segment
+        bool hasSegment = false;                                  // its registers begin a segment
         std::shared_ptr<BytecodeProgram> const* owner = nullptr;  // of a program
 
         /// Nothing but a scope has been pushed, and the loop goes on behind it.
@@ -91,7 +91,8 @@ private:
         [[nodiscard]] const Activation& back() const { return *innermost_; }
         /// Makes sure that `push` has room, which then cannot fail.
         void reserveOne() {
-            if (count_ == capacity_) [[unlikely]] grow();
+            if (count_ == capacity_) [[unlikely]]
+                grow();
         }
         [[gnu::always_inline]] Activation& push() {
             innermost_ = &activations_[++count_];

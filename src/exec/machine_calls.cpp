@@ -510,7 +510,7 @@ void Machine::showLastToken() {
     const MachineCode& code = *lastTokenCode_;
     const Pc at = std::exchange(lastToken_, nullptr);
     const TokenSite& site = code.tokenMarks[static_cast<std::size_t>(at->d())];
-    interpreter_.lastToken = code.program->lines[site.line].tokens[site.token];
+    interpreter_.lastToken = site.line->tokens[site.token];
     interpreter_.lastTokenIndex = site.token;
 }
 
@@ -518,16 +518,17 @@ void Machine::showLastToken() {
 /// followed.
 void Machine::showPosition(const MachineCode& code, Pc pc) {
     showToken();
-    if (code.statements.empty()) return;
-    const MachineStatement& statement = statementAt(code, pc);
-    const bool isKept = pc->op == Op::ForNext && (pc->m & kLinesAreKept) != 0;
-    if (!statement.runsCode && !code.forTurns && !isKept) showLine(code, statement);
+    if (!code.statements.empty()) {
+        const MachineStatement& statement = statementAt(code, pc);
+        const bool isKept = pc->op == Op::ForNext && (pc->m & kLinesAreKept) != 0;
+        if (!statement.runsCode && !code.forTurns && !isKept) showLine(code, statement);
+    }
     const auto index = static_cast<std::uint32_t>(pc - code.code.data());
     const auto site =
         std::lower_bound(code.tokens.begin(), code.tokens.end(), index,
                          [](const TokenSite& known, std::uint32_t i) { return known.at < i; });
     if (site != code.tokens.end() && site->at == index) {
-        interpreter_.lastToken = lineOf(site->line).tokens[site->token];
+        interpreter_.lastToken = site->line->tokens[site->token];
         interpreter_.lastTokenIndex = site->token;
     }
 }

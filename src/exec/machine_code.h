@@ -153,7 +153,7 @@ enum class MachineOp : std::uint8_t {
     CallScalar,         // the same call in a, with b arguments, of site c
     RequireScalar,      // to, unless a is a scalar
     Return,             // a; m: it is no variable
-    ReturnLeaf,  // a, from a function of one line
+    ReturnLeaf,         // a, from a function of one line
     ReturnNil,
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
@@ -215,8 +215,8 @@ inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.
 inline constexpr std::uint8_t kDirectCall = 64;
 
-/// Mark of a move: the variable is read by the rules of the scalar tier, which raises for one that a
-/// compound assignment has spoiled.
+/// Mark of a move: the variable is read by the rules of the scalar tier, which raises for one that
+/// a compound assignment has spoiled.
 inline constexpr std::uint8_t kCheckedVariable = 32;
 
 /// Mark of ForNext: the body is a recursive run, so that what fails in counting is of the `for`.
@@ -271,9 +271,9 @@ struct ScopeWindow {
 
 /// What one statement, or one condition, of the code is.
 struct MachineStatement {
-    std::uint32_t first = 0;        // where its code begins
-    std::uint32_t line = 0;         // index of its line
-    std::size_t lineNumber = 0;     // of that line
+    std::uint32_t first = 0;     // where its code begins
+    std::uint32_t line = 0;      // index of its line
+    std::size_t lineNumber = 0;  // of that line
     const std::string* source = nullptr;
     std::uint32_t instruction = 0;  // of the program, for RunStatement
     bool runsCode = false;          // it may run script code, so it begins with Line
@@ -357,8 +357,8 @@ struct LoopSite {
 /// Where a token is the last one read when an instruction of the code raises.
 struct TokenSite {
     std::uint32_t at = 0;
-    std::uint32_t line = 0;
     std::uint32_t token = 0;
+    const ParsedScriptLine* line = nullptr;
 };
 
 /// Where the operand of a compound assignment comes from: a scalar is applied by rules of its own.
@@ -392,7 +392,8 @@ struct MachineCode {
     std::uint16_t chunkValue = 0;  // register of the chunk's value
     bool isStale = false;          // tokens have met their places since
     bool forTurns = false;
-    bool isLeaf = false;  // the body of a function of one line
+    bool isLeaf = false;       // the body of a function of one line
+    bool isTokenLeaf = false;  // the same by the rules of the token-stream evaluator
     MachineFunction* function = nullptr;
     const BytecodeProgram* program = nullptr;
     std::uint16_t parameterCount = 0;

@@ -5,9 +5,9 @@
 #include <limits>
 #include <utility>
 
-#include "exec/machine.h"
 #include "exec/for_header.h"
 #include "exec/inline_chunks.h"
+#include "exec/machine.h"
 #include "exec/machine_finish.h"
 
 namespace {
@@ -1408,7 +1408,17 @@ bool MachineCompiler::compileLeaf(const ParsedScriptLine& line, MachineDraft& dr
     isLeaf_ = true;
     allocate(unit_.parameters.size());
     const std::uint16_t result = allocate();
-    emitValue(line, line.returnValues[0], result);
+    if (line.hasCompiledReturnValues()) {
+        emitValue(line, line.returnValues[0], result);
+    } else {
+        const TokenRange range{1, line.tokens.size()};
+        const FastExpression form =
+            compileTokenForm(line.tokens, line.tokenAnalysis, range.first, range.last);
+        const auto isCall = [](const FastExprNode& node) { return node.kind == NodeKind::Call; };
+        if (!form.valid || std::any_of(form.nodes.begin(), form.nodes.end(), isCall)) return false;
+        if (!emitTokenValue(line, range, result)) return false;
+        out_.isTokenLeaf = true;
+    }
     emit(Op::ReturnLeaf, result);
     out_.isLeaf = true;
     return finish(draft);

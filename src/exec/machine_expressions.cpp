@@ -138,8 +138,7 @@ void MachineCompiler::noteEnd(int index) {
 
 void MachineCompiler::noteToken(std::size_t token) {
     if (source_.tier != Tier::Tokens) return;
-    const auto line = static_cast<std::uint32_t>(source_.line - program_.lines.data());
-    out_.tokens.push_back({here(), line, static_cast<std::uint32_t>(token)});
+    out_.tokens.push_back({here(), static_cast<std::uint32_t>(token), source_.line});
 }
 
 std::uint32_t MachineCompiler::beginSite(std::uint16_t target, bool isCondition) {
@@ -253,8 +252,7 @@ bool MachineCompiler::endsWithCall(const FastExpression& expression, int index,
 }
 
 void MachineCompiler::markToken(const ParsedScriptLine& line, std::size_t token) {
-    const auto index = static_cast<std::uint32_t>(&line - program_.lines.data());
-    out_.tokenMarks.push_back({here(), index, static_cast<std::uint32_t>(token)});
+    out_.tokenMarks.push_back({here(), static_cast<std::uint32_t>(token), &line});
     emitD(Op::LastToken, 0, static_cast<std::int64_t>(out_.tokenMarks.size() - 1));
 }
 

@@ -124,8 +124,9 @@ const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
         return nullptr;
     }
     const ParsedScriptLine& line = (*callable.bodyLines)[callable.fastReturnLine];
-    if (line.returnValues.size() != 1 || !line.returnValues[0].valid ||
-        line.returnValues[0].rootNode().holdsCall) {
+    if (line.tokens.size() < 2) return nullptr;
+    if (line.hasCompiledReturnValues() &&
+        (line.returnValues.size() != 1 || line.returnValues[0].rootNode().holdsCall)) {
         return nullptr;
     }
     if (callable.leaf == nullptr) {

@@ -5,8 +5,8 @@
 // text that is at hand computes none and compares addresses first.
 #pragma once
 
-#include <cstddef>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
