@@ -3,7 +3,7 @@
 
 Each form of the table is run as a user would write it, with a function `f` of several lines and with
 one of a single line, and the calls of `g` or `row` are counted: at the top of a script, in a
-function, in a loop that runs often enough to become hot code, and from a bytecode file.
+function, in a loop that is compiled, and from a bytecode file.
 """
 
 import argparse
@@ -72,7 +72,7 @@ def places(statements):
     """(place, script, how often the statements run there)."""
     yield "at the top", statements, 1
     yield "in a function", f"function place()\nnative a = 1\n{statements}end\nplace()\n", 1
-    yield "in a hot loop", f"for round = 1, {ROUNDS}\n{statements}end\n", ROUNDS
+    yield "in a loop", f"for round = 1, {ROUNDS}\n{statements}end\n", ROUNDS
 
 
 def counted(program, script, compiled):

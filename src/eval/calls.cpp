@@ -1,7 +1,7 @@
 // Calls. A call of a native or script function ends in invokeCallableFast, which takes one of five
-// routes: start a coroutine, native by id, native by function object, fast body, frame. Calls from
-// hot code may take the last two in places of their own, exec/hot_bodies.cpp and hot_calls.cpp, and
-// natives by id may be called directly; all follow the same rules.
+// routes: start a coroutine, native by id, native by function object, fast body, frame. Compiled
+// code takes the last two in places of its own, exec/machine.cpp, and natives by id may be called
+// directly; all follow the same rules.
 //
 // What a call leaves as it found it, on every way out: callDepth, frameScopes, varargStack, the two
 // name stacks, and the fast-call fields. The callable is held by reference count for the whole

@@ -1213,12 +1213,26 @@ void MachineCompiler::emitRepeat(const BytecodeRepeatLoop& loop) {
 
 /// The body may leave the loop variable so that the loop cannot count on, which is reported with
 /// the statement that has run last.
-bool MachineCompiler::assignsLoopVariable(const ParsedScriptLine& header,
-                                          std::uint32_t index) const {
+/// The body of a loop may leave its variable with a value that is no int: by an assignment, or by a
+/// call, since a callee may assign the variables of its callers. Then it is the next count that
+/// fails, and shows the line that was the current one last.
+bool MachineCompiler::mayChangeLoopVariable(const ParsedScriptLine& header,
+                                            std::uint32_t index) const {
+    const auto mayCall = [](const ParsedScriptLine& line) {
+        for (std::size_t i = 1; i < line.tokens.size(); ++i) {
+            if (line.tokens[i] != "(") continue;
+            const std::string& before = line.tokens[i - 1];
+            if (line.tokenAnalysis[i - 1].isIdentifier || before == "]" || before == ")") {
+                return true;
+            }
+        }
+        return false;
+    };
     const Name name = header.tokenAnalysis[forHeaderOf(header).numericVariable].name;
     const std::size_t end = std::min(header.matchingEnd, program_.lines.size());
     for (std::size_t i = index + 1; i < end; ++i) {
         const ParsedScriptLine& line = program_.lines[i];
+        if (mayCall(line)) return true;
         if (line.assignment == nullptr) continue;
         for (const ParsedAssignmentTarget& target : line.assignment->targets) {
             if (line.tokenAnalysis[target.nameToken].name == name) return true;
@@ -1282,7 +1296,7 @@ void MachineCompiler::emitNumericFor(const BytecodeForLoop& loop) {
     const bool isInline =
         !mode_.isRecursive || (!mode_.amongBlocks && chunkIsInlinable(program_, loop.bodyChunk));
     const bool outerKeepsLines =
-        std::exchange(keepsLines_, keepsLines_ || assignsLoopVariable(*line, loop.headerLine));
+        std::exchange(keepsLines_, keepsLines_ || mayChangeLoopVariable(*line, loop.headerLine));
     emitLoopBody(loop.bodyChunk, inner);
     emitJumpBack(firstRecord);
     emitJump(Op::ForNext, first, body,

@@ -147,7 +147,7 @@ private:
     void emitIfGroup(const BytecodeIfGroup& group);
     void emitWhile(const BytecodeWhileLoop& loop);
     void emitRepeat(const BytecodeRepeatLoop& loop);
-    bool assignsLoopVariable(const ParsedScriptLine& header, std::uint32_t index) const;
+    bool mayChangeLoopVariable(const ParsedScriptLine& header, std::uint32_t index) const;
     void emitNumericFor(const BytecodeForLoop& loop);
     void emitGenericFor(const BytecodeForLoop& loop, std::uint32_t position);
     void emitLoopBody(std::uint32_t chunk, Loop& loop);

@@ -179,7 +179,7 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
         if (form.isRefused) return nullptr;
         if (!compile(function, amongBlocks)) {
             form.isRefused = true;
-            ++counts.refused;
+            if (!function.runsOnce) ++counts.refused;  // else it has no loop
             return nullptr;
         }
         ++counts.compiled;

@@ -1,0 +1,87 @@
+// What runs in the compiled form: each of these bodies must be compiled, and once its tokens have met
+// their places, nothing of it may go by the executor or by the tiers.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "exec/machine.h"
+#include "interpreter/dovrel_script.h"
+
+namespace {
+
+constexpr const char* kDeclarations =
+    "g = 1; s = \"text\"; a = [1, 2, 3]; t = {n: 1, list: [1, 2]}; flag = true\n"
+    "function one(v)\nreturn v\nend\n"
+    "function several(v)\nnative w = v\nreturn w\nend\n"
+    "function pair(v)\nnative w = v\nreturn w, w\nend\n"
+    "function any(...)\nnative w = 1\nreturn w\nend\n"
+    "object = {n: 0}\nfunction object[\"add\"](self, v)\nself[\"n\"] += v\nreturn v\nend\n";
+
+const std::vector<std::string> kBodies = {
+    "local x = 1\nx = x + 2\nx += 3\n",
+    "local x\nlocal y = x\n",
+    "native x = n\nx = x * 2 - n / 2\n",
+    "g = g + n; g += 1; g -= 1\n",
+    "local x = s + \"more\" + n\nx += \"!\"\ns = s + \"\"\n",
+    "local x = not flag and n > 2 or n == 1\nif x\ng = 1\nelseif flag\ng = 2\nelse\ng = 3\nend\n",
+    "local i = 0\nwhile i < 3\nlocal k = i\ni = k + 1\nif i == 2\nbreak\nend\nend\n",
+    "local i = 0\nrepeat\ni += 1\nuntil i > 3\n",
+    "for i = 1, 3\nlocal k = i * 2\nfor j = i, 1, -1\ng = k + j\nend\nend\n",
+    "for k, v in pairs(t)\ng = 1\nend\n",
+    "for i, v in ipairs(a)\ng = i + v\nend\n",
+    "for v in a\ng = v\nend\n",
+    "for w in string[\"gmatch\"](\"a b c\", \"%a+\")\nlocal x = w\nend\n",
+    "a[1] = a[2] + a[3]; a[n] += 1; t[\"n\"] = t[\"n\"] + 1; t[\"list\"][1] = 2\n",
+    "local u = [1, n, \"x\"]\nlocal v = {x: n, y: [n]}\nlocal w = u[1] + v[\"x\"]\n",
+    "local x = #a + #s + len(a)\npush(a, x); x = pop(a)\n",
+    "local x = one(n)\nx = several(n)\none(n); several(n)\n",
+    "local x = several(n) + 1\nx = several(one(2))\n",
+    "if several(n) == n\ng = 1\nend\n",
+    "local x, y = pair(n)\nx, y = y, x\nx, y = 1, 2\n",
+    "local x = object[\"add\"](object, n)\nobject[\"add\"](object, x)\n",
+    "local x = any(n, 2, 3)\nx = any()\n",
+    "local x = math[\"floor\"](2.5)\nx = string[\"sub\"](s, 1, 2)\n",
+    "ok, e = pcall(several, n)\n",
+    "if n == 0\nreturn\nend\nif n == -1\nreturn 1, 2\nend\n",
+};
+
+TEST(CompiledStatements, NeitherGoByTheExecutorNorByTheTiers) {
+    for (const std::string& body : kBodies) {
+        DovrelScript interpreter;
+        interpreter.runScript(kDeclarations);
+        interpreter.runScript("function body(n, ...)\n" + body + "return n\nend\n");
+        for (int i = 0; i < 12; ++i) interpreter.runScript("r = body(3, 4)");
+        const Machine::Counts before = interpreter.machine->counts;
+        interpreter.runScript("r = body(3, 4)");
+        const Machine::Counts& after = interpreter.machine->counts;
+        EXPECT_GT(after.calls, before.calls) << body;
+        EXPECT_EQ(after.byExecutor, before.byExecutor) << body;
+        EXPECT_EQ(after.byTiers, before.byTiers) << body;
+        EXPECT_EQ(after.recompiled, before.recompiled) << body;
+        EXPECT_EQ(after.refused, 0U) << body;
+    }
+}
+
+TEST(CompiledStatements, OfAProgramAreCompiledIfTheyHoldALoop) {
+    DovrelScript interpreter;
+    interpreter.runScript("x = 1");
+    EXPECT_EQ(interpreter.machine->counts.compiled, 0U);
+    interpreter.runScript("for i = 1, 3\nx = x + i\nend");
+    EXPECT_EQ(interpreter.machine->counts.compiled, 1U);
+    interpreter.runScript("load(\"while x > 0; x = x - 1; end\")()");
+    EXPECT_EQ(interpreter.machine->counts.compiled, 2U);
+}
+
+TEST(CompiledStatements, OfFunctionsOfOneLineRunAsLeaves) {
+    DovrelScript interpreter;
+    interpreter.runScript(
+        "function inc(v)\nreturn v + 1\nend\nfunction make(x, y)\nreturn {x: x, y: [y]}\nend\n"
+        "for i = 1, 5\nr = inc(i)\nt = make(i, r)\nend");
+    const Machine::Counts& counts = interpreter.machine->counts;
+    EXPECT_GE(counts.compiled, 3U);
+    EXPECT_GE(counts.calls, 8U);
+    EXPECT_EQ(counts.refused, 0U);
+}
+
+}  // namespace
