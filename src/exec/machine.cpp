@@ -228,7 +228,8 @@ Variable Machine::run() {
     Pc at = code->code.data();
     Variable* slot = nullptr;  // of a call under way
     std::size_t argumentCount = 0;
-    const MachineCode* leaf = nullptr;
+    const MachineCode* callee = nullptr;
+    Variable* returned = nullptr;
     Variable result;
     // Where the code goes on if an instruction cannot. `at` itself must stay in a register of the
     // host, so nobody gets its address.
@@ -790,10 +791,10 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
         VariableRecord& record = const_cast<VariableRecord&>(code->variables[at->c]);
-        const Variable* callee = globalOf(record);
-        if (callee == nullptr) callee = read(record);
-        if (callee != nullptr) {
-            slot->overwrite(*callee);
+        const Variable* found = globalOf(record);
+        if (found == nullptr) found = read(record);
+        if (found != nullptr) {
+            slot->overwrite(*found);
         } else {
             slot->setNil();
         }
@@ -834,42 +835,16 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
     callSlot:
-        if (const MachineCode* next = directCode(*slot, argumentCount);
-            next != nullptr && slot + 1 + next->registerCount <= segmentEnd_ &&
-            isInNames(*next->function)) {
-            activations_.back().pc = at;
-            activations_.reserveOne();
-            Activation& entered = activations_.push();
-            entered.code = next;
-            entered.base = slot + 1;
-            entered.slot = slot;
-            entered.lineAtEntry = interpreter_.currentLine;
-            entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
-            entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
-            entered.walks = static_cast<std::uint32_t>(walks_.size());
-            ++interpreter_.callDepth;
-            ++counts.calls;
-            const ScopeWindow& window = next->windows[next->frameWindow];
-            const auto capacity = static_cast<std::uint32_t>(window.names.size());
-            Scope& scope = interpreter_.frameScopes.pushWindow();
-            if (window.hasOwnNames) [[unlikely]] {
-                scope.openWindowWithOwnNames(window.names.data(), slot + 1, window.given, capacity);
-            } else {
-                scope.openWindow(window.names.data(), slot + 1, window.given, capacity);
-            }
-            code = next;
-            R = slot + 1;
-            at = code->code.data();
-            DISPATCH();
-        }
+        callee = directCode(*slot, argumentCount);
+        if (callee != nullptr) goto enterDirectly;
         if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
             slot->setNil();
             moved = at;
             decline(*code, moved, R);
             goto declined;
         }
-        leaf = leafCode(*slot);
-        if (leaf != nullptr && slot + 1 + leaf->registerCount <= segmentEnd_) goto enterLeaf;
+        callee = leafCode(*slot);
+        if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
             if (tryEnter(slot, argumentCount)) {
@@ -884,19 +859,46 @@ Variable Machine::run() {
         if (needsAttention()) goto attend;
         NEXT();
 
+    // A callee with its arguments in place and nothing to push but its scope.
+    enterDirectly : {
+        activations_.back().pc = at;
+        activations_.reserveOne();
+        R = slot + 1;
+        Activation& entered = activations_.push();
+        entered.code = callee;
+        entered.base = R;
+        entered.slot = slot;
+        entered.lineAtEntry = interpreter_.currentLine;
+        entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
+        entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+        entered.walks = static_cast<std::uint32_t>(walks_.size());
+        ++interpreter_.callDepth;
+        ++counts.calls;
+        const ScopeWindow& window = callee->windows[callee->frameWindow];
+        const auto capacity = static_cast<std::uint32_t>(window.names.size());
+        Scope& scope = interpreter_.frameScopes.pushWindow();
+        if (window.hasOwnNames) [[unlikely]] {
+            scope.openWindowWithOwnNames(window.names.data(), R, window.given, capacity);
+        } else {
+            scope.openWindow(window.names.data(), R, window.given, capacity);
+        }
+        code = callee;
+        at = code->code.data();
+        DISPATCH();
+    }
     enterLeaf : {
         activations_.back().pc = at;
         activations_.reserveOne();
         Activation& entered = activations_.push();
         R = slot + 1;
-        entered.code = leaf;
+        entered.code = callee;
         entered.base = R;
         entered.slot = slot;
-        for (std::size_t i = argumentCount; i < leaf->parameterCount; ++i) R[i].overwriteNil();
-        for (std::size_t i = leaf->parameterCount; i < argumentCount; ++i) R[i].overwriteNil();
+        for (std::size_t i = argumentCount; i < callee->parameterCount; ++i) R[i].overwriteNil();
+        for (std::size_t i = callee->parameterCount; i < argumentCount; ++i) R[i].overwriteNil();
         ++counts.calls;
         declined_ = diverged_ = nullptr;
-        code = leaf;
+        code = callee;
         at = code->code.data();
         DISPATCH();
     }
@@ -924,8 +926,10 @@ Variable Machine::run() {
     }
 
     SpreadCall:
-        activations_.back().pc = at;
         slot = &R[at->a];
+        callee = directCode(*slot, at->b);
+        if (callee != nullptr) goto enterDirectly;
+        activations_.back().pc = at;
         if (slot->type == VarType::Function && tryEnter(slot, at->b)) {
             code = activations_.back().code;
             R = activations_.back().base;
@@ -954,10 +958,10 @@ Variable Machine::run() {
         const ScalarCallSite& site = code->scalarCalls[at->c];
         if (!site.takesScalars) {
             slot = &R[at->a];
-            if (const Variable* callee = calleeOf(*code, R, site)) {
-                leaf = leafCode(*callee);
-                if (leaf != nullptr && slot + 1 + leaf->registerCount <= segmentEnd_) {
-                    slot->overwrite(*callee);
+            if (const Variable* found = calleeOf(*code, R, site)) {
+                callee = leafCode(*found);
+                if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) {
+                    slot->overwrite(*found);
                     argumentCount = at->b;
                     goto enterLeaf;
                 }
@@ -984,42 +988,58 @@ Variable Machine::run() {
     }
 
     ReturnMulti:
+        if (const std::size_t count = at->b; count <= kMostSpread && !code->forTurns &&
+                                             activations_.size() - 1 != entry &&
+                                             !needsAttention() && activations_.back().isPlain() &&
+                                             walks_.size() == activations_.back().walks &&
+                                             activations_.callSite()->op == Op::SpreadCall &&
+                                             activations_.callSite()[1].op == Op::Spread) {
+            // Straight into the targets.
+            Variable values[kMostSpread];
+            for (std::size_t i = 0; i < count; ++i) values[i].overwriteByMove(R[at->a + i]);
+            slot = activations_.back().slot;
+            lastCallWasScalar_ = false;
+            popPlain();
+            slot->overwriteNil();
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = activations_.back().pc + 1;
+            for (std::size_t i = 0; i < at->c; ++i) {
+                if (i < count) {
+                    R[at->b + i].overwriteByMove(values[i]);
+                } else {
+                    R[at->b + i].overwriteNil();
+                }
+            }
+            // Nobody destroys them where a computed jump leaves their block.
+            for (std::size_t i = at->c; i < count; ++i) values[i].overwriteNil();
+            NEXT();
+        }
         R[at->a] = multiOf(&R[at->a], at->b);
-    Return : {
+    Return:
         if (code->forTurns) giveTurns(at->c);
+        returned = &R[at->a];
+        goto leave;
+    ReturnNil:
+        if (code->forTurns && at->m == 0) giveTurns(at->c);
+        returned = &R[code->chunkValue];
+        if (at->m != kReturnsChunkValue) returned->overwriteNil();
+    leave : {
         if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
         lastCallWasScalar_ = false;
         if (const Activation& running = activations_.back();
             running.isPlain() && walks_.size() == running.walks) {
             slot = running.slot;
-            if (interpreter_.currentLine != running.lineAtEntry &&
-                interpreter_.currentLine != interpreter_.retiredLine) {
-                interpreter_.retiredLine = interpreter_.currentLine;
-                const Shared<ScriptCallable>& callable = slot->asFunction();
-                if (interpreter_.retiredCallable != callable) {
-                    // It holds the code that the last token has been read in.
-                    showToken();
-                    interpreter_.retiredCallable = callable;
-                }
-            } else {
-                showToken();
-            }
             // The value may be that of a variable, which goes with the scope, and the names of the
             // scope may go with the callee.
             Variable value;
-            value.overwriteByMove(R[at->a]);
-            while (interpreter_.blockScopes.size() > running.blocks) {
-                interpreter_.blockScopes.pop();
-            }
-            while (interpreter_.frameScopes.size() > running.frames) {
-                interpreter_.frameScopes.pop();
-            }
-            activations_.pop_back();
-            --interpreter_.callDepth;
+            value.overwriteByMove(*returned);
+            popPlain();
             slot->overwriteByMove(value);
         } else {
             showToken();
-            result = std::move(R[at->a]);
+            result = std::move(*returned);
+            returned->setNil();
             slot = activations_.back().slot;
             popActivation();
             *slot = std::move(result);
@@ -1029,15 +1049,9 @@ Variable Machine::run() {
         at = activations_.back().pc;
         NEXT();
     }
-    ReturnNil:
-        if (code->forTurns && at->m == 0) giveTurns(at->c);
-        if (lastToken_ != nullptr) showLastToken();
-        slot = &R[code->chunkValue];
-        if (at->m != kReturnsChunkValue) slot->setNil();
-        goto leaveWithSlot;
     leaveSlowly:
         showToken();
-        slot = &R[at->a];
+        slot = returned;
     leaveWithSlot : {
         if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
             interpreter_.rethrowPendingCoroutineException();

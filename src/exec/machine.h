@@ -99,6 +99,8 @@ private:
             *innermost_ = {};
             return *innermost_;
         }
+        /// Where the innermost one has been called; there must be one around it.
+        [[nodiscard]] Pc callSite() const { return innermost_[-1].pc; }
         void pop_back() {
             --count_;
             --innermost_;
@@ -157,8 +159,8 @@ private:
     }
 
     // Calls. The callee stands in `slot`, its arguments behind it.
-    /// The code of a callee that can be entered without a look at anything else; null if there is
-    /// none.
+    /// The code of a callee, with its arguments behind it, that can be entered without a look at
+    /// anything else; null if there is none.
     [[nodiscard]] const MachineCode* directCode(const Variable& callee, std::size_t count) const {
         if (callee.tag() != Variable::kFunctionTag || needsAttention()) return nullptr;
         const ScriptCallable* callable = callee.rawFunction();
@@ -166,7 +168,8 @@ private:
         const MachineCode* code =
             callable->directFunction->ready[interpreter_.blockScopeVisible() ? 1 : 0];
         if (code == nullptr || code->isStale || code->parameterCount != count) return nullptr;
-        return code;
+        if (&callee + 1 + code->registerCount > segmentEnd_) return nullptr;
+        return isInNames(*code->function) ? code : nullptr;
     }
     /// A function whose directory and name are those of what runs.
     [[nodiscard]] bool isInNames(const MachineFunction& function) const {
@@ -185,6 +188,26 @@ private:
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
+    /// The end of the innermost activation, which `isPlain` and has no walk.
+    [[gnu::always_inline]] void popPlain() {
+        const Activation& running = activations_.back();
+        if (interpreter_.currentLine != running.lineAtEntry &&
+            interpreter_.currentLine != interpreter_.retiredLine) {
+            interpreter_.retiredLine = interpreter_.currentLine;
+            const Shared<ScriptCallable>& callable = running.slot->asFunction();
+            if (interpreter_.retiredCallable != callable) {
+                // It holds the code that the last token has been read in.
+                showToken();
+                interpreter_.retiredCallable = callable;
+            }
+        } else {
+            showToken();
+        }
+        while (interpreter_.blockScopes.size() > running.blocks) interpreter_.blockScopes.pop();
+        while (interpreter_.frameScopes.size() > running.frames) interpreter_.frameScopes.pop();
+        activations_.pop_back();
+        --interpreter_.callDepth;
+    }
     void popFrames(const Activation& running);
     void abandonActivation();
     const Variable* calleeOf(const MachineCode& code, const Variable* registers,
@@ -291,6 +314,9 @@ private:
     void giveTurns(std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) interpreter_.runTurnHook();
     }
+
+    /// So many results go straight into the targets of the call.
+    static constexpr std::size_t kMostSpread = 8;
 
     DovrelScript& interpreter_;
     ActivationStack activations_;

@@ -1,5 +1,5 @@
-// What runs in the compiled form: each of these bodies must be compiled, and once its tokens have met
-// their places, nothing of it may go by the executor or by the tiers.
+// What runs in the compiled form: each of these bodies must be compiled, and once its tokens have
+// met their places, nothing of it may go by the executor or by the tiers.
 #include <gtest/gtest.h>
 
 #include <string>
