@@ -68,6 +68,18 @@ namespace {
         DISPATCH(); \
     } while (false)
 
+namespace {
+
+/// An element into a register, which may be that of the container; the container may go.
+[[gnu::always_inline]] inline void takeElement(Variable& target, const Variable& element,
+                                               Variable& container, std::uint8_t marks) {
+    Variable copy(element);
+    if ((marks & kFirstGoes) != 0) container.overwriteNil();
+    target.overwriteByMove(copy);
+}
+
+}  // namespace
+
 /// Leaves all functions of one loop where it is left by an exception.
 class Machine::Abandoning {
 public:
@@ -668,9 +680,7 @@ Variable Machine::run() {
         const Variable& base = R[at->b];
         const Variable& key = R[at->c];
         if (isArrayValue(base) && isIntValue(key)) {
-            Variable element(elementOrNil(base.rawArray(), key.rawInt()));
-            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
-            R[at->a].overwriteByMove(element);
+            takeElement(R[at->a], elementOrNil(base.rawArray(), key.rawInt()), R[at->b], at->m);
             NEXT();
         }
         moved = at;
@@ -680,9 +690,7 @@ Variable Machine::run() {
     IndexInt : {
         const Variable& base = R[at->b];
         if (isArrayValue(base)) {
-            Variable element(elementOrNil(base.rawArray(), at->c));
-            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
-            R[at->a].overwriteByMove(element);
+            takeElement(R[at->a], elementOrNil(base.rawArray(), at->c), R[at->b], at->m);
             NEXT();
         }
         moved = at;
@@ -694,9 +702,7 @@ Variable Machine::run() {
         const Variable& key = code->constants[at->c];
         if (isTableValue(base)) {
             const Variable* found = base.rawTable().find(key.asText());
-            Variable element(found != nullptr ? *found : nilValue());
-            if ((at->m & kFirstGoes) != 0) R[at->b].overwriteNil();
-            R[at->a].overwriteByMove(element);
+            takeElement(R[at->a], found != nullptr ? *found : nilValue(), R[at->b], at->m);
             NEXT();
         }
         moved = at;
@@ -906,11 +912,7 @@ Variable Machine::run() {
         slot = R - 1;
         const bool byTokens = code->isTokenLeaf;
         if (byTokens) showToken();  // the callee may go with its slot
-        Variable value;
-        value.overwriteByMove(R[at->a]);
-        for (std::size_t i = 0; i < code->parameterCount; ++i) R[i].overwriteNil();
-        activations_.pop_back();
-        slot->overwriteByMove(value);
+        leaveLeaf(R[at->a]);
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
@@ -994,25 +996,10 @@ Variable Machine::run() {
                                              walks_.size() == activations_.back().walks &&
                                              activations_.callSite()->op == Op::SpreadCall &&
                                              activations_.callSite()[1].op == Op::Spread) {
-            // Straight into the targets.
-            Variable values[kMostSpread];
-            for (std::size_t i = 0; i < count; ++i) values[i].overwriteByMove(R[at->a + i]);
-            slot = activations_.back().slot;
-            lastCallWasScalar_ = false;
-            popPlain();
-            slot->overwriteNil();
+            leaveWithSeveral(&R[at->a], count);
             code = activations_.back().code;
             R = activations_.back().base;
             at = activations_.back().pc + 1;
-            for (std::size_t i = 0; i < at->c; ++i) {
-                if (i < count) {
-                    R[at->b + i].overwriteByMove(values[i]);
-                } else {
-                    R[at->b + i].overwriteNil();
-                }
-            }
-            // Nobody destroys them where a computed jump leaves their block.
-            for (std::size_t i = at->c; i < count; ++i) values[i].overwriteNil();
             NEXT();
         }
         R[at->a] = multiOf(&R[at->a], at->b);
@@ -1029,13 +1016,7 @@ Variable Machine::run() {
         lastCallWasScalar_ = false;
         if (const Activation& running = activations_.back();
             running.isPlain() && walks_.size() == running.walks) {
-            slot = running.slot;
-            // The value may be that of a variable, which goes with the scope, and the names of the
-            // scope may go with the callee.
-            Variable value;
-            value.overwriteByMove(*returned);
-            popPlain();
-            slot->overwriteByMove(value);
+            leavePlain(*returned);
         } else {
             showToken();
             result = std::move(*returned);

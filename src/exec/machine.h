@@ -208,6 +208,27 @@ private:
         activations_.pop_back();
         --interpreter_.callDepth;
     }
+    /// The ends of activations with a value in a register. It may be that of a variable, which goes
+    /// with the scope, and the names of the scope may go with the callee.
+    [[gnu::always_inline]] void leavePlain(Variable& returned) {
+        Variable* const slot = activations_.back().slot;
+        Variable value;
+        value.overwriteByMove(returned);
+        popPlain();
+        slot->overwriteByMove(value);
+    }
+    [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
+        const Activation& running = activations_.back();
+        Variable* const slot = running.slot;
+        Variable value;
+        value.overwriteByMove(returned);
+        for (std::size_t i = 0; i < running.code->parameterCount; ++i) {
+            running.base[i].overwriteNil();
+        }
+        activations_.pop_back();
+        slot->overwriteByMove(value);
+    }
+    void leaveWithSeveral(Variable* returned, std::size_t count);
     void popFrames(const Activation& running);
     void abandonActivation();
     const Variable* calleeOf(const MachineCode& code, const Variable* registers,

@@ -192,6 +192,25 @@ void Machine::popActivation() {
     }
 }
 
+/// The end of a call whose `count` results go straight into the targets of the statement.
+void Machine::leaveWithSeveral(Variable* returned, std::size_t count) {
+    std::array<Variable, kMostSpread> values;
+    for (std::size_t i = 0; i < count; ++i) values[i].overwriteByMove(returned[i]);
+    Variable* const slot = activations_.back().slot;
+    lastCallWasScalar_ = false;
+    popPlain();
+    slot->overwriteNil();
+    const MachineInstruction& spread = activations_.back().pc[1];
+    Variable* const targets = activations_.back().base + spread.b;
+    for (std::size_t i = 0; i < spread.c; ++i) {
+        if (i < count) {
+            targets[i].overwriteByMove(values[i]);
+        } else {
+            targets[i].overwriteNil();
+        }
+    }
+}
+
 /// The same where it has been left in the middle: operands may wait in its registers.
 void Machine::abandonActivation() {
     const Activation running = activations_.back();
