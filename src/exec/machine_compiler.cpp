@@ -341,6 +341,7 @@ const ParsedScriptLine* MachineCompiler::lineAt(std::uint32_t index) {
 }
 
 std::uint32_t MachineCompiler::beginStatement(std::uint32_t line, bool runsCode) {
+    if (line >= program_.lines.size()) ok_ = false;  // a damaged file, for the executor to refuse
     MachineStatement statement;
     statement.first = here();
     statement.line = line;

@@ -216,6 +216,16 @@ std::string damagedInline(BytecodeInstruction bad) {
     return messageOf(runAsItStands(program));
 }
 
+TEST(HostileBytecode, WithALoopMayNameLinesOutsideToo) {
+    // A program with a loop is compiled before it runs.
+    for (const std::uint32_t line : {7U, 100U, kFarAway}) {
+        auto program = std::make_shared<BytecodeProgram>(
+            compile("if true\n x = 1\nend\nwhile false\n x = 1\nend\n"));
+        program->ifGroups.at(0).branches.at(0).conditionLine = line;
+        EXPECT_EQ(messageOf(runAsItStands(program)), "Bytecode line index out of range") << line;
+    }
+}
+
 TEST(HostileBytecode, RunInlineHasMessagesOfItsOwn) {
     EXPECT_EQ(damagedInline(instruction(BytecodeOp::IfGroup, 0)),
               "Inline bytecode if-group index out of range");
