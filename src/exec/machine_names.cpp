@@ -1,0 +1,275 @@
+// Names and scopes of the compiled form: which token is a register, and which variables a block or
+// a function will declare.
+#include <algorithm>
+#include <utility>
+
+#include "exec/inline_chunks.h"
+#include "exec/machine_compiler.h"
+
+bool MachineCompiler::contains(const std::vector<Name>& names, Name name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::uint16_t MachineCompiler::recordFor(const ParsedScriptLine& line, std::size_t token) {
+    VariableRecord record;
+    record.token = &line.tokenAnalysis[token];
+    record.name = record.token->name;
+    if (record.name == nullptr) ok_ = false;
+    // A token that leads to another global than its name's stays with its cache.
+    if (record.token->globalSlotFound && record.name != nullptr &&
+        record.token->globalSlot == record.name->globalSlot) {
+        record.global = record.token->globalValue;
+    }
+    out_.variables.push_back(record);
+    return number(out_.variables.size() - 1);
+}
+
+MachineCompiler::Resolution MachineCompiler::resolve(const ParsedScriptLine& line,
+                                                     std::size_t token) {
+    const TokenAnalysis& analysis = line.tokenAnalysis[token];
+    const Name name = analysis.name;
+    if (isLeaf_) {
+        const bool isParameter = analysis.slotKind == SlotKind::Parameter &&
+                                 analysis.slotIndex < unit_.parameters.size();
+        if (isParameter) return {true, static_cast<std::uint16_t>(analysis.slotIndex), 0};
+        const std::uint16_t record = recordFor(line, token);
+        out_.variables[record].isInLeaf = true;
+        return {false, 0, record};
+    }
+    for (auto chunk = chunks_.rbegin(); chunk != chunks_.rend(); ++chunk) {
+        if (!chunk->ownsBlock || !contains(chunk->declared, name)) continue;
+        const ScopeWindow& window = out_.windows[chunk->window];
+        const auto at = std::find(window.names.begin(), window.names.end(), name);
+        return {true, static_cast<std::uint16_t>(window.first + (at - window.names.begin())), 0};
+    }
+    std::uint16_t depth = 0;
+    for (auto region = regions_.rbegin(); region != regions_.rend(); ++region, ++depth) {
+        if (contains(region->uncertain, name)) break;
+        const auto at = std::find(region->declared.begin(), region->declared.end(), name);
+        if (at != region->declared.end()) {
+            const auto entry = static_cast<std::uint16_t>(at - region->declared.begin());
+            const auto reg = static_cast<std::uint16_t>(out_.windows[region->window].first + entry);
+            const bool isMet = analysis.slotKind == SlotKind::Frame &&
+                               analysis.slotDepth == depth && analysis.slotIndex == entry;
+            if (isMet) return {true, reg, 0};
+            const std::uint16_t record = recordFor(line, token);
+            out_.variables[record].hasPlace = true;
+            out_.variables[record].place = reg;
+            out_.variables[record].frameDepth = depth;
+            out_.variables[record].entry = entry;
+            return {false, 0, record};
+        }
+        // In a loop, the turn before may have made it.
+        if (region->isLoop && contains(region->later, name)) break;
+    }
+    return {false, 0, recordFor(line, token)};
+}
+
+/// In a damaged file, chunks may lie outside of the code, and hold each other or themselves.
+bool MachineCompiler::mayVisit(std::uint32_t chunk, int depth) const {
+    const std::size_t most = 1000 + 200 * program_.chunks.size();
+    return chunk < program_.chunks.size() && depth <= 200 && ++visits_ <= most &&
+           rangeIsInside(program_.chunks[chunk], program_);
+}
+
+std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
+    std::vector<Name> names;
+    const BytecodeChunkRange& range = program_.chunks[chunk];
+    const auto add = [&names](const ParsedScriptLine& line, std::size_t token) {
+        if (token >= line.tokenAnalysis.size()) return;
+        const Name name = line.tokenAnalysis[token].name;
+        if (name != nullptr && !contains(names, name)) names.push_back(name);
+    };
+    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
+        const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
+        const auto op = static_cast<BytecodeOp>(instruction.opcode);
+        if (op == BytecodeOp::FunctionDecl) {
+            if (instruction.operand >= program_.functionDecls.size()) continue;
+            const std::uint32_t at = program_.functionDecls[instruction.operand].declarationLine;
+            if (at >= program_.lines.size()) continue;
+            const ParsedScriptLine& line = program_.lines[at];
+            if (line.kind == LineKind::LocalFunction) add(line, 2);
+        } else if (op == BytecodeOp::Statement || op == BytecodeOp::FastAssign) {
+            if (instruction.operand >= program_.lines.size()) continue;
+            const ParsedScriptLine& line = program_.lines[instruction.operand];
+            if (line.assignmentScope != ScopeTarget::Local || line.assignment == nullptr) continue;
+            for (const ParsedAssignmentTarget& target : line.assignment->targets) {
+                add(line, target.nameToken);
+            }
+        }
+    }
+    return names;
+}
+
+/// The natives that go to the frame scope of a region. Those of its own chunk that come before any
+/// in a nested block have a certain place.
+void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeWindow& window,
+                                     bool isTop, bool& anyNested, int depth) {
+    if (!mayVisit(chunk, depth)) return;
+    const auto add = [&](const ParsedScriptLine& line, std::size_t token) {
+        if (token >= line.tokenAnalysis.size()) return;
+        const Name name = line.tokenAnalysis[token].name;
+        if (name == nullptr || contains(region.declared, name)) return;
+        if (!isTop) anyNested = true;
+        if (contains(region.uncertain, name)) return;
+        if (!isTop && contains(region.later, name)) return;
+        if (contains(region.later, name)) return;
+        window.names.push_back(name);
+        (isTop && !anyNested ? region.later : region.uncertain).push_back(name);
+    };
+    const auto nested = [&](std::uint32_t body) {
+        collectNatives(body, region, window, false, anyNested, depth + 1);
+    };
+    const BytecodeChunkRange& range = program_.chunks[chunk];
+    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
+        const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
+        const std::uint32_t operand = instruction.operand;
+        switch (static_cast<BytecodeOp>(instruction.opcode)) {
+            case BytecodeOp::Statement:
+            case BytecodeOp::FastAssign: {
+                if (operand >= program_.lines.size()) break;
+                const ParsedScriptLine& line = program_.lines[operand];
+                if (line.assignmentScope != ScopeTarget::Native || line.assignment == nullptr) {
+                    break;
+                }
+                for (const ParsedAssignmentTarget& target : line.assignment->targets) {
+                    add(line, target.nameToken);
+                }
+                break;
+            }
+            case BytecodeOp::FunctionDecl: {
+                if (operand >= program_.functionDecls.size()) break;
+                const std::uint32_t at = program_.functionDecls[operand].declarationLine;
+                if (at < program_.lines.size() &&
+                    program_.lines[at].kind == LineKind::NativeFunction) {
+                    add(program_.lines[at], 2);
+                }
+                break;
+            }
+            case BytecodeOp::IfGroup:
+                if (operand >= program_.ifGroups.size()) break;
+                for (const auto& branch : program_.ifGroups[operand].branches) {
+                    nested(branch.bodyChunk);
+                }
+                break;
+            case BytecodeOp::WhileLoop:
+                if (operand < program_.whileLoops.size()) {
+                    nested(program_.whileLoops[operand].bodyChunk);
+                }
+                break;
+            case BytecodeOp::RepeatLoop:
+                if (operand < program_.repeatLoops.size()) {
+                    nested(program_.repeatLoops[operand].bodyChunk);
+                }
+                break;
+            default: break;  // the bodies of `for`s have frame scopes of their own
+        }
+    }
+}
+
+MachineCompiler::Region MachineCompiler::makeRegion(std::uint32_t chunk,
+                                                    const std::vector<Name>& given,
+                                                    std::uint16_t first, bool isLoop) {
+    Region region;
+    ScopeWindow window;
+    window.names = given;
+    window.first = first;
+    window.given = static_cast<std::uint16_t>(given.size());
+    region.declared = given;
+    region.isLoop = isLoop;
+    bool anyNested = false;
+    collectNatives(chunk, region, window, true, anyNested);
+    window.hasOwnNames = !region.uncertain.empty();
+    region.window = number(out_.windows.size());
+    out_.windows.push_back(std::move(window));
+    return region;
+}
+
+std::optional<std::uint16_t> MachineCompiler::freshPlace(const ParsedScriptLine& line,
+                                                         std::size_t token) const {
+    const Name name = line.tokenAnalysis[token].name;
+    if (line.assignmentScope == ScopeTarget::Local) {
+        const Chunk& chunk = chunks_.back();
+        if (!chunk.ownsBlock || contains(chunk.declared, name)) return std::nullopt;
+        const ScopeWindow& window = out_.windows[chunk.window];
+        const std::size_t next = chunk.declared.size();
+        if (next >= window.names.size() || window.names[next] != name) return std::nullopt;
+        return static_cast<std::uint16_t>(window.first + next);
+    }
+    if (line.assignmentScope == ScopeTarget::Native) {
+        if (regions_.empty()) return std::nullopt;
+        const Region& region = regions_.back();
+        if (region.chunkLevel != chunks_.size() || !contains(region.later, name)) {
+            return std::nullopt;
+        }
+        const ScopeWindow& window = out_.windows[region.window];
+        const std::size_t next = region.declared.size();
+        if (region.isLoop || window.names[next] != name) return std::nullopt;
+        return static_cast<std::uint16_t>(window.first + next);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::uint16_t> MachineCompiler::declaredPlace(const ParsedScriptLine& line,
+                                                            std::size_t token) const {
+    const Name name = line.tokenAnalysis[token].name;
+    const std::vector<Name>* declared = nullptr;
+    std::uint16_t window = 0;
+    if (line.assignmentScope == ScopeTarget::Local && chunks_.back().ownsBlock) {
+        declared = &chunks_.back().declared;
+        window = chunks_.back().window;
+    } else if (line.assignmentScope == ScopeTarget::Native && !regions_.empty()) {
+        declared = &regions_.back().declared;
+        window = regions_.back().window;
+    }
+    if (declared == nullptr) return std::nullopt;
+    const auto at = std::find(declared->begin(), declared->end(), name);
+    if (at == declared->end()) return std::nullopt;
+    return static_cast<std::uint16_t>(out_.windows[window].first + (at - declared->begin()));
+}
+
+bool MachineCompiler::canDeclare(const ParsedScriptLine& line, std::size_t token) const {
+    return freshPlace(line, token).has_value() || declaredPlace(line, token).has_value();
+}
+
+void MachineCompiler::emitDeclared(const ParsedScriptLine& line, std::size_t token) {
+    const Name name = line.tokenAnalysis[token].name;
+    if (line.assignmentScope == ScopeTarget::Local) {
+        emit(Op::DeclareBlock);
+        chunks_.back().declared.push_back(name);
+    } else {
+        emit(Op::DeclareFrame);
+        Region& region = regions_.back();
+        region.declared.push_back(name);
+        region.later.erase(std::find(region.later.begin(), region.later.end(), name));
+    }
+}
+
+/// What the executor has declared by now, if it has run the line.
+void MachineCompiler::noteExecutorDeclarations(const ParsedScriptLine& line) {
+    const auto note = [&](ScopeTarget scope, std::size_t token) {
+        const Name name = line.tokenAnalysis[token].name;
+        if (scope == ScopeTarget::Local && chunks_.back().ownsBlock &&
+            !contains(chunks_.back().declared, name)) {
+            chunks_.back().declared.push_back(name);
+        } else if (scope == ScopeTarget::Native && !regions_.empty()) {
+            Region& region = regions_.back();
+            if (region.chunkLevel == chunks_.size() && contains(region.later, name) &&
+                !region.isLoop) {
+                region.declared.push_back(name);
+                region.later.erase(std::find(region.later.begin(), region.later.end(), name));
+            }
+        }
+    };
+    if (line.kind == LineKind::LocalFunction || line.kind == LineKind::NativeFunction) {
+        if (line.tokenAnalysis.size() > 2) {
+            note(line.kind == LineKind::LocalFunction ? ScopeTarget::Local : ScopeTarget::Native,
+                 2);
+        }
+    } else if (line.assignment != nullptr && line.assignmentScope != ScopeTarget::Default) {
+        if (!line.assignment->isPlain) return;
+        for (const ParsedAssignmentTarget& target : line.assignment->targets) {
+            note(line.assignmentScope, target.nameToken);
+        }
+    }
+}
