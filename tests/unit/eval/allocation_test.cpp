@@ -22,7 +22,7 @@ void* counted(std::size_t size) {
 
 }  // namespace
 
-// The array and non-throwing forms of the library end in these.
+// The array forms of the library end in these.
 void* operator new(std::size_t size) { return counted(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     ++allocations;
