@@ -2,25 +2,53 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <unordered_map>
 #include <utility>
 
 #include "eval/errors.h"
 #include "library/host_stack.h"
 #include "library/pattern_graph.h"
-#include "library/pattern_source.h"
 
 namespace {
 
 /// The one matcher: it only keeps storage between searches, and no search runs inside of another.
 constinit PatternMatcher matcher;
 
+/// The offset behind the number at `position`, or 0 for one with more digits than the standard
+/// library can count in: it reads on without looking, and an overflow there is undefined.
+[[nodiscard]] std::size_t endOfNumber(std::string_view expression, std::size_t position) {
+    const std::size_t size = expression.size();
+    const std::size_t first = std::min(expression.find_first_not_of('0', position), size);
+    const std::size_t end = std::min(expression.find_first_not_of("0123456789", first), size);
+    return end - first > std::numeric_limits<long>::digits10 ? 0 : end;
+}
+
+/// Whether the standard library can read every number of `expression`: those behind a backslash,
+/// and one or two in braces.
+[[nodiscard]] bool hasReadableNumbers(std::string_view expression) {
+    std::size_t position = 0;
+    while ((position = expression.find_first_of("\\{", position)) != std::string_view::npos) {
+        const bool isEscape = expression[position] == '\\';
+        const std::size_t begin = position + 1;
+        position = endOfNumber(expression, begin);
+        if (position == 0) return false;
+        const char behind = position < expression.size() ? expression[position] : '}';
+        if (isEscape && position == begin) {
+            ++position;  // what is escaped begins nothing
+        } else if (!isEscape && behind == ',') {
+            position = endOfNumber(expression, position + 1);
+            if (position == 0) return false;
+        }
+    }
+    return true;
+}
+
 [[nodiscard]] std::unique_ptr<const std::regex> compileStandard(const PatternSource& source) {
     try {
-        return std::make_unique<const std::regex>(
-            source.expression, source.ignoresCase ? std::regex::ECMAScript | std::regex::icase
-                                                  : std::regex::ECMAScript);
+        return std::make_unique<const std::regex>(standardExpression(source));
     } catch (const std::regex_error& error) {
         // The expression is shown, not the script's pattern: the library's words are about it.
         throwPlainError("gsub: invalid regex pattern '" + source.expression + "': " + error.what());
@@ -76,6 +104,15 @@ constinit std::array<RecentPattern, kRecentPatterns> recentPatterns;
 }
 
 }  // namespace
+
+std::regex standardExpression(const PatternSource& source) {
+    if (!hasReadableNumbers(source.expression)) {
+        throw std::regex_error(std::regex_constants::error_backref);
+    }
+    return std::regex(source.expression, source.ignoresCase
+                                             ? std::regex::ECMAScript | std::regex::icase
+                                             : std::regex::ECMAScript);
+}
 
 CompiledPattern::CompiledPattern(std::string_view pattern, MatchedBy by) {
     const PatternSource source = readPatternSource(pattern);

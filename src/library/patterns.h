@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <regex>
 #include <string>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "library/pattern_matcher.h"
+#include "library/pattern_source.h"
 #include "value/variable.h"
 
 /// The one pattern that string.gsub treats by its exact text.
@@ -31,6 +33,9 @@ enum class MatchedBy : std::uint8_t {
     Whoever,          // the program, or the standard library for what has none
     StandardLibrary,  // the standard library; for comparisons
 };
+
+/// `source` in the standard library's form. Raises std::regex_error.
+[[nodiscard]] std::regex standardExpression(const PatternSource& source);
 
 class CompiledPattern {
 public:

@@ -212,9 +212,7 @@ private:
 
 std::unique_ptr<const std::regex> standardOf(const PatternSource& source) {
     try {
-        return std::make_unique<const std::regex>(
-            source.expression, source.ignoresCase ? std::regex::ECMAScript | std::regex::icase
-                                                  : std::regex::ECMAScript);
+        return std::make_unique<const std::regex>(standardExpression(source));
     } catch (const std::regex_error&) {
         return nullptr;
     }
