@@ -163,6 +163,10 @@ public:
         ++count_;  // last: the stack is as it was if memory runs out
         return scope;
     }
+    /// So many pushes of windows cannot fail.
+    void prepare(std::size_t count) {
+        while (made_ < count_ + count) grow();
+    }
     /// Pushes an empty scope for the caller to open as a window.
     Scope& pushWindow() {
         if (count_ == made_) grow();
@@ -187,6 +191,61 @@ private:
     std::vector<Scope> scopes_;  // the first `count_` are on the stack, the others are spare
     std::size_t count_ = 0;
     std::size_t made_ = 0;  // its size
+};
+
+/// Puts off the opening of block scopes until somebody looks at them.
+class BlockScopeSource {
+public:
+    /// Opens what has been put off: the scopes are as they should be now.
+    virtual void openBlocks() = 0;
+
+protected:
+    ~BlockScopeSource() = default;
+};
+
+/// The block scopes. Compiled code that knows where its variables are puts off opening its own;
+/// whoever looks here finds them.
+class BlockScopeStack {
+public:
+    [[nodiscard]] std::size_t size() const { return opened().size(); }
+    [[nodiscard]] bool empty() const { return size() == 0; }
+    [[nodiscard]] const Scope& operator[](std::size_t index) const { return opened()[index]; }
+    [[nodiscard]] Scope& operator[](std::size_t index) { return opened()[index]; }
+    [[nodiscard]] Scope& back() { return opened().back(); }
+    [[nodiscard]] const Scope& fromTop(std::size_t depth) const { return opened().fromTop(depth); }
+    [[nodiscard]] const ScopeStack& all() const { return opened(); }
+    Scope& push(std::size_t expectedEntries) { return opened().push(expectedEntries); }
+    void pop() { opened().pop(); }
+    void popTo(std::size_t count) { opened().popTo(count); }
+    /// Other scopes take the place of these, for a flow of their own or to come back from it.
+    void swap(ScopeStack& other) {
+        // Behind this, the source has nothing left to open among those that go.
+        if (source_ != nullptr) source_->openBlocks();
+        isPutOff_ = false;
+        scopes_.swap(other);
+    }
+
+    /// Who puts off opening block scopes; it lives as long as these are in use.
+    void setSource(BlockScopeSource& source) { source_ = &source; }
+    /// The source may have put off something since it has opened its blocks.
+    void putOff() { isPutOff_ = true; }
+    [[nodiscard]] bool isPutOff() const { return isPutOff_; }
+    /// For the source itself: only those that are open.
+    [[nodiscard]] ScopeStack& open() { return scopes_; }
+    [[nodiscard]] const ScopeStack& open() const { return scopes_; }
+
+private:
+    ScopeStack& opened() const {
+        if (isPutOff_) [[unlikely]] {
+            source_->openBlocks();
+            isPutOff_ = false;
+        }
+        return scopes_;
+    }
+
+    mutable ScopeStack scopes_;
+    mutable bool isPutOff_ = false;
+    BlockScopeSource* source_ = nullptr;
 };
 
 /// The value of entry `index` if there is one and it is called `name`, else null.

@@ -45,7 +45,7 @@ const Variable* validateCachedEntry(const TokenAnalysis& token, const Scope& sco
 /// Searches scopes [floor, ceiling) of `scopes` from the top; a hit is cached as `kind`.
 const Variable* searchScopes(const ScopeStack& scopes, std::size_t floor, std::size_t ceiling,
                              SlotKind kind, const TokenAnalysis& token) {
-    if (token.name->scopeEntries == 0) return nullptr;
+    if (!token.name->isInScopes()) return nullptr;
     for (std::size_t i = ceiling; i-- > floor;) {
         const Scope& scope = scopes[i];
         const std::size_t index = scope.find(token.name);
@@ -102,7 +102,7 @@ void DovrelScript::cacheGlobal(const TokenAnalysis& token, std::size_t slot) {
 }
 
 Variable* DovrelScript::findInScopes(Name name) {
-    if (name->scopeEntries == 0) return nullptr;
+    if (isInNoScope(name)) return nullptr;
     for (std::size_t i = blockScopes.size(); i-- > blockScopeFloor;) {
         const std::size_t index = blockScopes[i].find(name);
         if (index < blockScopes[i].size()) return &blockScopes[i][index].value;
@@ -168,7 +168,7 @@ const Variable* DovrelScript::resolveVariableFastPtr(const TokenAnalysis& token)
 }
 
 const Variable* DovrelScript::searchVariable(const TokenAnalysis& token) {
-    if (const Variable* value = searchScopes(blockScopes, blockScopeFloor, blockScopes.size(),
+    if (const Variable* value = searchScopes(blockScopes.all(), blockScopeFloor, blockScopes.size(),
                                              SlotKind::Block, token)) {
         return value;
     }
@@ -206,7 +206,7 @@ Variable* DovrelScript::bindableVariable(const TokenAnalysis& token) {
         return const_cast<Variable*>(cachedScopeEntry(token, blockScopes.fromTop(token.slotDepth)));
     }
     if (token.slotKind == SlotKind::None && blockScopeVisible() && fastCallable == nullptr &&
-        token.name->scopeEntries == 0) {
+        isInNoScope(token.name)) {
         return token.globalValue;
     }
     return cachedVariable(token);
@@ -260,7 +260,7 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
     }
     if (value == nullptr) {
         value =
-            searchScopes(blockScopes, blockScopeFloor, blockScopes.size(), SlotKind::Block, token);
+            searchScopes(blockScopes.all(), blockScopeFloor, blockScopes.size(), SlotKind::Block, token);
     }
     if (value == nullptr) {
         value = searchScopes(frameScopes, 0, frameScopes.size(), SlotKind::Frame, token);

@@ -51,7 +51,7 @@ inline Variable* DovrelScript::cachedVariable(const TokenAnalysis& token) {
 
 /// For a token whose cache has a global or nothing.
 inline Variable* DovrelScript::unhiddenGlobal(const TokenAnalysis& token) {
-    if (token.globalValue == nullptr || fastCallable != nullptr || token.name->scopeEntries != 0) {
+    if (token.globalValue == nullptr || fastCallable != nullptr || !isInNoScope(token.name)) {
         return nullptr;
     }
     if (!blockScopeVisible() && frameScopes.empty()) return nullptr;

@@ -243,6 +243,7 @@ Variable Machine::run() {
     const MachineCode* callee = nullptr;
     Variable* returned = nullptr;
     Variable result;
+    bool holds = false;  // a condition that was decided beside the loop
     // Where the code goes on if an instruction cannot. `at` itself must stay in a register of the
     // host, so nobody gets its address.
     Pc moved = nullptr;
@@ -320,19 +321,19 @@ Variable Machine::run() {
         NEXT();
     }
 
-    PushBlock : {
-        const ScopeWindow& window = code->windows[static_cast<std::size_t>(at->d())];
-        interpreter_.blockScopes.pushWindow().openWindow(
-            window.names.data(), R + window.first, 0,
-            static_cast<std::uint32_t>(window.names.size()));
+    PushBlock:
+    DeclareBlock:
+        activations_.back().blockState = at->b;
+        interpreter_.blockScopes.putOff();
+        NEXT();
+    PopBlock : {
+        Activation& running = activations_.back();
+        if (running.openBlocks != 0) [[unlikely]]
+            closeBlocks(running, at->c);
+        running.blockState = at->c;
+        if (at->b != 0) clearRegisters(&R[at->a], at->b);
         NEXT();
     }
-    PopBlock:
-        interpreter_.blockScopes.pop();
-        NEXT();
-    DeclareBlock:
-        interpreter_.blockScopes.back().declareNext();
-        NEXT();
     DeclareFrame:
         interpreter_.frameScopes.back().declareNext();
         NEXT();
@@ -560,6 +561,7 @@ Variable Machine::run() {
                        next->loopEnds[loop] != kNoLoopEnd) {
                 code = next;
                 running.code = next;
+                running.blockState = next->loopStates[loop];
                 at = code->code.data() + code->loopEnds[loop];
                 if (at->op != Op::JumpBack) DISPATCH();
             }
@@ -568,36 +570,33 @@ Variable Machine::run() {
     }
     JumpIfFalse : {
         const Variable& value = R[at->a];
-        bool holds = false;
         if (isBoolValue(value)) {
-            holds = value.rawBool();
+            if (value.rawBool()) NEXT();
         } else {
             moved = at;
             if (!truth(*code, moved, value, holds)) goto declined;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
+            if (holds) NEXT();
         }
-        if (holds) NEXT();
         at = code->code.data() + at->d();
         DISPATCH();
     }
     JumpIfTrue : {
         const Variable& value = R[at->a];
-        bool holds = false;
         if (isBoolValue(value)) {
-            holds = value.rawBool();
+            if (!value.rawBool()) NEXT();
         } else {
             moved = at;
             if (!truth(*code, moved, value, holds)) goto declined;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
+            if (!holds) NEXT();
         }
-        if (!holds) NEXT();
         at = code->code.data() + at->d();
         DISPATCH();
     }
     SkipUnlessTrue:
     SkipIfTrue : {
         const bool skips = at->op == Op::SkipIfTrue;
-        bool holds = false;
         moved = at;
         if (!truth(*code, moved, R[at->a], holds)) goto declined;
         if (holds == skips) {
@@ -608,42 +607,51 @@ Variable Machine::run() {
         NEXT();
     }
 
-#define BRANCH(Kind, op, sense, Prefix)                                                          \
-    Prefix##Kind : {                                                                             \
+// The truth of a test is not kept where it decides at once: the host would write it down first.
+#define JUMP_IF(truth)           \
+    do {                         \
+        if (!(truth)) NEXT();    \
+        at += at->distance();    \
+        DISPATCH();              \
+    } while (false)
+#define JUMP_SLOWLY(sense, distance)  \
+    do {                              \
+        if (holds != (sense)) NEXT(); \
+        at += distance;               \
+        DISPATCH();                   \
+    } while (false)
+#define BRANCH(Kind, op, sense, Prefix)                                                        \
+    Prefix##Kind : {                                                                           \
+        const Variable& left = R[at->a];                                                       \
+        const Variable& right = R[at->b];                                                      \
+        if (areInts(left, right)) JUMP_IF((left.rawInt() op right.rawInt()) == sense);         \
+        if (areFloats(left, right)) {                                                          \
+            JUMP_IF(compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat()) ==       \
+                    sense);                                                                    \
+        }                                                                                      \
+        const int distance = at->distance();                                                   \
+        moved = at;                                                                            \
+        if (!slowCompare(*code, moved, R, NodeKind::Kind, left, right, holds, true)) {         \
+            goto declined;                                                                     \
+        }                                                                                      \
+        JUMP_SLOWLY(sense, distance);                                                          \
+    }
+#define BRANCH_INT(Kind, op, sense, Prefix)                                                      \
+    Prefix##Kind##Int : {                                                                        \
         const Variable& left = R[at->a];                                                         \
-        const Variable& right = R[at->b];                                                        \
-        bool truth_ = false;                                                                     \
+        const int right = static_cast<std::int16_t>(at->b);                                      \
+        if (isIntValue(left)) JUMP_IF((left.rawInt() op right) == sense);                        \
+        if (isFloatValue(left)) {                                                                \
+            JUMP_IF(compareNumbers(NodeKind::Kind, static_cast<double>(left.rawFloat()),         \
+                                   static_cast<double>(right)) == sense);                        \
+        }                                                                                        \
         const int distance = at->distance();                                                     \
-        if (areInts(left, right)) {                                                              \
-            truth_ = left.rawInt() op right.rawInt();                                            \
-        } else if (areFloats(left, right)) {                                                     \
-            truth_ = compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat());          \
-        } else if (!(moved = at,                                                                 \
-                     slowCompare(*code, moved, R, NodeKind::Kind, left, right, truth_, true))) { \
+        moved = at;                                                                              \
+        if (!slowCompare(*code, moved, R, NodeKind::Kind, left, Variable::makeInt(right), holds, \
+                         false)) {                                                               \
             goto declined;                                                                       \
         }                                                                                        \
-        if (truth_ != sense) NEXT();                                                             \
-        at += distance;                                                                          \
-        DISPATCH();                                                                              \
-    }
-#define BRANCH_INT(Kind, op, sense, Prefix)                                                       \
-    Prefix##Kind##Int : {                                                                         \
-        const Variable& left = R[at->a];                                                          \
-        bool truth_ = false;                                                                      \
-        const int distance = at->distance();                                                      \
-        if (isIntValue(left)) {                                                                   \
-            truth_ = left.rawInt() op static_cast<std::int16_t>(at->b);                           \
-        } else if (isFloatValue(left)) {                                                          \
-            truth_ = compareNumbers(NodeKind::Kind, static_cast<double>(left.rawFloat()),         \
-                                    static_cast<double>(static_cast<std::int16_t>(at->b)));       \
-        } else if (!(moved = at, slowCompare(*code, moved, R, NodeKind::Kind, left,               \
-                                             Variable::makeInt(static_cast<std::int16_t>(at->b)), \
-                                             truth_, false))) {                                   \
-            goto declined;                                                                        \
-        }                                                                                         \
-        if (truth_ != sense) NEXT();                                                              \
-        at += distance;                                                                           \
-        DISPATCH();                                                                               \
+        JUMP_SLOWLY(sense, distance);                                                            \
     }
 #define BRANCHES(Kind, op)          \
     BRANCH(Kind, op, true, If)      \
@@ -841,7 +849,7 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
     callSlot:
-        callee = directCode(*slot, argumentCount);
+        callee = directCode(*slot, argumentCount, at->m, *code);
         if (callee != nullptr) goto enterDirectly;
         if ((at->m & kExpectsDecline) != 0 && isScalarCallee(slot)) {
             slot->setNil();
@@ -853,7 +861,7 @@ Variable Machine::run() {
         if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
-            if (tryEnter(slot, argumentCount)) {
+            if (tryEnter(slot, argumentCount, at->m)) {
                 code = activations_.back().code;
                 R = activations_.back().base;
                 at = code->code.data();
@@ -876,17 +884,16 @@ Variable Machine::run() {
         entered.slot = slot;
         entered.lineAtEntry = interpreter_.currentLine;
         entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
-        entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+        entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
         entered.walks = static_cast<std::uint32_t>(walks_.size());
         ++interpreter_.callDepth;
         ++counts.calls;
-        const ScopeWindow& window = callee->windows[callee->frameWindow];
-        const auto capacity = static_cast<std::uint32_t>(window.names.size());
         Scope& scope = interpreter_.frameScopes.pushWindow();
-        if (window.hasOwnNames) [[unlikely]] {
-            scope.openWindowWithOwnNames(window.names.data(), R, window.given, capacity);
+        const MachineCode::Frame& frame = callee->frame;
+        if (frame.hasOwnNames) [[unlikely]] {
+            scope.openWindowWithOwnNames(frame.names, R, frame.given, frame.capacity);
         } else {
-            scope.openWindow(window.names.data(), R, window.given, capacity);
+            scope.openWindow(frame.names, R, frame.given, frame.capacity);
         }
         code = callee;
         at = code->code.data();
@@ -900,6 +907,7 @@ Variable Machine::run() {
         entered.code = callee;
         entered.base = R;
         entered.slot = slot;
+        entered.amongBlocks = (at->m & kAmongBlocks) != 0;
         for (std::size_t i = argumentCount; i < callee->parameterCount; ++i) R[i].overwriteNil();
         for (std::size_t i = callee->parameterCount; i < argumentCount; ++i) R[i].overwriteNil();
         ++counts.calls;
@@ -929,10 +937,10 @@ Variable Machine::run() {
 
     SpreadCall:
         slot = &R[at->a];
-        callee = directCode(*slot, at->b);
+        callee = directCode(*slot, at->b, at->m, *code);
         if (callee != nullptr) goto enterDirectly;
         activations_.back().pc = at;
-        if (slot->type == VarType::Function && tryEnter(slot, at->b)) {
+        if (slot->type == VarType::Function && tryEnter(slot, at->b, at->m)) {
             code = activations_.back().code;
             R = activations_.back().base;
             at = code->code.data();
@@ -1232,11 +1240,11 @@ Variable Machine::run() {
         ++counts.byTiers;
         const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
         const ParsedScriptLine& line = *site.line;
-        const bool holds = interpreter_.evaluateCondition(line,
-                                                          line.kind == LineKind::While   ? "while"
-                                                          : line.kind == LineKind::Until ? "until"
-                                                                                         : "if",
-                                                          DovrelScript::ConditionTiers::BoolFirst);
+        holds = interpreter_.evaluateCondition(line,
+                                               line.kind == LineKind::While   ? "while"
+                                               : line.kind == LineKind::Until ? "until"
+                                                                              : "if",
+                                               DovrelScript::ConditionTiers::BoolFirst);
         if (interpreter_.softErrorUnwinding()) goto attend;
         if (!code->forTurns && givesTurns()) {
             // The statement goes on in the other form.

@@ -23,7 +23,7 @@
 #include "interpreter/dovrel_script.h"
 #include "value/script_callable.h"
 
-class Machine {
+class Machine final : public BlockScopeSource {
 public:
     explicit Machine(DovrelScript& interpreter);
     ~Machine();
@@ -42,6 +42,9 @@ public:
     /// short.
     [[nodiscard]] Text constantText(const std::string& text);
 
+    /// Opens the block scopes of all running functions that have been put off.
+    void openBlocks() override;
+
     /// What has been compiled and run, for tests that demand it.
     struct Counts {
         std::uint64_t compiled = 0;  // functions and programs
@@ -50,6 +53,7 @@ public:
         std::uint64_t calls = 0;       // of compiled functions
         std::uint64_t byExecutor = 0;  // statements that went by the executor
         std::uint64_t byTiers = 0;     // expressions that went by the tiers
+        std::uint64_t blocksOpened = 0;  // block scopes that somebody has looked at
     };
     Counts counts;
 
@@ -68,12 +72,17 @@ private:
         std::uint32_t frames = 0;  // scopes at its entry
         std::uint32_t blocks = 0;
         std::uint32_t walks = 0;
-        bool isEntry = false;       // the loop ends with it
-        bool isProgram = false;     // no function: it has no frame, and no callee before its base
-        bool hasDirectory = false;  // what has been pushed
-        bool hasName = false;
-        bool hasVarargs = false;
-        bool hasSegment = false;                                  // its registers begin a segment
+        std::uint16_t blockState = 0;  // which block scopes it has
+        std::uint16_t openBlocks = 0;  // so many of them, from the outermost on, are open
+        std::uint16_t openState = 0;   // the state when they were opened last
+        bool isAmongOpen = false;      // all block scopes of those around it are open
+        bool amongBlocks = false;      // of a leaf: a block scope is visible
+        bool isEntry : 1 = false;      // the loop ends with it
+        bool isProgram : 1 = false;    // no function: it has no frame, and no callee before its base
+        bool hasDirectory : 1 = false;  // what has been pushed
+        bool hasName : 1 = false;
+        bool hasVarargs : 1 = false;
+        bool hasSegment : 1 = false;  // its registers begin a segment
         std::shared_ptr<BytecodeProgram> const* owner = nullptr;  // of a program
 
         /// Nothing but a scope has been pushed, and the loop goes on behind it.
@@ -101,6 +110,8 @@ private:
         }
         /// Where the innermost one has been called; there must be one around it.
         [[nodiscard]] Pc callSite() const { return innermost_[-1].pc; }
+        /// The activation `distance` around the innermost one.
+        [[nodiscard]] Activation& around(std::size_t distance) { return *(innermost_ - distance); }
         void pop_back() {
             --count_;
             --innermost_;
@@ -161,15 +172,20 @@ private:
     // Calls. The callee stands in `slot`, its arguments behind it.
     /// The code of a callee, with its arguments behind it, that can be entered without a look at
     /// anything else; null if there is none.
-    [[nodiscard]] const MachineCode* directCode(const Variable& callee, std::size_t count) const {
+    [[nodiscard, gnu::always_inline]] const MachineCode* directCode(const Variable& callee, std::size_t count,
+                                                std::uint8_t marks,
+                                                const MachineCode& caller) const {
         if (callee.tag() != Variable::kFunctionTag || needsAttention()) return nullptr;
         const ScriptCallable* callable = callee.rawFunction();
         if (callable == nullptr || callable->directFunction == nullptr) return nullptr;
         const MachineCode* code =
-            callable->directFunction->ready[interpreter_.blockScopeVisible() ? 1 : 0];
+            callable->directFunction->ready[(marks & kAmongBlocks) != 0 ? 1 : 0];
         if (code == nullptr || code->isStale || code->parameterCount != count) return nullptr;
         if (&callee + 1 + code->registerCount > segmentEnd_) return nullptr;
-        return isInNames(*code->function) ? code : nullptr;
+        const MachineFunction& function = *code->function;
+        const bool isInSameNames = function.baseDirectory == caller.function->baseDirectory &&
+                                   function.scriptName == caller.function->scriptName;
+        return isInSameNames || isInNames(function) ? code : nullptr;
     }
     /// A function whose directory and name are those of what runs.
     [[nodiscard]] bool isInNames(const MachineFunction& function) const {
@@ -180,7 +196,7 @@ private:
                (function.scriptName->empty() ||
                 (!names.empty() && names.back() == function.scriptName));
     }
-    bool tryEnter(Variable* slot, std::size_t count);
+    bool tryEnter(Variable* slot, std::size_t count, std::uint8_t marks);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
                std::size_t count, bool isEntry);
     void pushVarargs(Variable* extra, std::size_t count);
@@ -203,7 +219,7 @@ private:
         } else {
             showToken();
         }
-        while (interpreter_.blockScopes.size() > running.blocks) interpreter_.blockScopes.pop();
+        leaveBlocks(running);
         while (interpreter_.frameScopes.size() > running.frames) interpreter_.frameScopes.pop();
         activations_.pop_back();
         --interpreter_.callDepth;
@@ -228,6 +244,21 @@ private:
         activations_.pop_back();
         slot->overwriteByMove(value);
     }
+    [[gnu::noinline]] static void clearRegisters(Variable* first, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) first[i].overwriteNil();
+    }
+    /// The variables of its blocks go.
+    [[gnu::always_inline]] void leaveBlocks(const Activation& running) {
+        if (running.openBlocks != 0) [[unlikely]]
+            interpreter_.blockScopes.open().popTo(running.blocks);
+        if (running.blockState == 0) return;
+        const BlockState& state = running.code->blockStates[running.blockState];
+        clearRegisters(running.base + state.first, std::size_t{state.end} - state.first);
+    }
+    static std::uint32_t openBlocksOf(Activation& running, ScopeStack& scopes);
+    /// Those of its blocks that are open, down to those of `state`.
+    void closeBlocks(Activation& running, std::uint16_t state);
+    [[nodiscard]] bool isHiddenInBlocks(Name name);
     void leaveWithSeveral(Variable* returned, std::size_t count);
     void popFrames(const Activation& running);
     void abandonActivation();
@@ -253,7 +284,7 @@ private:
     /// Leaves the cache of a token that has met its global without a search as the search would.
     [[gnu::always_inline]] void touchGlobal(const VariableRecord& record) {
         const TokenAnalysis& token = *record.token;
-        if (interpreter_.blockScopeVisible()) {
+        if (record.isInLeaf ? activations_.back().amongBlocks : record.amongBlocks) {
             token.slotKind = SlotKind::None;
         } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr ||
                    record.isInLeaf) {
@@ -268,7 +299,8 @@ private:
     void getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
     [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
-        if (record.global == nullptr || record.name->scopeEntries != 0) return nullptr;
+        if (record.global == nullptr) return nullptr;
+        if (record.name->scopeEntries != 0 && isHiddenInBlocks(record.name)) return nullptr;
         // A cache that leads into a scope is asked first: it may hit by an address.
         const SlotKind kind = record.token->slotKind;
         if (kind != SlotKind::Global && kind != SlotKind::None) return nullptr;

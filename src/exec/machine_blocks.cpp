@@ -67,7 +67,7 @@ void MachineCompiler::emitJumpBack(std::size_t firstRecord) {
         const VariableRecord& record = out_.variables[i];
         anyCold = anyCold || record.hasPlace || record.global == nullptr;
     }
-    emitD(Op::JumpBack, 0, static_cast<std::int64_t>(loopCount_++), anyCold ? 0 : 1);
+    emitD(Op::JumpBack, blockState_, static_cast<std::int64_t>(loopCount_++), anyCold ? 0 : 1);
 }
 
 /// The condition stands behind the body, so that a turn takes one jump.

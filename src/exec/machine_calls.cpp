@@ -34,7 +34,9 @@ bool isScalarId(BuiltinId id) {
 
 }  // namespace
 
-Machine::Machine(DovrelScript& interpreter) : interpreter_(interpreter) {}
+Machine::Machine(DovrelScript& interpreter) : interpreter_(interpreter) {
+    interpreter.blockScopes.setSource(*this);
+}
 
 Machine::~Machine() = default;
 
@@ -80,7 +82,7 @@ void Machine::dropSegment() {
 
 // ---------------------------------------------------------------- calls
 
-bool Machine::tryEnter(Variable* slot, std::size_t count) {
+bool Machine::tryEnter(Variable* slot, std::size_t count, std::uint8_t marks) {
     // While a soft error waits for its protected call, the executor says what runs.
     if (interpreter_.softErrorPending) return false;
     const ScriptCallable* callable = slot->asFunction().get();
@@ -90,7 +92,7 @@ bool Machine::tryEnter(Variable* slot, std::size_t count) {
     }
     MachineFunction* function = functionOf(*callable);
     if (function == nullptr) return false;
-    const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
+    const MachineCode* code = codeOf(*function, (marks & kAmongBlocks) != 0);
     if (code == nullptr) return false;
     enter(*function, *code, slot, count, false);
     return true;
@@ -112,7 +114,7 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     entered.slot = slot;
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
-    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
     entered.isEntry = isEntry;
     entered.hasSegment = hasSegment;
@@ -167,9 +169,7 @@ void Machine::popActivation() {
         activations_.pop_back();
         return;
     }
-    if (interpreter_.blockScopes.size() > running.blocks) {
-        interpreter_.blockScopes.popTo(running.blocks);
-    }
+    leaveBlocks(running);
     while (walks_.size() > running.walks) {
         spareWalks_.push_back(std::move(walks_.back()));
         walks_.pop_back();
@@ -214,13 +214,97 @@ void Machine::leaveWithSeveral(Variable* returned, std::size_t count) {
 /// The same where it has been left in the middle: operands may wait in its registers.
 void Machine::abandonActivation() {
     const Activation running = activations_.back();
-    if (!running.code->isLeaf && interpreter_.blockScopes.size() > running.blocks) {
-        interpreter_.blockScopes.popTo(running.blocks);
+    if (!running.code->isLeaf) {
+        interpreter_.blockScopes.open().popTo(running.blocks);
+        popFrames(running);
     }
-    if (!running.code->isLeaf) popFrames(running);
     for (std::size_t i = 0; i < running.code->registerCount; ++i) running.base[i].setNil();
     popActivation();
 }
+
+// ---------------------------------------------------------------- block scopes
+
+/// Opens the blocks of all activations, from the outermost on that may have any to open.
+void Machine::openBlocks() {
+    if (activations_.empty()) return;
+    ScopeStack& scopes = interpreter_.blockScopes.open();
+    std::size_t outermost = 0;
+    std::size_t toOpen = 0;
+    for (;; ++outermost) {
+        const Activation& running = activations_.around(outermost);
+        toOpen += running.code->blockStates[running.blockState].level;
+        if (running.isAmongOpen || outermost + 1 == activations_.size()) break;
+    }
+    scopes.prepare(toOpen);  // nothing fails behind this
+    std::uint32_t opened = 0;
+    for (std::size_t distance = outermost + 1; distance-- > 0;) {
+        Activation& running = activations_.around(distance);
+        // What has been put off around it was not counted at its entry.
+        running.blocks += opened;
+        running.isAmongOpen = true;
+        opened += openBlocksOf(running, scopes);
+    }
+    counts.blocksOpened += opened;
+}
+
+/// How many it has opened.
+std::uint32_t Machine::openBlocksOf(Activation& running, ScopeStack& scopes) {
+    const std::vector<BlockState>& known = running.code->blockStates;
+    const std::size_t levels = known[running.blockState].level;
+    // A turn of a coroutine has scopes of its own, and nothing has changed around it.
+    if (running.blockState == running.openState && running.openBlocks == levels) return 0;
+    std::array<const BlockState*, kMostNestedBlocks + 1> states{};
+    std::size_t level = levels;
+    for (std::uint16_t state = running.blockState; level > 0; state = known[state].outer) {
+        states[--level] = &known[state];
+    }
+    std::uint32_t opened = 0;
+    for (; level < levels; ++level) {
+        const BlockState& state = *states[level];
+        const ScopeWindow& window = running.code->windows[state.window];
+        if (level >= running.openBlocks) {
+            scopes.pushWindow().openWindow(window.names.data(), running.base + window.first, 0,
+                                           static_cast<std::uint32_t>(window.names.size()));
+            ++running.openBlocks;
+            ++opened;
+        }
+        Scope& scope = scopes[running.blocks + level];
+        while (scope.size() < state.declared) scope.declareNext();
+    }
+    running.openState = running.blockState;
+    return opened;
+}
+
+void Machine::closeBlocks(Activation& running, std::uint16_t state) {
+    const std::size_t level = running.code->blockStates[state].level;
+    if (running.openBlocks <= level) return;
+    for (; running.openBlocks > level; --running.openBlocks) interpreter_.blockScopes.open().pop();
+    // Those around it are as they were when it was opened.
+    running.openState = state;
+}
+
+/// A name that is counted in scopes, or may be in blocks that have been put off.
+bool Machine::isHiddenInBlocks(Name name) {
+    if (name->isInScopes()) return true;
+    if (!interpreter_.blockScopes.isPutOff()) return false;
+    constexpr std::size_t kMostLookedAt = 8;
+    for (std::size_t distance = 0; distance < activations_.size(); ++distance) {
+        if (distance >= kMostLookedAt) return !interpreter_.isInNoScope(name);
+        const Activation& running = activations_.around(distance);
+        const std::vector<BlockState>& known = running.code->blockStates;
+        for (std::uint16_t at = running.blockState; at != 0; at = known[at].outer) {
+            const BlockState& state = known[at];
+            const Name* const names = running.code->windows[state.window].names.data();
+            if (std::find(names, names + state.declared, name) != names + state.declared) {
+                return true;
+            }
+        }
+        if (running.isAmongOpen) return false;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------- other calls
 
 void Machine::clearArguments(Variable* slot, std::size_t count) {
     for (std::size_t i = 0; i <= count; ++i) slot[i].setNil();
@@ -474,11 +558,13 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     entered.owner = &program;
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
-    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.size());
+    entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
     entered.isEntry = true;
     entered.isProgram = true;
-    entered.base = roomFor(top(), 0, code->registerCount, entered.hasSegment);
+    bool hasSegment = false;
+    entered.base = roomFor(top(), 0, code->registerCount, hasSegment);
+    entered.hasSegment = hasSegment;
     activations_.push() = entered;
     leaveSignal_ = BlockSignal::None;
     result = run();

@@ -61,9 +61,11 @@ enum class MachineOp : std::uint8_t {
     UpdateVariable,  // the variable op= b: a is the record, m the operator, c an OperandOrigin
     UpdateRegister,  // a op= b, the same
     // Scopes.
-    PushBlock,     // opens block scope d
-    PopBlock,      // closes it
-    DeclareBlock,  // the next entry of the top block scope is in its register
+    // Block scopes are opened when somebody looks at them; until then, a number tells which there
+    // are.
+    PushBlock,     // goes to block state d, which has another block
+    PopBlock,      // goes to block state c: the b variables from a on go
+    DeclareBlock,  // goes to block state d: the top block's next entry is in its register
     DeclareFrame,  // the same of the top frame scope
     // Arithmetic: a = b op c, in the order of the node kinds. `m` holds a MachineTier and marks.
     Add,
@@ -214,6 +216,8 @@ inline constexpr std::uint8_t kExpectsDecline = 16;
 inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.
 inline constexpr std::uint8_t kDirectCall = 64;
+/// Mark of a call: a block scope is visible at it.
+inline constexpr std::uint8_t kAmongBlocks = 128;
 
 /// Mark of a move: the variable is read by the rules of the scalar tier, which raises for one that
 /// a compound assignment has spoiled.
@@ -256,6 +260,7 @@ struct VariableRecord {
     // Its certain place, if it has one that the token has not met yet.
     bool hasPlace = false;
     bool isInLeaf = false;         // of the body of a function of one line
+    bool amongBlocks = false;      // a block scope is visible there
     std::uint16_t place = 0;       // register
     std::uint16_t frameDepth = 0;  // frame scopes between it and the top
     std::uint16_t entry = 0;       // in its scope
@@ -267,6 +272,19 @@ struct ScopeWindow {
     std::uint16_t first = 0;   // register of its first entry
     std::uint16_t given = 0;   // entries that it opens with
     bool hasOwnNames = false;  // the order of the names is not known before
+};
+
+/// Blocks nested deeper go by the executor.
+inline constexpr std::size_t kMostNestedBlocks = 100;
+
+/// Which block scopes of its own an activation has at a place in the code.
+struct BlockState {
+    std::uint16_t outer = 0;     // the state around the innermost of them
+    std::uint16_t level = 0;     // how many there are
+    std::uint16_t window = 0;    // of the innermost
+    std::uint16_t declared = 0;  // entries of the innermost
+    std::uint16_t first = 0;     // the registers of all of them, with what lies in between
+    std::uint16_t end = 0;
 };
 
 /// What one statement, or one condition, of the code is.
@@ -377,6 +395,7 @@ struct MachineCode {
     std::vector<Variable> constants;
     std::vector<VariableRecord> variables;
     std::vector<ScopeWindow> windows;
+    std::vector<BlockState> blockStates;  // the first is that without blocks
     std::vector<MachineStatement> statements;  // by ascending `first`
     std::vector<ExpressionSite> expressions;
     std::vector<MemberSite> members;
@@ -387,6 +406,14 @@ struct MachineCode {
     std::vector<TokenSite> tokens;      // by ascending `at`
     std::vector<TokenSite> tokenMarks;  // of LastToken
     std::uint16_t frameWindow = 0;      // of the function's own scope
+    /// That window at hand.
+    struct Frame {
+        const Name* names = nullptr;
+        std::uint32_t given = 0;
+        std::uint32_t capacity = 0;
+        bool hasOwnNames = false;
+    };
+    Frame frame;
     std::uint32_t registerCount = 0;
     bool hasBlock = false;         // the code opens a block scope of its own at its start
     std::uint16_t chunkValue = 0;  // register of the chunk's value
@@ -401,6 +428,7 @@ struct MachineCode {
     const MachineCode* other = nullptr;   // the form for turns, and back
     std::vector<std::uint32_t> toOther;   // index of the same instruction there
     std::vector<std::uint32_t> loopEnds;  // the JumpBack of each loop; kNoLoopEnd if it has none
+    std::vector<std::uint16_t> loopStates;  // the block state there
 
     [[nodiscard]] bool isUsable() const { return !code.empty(); }
 };

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::size_t kMostRegisters = 60000;
-constexpr std::size_t kMostNestedBlocks = 100;
 
 }  // namespace
 
@@ -207,16 +206,7 @@ void MachineCompiler::emitChunk(std::uint32_t chunk, bool isUnit) {
     const bool outerAmongBlocks =
         std::exchange(mode_.amongBlocks, mode_.amongBlocks || entered.ownsBlock);
     const std::uint16_t mark = top_;
-    if (entered.ownsBlock) {
-        ScopeWindow window;
-        window.names = localsOf(chunk);
-        window.first = top_;
-        allocate(window.names.size());
-        entered.window = number(out_.windows.size());
-        emitD(Op::PushBlock, 0, entered.window);
-        out_.windows.push_back(std::move(window));
-        ++openBlocks_;
-    }
+    if (entered.ownsBlock) pushBlock(entered, chunk);
     chunks_.push_back(entered);
     if (isUnit && !regions_.empty()) regions_.back().chunkLevel = chunks_.size();
     ++nesting_;
@@ -228,11 +218,12 @@ void MachineCompiler::emitChunk(std::uint32_t chunk, bool isUnit) {
     }
     isTail_ = isTail;
     --nesting_;
-    chunks_.pop_back();
     if (entered.ownsBlock) {
-        emit(Op::PopBlock);
+        popBlock(chunks_.back());
+        blockState_ = entered.stateAround;
         --openBlocks_;
     }
+    chunks_.pop_back();
     mode_.amongBlocks = outerAmongBlocks;
     top_ = mark;
 }
@@ -337,7 +328,9 @@ bool MachineCompiler::lineRunsCode(BytecodeOp opcode, const ParsedScriptLine& li
 void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uint32_t position) {
     const ParsedScriptLine* line = lineAt(index);
     if (line == nullptr) return;
-    if (line->tokens.empty()) {
+    const bool isOutOfPlace =
+        line->assignmentScope == ScopeTarget::Local && !chunks_.back().ownsBlock;
+    if (line->tokens.empty() || isOutOfPlace) {
         ok_ = false;  // only a damaged file has such a statement
         return;
     }
@@ -354,6 +347,8 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
         const std::size_t jumps = jumps_.size();
         const std::size_t tokens = out_.tokens.size();
         const std::size_t scalarCalls = out_.scalarCalls.size();
+        const std::size_t blockStates = out_.blockStates.size();
+        const std::uint16_t blockState = blockState_;
         const std::uint32_t statement = beginStatement(index, lineRunsCode(opcode, *line));
         out_.statements[statement].instruction = position;
         const bool isCompiled = emitPlainLine(opcode, *line);
@@ -368,6 +363,8 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
         jumps_.resize(jumps);
         out_.tokens.resize(tokens);
         out_.scalarCalls.resize(scalarCalls);
+        out_.blockStates.resize(blockStates);
+        blockState_ = blockState;
         valueIsNil_ = wasNil;
     }
     runByExecutor(index, position);
@@ -697,7 +694,8 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
         const std::uint16_t base = allocate(arguments + 1);
         emitArguments(call, static_cast<std::uint16_t>(base + 1));
         emitTo(call.left, base);
-        emitABC(Op::SpreadCall, base, arguments, 0, static_cast<std::uint8_t>(Tier::General));
+        emitABC(Op::SpreadCall, base, arguments, 0,
+                static_cast<std::uint8_t>(static_cast<std::uint8_t>(Tier::General) | blockMark()));
         emitABC(Op::Spread, base, first, count);
         source_ = outer;
     } else {
@@ -827,7 +825,12 @@ void MachineCompiler::emitBreak(std::uint32_t index) {
     if (mode_.depth > loop_->depth) {
         emitD(Op::GiveTurns, 0, std::int64_t{mode_.depth} - loop_->depth);
     }
-    for (std::size_t i = loop_->blocks; i < openBlocks_; ++i) emit(Op::PopBlock);
+    std::size_t toLeave = openBlocks_ - loop_->blocks;
+    for (auto chunk = chunks_.rbegin(); toLeave > 0; ++chunk) {
+        if (!chunk->ownsBlock) continue;
+        popBlock(*chunk);
+        --toLeave;
+    }
     emitJump(Op::Jump, 0, loop_->end);
 }
 
@@ -835,6 +838,7 @@ void MachineCompiler::emitBreak(std::uint32_t index) {
 
 bool MachineCompiler::compileLeaf(const ParsedScriptLine& line, MachineDraft& draft) {
     isLeaf_ = true;
+    out_.blockStates.emplace_back();
     allocate(unit_.parameters.size());
     const std::uint16_t result = allocate();
     if (line.hasCompiledReturnValues()) {
@@ -868,6 +872,7 @@ bool MachineCompiler::compile(MachineDraft& draft) {
     if (!rangeIsInside(range, program_)) return false;
     if (unit_.runsOnce && !holdsLoop(unit_.chunk)) return false;
     mode_.amongBlocks = unit_.amongBlocks;
+    out_.blockStates.emplace_back();
     const bool endsWithReturn =
         range.instructionCount > 0 &&
         program_.code[range.firstInstruction + range.instructionCount - 1].opcode ==

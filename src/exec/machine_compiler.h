@@ -54,6 +54,7 @@ private:
     struct Chunk {
         bool ownsBlock = false;
         std::uint16_t window = 0;
+        std::uint16_t stateAround = 0;  // the block state outside of it
         std::vector<Name> declared;  // so far
     };
     /// A frame scope: the function's, or that of a `for`.
@@ -119,6 +120,9 @@ private:
                         bool& anyNested, int depth = 0);
     bool mayVisit(std::uint32_t chunk, int depth) const;
     std::vector<Name> localsOf(std::uint32_t chunk) const;
+    void pushBlock(Chunk& entered, std::uint32_t chunk);
+    void declareInBlock(Name name);
+    void popBlock(const Chunk& chunk);
 
     // Statements.
     void emitChunk(std::uint32_t chunk, bool isUnit);
@@ -199,6 +203,7 @@ private:
                   std::optional<std::uint16_t> appendRecord);
     void emitCall(int node, std::uint16_t target, std::uint8_t marks);
     void emitScalarCall(int node, std::uint16_t target);
+    std::uint16_t placeOfCall(std::size_t count, std::uint16_t target);
     void emitArguments(const FastExprNode& call, std::uint16_t first);
     void emitLiteral(int node, std::uint16_t target);
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
@@ -226,6 +231,7 @@ private:
     const ScriptCallable* expectedCallee(const ParsedScriptLine& line,
                                          const FastExpression& expression, int callee) const;
     bool isMemberCallee(int callee) const;
+    std::uint8_t blockMark() const { return mode_.amongBlocks ? kAmongBlocks : std::uint8_t{0}; }
     std::uint8_t tierBits() const { return static_cast<std::uint8_t>(source_.tier); }
     static std::uint8_t goes(Place place, std::uint8_t mark) {
         return place.isTemporary ? mark : std::uint8_t{0};
@@ -249,6 +255,7 @@ private:
     Mode mode_;
     Loop* loop_ = nullptr;
     std::size_t openBlocks_ = 0;
+    std::uint16_t blockState_ = 0;
     std::size_t nesting_ = 0;
     std::size_t loopNesting_ = 0;
     mutable std::size_t visits_ = 0;  // of chunks

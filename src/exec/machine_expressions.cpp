@@ -593,6 +593,14 @@ void MachineCompiler::emitMember(const FastExprNode& callee, std::uint16_t& site
     site = number(out_.members.size() - 1);
 }
 
+/// The register of a callee, with room for its arguments behind it: that of the result, where it is
+/// the last one in use. It holds no variable then, which the arguments might read.
+std::uint16_t MachineCompiler::placeOfCall(std::size_t count, std::uint16_t target) {
+    if (target + 1 != top_) return allocate(count + 1);
+    allocate(count);
+    return target;
+}
+
 void MachineCompiler::emitCall(int index, std::uint16_t target, std::uint8_t marks) {
     if (source_.tier == Tier::Scalar) {
         emitScalarCall(index, target);
@@ -601,13 +609,14 @@ void MachineCompiler::emitCall(int index, std::uint16_t target, std::uint8_t mar
     const FastExprNode& at = node(index);
     const auto count = static_cast<std::size_t>(at.intValue);
     const FastExprNode& callee = node(at.left);
-    const std::uint16_t base = allocate(count + 1);
+    const std::uint16_t base = placeOfCall(count, target);
     if (source_.tier == Tier::Either) {  // a call is never part of a form without calls
         ok_ = false;
         return;
     }
     if (std::exchange(source_.expectsDecline, false)) marks |= kExpectsDecline;
     marks |= tierBits();
+    marks |= blockMark();
     if (source_.tier == Tier::Tokens) {
         emitTo(at.left, base);
         emitArguments(at, static_cast<std::uint16_t>(base + 1));
@@ -670,7 +679,7 @@ void MachineCompiler::emitScalarCall(int index, std::uint16_t target) {
     site.behind = behind;
     const std::uint16_t number16 = number(out_.scalarCalls.size());
     out_.scalarCalls.push_back(site);
-    const std::uint16_t base = allocate(count + 1);
+    const std::uint16_t base = placeOfCall(count, target);
     emitD(Op::RequireScalarCall, number16, 0);
     const std::uint32_t outer = source_.scalarSite;
     if (!site.takesScalars) {
@@ -680,7 +689,7 @@ void MachineCompiler::emitScalarCall(int index, std::uint16_t target) {
     emitArguments(at, static_cast<std::uint16_t>(base + 1));
     source_.tier = Tier::Scalar;
     source_.scalarSite = outer;
-    emitABC(Op::CallScalar, base, count, number16);
+    emitABC(Op::CallScalar, base, count, number16, blockMark());
     if (base != target) emitABC(Op::Take, target, base, 0);
     bind(behind);
 }
@@ -730,21 +739,21 @@ void MachineCompiler::emitDirectCall(const ParsedScriptLine& line, const FastCal
                                      std::uint16_t target) {
     const std::uint16_t mark = top_;
     const std::size_t count = call.arguments.size();
-    const std::uint16_t base = allocate(count + 1);
+    const std::uint16_t base = placeOfCall(count, target);
     for (std::size_t i = 0; i < count; ++i) {
         emitValue(line, call.arguments[i], static_cast<std::uint16_t>(base + 1 + i));
     }
-    constexpr auto kMarks =
-        static_cast<std::uint8_t>(kDirectCall | static_cast<std::uint8_t>(Tier::General));
+    const auto marks = static_cast<std::uint8_t>(
+        kDirectCall | static_cast<std::uint8_t>(Tier::General) | blockMark());
     const Resolution found = resolve(line, call.nameToken);
     if (found.isRegister) {
         emitABC(Op::Move, base, found.reg, 0);
-        emitABC(Op::Call, base, count, 0, kMarks);
+        emitABC(Op::Call, base, count, 0, marks);
     } else if (out_.variables[found.record].hasPlace) {
         emitD(Op::GetPlace, base, found.record);
-        emitABC(Op::Call, base, count, 0, kMarks);
+        emitABC(Op::Call, base, count, 0, marks);
     } else {
-        emitABC(Op::CallGlobal, base, count, found.record, kMarks);
+        emitABC(Op::CallGlobal, base, count, found.record, marks);
     }
     if (base != target) emitABC(Op::Take, target, base, 0);
     top_ = mark;

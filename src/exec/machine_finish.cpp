@@ -46,6 +46,8 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
             const auto loop = static_cast<std::size_t>(instruction.d());
             if (result.loopEnds.size() <= loop) result.loopEnds.resize(loop + 1, kNoLoopEnd);
             result.loopEnds[loop] = static_cast<std::uint32_t>(result.code.size());
+            result.loopStates.resize(result.loopEnds.size());
+            result.loopStates[loop] = instruction.a;
         }
         if (!forTurns && isForTurns(instruction)) continue;
         result.code.push_back(instruction);
@@ -85,6 +87,11 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
     for (ScalarCallSite& site : result.scalarCalls) site.behind = target(site.behind);
     for (LoopSite& site : result.loops) site.otherwise = target(site.otherwise);
     for (TokenSite& site : result.tokens) site.at = places[site.at];
+    if (!result.windows.empty()) {
+        const ScopeWindow& window = result.windows[result.frameWindow];
+        result.frame = {window.names.data(), window.given,
+                        static_cast<std::uint32_t>(window.names.size()), window.hasOwnNames};
+    }
     result.forTurns = forTurns;
     return result;
 }

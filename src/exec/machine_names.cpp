@@ -14,6 +14,7 @@ std::uint16_t MachineCompiler::recordFor(const ParsedScriptLine& line, std::size
     VariableRecord record;
     record.token = &line.tokenAnalysis[token];
     record.name = record.token->name;
+    record.amongBlocks = mode_.amongBlocks;
     if (record.name == nullptr) ok_ = false;
     // A token that leads to another global than its name's stays with its cache.
     if (record.token->globalSlotFound && record.name != nullptr &&
@@ -235,8 +236,7 @@ bool MachineCompiler::canDeclare(const ParsedScriptLine& line, std::size_t token
 void MachineCompiler::emitDeclared(const ParsedScriptLine& line, std::size_t token) {
     const Name name = line.tokenAnalysis[token].name;
     if (line.assignmentScope == ScopeTarget::Local) {
-        emit(Op::DeclareBlock);
-        chunks_.back().declared.push_back(name);
+        declareInBlock(name);
     } else {
         emit(Op::DeclareFrame);
         Region& region = regions_.back();
@@ -245,13 +245,53 @@ void MachineCompiler::emitDeclared(const ParsedScriptLine& line, std::size_t tok
     }
 }
 
+// ---------------------------------------------------------------- block scopes
+
+void MachineCompiler::pushBlock(Chunk& entered, std::uint32_t chunk) {
+    ScopeWindow window;
+    window.names = localsOf(chunk);
+    window.first = top_;
+    allocate(window.names.size());
+    entered.window = number(out_.windows.size());
+    entered.stateAround = blockState_;
+    const BlockState& around = out_.blockStates[blockState_];
+    BlockState state;
+    state.outer = blockState_;
+    state.level = static_cast<std::uint16_t>(around.level + 1);
+    state.window = entered.window;
+    state.first = around.level == 0 ? window.first : around.first;
+    state.end = window.first;
+    blockState_ = number(out_.blockStates.size());
+    emitD(Op::PushBlock, 0, blockState_);
+    out_.blockStates.push_back(state);
+    out_.windows.push_back(std::move(window));
+    ++openBlocks_;
+}
+
+void MachineCompiler::declareInBlock(Name name) {
+    BlockState state = out_.blockStates[blockState_];
+    ++state.declared;
+    ++state.end;
+    blockState_ = number(out_.blockStates.size());
+    emitD(Op::DeclareBlock, 0, blockState_);
+    out_.blockStates.push_back(state);
+    chunks_.back().declared.push_back(name);
+    name->markForBlocks();
+}
+
+void MachineCompiler::popBlock(const Chunk& chunk) {
+    emitABC(Op::PopBlock, out_.windows[chunk.window].first, chunk.declared.size(),
+            chunk.stateAround);
+}
+
 /// What the executor has declared by now, if it has run the line.
 void MachineCompiler::noteExecutorDeclarations(const ParsedScriptLine& line) {
     const auto note = [&](ScopeTarget scope, std::size_t token) {
         const Name name = line.tokenAnalysis[token].name;
+        if (name == nullptr) return;  // the executor has refused it
         if (scope == ScopeTarget::Local && chunks_.back().ownsBlock &&
             !contains(chunks_.back().declared, name)) {
-            chunks_.back().declared.push_back(name);
+            declareInBlock(name);
         } else if (scope == ScopeTarget::Native && !regions_.empty()) {
             Region& region = regions_.back();
             if (region.chunkLevel == chunks_.size() && contains(region.later, name) &&

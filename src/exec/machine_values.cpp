@@ -88,7 +88,7 @@ const Variable* Machine::read(VariableRecord& record) {
     const Variable* value = interpreter_.readVariable(*record.token);
     if (record.global == nullptr && value != nullptr && !record.hasPlace &&
         record.token->globalSlotFound && record.token->globalSlot == record.name->globalSlot &&
-        value == record.token->globalValue && record.name->scopeEntries == 0) {
+        value == record.token->globalValue && interpreter_.isInNoScope(record.name)) {
         record.global = record.token->globalValue;
     }
     return value;
@@ -96,7 +96,7 @@ const Variable* Machine::read(VariableRecord& record) {
 
 void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instruction,
                          VariableRecord& record, Op op) {
-    if (record.global != nullptr || record.name->scopeEntries != 0) return;
+    if (record.global != nullptr || !interpreter_.isInNoScope(record.name)) return;
     const TokenAnalysis& token = *record.token;
     if (!token.globalSlotFound || token.globalSlot != record.name->globalSlot) return;
     if (token.globalValue == nullptr) return;
@@ -177,7 +177,7 @@ Variable* Machine::variableForStore(const MachineCode& code, std::uint16_t index
             token.slotIndex == record.entry) {
             const_cast<MachineCode&>(code).isStale = true;
         }
-    } else if (record.global == nullptr && record.name->scopeEntries == 0 &&
+    } else if (record.global == nullptr && interpreter_.isInNoScope(record.name) &&
                token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
                variable == token.globalValue) {
         record.global = variable;

@@ -152,6 +152,13 @@ public:
     void assignVariableFast(const TokenAnalysis& token, const Variable& value, ScopeTarget target);
     /// Creates the global that a token names and leaves the token's cache on the newest global.
     void createGlobal(const TokenAnalysis& token, Variable value);
+    /// No entry of a scope has the name, so that it can only be a global.
+    [[nodiscard]] bool isInNoScope(Name name) const {
+        if (name->scopeEntries == 0) return true;
+        // Those that have been put off count from now on.
+        static_cast<void>(blockScopes.size());
+        return !name->isInScopes();
+    }
     /// A block scope is visible.
     [[nodiscard]] bool blockScopeVisible() const { return blockScopes.size() > blockScopeFloor; }
     /// Pushes a block scope with room for a handful of names.
@@ -161,7 +168,7 @@ public:
     std::deque<Variable> globalValues;  // only ever grows, and never moves a value
     std::vector<bool> globalAssigned;   // set for each slot that holds a value
     ScopeStack frameScopes;             // one per running call or loop, top innermost
-    ScopeStack blockScopes;             // one per running block with locals, top innermost
+    BlockScopeStack blockScopes;        // one per running block with locals, top innermost
     std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller

@@ -18,6 +18,11 @@ struct NameRecord {
     /// With none, the name can only be a global, and no scope has to be searched: without this
     /// count a deep recursion would search all its frames for each global.
     std::size_t scopeEntries = 0;
+    /// The compiled form puts off opening block scopes. A name that any of those may hold is marked
+    /// in `scopeEntries` by this, so that one comparison tells both.
+    static constexpr std::size_t kMayBeInBlocks = std::size_t{1} << 48U;
+    void markForBlocks() { scopeEntries |= kMayBeInBlocks; }
+    [[nodiscard]] bool isInScopes() const { return (scopeEntries & ~kMayBeInBlocks) != 0; }
     /// The slot of the global of this name, once it has been looked up; slots never change.
     std::size_t globalSlot = kNoGlobalSlot;
 };

@@ -186,6 +186,21 @@ protected:
             write(next);
         }
     }
+    /// The same with a float. It is written whole from the register in which it was computed: the
+    /// way through a register for integers would take longer than the arithmetic. The other half of
+    /// the word is left as that register has it, and nobody reads it.
+    [[gnu::always_inline]] void replaceByFloat(float number) noexcept {
+#if defined(__x86_64__)
+        if (!isCounted()) [[likely]] {
+            double whole = 0.0;
+            asm("" : "=x"(whole) : "0"(number));
+            content_.word = std::bit_cast<std::uint64_t>(whole);
+            writeTags(tagsOf(VarType::Float, Alternative::Float));
+            return;
+        }
+#endif
+        replace(wordsOf(number));
+    }
     [[gnu::always_inline]] void copyFrom(const ValueStorage& other) noexcept {
         if (other.isCounted()) other.raiseCount();
         replace(other.words());
@@ -202,7 +217,13 @@ protected:
         return static_cast<int>(static_cast<std::uint32_t>(content_.word));
     }
     [[nodiscard]] float floatContent() const noexcept {
-        return std::bit_cast<float>(static_cast<std::uint32_t>(content_.word));
+        if constexpr (std::endian::native == std::endian::little) {
+            float number = 0.0F;  // at once, without a way through a register for integers
+            std::memcpy(&number, &content_.word, sizeof(number));
+            return number;
+        } else {
+            return std::bit_cast<float>(static_cast<std::uint32_t>(content_.word));
+        }
     }
     [[nodiscard]] bool boolContent() const noexcept { return content_.word != 0; }
     [[nodiscard]] void* pointerContent() const noexcept { return content_.pointer; }

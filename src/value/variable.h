@@ -135,7 +135,7 @@ struct Variable : ValueStorage {
     [[gnu::always_inline]] void overwriteByMove(Variable& other) noexcept { moveFrom(other); }
     [[gnu::always_inline]] void overwriteNil() noexcept { replace(nilWords()); }
     [[gnu::always_inline]] void overwriteInt(int number) noexcept { replace(wordsOf(number)); }
-    [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replace(wordsOf(number)); }
+    [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replaceByFloat(number); }
     [[gnu::always_inline]] void overwriteBool(bool truth) noexcept { replace(wordsOf(truth)); }
 
     /// Nil, Int, Float or Bool with a content that agrees.
