@@ -168,7 +168,7 @@ public:
         while (made_ < count_ + count) grow();
     }
     /// Pushes an empty scope for the caller to open as a window.
-    Scope& pushWindow() {
+    [[gnu::always_inline]] Scope& pushWindow() {
         if (count_ == made_) grow();
         return scopes_[count_++];
     }
