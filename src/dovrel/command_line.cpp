@@ -221,6 +221,21 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::NonNegativeNumber);
         command->add_flag("--list", test_.listsTests, "List the tests and run none");
+        command->add_flag("--coverage", test_.countsLines,
+                          "Tell which lines of the scripts that tests load have run");
+        command
+            ->add_option("--coverage-html", test_.coverageHtmlPath,
+                         "The same as a page for a browser, with the sources")
+            ->type_name("FILE");
+        command
+            ->add_option("--coverage-lcov", test_.coverageLcovPath,
+                         "The same as an lcov tracefile, for other programs")
+            ->type_name("FILE");
+        command
+            ->add_option("--coverage-least", test_.leastCoverage,
+                         "Fail if less than this part of the lines has run")
+            ->type_name("PERCENT")
+            ->check(CLI::Range(0.0, 100.0));
         command->add_flag("--output", test_.showsOutput,
                           "Show what tests write, and not that of failed ones alone");
         command->footer(

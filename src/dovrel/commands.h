@@ -59,11 +59,15 @@ struct CheckOptions {
 
 struct TestOptions {
     std::vector<std::string> paths = {"."};
-    std::string filter;        // of "file:test": a part of it, or a pattern with wildcards
-    std::string junitPath;     // empty for none
-    double timeLimit = 60;     // seconds for each test; 0 for none
-    bool listsTests = false;   // run nothing
-    bool showsOutput = false;  // what tests write comes as they write it
+    std::string filter;            // of "file:test": a part of it, or a pattern with wildcards
+    std::string junitPath;         // empty for none
+    double timeLimit = 60;         // seconds for each test; 0 for none
+    bool listsTests = false;       // run nothing
+    bool showsOutput = false;      // what tests write comes as they write it
+    bool countsLines = false;      // tell which lines of the scripts under test have run
+    std::string coverageHtmlPath;  // these imply it; empty for none
+    std::string coverageLcovPath;
+    double leastCoverage = 0;  // in percent; less is a failure
 };
 
 int runRunCommand(const RunOptions& options);

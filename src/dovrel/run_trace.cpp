@@ -15,7 +15,13 @@ constexpr std::size_t kValueWidth = 72;
 constexpr std::size_t kMostVariables = 20;
 constexpr std::size_t kMostFrames = 50;
 
-std::string shown(const Variable& value) { return shortened(showValue(value), kValueWidth); }
+std::string shown(const Variable& value) {
+    try {
+        return shortened(showValue(value), kValueWidth);
+    } catch (const std::exception&) {
+        return "(broken)";  // a compound assignment that failed has left it of two kinds at once
+    }
+}
 
 std::string shown(const std::string& name, const Variable& value) {
     return name + " = " + shown(value);
@@ -69,11 +75,7 @@ void RunTrace::write(const std::string& text) { out_ << text << '\n' << std::flu
 void RunTrace::flush() {
     if (!isHeld_) return;
     isHeld_ = false;
-    if (!noted_.empty()) {
-        write(held_ + palette_.paint(Colour::Cyan, "  @@ " + noted_));
-    } else if (filter_.variables.empty()) {
-        write(held_);
-    }
+    write(noted_.empty() ? held_ : held_ + palette_.paint(Colour::Cyan, "  @@ " + noted_));
     noted_.clear();
 }
 
@@ -84,11 +86,13 @@ void RunTrace::programBegins(const BytecodeProgram& program) {
 
 void RunTrace::statementBegins(const ParsedScriptLine& line) {
     flush();
+    errorChain_.clear();  // what goes on has been caught
     CallChain::statementBegins(line);
     if (!wantsPlace()) return;
+    if (!filter_.variables.empty()) return;  // until it is known what it assigns
     held_ = place() + shortened(line.source, kSourceWidth);
     isHeld_ = true;
-    if (!isQuiet(line) && filter_.variables.empty()) flush();
+    if (!isQuiet(line)) flush();
 }
 
 void RunTrace::iterationBegins(const ParsedScriptLine& header, const Scope& variables) {
@@ -109,11 +113,15 @@ void RunTrace::writeNote(const std::string& note) {
     write(place() + palette_.paint(Colour::Cyan, "@@ " + note));
 }
 
-void RunTrace::assigned(const ParsedScriptLine& /*line*/, const std::string& name,
+void RunTrace::assigned(const ParsedScriptLine& line, const std::string& name,
                         std::span<const Variable> keys, const Variable& value) {
     if (!wantsPlace() || !wantsVariable(name)) return;
     std::string target = name;
     for (const Variable& key : keys) target += '[' + shown(key) + ']';
+    if (!isHeld_ && !filter_.variables.empty()) {
+        held_ = place() + shortened(line.source, kSourceWidth);
+        isHeld_ = true;
+    }
     if (isHeld_) {
         noted_ += (noted_.empty() ? "" : ", ") + shown(target, value);
     } else {
@@ -122,8 +130,7 @@ void RunTrace::assigned(const ParsedScriptLine& /*line*/, const std::string& nam
 }
 
 void RunTrace::callBegins(const ScriptCallable& callable, Arguments args) {
-    // With a filter of variables the statement may still turn out to assign one.
-    if (filter_.variables.empty()) flush();
+    flush();
     CallChain::callBegins(callable, args);
     if (!wantsFunction(*top().function) || !filter_.lines.empty() || !filter_.variables.empty()) {
         return;
@@ -146,7 +153,7 @@ void RunTrace::callBegins(const ScriptCallable& callable, Arguments args) {
 
 void RunTrace::callEnds(CallEnd end) noexcept {
     try {
-        if (filter_.variables.empty()) flush();
+        flush();
         const bool isWanted =
             wantsFunction(*top().function) && filter_.lines.empty() && filter_.variables.empty();
         if (isWanted) {

@@ -20,6 +20,8 @@
 #include <string_view>
 #include <utility>
 
+#include "dovrel/coverage_report.h"
+#include "dovrel/run_counts.h"
 #include "dovrel/test_library.h"
 #include "dovrel/text_file.h"
 #include "eval/errors.h"
@@ -163,9 +165,13 @@ void takeReport(const std::string& report, Json& result) {
 /// A file of tests under way: an interpreter that has run it.
 class LoadedFile {
 public:
-    explicit LoadedFile(const std::string& path)
+    LoadedFile(const std::string& path, bool countsLines)
         : path_(path), directory_(std::filesystem::path(path).parent_path().string()) {
         addTestLibrary(interpreter_);
+        if (countsLines) {
+            counts_ = std::make_unique<RunCounts>(interpreter_, path);
+            interpreter_.setObserver(*counts_);
+        }
         const std::string text = readTextFile(path);
         protect([&] {
             program_ =
@@ -173,6 +179,14 @@ public:
             interpreter_.runBytecodeProgram(program_);
             interpreter_.rethrowPendingCoroutineException();
         });
+    }
+
+    /// What has run so far, packed; empty if nobody counts.
+    [[nodiscard]] std::string coverage() const {
+        if (counts_ == nullptr) return {};
+        CoverageReport report;
+        report.add(*counts_);
+        return report.packed();
     }
 
     [[nodiscard]] std::vector<std::string> tests() const {
@@ -243,6 +257,7 @@ private:
         }
     }
 
+    std::unique_ptr<RunCounts> counts_;  // outlives the runs
     DovrelScript interpreter_;
     std::shared_ptr<BytecodeProgram> program_;
     std::string path_;
@@ -286,6 +301,7 @@ TestResult resultOf(const ProcessResult& process) {
     result.place = answer.value("place", "");
     result.source = answer.value("source", "");
     result.seconds = answer.value("seconds", 0.0);
+    result.coverage = answer.value("coverage", "");
     return result;
 }
 
@@ -293,7 +309,8 @@ TestResult resultOf(const ProcessResult& process) {
 
 TestFile listTests(const std::string& path, double timeLimit) {
     const ProcessResult process = runInProcess(timeLimit, false, [&] {
-        return dump(answerOf([&](Json& answer) { answer["tests"] = LoadedFile(path).tests(); }));
+        return dump(
+            answerOf([&](Json& answer) { answer["tests"] = LoadedFile(path, false).tests(); }));
     });
     TestFile file;
     file.loading = resultOf(process);
@@ -303,12 +320,12 @@ TestFile listTests(const std::string& path, double timeLimit) {
     return file;
 }
 
-TestResult runTest(const std::string& path, const std::string& test, double timeLimit,
-                   bool showsOutput) {
-    return resultOf(runInProcess(timeLimit, showsOutput, [&] {
+TestResult runTest(const std::string& path, const std::string& test,
+                   const TestConditions& conditions) {
+    return resultOf(runInProcess(conditions.timeLimit, conditions.showsOutput, [&] {
         std::optional<LoadedFile> file;
         Json answer = answerOf([&](Json& result) {
-            file.emplace(path);
+            file.emplace(path, conditions.countsLines);
             const Clock::time_point start = Clock::now();
             const auto note = [&] {
                 result["seconds"] = std::chrono::duration<double>(Clock::now() - start).count();
@@ -322,6 +339,7 @@ TestResult runTest(const std::string& path, const std::string& test, double time
             note();
         });
         if (answer["outcome"] == "failed" && file) file->placeExpectation(test, answer);
+        if (conditions.countsLines && file) answer["coverage"] = file->coverage();
         return dump(answer);
     }));
 }
