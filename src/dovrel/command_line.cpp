@@ -102,6 +102,9 @@ public:
                       << "\nTry 'dovrel --help'.\n";
             return kMisuse;
         }
+        // Alone it takes nothing, least of all the file behind it.
+        std::replace(arguments.begin(), arguments.end(), std::string("--checked"),
+                     std::string("--checked=warn"));
         // The parser takes them from the end.
         std::reverse(arguments.begin(), arguments.end());
         try {
@@ -150,14 +153,24 @@ private:
             ->type_name("TEXT");
     }
 
+    /// `--checked` alone is `--checked=warn`.
+    static void addChecked(CLI::App* command, std::string& mode, const char* description) {
+        command->add_option("--checked", mode, description)
+            ->type_name("warn|error|off")
+            ->check(CLI::IsMember({"warn", "error", "off"}));
+    }
+
     void addRun() {
         CLI::App* command = addCommand("run", "Run a script with arguments",
                                        [this] { return runRunCommand(run_); });
         addText(command, run_);
+        addChecked(command, run_.checked,
+                   "Tell what the language does in silence and is likely\n"
+                   "to be a mistake; with \"error\" make each an error");
         help_->setUsage("run",
-                        "dovrel run FILE [ARGUMENT..]\n"
-                        "       dovrel run - [ARGUMENT..]\n"
-                        "       dovrel run -e TEXT [ARGUMENT..]");
+                        "dovrel run [OPTION..] FILE [ARGUMENT..]\n"
+                        "       dovrel run [OPTION..] - [ARGUMENT..]\n"
+                        "       dovrel run [OPTION..] -e TEXT [ARGUMENT..]");
         command->footer(
             "\"-\" is standard input. The script finds its arguments in the global array args.\n"
             "The exit status is 1 after an error, and 0 otherwise.");
@@ -221,6 +234,9 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::NonNegativeNumber);
         command->add_flag("--list", test_.listsTests, "List the tests and run none");
+        addChecked(command, test_.checked,
+                   "What to do with what the language does in silence and is\n"
+                   "likely to be a mistake; \"warn\" if it is not told");
         command->add_flag("--coverage", test_.countsLines,
                           "Tell which lines of the scripts that tests load have run");
         command

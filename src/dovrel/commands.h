@@ -19,6 +19,7 @@ struct RunOptions {
     bool hasText = false;                // `-e`
     std::string text;                    // what `-e` gave
     std::vector<std::string> arguments;  // the file, unless there is a text, then the script's own
+    std::string checked = "off";         // "warn" or "error" to tell what happens in silence
 };
 
 struct ProfileOptions {
@@ -62,6 +63,7 @@ struct TestOptions {
     std::string filter;            // of "file:test": a part of it, or a pattern with wildcards
     std::string junitPath;         // empty for none
     double timeLimit = 60;         // seconds for each test; 0 for none
+    std::string checked = "warn";  // as of a run
     bool listsTests = false;       // run nothing
     bool showsOutput = false;      // what tests write comes as they write it
     bool countsLines = false;      // tell which lines of the scripts under test have run

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -49,6 +50,7 @@ public:
     explicit TestRun(const TestOptions& options) : options_(options), palette_(1) {
         conditions_.timeLimit = options.timeLimit;
         conditions_.showsOutput = options.showsOutput;
+        conditions_.checked = checkedModeFrom(options.checked);
         conditions_.countsLines = options.countsLines || !options.coverageHtmlPath.empty() ||
                                   !options.coverageLcovPath.empty() || options.leastCoverage > 0;
     }
@@ -109,9 +111,21 @@ private:
             const TestResult result = runTest(path, test, conditions_);
             if (!result.coverage.empty()) coverage_.add(result.coverage);
             tell(test + std::string(width - test.size(), ' '), result);
+            tellSilent(result);
             report_.addTest(test, result);
         }
         if (!isLoaded) report_.addTest("(loading)", file.loading);
+    }
+
+    /// Each place once, with the first test that has come there.
+    void tellSilent(const TestResult& result) {
+        for (const std::string& text : result.silent) {
+            if (!silent_.insert(text).second) continue;
+            const std::size_t end = text.find('\n');
+            std::cout << "      " << palette_.paint(Colour::Yellow, "checked:") << ' '
+                      << text.substr(0, end) << '\n';
+            writeIndented(text.substr(end + 1), std::string(6, ' '));
+        }
     }
 
     void tell(const std::string& test, const TestResult& result) {
@@ -148,6 +162,7 @@ private:
     Palette palette_;
     TestConditions conditions_;
     CoverageReport coverage_;
+    std::set<std::string> silent_;
     JunitReport report_;
     std::size_t passed_ = 0;
     std::size_t failed_ = 0;

@@ -165,13 +165,21 @@ void takeReport(const std::string& report, Json& result) {
 /// A file of tests under way: an interpreter that has run it.
 class LoadedFile {
 public:
-    LoadedFile(const std::string& path, bool countsLines)
+    LoadedFile(const std::string& path, const TestConditions& conditions,
+               std::vector<std::string>& silent)
         : path_(path), directory_(std::filesystem::path(path).parent_path().string()) {
         addTestLibrary(interpreter_);
-        if (countsLines) {
+        if (conditions.checked != CheckedMode::Off) {
+            counts_ = std::make_unique<CheckedRun>(
+                interpreter_, path, conditions.checked,
+                [&silent](const std::string& place, const std::string& message,
+                          const std::string& source) {
+                    silent.push_back(place + ": " + message + "\n    " + source);
+                });
+        } else if (conditions.countsLines) {
             counts_ = std::make_unique<RunCounts>(interpreter_, path);
-            interpreter_.setObserver(*counts_);
         }
+        if (counts_ != nullptr) interpreter_.setObserver(*counts_);
         const std::string text = readTextFile(path);
         protect([&] {
             program_ =
@@ -302,6 +310,7 @@ TestResult resultOf(const ProcessResult& process) {
     result.source = answer.value("source", "");
     result.seconds = answer.value("seconds", 0.0);
     result.coverage = answer.value("coverage", "");
+    result.silent = answer.value("silent", std::vector<std::string>());
     return result;
 }
 
@@ -309,8 +318,10 @@ TestResult resultOf(const ProcessResult& process) {
 
 TestFile listTests(const std::string& path, double timeLimit) {
     const ProcessResult process = runInProcess(timeLimit, false, [&] {
-        return dump(
-            answerOf([&](Json& answer) { answer["tests"] = LoadedFile(path, false).tests(); }));
+        return dump(answerOf([&](Json& answer) {
+            std::vector<std::string> silent;
+            answer["tests"] = LoadedFile(path, TestConditions(), silent).tests();
+        }));
     });
     TestFile file;
     file.loading = resultOf(process);
@@ -323,9 +334,10 @@ TestFile listTests(const std::string& path, double timeLimit) {
 TestResult runTest(const std::string& path, const std::string& test,
                    const TestConditions& conditions) {
     return resultOf(runInProcess(conditions.timeLimit, conditions.showsOutput, [&] {
+        std::vector<std::string> silent;
         std::optional<LoadedFile> file;
         Json answer = answerOf([&](Json& result) {
-            file.emplace(path, conditions.countsLines);
+            file.emplace(path, conditions, silent);
             const Clock::time_point start = Clock::now();
             const auto note = [&] {
                 result["seconds"] = std::chrono::duration<double>(Clock::now() - start).count();
@@ -339,6 +351,7 @@ TestResult runTest(const std::string& path, const std::string& test,
             note();
         });
         if (answer["outcome"] == "failed" && file) file->placeExpectation(test, answer);
+        answer["silent"] = silent;
         if (conditions.countsLines && file) answer["coverage"] = file->coverage();
         return dump(answer);
     }));

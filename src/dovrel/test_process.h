@@ -5,15 +5,18 @@
 #include <string>
 #include <vector>
 
+#include "dovrel/checked_run.h"
+
 enum class TestOutcome { Passed, Failed, Skipped };
 
 struct TestResult {
     TestOutcome outcome = TestOutcome::Failed;
-    std::string message;   // why it failed or was skipped
-    std::string place;     // "file:line" of a failure, if it is known
-    std::string source;    // the line there
-    std::string output;    // what it has written
-    double seconds = 0;    // the call alone, without the loading
+    std::string message;              // why it failed or was skipped
+    std::string place;                // "file:line" of a failure, if it is known
+    std::string source;               // the line there
+    std::string output;               // what it has written
+    double seconds = 0;               // the call alone, without the loading
+    std::vector<std::string> silent;  // what a checked run has told, each with its place and line
     std::string coverage;  // the counts of a CoverageReport, packed, if they were asked for
 };
 
@@ -30,6 +33,7 @@ struct TestConditions {
     double timeLimit = 60;     // seconds; 0 is none
     bool showsOutput = false;  // output goes where that of this process goes, and is not gathered
     bool countsLines = false;  // count what runs in the files that the test loads
+    CheckedMode checked = CheckedMode::Off;
 };
 
 /// Loads a file and calls one of its tests.

@@ -85,8 +85,7 @@ Variable AssignmentRun::evaluateDirectCall() {
         arguments[i] = interpreter_.evaluateFastExpression(call.arguments[i], line_.tokenAnalysis);
         if (unwinding()) return {};
     }
-    const Variable* callee =
-        interpreter_.resolveVariableFastPtr(line_.tokenAnalysis[call.nameToken]);
+    const Variable* callee = interpreter_.lookUpVariable(line_.tokenAnalysis[call.nameToken]);
     return interpreter_.invokeCallableFast(callee != nullptr ? *callee : Variable(),
                                            arguments.view());
 }
@@ -119,9 +118,11 @@ void AssignmentRun::throwVariableNotFound(const ParsedAssignmentTarget& target) 
 
 /// `variable op value` for a compound operator.
 void AssignmentRun::applyCompound(Variable& variable, const Variable& value) const {
+    const VarType before = variable.type;
     if (!tryApplyOperationInPlace(variable, assignment_.operation, value)) {
         variable = performOperation(variable, assignment_.operation, value);
     }
+    interpreter_.observeCompound(line_, assignment_.targets[0].nameToken, before, variable);
 }
 
 void AssignmentRun::storePlain(const ParsedAssignmentTarget& target, const Variable& value) {
@@ -190,7 +191,7 @@ void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
                                      std::span<const Variable> keys, const Variable& value) {
     if (tryStoreArrayElement(target, keys, value)) return;
     Variable base;
-    if (const Variable* found = interpreter_.resolveVariableFastPtr(token(target))) {
+    if (const Variable* found = interpreter_.lookUpVariable(token(target))) {
         base = *found;
     } else {
         if (!assignment_.isPlain) throwVariableNotFound(target);

@@ -6,6 +6,7 @@
 #include "eval/assignment.h"
 #include "eval/scalar_operand.h"
 #include "exec/chunk_run.h"
+#include "interpreter/observed_run.h"
 #include "value/operators.h"
 
 void ChunkRun::runFastAssign(std::uint32_t index) {
@@ -42,8 +43,9 @@ bool ChunkRun::evaluateAssignedValue(const ParsedScriptLine& line, FastScalarVal
     const FastExpression& expression = *simple;
     // A call at the root goes straight to the general tier, which runs its arguments once.
     if (!expression.isCall()) {
-        if (interpreter_.tryEvaluateFastExpressionScalarNode(expression, expression.root,
-                                                             line.tokenAnalysis, scalar)) {
+        ObservedAttempt attempt(interpreter_);
+        if (attempt.answered(interpreter_.tryEvaluateFastExpressionScalarNode(
+                expression, expression.root, line.tokenAnalysis, scalar))) {
             return true;
         }
         if (unwinding()) return false;
@@ -117,11 +119,13 @@ void ChunkRun::applyCompound(const ParsedScriptLine& line, const FastScalarValue
         interpreter_.throwError("Variable not found: " + line.tokens[nameToken],
                                 line.tokens[nameToken]);
     }
+    const VarType before = variable->type;
     if (!isScalar || !tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
         const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
         if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
             *variable = performOperation(*variable, assignment.operation, operand);
         }
     }
+    interpreter_.observeCompound(line, nameToken, before, *variable);
     interpreter_.observeAssigned(line, nameToken, {}, *variable);
 }

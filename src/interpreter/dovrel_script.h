@@ -84,13 +84,12 @@ public:
     /// Sets who is told of what runs. For an interpreter that has run nothing yet: code that has
     /// been compiled tells nobody. The observer must outlive the runs.
 #ifdef DOVREL_OBSERVABLE
-    void setObserver(RunObserver& watcher) {
-        observer = &watcher;
-        runsCompiledForm = false;
-    }
+    void setObserver(RunObserver& watcher);
     RunObserver* observer = nullptr;
+    bool valuesAreWatched = false;  // the observer `watchesValues`
 #else
     static constexpr RunObserver* observer = nullptr;  // what would tell it costs nothing
+    static constexpr bool valuesAreWatched = false;
 #endif
     /// An exception is on its way, with the scopes of its statement still there. It is told once,
     /// however many handlers it passes.
@@ -105,6 +104,27 @@ public:
     void observeAssigned(const ParsedScriptLine& line, std::size_t nameToken,
                          std::span<const Variable> keys, const Variable& value) {
         if (observer != nullptr) tellAssigned(line, nameToken, keys, value);
+    }
+    /// For an observer that watches values; see RunObserver.
+    void observeFound(const TokenAnalysis& token, const Variable* found, bool isWritten) {
+        if (valuesAreWatched) tellFound(token, found, isWritten);
+    }
+    void observeCall(const TokenAnalysis& place, const Variable& callee) {
+        if (valuesAreWatched) tellCall(place, callee);
+    }
+    void observeElement(const ArrayStorage& array, std::int64_t position) {
+        if (!valuesAreWatched) return;
+        if (position < 1 || static_cast<std::size_t>(position) > array.size()) {
+            tellMissingElement(position, array.size());
+        }
+    }
+    void observeElement(const Variable& container, const Variable& key) {
+        if (!valuesAreWatched || container.type != VarType::Array) return;
+        if (key.type == VarType::Int) observeElement(*container.asArray(), key.asInt());
+    }
+    void observeCompound(const ParsedScriptLine& line, std::size_t nameToken, VarType before,
+                         const Variable& after) {
+        if (valuesAreWatched && before != after.type) tellCompound(line, nameToken, before, after);
     }
     /// A line of a short function runs, which does not become the current one.
     void observeShortStatement(const ParsedScriptLine& line) {
@@ -166,6 +186,12 @@ public:
     [[nodiscard]] Variable* resolveVariablePtr(Name name);
     /// The variable at a token, for reading, or null; through the token's cache.
     [[nodiscard]] const Variable* resolveVariableFastPtr(const TokenAnalysis& token);
+    /// The same for an evaluator, which tells an observer.
+    [[nodiscard]] const Variable* lookUpVariable(const TokenAnalysis& token) {
+        const Variable* found = resolveVariableFastPtr(token);
+        observeFound(token, found, false);
+        return found;
+    }
     /// The same, with the likely answers tried inline.
     [[nodiscard]] const Variable* readVariable(const TokenAnalysis& token);
     /// The variable at a token, for writing, or null if the name exists nowhere.
@@ -448,6 +474,12 @@ public:
 
 private:
     void tellStatement(const ParsedScriptLine& line);
+    void tellFound(const TokenAnalysis& token, const Variable* found, bool isWritten);
+    void tellCall(const TokenAnalysis& place, const Variable& callee);
+    void tellMissingElement(std::int64_t position, std::size_t count);
+    void tellCompound(const ParsedScriptLine& line, std::size_t nameToken, VarType before,
+                      const Variable& after);
+    void tellDroppedZero(const TokenAnalysis& place);
     void tellIteration(const ParsedScriptLine& header);
     void tellAssigned(const ParsedScriptLine& line, std::size_t nameToken,
                       std::span<const Variable> keys, const Variable& value);

@@ -11,6 +11,14 @@
 // In a build that cannot be observed there is never an observer, and the compiler must not see it
 // here: it would complain of the calls.
 
+#ifdef DOVREL_OBSERVABLE
+void DovrelScript::setObserver(RunObserver& watcher) {
+    observer = &watcher;
+    valuesAreWatched = watcher.watchesValues;
+    runsCompiledForm = false;
+}
+#endif
+
 void DovrelScript::tellProgram(const BytecodeProgram& program, const std::string& source) {
     RunObserver* told = observer;
     if (told != nullptr) told->programMade(program, source);
@@ -53,4 +61,30 @@ void DovrelScript::tellRaised(std::string_view message) {
 void DovrelScript::tellCaught() {
     RunObserver* told = observer;
     if (told != nullptr) told->errorIsTold = false;
+}
+
+void DovrelScript::tellFound(const TokenAnalysis& token, const Variable* found, bool isWritten) {
+    RunObserver* told = observer;
+    if (told != nullptr) told->variableFound(token, found, isWritten);
+}
+
+void DovrelScript::tellCall(const TokenAnalysis& place, const Variable& callee) {
+    RunObserver* told = observer;
+    if (told != nullptr) told->callEvaluated(place, callee);
+}
+
+void DovrelScript::tellMissingElement(std::int64_t position, std::size_t count) {
+    RunObserver* told = observer;
+    if (told != nullptr) told->elementMissing(position, count);
+}
+
+void DovrelScript::tellCompound(const ParsedScriptLine& line, std::size_t nameToken, VarType before,
+                                const Variable& after) {
+    RunObserver* told = observer;
+    if (told != nullptr) told->compoundChangedKind(line, line.tokens[nameToken], before, after);
+}
+
+void DovrelScript::tellDroppedZero(const TokenAnalysis& place) {
+    RunObserver* told = observer;
+    if (told != nullptr) told->zeroDropped(place);
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <exception>
+#include <utility>
 
 #include "interpreter/dovrel_script.h"
 #include "interpreter/run_observer.h"
@@ -68,6 +69,32 @@ public:
     }
     ObservedTurn(const ObservedTurn&) = delete;
     ObservedTurn& operator=(const ObservedTurn&) = delete;
+
+private:
+    RunObserver* observer_ = nullptr;
+};
+
+/// An attempt to evaluate a whole expression as a number.
+class ObservedAttempt {
+public:
+    explicit ObservedAttempt(const DovrelScript& interpreter) {
+        if (!interpreter.valuesAreWatched) return;
+        observer_ = interpreter.observer;
+        observer_->numberAttemptBegins();
+    }
+    /// An attempt that raises has not been answered.
+    ~ObservedAttempt() {
+        if (observer_ != nullptr) observer_->numberAttemptEnds(false);
+    }
+    ObservedAttempt(const ObservedAttempt&) = delete;
+    ObservedAttempt& operator=(const ObservedAttempt&) = delete;
+
+    /// Tells how it has ended, and gives that back.
+    bool answered(bool isAnswer) {
+        RunObserver* const told = std::exchange(observer_, nullptr);
+        if (told != nullptr) told->numberAttemptEnds(isAnswer);
+        return isAnswer;
+    }
 
 private:
     RunObserver* observer_ = nullptr;

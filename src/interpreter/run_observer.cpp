@@ -12,3 +12,12 @@ void RunObserver::callEnds(CallEnd /*end*/) noexcept {}
 void RunObserver::turnBegins(const CoroutineState& /*coroutine*/) {}
 void RunObserver::turnEnds() noexcept {}
 void RunObserver::errorRaised(std::string_view /*message*/) noexcept {}
+void RunObserver::variableFound(const TokenAnalysis& /*token*/, const Variable* /*found*/,
+                                bool /*isWritten*/) {}
+void RunObserver::callEvaluated(const TokenAnalysis& /*place*/, const Variable& /*callee*/) {}
+void RunObserver::elementMissing(std::int64_t /*position*/, std::size_t /*count*/) {}
+void RunObserver::compoundChangedKind(const ParsedScriptLine& /*line*/, const std::string& /*name*/,
+                                      VarType /*before*/, const Variable& /*after*/) {}
+void RunObserver::numberAttemptBegins() {}
+void RunObserver::numberAttemptEnds(bool /*isAnswered*/) {}
+void RunObserver::zeroDropped(const TokenAnalysis& /*place*/) {}

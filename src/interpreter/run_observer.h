@@ -14,13 +14,14 @@
 
 #include "value/arguments.h"
 #include "value/names.h"
+#include "value/variable.h"
 
 class Scope;
 struct BytecodeProgram;
 struct CoroutineState;
 struct ParsedScriptLine;
 struct ScriptCallable;
-struct Variable;
+struct TokenAnalysis;
 
 /// How a call has ended.
 enum class CallEnd : std::uint8_t {
@@ -73,6 +74,28 @@ public:
     /// An error is raised, caught or not; once for each, where the scopes of the statement that has
     /// raised it are still there. `message` has no location.
     virtual void errorRaised(std::string_view message) noexcept;
+
+    // What follows is told if `watchesValues` holds when the observer is set. These may raise
+    // errors of the script as well.
+    bool watchesValues = false;
+
+    /// The variable of a token has been looked up, for reading or writing, and `found` is what the
+    /// evaluator goes on with; null for none.
+    virtual void variableFound(const TokenAnalysis& token, const Variable* found, bool isWritten);
+    /// A call inside of an expression is about to be made; `place` is the same each time.
+    virtual void callEvaluated(const TokenAnalysis& place, const Variable& callee);
+    /// An array has no element at `position`, and the absent value is read.
+    virtual void elementMissing(std::int64_t position, std::size_t count);
+    /// A compound assignment has made a value of another kind than it was.
+    virtual void compoundChangedKind(const ParsedScriptLine& line, const std::string& name,
+                                     VarType before, const Variable& after);
+    /// An expression is tried as a number. What is told of 0 until the end is void if that says
+    /// that the attempt has failed: the expression is then evaluated anew by other rules. A failed
+    /// one is told while an exception leaves as well, and raises nothing.
+    virtual void numberAttemptBegins();
+    virtual void numberAttemptEnds(bool isAnswered);
+    /// `or` has dropped the number 0 on its left; `place` is its operator.
+    virtual void zeroDropped(const TokenAnalysis& place);
 
     bool errorIsTold = false;  // the interpreter's own note: the exception on its way has been told
 };

@@ -706,6 +706,58 @@ class Test(FilesTest):
         self.assertEqual(counted.returncode, plain.returncode)
 
 
+class CheckedTest(FilesTest):
+    """Tests are checked runs."""
+
+    run_tests = Test.run_tests
+    COVERED = Test.COVERED
+
+    SCRIPT = (
+        "function third(list)\n    return list[3]\nend\n"
+        "function test_a()\n    expect_equal(third([1]), not)\nend\n"
+        "function test_b()\n    expect_equal(third([1]), not)\nend\n"
+    )
+
+    def test_a_place_is_told_once(self):
+        got = self.run_tests(self.SCRIPT)
+        self.expect(
+            got,
+            out="sum_test.dv\n"
+            "  ok      test_a  N ms\n"
+            "      checked: sum_test.dv:2: there is no element 3 in an array of 1: this is the absent "
+            "value\n"
+            "          return list[3]\n"
+            "  ok      test_b  N ms\n"
+            "2 passed, 0 failed\n",
+        )
+
+    def test_it_can_be_an_error(self):
+        got = self.run_tests(self.SCRIPT, "--checked=error", "--filter", "test_b")
+        self.assertEqual(got.returncode, 1)
+        self.assertIn("FAILED  test_b  N ms\n", got.stdout)
+        self.assertIn("        checked: there is no element 3 in an array of 1", got.stdout)
+
+    def test_it_can_be_left_out(self):
+        got = self.run_tests(self.SCRIPT, "--checked=off")
+        self.assertNotIn("checked", got.stdout)
+        self.assertEqual(got.returncode, 0)
+
+    def test_alone_it_takes_no_path(self):
+        self.write("sub/one_test.dv", self.SCRIPT)
+        got = dovrel("test", "--checked", "sub", folder=self.folder)
+        self.assertIn("sub/one_test.dv:2: there is no element 3", got.stdout)
+
+    def test_it_counts_as_well(self):
+        self.write("lib/sum.dv", self.COVERED)
+        text = 'runFile("lib/sum.dv")\nfunction test_a()\n    expect_equal(sum([1]), 1)\nend\n'
+        reports = [
+            self.run_tests(text, "--coverage", f"--checked={mode}").stdout
+            for mode in ("off", "warn", "error")
+        ]
+        self.assertIn("77.8  not run: 7, 12", reports[0])
+        self.assertEqual(len(set(reports)), 1)
+
+
 class Profile(FilesTest):
     SCRIPT = (
         "function add(a, b)\n    return a + b\nend\n"

@@ -9,7 +9,7 @@ _dovrel() {
         return
     fi
     case ${COMP_WORDS[1]} in
-        run) options='-e' ;;
+        run) options='-e --checked --checked=error' ;;
         check)
             case $before in
                 --format)
@@ -34,7 +34,7 @@ _dovrel() {
                     return
                     ;;
             esac
-            options='--filter --junit --timeout --list --output
+            options='--filter --junit --timeout --list --output --checked=off --checked=error
                 --coverage --coverage-html --coverage-lcov --coverage-least'
             ;;
         profile | trace)

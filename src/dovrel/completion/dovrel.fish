@@ -29,6 +29,10 @@ complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a doc -d 'Sho
 complete -c dovrel -n '__fish_seen_subcommand_from run' -F
 complete -c dovrel -n '__fish_seen_subcommand_from run' -o e -x -d 'Run this text in place of a file'
 
+complete -c dovrel -n '__fish_seen_subcommand_from run test' -l checked -d 'Tell what happens in silence'
+complete -c dovrel -n '__fish_seen_subcommand_from run test' -l checked=error -d 'Make an error of it'
+complete -c dovrel -n '__fish_seen_subcommand_from run test' -l checked=off -d 'Look for nothing'
+
 complete -c dovrel -n '__fish_seen_subcommand_from check format' -a '(__dovrel_scripts)'
 complete -c dovrel -n '__fish_seen_subcommand_from check' -l format -x -a 'text json sarif' -d 'How to write what was found'
 complete -c dovrel -n '__fish_seen_subcommand_from check' -l strict -d 'Give status 1 for warnings too'
