@@ -109,6 +109,13 @@ void CheckedRun::callEvaluated(const TokenAnalysis& place, const Variable& calle
 
 CheckedRun::Found CheckedRun::search(Name name, bool isWritten) const {
     const DovrelScript& script = interpreter();
+    const auto global = [&]() -> Found {
+        const auto slot = script.globalSlots.find(name->text);
+        if (slot == script.globalSlots.end()) return {};
+        return {&script.globalValues[slot->second], false, 0};
+    };
+    // Deep recursions would be searched from top to bottom for each global.
+    if (name->scopeEntries == 0) return global();
     for (std::size_t i = script.blockScopes.size(); i-- > script.blockScopeFloor;) {
         const Scope& scope = script.blockScopes[i];
         const std::size_t index = scope.find(name);
@@ -134,9 +141,7 @@ CheckedRun::Found CheckedRun::search(Name name, bool isWritten) const {
         }
         if (const Variable* value = inFrames(0, base)) return {value, false, 0};
     }
-    const auto global = script.globalSlots.find(name->text);
-    if (global == script.globalSlots.end()) return {};
-    return {&script.globalValues[global->second], false, 0};
+    return global();
 }
 
 /// The name of the variable that stands at `value`, or "" for none.
@@ -195,6 +200,7 @@ void CheckedRun::variableFound(const TokenAnalysis& token, const Variable* found
 void CheckedRun::checkHidden(Name name, const Found& found) {
     const Frame& frame = top();
     if (found.scope >= frame.firstBlockScope || frame.callable == nullptr) return;
+    // What is above the frame's first scope is its own and that of its loops.
     const DovrelScript& script = interpreter();
     bool isOwn = false;
     for (std::size_t i = frame.firstFrameScope; i < script.frameScopes.size(); ++i) {

@@ -289,7 +289,10 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& c
         if (softErrorUnwinding()) return false;
         observeShortStatement(*line);
         const FastExpression& value = line->returnValues[0];
-        return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+        // Whoever tries again evaluates this expression in the same way first.
+        ObservedAttempt attempt(*this);
+        return attempt.answered(
+            tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out));
     }));
 }
 
@@ -316,7 +319,10 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCal
         if (softErrorUnwinding()) return false;
         observeShortStatement(*line);
         const FastExpression& value = line->returnValues[0];
-        return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+        // Whoever tries again evaluates this expression in the same way first.
+        ObservedAttempt attempt(*this);
+        return attempt.answered(
+            tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out));
     }));
 }
 
