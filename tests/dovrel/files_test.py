@@ -800,7 +800,11 @@ class Profile(FilesTest):
         self.assertRegex(source[7], r"^ +8      end$")
 
     def test_a_flame_graph(self):
-        self.run_profile("--svg", "graph.svg")
+        # Long enough that no box is too narrow to be drawn, however the processors are shared.
+        script = self.SCRIPT.replace("[1, 2, 3]", "list").replace("[1, 2]", "list")
+        fill = "list = []\nfor i = 1, 3000\n    list[i] = i\nend\n"
+        self.write("long.dv", fill + script)
+        dovrel("profile", "--svg", "graph.svg", "long.dv", folder=self.folder)
         root = ElementTree.parse(self.folder / "graph.svg").getroot()
         space = "{http://www.w3.org/2000/svg}"
         boxes = {}
@@ -815,7 +819,7 @@ class Profile(FilesTest):
         self.assertGreater(script[2], add[2])
         self.assertEqual(
             sorted(re.search("[0-9]+ calls", title)[0] for _, title in boxes["add"]),
-            ["12 calls", "2 calls"],
+            ["12000 calls", "3000 calls"],
         )
         self.assertEqual(len(boxes["beat (turns)"]), 1)
 
@@ -832,12 +836,20 @@ class Profile(FilesTest):
         self.assertNotIn("calls", got.stderr)
 
     def test_ctrl_c_shows_what_there_is(self):
-        self.write("endless.dv", "function f(n)\n    return n\nend\nwhile true\n    x = f(1)\nend\n")
+        self.write(
+            "endless.dv",
+            'io["open"]("started", "w")["close"]()\nfunction f(n)\n    return n\nend\n'
+            "while true\n    x = f(1)\nend\n",
+        )
         process = subprocess.Popen(
             [PROGRAM, "profile", "endless.dv"],
             cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
         )
-        time.sleep(0.5)
+        for _ in range(600):
+            if (self.folder / "started").exists():
+                break
+            time.sleep(0.1)
+        time.sleep(0.2)
         process.send_signal(signal.SIGINT)
         _, report = process.communicate(timeout=60)
         self.assertEqual(process.returncode, 130)
