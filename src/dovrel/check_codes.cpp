@@ -71,7 +71,8 @@ to, writes another variable: a caller's, or a global.
         native x = 2
     end
 
-Declare it before it is written for the first time.)"},
+Declare it before it is written for the first time. A `for` keeps its own variables and drops them at
+its `end`, so that behind the loop the name is absent: declare it in front of the loop.)"},
     CheckCode{
         "W203", kWarning, "a global made or changed by a function",
         R"(A plain assignment writes the variable that its name finds, in the callers as well, and
@@ -272,6 +273,25 @@ into parentheses: `in (pairs(x))`.)"},
         "W416", kWarning, "a comma with nothing behind it",
         R"(The values of an assignment may end in a comma, which means nothing. The line does not go on
 in the next one. In the arguments of a call such a comma is an error.)"},
+    CheckCode{
+        "W417", kWarning, "a mode that io.open does not know",
+        R"(The letters r, w, a and + are looked for in the mode, and all else is ignored: "rw" and "write"
+empty the file, "read" writes at its end because of its `a`, and "x" reads. Write "r", "w" or "a",
+with a "+" behind it for both reading and writing.)"},
+    CheckCode{
+        "W418", kWarning, "a file object as if it were its content",
+        R"(What io["open"] gives is a table of the functions `read`, `write` and `close`. To print it shows
+these, and a key that is stored there changes nothing in the file.
+
+    print(file["read"]("*a"))
+    file["write"](text))"},
+    CheckCode{
+        "W419", kWarning, "a line that may end in a carriage return",
+        R"(A line feed alone ends a line. Files from other systems have a carriage return in front of it,
+which stays: the line looks right when it is printed, and yet it equals nothing and is no number. Take
+it off:
+
+    line = gsub(line, "\r$", ""))"},
 };
 
 }  // namespace

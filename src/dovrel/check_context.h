@@ -78,3 +78,4 @@ void checkWords(CheckContext& context);
 void checkRepeatedCalls(CheckContext& context);
 void checkNumbers(CheckContext& context);
 void checkContainers(CheckContext& context);
+void checkFiles(CheckContext& context);

@@ -100,13 +100,40 @@ private:
         });
         const ValueKinds of = kindsOf(left);
         const ValueKinds other = kindsOf(right);
+        if (isPlainNumberCall(left) &&
+            (right.is(ExpressionKind::Index) || other.isOnlyInt() || other.isOnlyFloat())) {
+            isPlain = true;
+            visitExpressions(right, [&](const Expression& part) {
+                isPlain = isPlain && !part.is(ExpressionKind::Call);
+            });
+            const bool isZero = right.is(ExpressionKind::Int) && right.text == "0";
+            if (!isPlain || isZero || other.isOnlyText()) return;
+            reportDroppedZero(value);
+            return;
+        }
         const bool mayBeNumber = of.isInt || of.isFloat || (of.isUnknown && !of.isText);
         const bool isZero = right.is(ExpressionKind::Int) && right.text == "0";
         if (!isPlain || !mayBeNumber || isZero || !(other.isOnlyInt() || other.isOnlyFloat()))
             return;
+        reportDroppedZero(value);
+    }
+    void reportDroppedZero(const Expression& value) {
         context_.report("W401", statement_->index, value.token,
                         "a 0 on the left is dropped too; ask for the absent value: "
                         "`if x == not`");
+    }
+    /// `toNumber(text)`, which is computed as a number, without another call in it.
+    [[nodiscard]] bool isPlainNumberCall(const Expression& expression) const {
+        bool isMethod = false;
+        if (!expression.is(ExpressionKind::Call) || expression.argumentCount() != 1 ||
+            context_.libraryCallee(expression, statement_->function, isMethod) != "toNumber") {
+            return false;
+        }
+        bool isPlain = true;
+        visitExpressions(expression.argument(0), [&](const Expression& part) {
+            isPlain = isPlain && !part.is(ExpressionKind::Call);
+        });
+        return isPlain;
     }
 
     void checkCompound() {

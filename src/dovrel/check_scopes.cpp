@@ -15,6 +15,7 @@ public:
     void run() {
         checkNativesInBranches();
         checkNativesBehindUses();
+        checkNativesBehindLoops();
         checkCallersVariables();
         checkHidingLocals();
         checkHiddenLibrary();
@@ -145,6 +146,32 @@ private:
                             "this writes another " + quoted(use.name) + " than the `native` one " +
                                 "of line " + lineNumber(native->statement) +
                                 ", which does not exist here");
+        }
+    }
+    /// A `for` drops the natives of its body.
+    void checkNativesBehindLoops() {
+        for (const NameUse& use : context_.model.uses()) {
+            if (!use.isRead() || context_.runsUnknownCode || isGlobal(use.name)) continue;
+            const NameUse* native = nullptr;
+            bool isElsewhere = false;
+            for (const NameUse* other : context_.model.usesOf(use.name)) {
+                if (other->isRead()) continue;
+                const bool isGone = other->kind == NameUseKind::Native &&
+                                    other->function == use.function &&
+                                    !isInFrame(use.statement, frameOf(other->statement));
+                // What is written inside of the loop is the native one.
+                const bool isOfLoop = other->kind != NameUseKind::Native && !other->isOwn() &&
+                                      native != nullptr &&
+                                      isInFrame(other->statement, frameOf(native->statement)) &&
+                                      other->statement > native->statement;
+                if (isGone) native = other;
+                isElsewhere = isElsewhere || !(isGone || isOfLoop);
+            }
+            if (isElsewhere || native == nullptr || use.statement < native->statement) continue;
+            context_.report("W202", use.statement, use.token,
+                            quoted(use.name) + " is the absent value here: the loop of the " +
+                                "`native` one of line " + lineNumber(native->statement) +
+                                " has dropped it");
         }
     }
     [[nodiscard]] bool isInFrame(std::size_t statement, std::size_t frame) const {

@@ -230,6 +230,7 @@ void checkModel(const ScriptModel& model, const std::string& path, std::vector<F
     checkRepeatedCalls(context);
     checkNumbers(context);
     checkContainers(context);
+    checkFiles(context);
 }
 
 }  // namespace

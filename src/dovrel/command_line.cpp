@@ -8,6 +8,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,15 +35,27 @@ private:
     std::map<std::string, std::string> usages_;
 };
 
-/// Takes from the arguments of `run` what belongs to the script: the file and all behind it, which
-/// no option of ours may be looked for in. `arguments` is left with the options of `run`.
+/// The commands that run a script with arguments of its own.
+bool runsScript(const std::string& command) {
+    return command == "run" || command == "profile" || command == "trace";
+}
+
+/// An option of these commands that takes the next argument.
+bool takesValue(const std::string& option) {
+    static const std::set<std::string> kOptions = {"-e",     "--svg",      "--lines",   "--output",
+                                                   "--line", "--function", "--variable"};
+    return kOptions.contains(option);
+}
+
+/// Takes from the arguments of such a command what belongs to the script: the file and all behind
+/// it, which no option of ours may be looked for in. `arguments` is left with the options.
 std::vector<std::string> takeScriptArguments(std::vector<std::string>& arguments) {
     std::size_t at = 1;
     bool hasText = false;
     for (; at < arguments.size(); ++at) {
         const std::string& argument = arguments[at];
         if (argument == "--" || argument == "-" || argument.empty() || argument[0] != '-') break;
-        if (argument == "-e") ++at;
+        if (takesValue(argument)) ++at;
         hasText = hasText || argument.starts_with("-e");
     }
     at = std::min(at, arguments.size());
@@ -71,12 +84,17 @@ public:
         addCheck();
         addFormat();
         addTest();
+        addProfile();
+        addTrace();
         addDoc();
     }
 
     int run(std::vector<std::string> arguments) {
-        if (!arguments.empty() && arguments.front() == "run") {
-            run_.arguments = takeScriptArguments(arguments);
+        if (!arguments.empty() && runsScript(arguments.front())) {
+            RunOptions& script = arguments.front() == "run"       ? run_
+                                 : arguments.front() == "profile" ? profile_.script
+                                                                  : trace_.script;
+            script.arguments = takeScriptArguments(arguments);
         }
         if (!arguments.empty() && !arguments.front().starts_with('-') &&
             std::find(commands_.begin(), commands_.end(), arguments.front()) == commands_.end()) {
@@ -84,6 +102,9 @@ public:
                       << "\nTry 'dovrel --help'.\n";
             return kMisuse;
         }
+        // Alone it takes nothing, least of all the file behind it.
+        std::replace(arguments.begin(), arguments.end(), std::string("--checked"),
+                     std::string("--checked=warn"));
         // The parser takes them from the end.
         std::reverse(arguments.begin(), arguments.end());
         try {
@@ -120,22 +141,36 @@ private:
             ->required();
     }
 
-    void addRun() {
-        CLI::App* command = addCommand("run", "Run a script with arguments",
-                                       [this] { return runRunCommand(run_); });
+    static void addText(CLI::App* command, RunOptions& script) {
         command
             ->add_option_function<std::string>(
                 "-e",
-                [this](const std::string& text) {
-                    run_.text = text;
-                    run_.hasText = true;
+                [&script](const std::string& text) {
+                    script.text = text;
+                    script.hasText = true;
                 },
                 "Run this text in place of a file")
             ->type_name("TEXT");
+    }
+
+    /// `--checked` alone is `--checked=warn`.
+    static void addChecked(CLI::App* command, std::string& mode, const char* description) {
+        command->add_option("--checked", mode, description)
+            ->type_name("warn|error|off")
+            ->check(CLI::IsMember({"warn", "error", "off"}));
+    }
+
+    void addRun() {
+        CLI::App* command = addCommand("run", "Run a script with arguments",
+                                       [this] { return runRunCommand(run_); });
+        addText(command, run_);
+        addChecked(command, run_.checked,
+                   "Tell what the language does in silence and is likely\n"
+                   "to be a mistake; with \"error\" make each an error");
         help_->setUsage("run",
-                        "dovrel run FILE [ARGUMENT..]\n"
-                        "       dovrel run - [ARGUMENT..]\n"
-                        "       dovrel run -e TEXT [ARGUMENT..]");
+                        "dovrel run [OPTION..] FILE [ARGUMENT..]\n"
+                        "       dovrel run [OPTION..] - [ARGUMENT..]\n"
+                        "       dovrel run [OPTION..] -e TEXT [ARGUMENT..]");
         command->footer(
             "\"-\" is standard input. The script finds its arguments in the global array args.\n"
             "The exit status is 1 after an error, and 0 otherwise.");
@@ -199,6 +234,24 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::NonNegativeNumber);
         command->add_flag("--list", test_.listsTests, "List the tests and run none");
+        addChecked(command, test_.checked,
+                   "What to do with what the language does in silence and is\n"
+                   "likely to be a mistake; \"warn\" if it is not told");
+        command->add_flag("--coverage", test_.countsLines,
+                          "Tell which lines of the scripts that tests load have run");
+        command
+            ->add_option("--coverage-html", test_.coverageHtmlPath,
+                         "The same as a page for a browser, with the sources")
+            ->type_name("FILE");
+        command
+            ->add_option("--coverage-lcov", test_.coverageLcovPath,
+                         "The same as an lcov tracefile, for other programs")
+            ->type_name("FILE");
+        command
+            ->add_option("--coverage-least", test_.leastCoverage,
+                         "Fail if less than this part of the lines has run")
+            ->type_name("PERCENT")
+            ->check(CLI::Range(0.0, 100.0));
         command->add_flag("--output", test_.showsOutput,
                           "Show what tests write, and not that of failed ones alone");
         command->footer(
@@ -206,6 +259,60 @@ private:
             "interpreter of its own, which has run its file. It fails if it raises an error.\n"
             "Beside assert there are expect_equal, expect_near, expect_error and skip.\n"
             "The exit status is 1 if a test has failed or none was found.");
+    }
+
+    void addProfile() {
+        CLI::App* command = addCommand("profile", "Tell where the time of a script goes",
+                                       [this] { return runProfileCommand(profile_); });
+        addText(command, profile_.script);
+        command
+            ->add_option("--lines", profile_.lines,
+                         "How many lines the table shows; 20 if it is not told")
+            ->type_name("COUNT");
+        command->add_flag("--annotate", profile_.annotates,
+                          "Show the source as well, each line with its count and time");
+        command->add_option("--svg", profile_.svgPath, "Draw a flame graph into this file")
+            ->type_name("FILE");
+        command
+            ->add_option("--output", profile_.outputPath,
+                         "Write the report to this file, not to standard error")
+            ->type_name("FILE");
+        help_->setUsage("profile",
+                        "dovrel profile [OPTION..] FILE [ARGUMENT..]\n"
+                        "       dovrel profile [OPTION..] -e TEXT [ARGUMENT..]");
+        command->footer(
+            "Own time is that of a function or line without the functions that it calls. Ctrl-C\n"
+            "ends the script, and shows what there is. The exit status is that of 'dovrel run'.");
+    }
+
+    void addTrace() {
+        CLI::App* command = addCommand("trace", "Show each statement and what it assigns",
+                                       [this] { return runTraceCommand(trace_); });
+        addText(command, trace_.script);
+        command->add_option("--function", trace_.functions, "Only statements of this function")
+            ->type_name("NAME")
+            ->allow_extra_args(false);
+        command
+            ->add_option("--line", trace_.lines, "Only these lines: 12, 12-20, or total.dv:12-20")
+            ->type_name("LINES")
+            ->allow_extra_args(false);
+        command
+            ->add_option("--variable", trace_.variables, "Only what is assigned to this variable")
+            ->type_name("NAME")
+            ->allow_extra_args(false);
+        command->add_flag("--errors", trace_.showsErrorsOnly,
+                          "Nothing but the calls and variables at an error");
+        command
+            ->add_option("--output", trace_.outputPath,
+                         "Write the trace to this file, not to standard error")
+            ->type_name("FILE");
+        help_->setUsage("trace",
+                        "dovrel trace [OPTION..] FILE [ARGUMENT..]\n"
+                        "       dovrel trace [OPTION..] -e TEXT [ARGUMENT..]");
+        command->footer(
+            "Filters may be given several times. At an error that nothing catches, the chain of\n"
+            "calls is shown with the line and the variables of each. The exit status is that of\n"
+            "'dovrel run'.");
     }
 
     void addDoc() {
@@ -226,6 +333,8 @@ private:
     CheckOptions check_;
     FormatOptions format_;
     TestOptions test_;
+    ProfileOptions profile_;
+    TraceOptions trace_;
     DocOptions doc_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <utility>
 
 #include "dovrel/text_file.h"
@@ -119,9 +118,4 @@ std::string JunitReport::text() const {
            suites + "</testsuites>\n";
 }
 
-void JunitReport::write(const std::string& path) const {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << text();
-    file.close();
-    if (!file) throw FileError("failed to write file: " + path);
-}
+void JunitReport::write(const std::string& path) const { writeTextFile(path, text()); }

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <set>
 #include <utility>
 
+#include "dovrel/interrupt.h"
 #include "dovrel/library_reference.h"
 #include "dovrel/source_text.h"
 #include "dovrel/text_file.h"
@@ -17,41 +17,6 @@
 #include "value/table.h"
 
 namespace {
-
-volatile std::sig_atomic_t timesPressed = 0;
-
-/// A script that is inside of the library for long is not reached by the first Ctrl-C. The third
-/// one ends the program, as it would without a handler.
-void interrupt(int) {
-    timesPressed = timesPressed + 1;
-    DovrelScript::interruptRequested = 1;
-    if (timesPressed < 3) return;
-    std::signal(SIGINT, SIG_DFL);
-    std::raise(SIGINT);
-}
-
-/// Ctrl-C stops the script while this lives.
-class InterruptGuard {
-public:
-    InterruptGuard() {
-        timesPressed = 0;
-        DovrelScript::interruptRequested = 0;
-        struct sigaction action {};
-        // Without a restart, so that waiting for input ends as well.
-        action.sa_handler = interrupt;
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &before_);
-    }
-    ~InterruptGuard() {
-        sigaction(SIGINT, &before_, nullptr);
-        DovrelScript::interruptRequested = 0;
-    }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    struct sigaction before_ {};
-};
 
 /// Back at the top, whatever has been left in the middle.
 void leaveEverything(DovrelScript& interpreter) {

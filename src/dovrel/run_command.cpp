@@ -1,45 +1,37 @@
 // `dovrel run`: a script as the interpreter runs it, with arguments.
 #include <exception>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "dovrel/checked_run.h"
 #include "dovrel/commands.h"
-#include "dovrel/text_file.h"
-#include "interpreter/dovrel_script.h"
+#include "dovrel/script_run.h"
 
 namespace {
 
-Variable arrayOfTexts(const std::vector<std::string>& texts) {
-    ArrayStorage elements;
-    for (const std::string& text : texts) elements.push_back(Variable(text));
-    return Variable::makeArray(std::move(elements));
-}
-
-void runText(const std::string& text, const std::vector<std::string>& arguments) {
-    DovrelScript interpreter;
-    interpreter.leavesProgramsToSystem = true;
-    interpreter.pushVariable("args", arrayOfTexts(arguments));
-    interpreter.runScript(text);
+/// Among what the script writes, where it belongs.
+void tellPlace(const std::string& place, const std::string& message, const std::string& source) {
+    std::cout << std::flush;
+    std::cerr << "dovrel: checked: " << place << ": " << message << "\n    " << source << std::endl;
 }
 
 }  // namespace
 
 int runRunCommand(const RunOptions& options) {
-    std::vector<std::string> arguments = options.arguments;
-    std::string path;
-    if (!options.hasText) {
-        if (arguments.empty()) {
-            std::cerr << "dovrel run: no script: give a file, \"-\" or -e TEXT\n";
-            return kMisuse;
-        }
-        path = arguments.front();
-        arguments.erase(arguments.begin());
-    }
     try {
-        // The interpreter is gone before the error is written: its files are closed and flushed.
-        runText(options.hasText ? options.text : readTextFile(path), arguments);
+        const std::optional<NamedScript> script = findNamedScript(options, "run");
+        if (!script) return kMisuse;
+        // The interpreter is gone before an error is written: its files are closed and flushed.
+        std::unique_ptr<CheckedRun> checked;
+        DovrelScript interpreter;
+        const CheckedMode mode = checkedModeFrom(options.checked);
+        if (mode != CheckedMode::Off) {
+            checked = std::make_unique<CheckedRun>(interpreter, script->name, mode, tellPlace);
+            interpreter.setObserver(*checked);
+        }
+        runNamedScript(interpreter, *script);
     } catch (const std::exception& error) {
         std::cerr << "dovrel: " << error.what() << std::endl;
         return kFailure;

@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "dovrel/commands.h"
+#include "dovrel/coverage_report.h"
 #include "dovrel/junit_report.h"
 #include "dovrel/script_files.h"
 #include "dovrel/terminal.h"
@@ -45,7 +47,13 @@ void writeIndented(std::string_view text, const std::string& indent) {
 
 class TestRun {
 public:
-    explicit TestRun(const TestOptions& options) : options_(options), palette_(1) {}
+    explicit TestRun(const TestOptions& options) : options_(options), palette_(1) {
+        conditions_.timeLimit = options.timeLimit;
+        conditions_.showsOutput = options.showsOutput;
+        conditions_.checked = checkedModeFrom(options.checked);
+        conditions_.countsLines = options.countsLines || !options.coverageHtmlPath.empty() ||
+                                  !options.coverageLcovPath.empty() || options.leastCoverage > 0;
+    }
 
     int run() {
         for (const std::string& path : findScripts(options_.paths, kSuffix)) runFile(path);
@@ -59,10 +67,28 @@ public:
             std::to_string(passed_) + " passed, " + std::to_string(failed_) + " failed";
         if (skipped_ != 0) summary += ", " + std::to_string(skipped_) + " skipped";
         std::cout << palette_.paint(failed_ == 0 ? Colour::Green : Colour::Red, summary) << '\n';
-        return failed_ == 0 ? kSuccess : kFailure;
+        const bool isCovered = !conditions_.countsLines || tellCoverage();
+        return failed_ == 0 && isCovered ? kSuccess : kFailure;
     }
 
 private:
+    /// False if too little has run.
+    bool tellCoverage() {
+        std::cout << '\n' << coverage_.table();
+        if (!options_.coverageHtmlPath.empty()) {
+            writeTextFile(options_.coverageHtmlPath, coverage_.html());
+        }
+        if (!options_.coverageLcovPath.empty()) {
+            writeTextFile(options_.coverageLcovPath, coverage_.lcov());
+        }
+        if (coverage_.percent() >= options_.leastCoverage) return true;
+        char text[80];
+        std::snprintf(text, sizeof text, "%.1f %% of the lines have run, less than %g %%",
+                      coverage_.percent(), options_.leastCoverage);
+        std::cout << palette_.paint(Colour::Red, text) << '\n';
+        return false;
+    }
+
     void runFile(const std::string& path) {
         const TestFile file = listTests(path, options_.timeLimit);
         std::vector<std::string> wanted;
@@ -82,11 +108,24 @@ private:
         std::size_t width = 0;
         for (const std::string& test : wanted) width = std::max(width, test.size());
         for (const std::string& test : wanted) {
-            const TestResult result = runTest(path, test, options_.timeLimit, options_.showsOutput);
+            const TestResult result = runTest(path, test, conditions_);
+            if (!result.coverage.empty()) coverage_.add(result.coverage);
             tell(test + std::string(width - test.size(), ' '), result);
+            tellSilent(result);
             report_.addTest(test, result);
         }
         if (!isLoaded) report_.addTest("(loading)", file.loading);
+    }
+
+    /// Each place once, with the first test that has come there.
+    void tellSilent(const TestResult& result) {
+        for (const std::string& text : result.silent) {
+            if (!silent_.insert(text).second) continue;
+            const std::size_t end = text.find('\n');
+            std::cout << "      " << palette_.paint(Colour::Yellow, "checked:") << ' '
+                      << text.substr(0, end) << '\n';
+            writeIndented(text.substr(end + 1), std::string(6, ' '));
+        }
     }
 
     void tell(const std::string& test, const TestResult& result) {
@@ -121,6 +160,9 @@ private:
 
     const TestOptions& options_;
     Palette palette_;
+    TestConditions conditions_;
+    CoverageReport coverage_;
+    std::set<std::string> silent_;
     JunitReport report_;
     std::size_t passed_ = 0;
     std::size_t failed_ = 0;

@@ -20,6 +20,8 @@
 #include <string_view>
 #include <utility>
 
+#include "dovrel/coverage_report.h"
+#include "dovrel/run_counts.h"
 #include "dovrel/test_library.h"
 #include "dovrel/text_file.h"
 #include "eval/errors.h"
@@ -163,9 +165,21 @@ void takeReport(const std::string& report, Json& result) {
 /// A file of tests under way: an interpreter that has run it.
 class LoadedFile {
 public:
-    explicit LoadedFile(const std::string& path)
+    LoadedFile(const std::string& path, const TestConditions& conditions,
+               std::vector<std::string>& silent)
         : path_(path), directory_(std::filesystem::path(path).parent_path().string()) {
         addTestLibrary(interpreter_);
+        if (conditions.checked != CheckedMode::Off) {
+            counts_ = std::make_unique<CheckedRun>(
+                interpreter_, path, conditions.checked,
+                [&silent](const std::string& place, const std::string& message,
+                          const std::string& source) {
+                    silent.push_back(place + ": " + message + "\n    " + source);
+                });
+        } else if (conditions.countsLines) {
+            counts_ = std::make_unique<RunCounts>(interpreter_, path);
+        }
+        if (counts_ != nullptr) interpreter_.setObserver(*counts_);
         const std::string text = readTextFile(path);
         protect([&] {
             program_ =
@@ -173,6 +187,14 @@ public:
             interpreter_.runBytecodeProgram(program_);
             interpreter_.rethrowPendingCoroutineException();
         });
+    }
+
+    /// What has run so far, packed; empty if nobody counts.
+    [[nodiscard]] std::string coverage() const {
+        if (counts_ == nullptr) return {};
+        CoverageReport report;
+        report.add(*counts_);
+        return report.packed();
     }
 
     [[nodiscard]] std::vector<std::string> tests() const {
@@ -243,6 +265,7 @@ private:
         }
     }
 
+    std::unique_ptr<RunCounts> counts_;  // outlives the runs
     DovrelScript interpreter_;
     std::shared_ptr<BytecodeProgram> program_;
     std::string path_;
@@ -286,6 +309,8 @@ TestResult resultOf(const ProcessResult& process) {
     result.place = answer.value("place", "");
     result.source = answer.value("source", "");
     result.seconds = answer.value("seconds", 0.0);
+    result.coverage = answer.value("coverage", "");
+    result.silent = answer.value("silent", std::vector<std::string>());
     return result;
 }
 
@@ -293,7 +318,10 @@ TestResult resultOf(const ProcessResult& process) {
 
 TestFile listTests(const std::string& path, double timeLimit) {
     const ProcessResult process = runInProcess(timeLimit, false, [&] {
-        return dump(answerOf([&](Json& answer) { answer["tests"] = LoadedFile(path).tests(); }));
+        return dump(answerOf([&](Json& answer) {
+            std::vector<std::string> silent;
+            answer["tests"] = LoadedFile(path, TestConditions(), silent).tests();
+        }));
     });
     TestFile file;
     file.loading = resultOf(process);
@@ -303,12 +331,13 @@ TestFile listTests(const std::string& path, double timeLimit) {
     return file;
 }
 
-TestResult runTest(const std::string& path, const std::string& test, double timeLimit,
-                   bool showsOutput) {
-    return resultOf(runInProcess(timeLimit, showsOutput, [&] {
+TestResult runTest(const std::string& path, const std::string& test,
+                   const TestConditions& conditions) {
+    return resultOf(runInProcess(conditions.timeLimit, conditions.showsOutput, [&] {
+        std::vector<std::string> silent;
         std::optional<LoadedFile> file;
         Json answer = answerOf([&](Json& result) {
-            file.emplace(path);
+            file.emplace(path, conditions, silent);
             const Clock::time_point start = Clock::now();
             const auto note = [&] {
                 result["seconds"] = std::chrono::duration<double>(Clock::now() - start).count();
@@ -322,6 +351,8 @@ TestResult runTest(const std::string& path, const std::string& test, double time
             note();
         });
         if (answer["outcome"] == "failed" && file) file->placeExpectation(test, answer);
+        answer["silent"] = silent;
+        if (conditions.countsLines && file) answer["coverage"] = file->coverage();
         return dump(answer);
     }));
 }

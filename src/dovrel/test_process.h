@@ -5,15 +5,19 @@
 #include <string>
 #include <vector>
 
+#include "dovrel/checked_run.h"
+
 enum class TestOutcome { Passed, Failed, Skipped };
 
 struct TestResult {
     TestOutcome outcome = TestOutcome::Failed;
-    std::string message;  // why it failed or was skipped
-    std::string place;    // "file:line" of a failure, if it is known
-    std::string source;   // the line there
-    std::string output;   // what it has written
-    double seconds = 0;   // the call alone, without the loading
+    std::string message;              // why it failed or was skipped
+    std::string place;                // "file:line" of a failure, if it is known
+    std::string source;               // the line there
+    std::string output;               // what it has written
+    double seconds = 0;               // the call alone, without the loading
+    std::vector<std::string> silent;  // what a checked run has told, each with its place and line
+    std::string coverage;  // the counts of a CoverageReport, packed, if they were asked for
 };
 
 struct TestFile {
@@ -24,7 +28,14 @@ struct TestFile {
 /// Loads a file and lists its tests: the global functions whose names begin with "test_".
 [[nodiscard]] TestFile listTests(const std::string& path, double timeLimit);
 
-/// Loads a file and calls one of its tests. A `timeLimit` of 0 is none. With `showsOutput` the
-/// output goes where that of this process goes, and is not gathered.
-[[nodiscard]] TestResult runTest(const std::string& path, const std::string& test, double timeLimit,
-                                 bool showsOutput);
+/// How tests are run.
+struct TestConditions {
+    double timeLimit = 60;     // seconds; 0 is none
+    bool showsOutput = false;  // output goes where that of this process goes, and is not gathered
+    bool countsLines = false;  // count what runs in the files that the test loads
+    CheckedMode checked = CheckedMode::Off;
+};
+
+/// Loads a file and calls one of its tests.
+[[nodiscard]] TestResult runTest(const std::string& path, const std::string& test,
+                                 const TestConditions& conditions);

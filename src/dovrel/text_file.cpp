@@ -19,6 +19,13 @@ std::string readTextFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+void writeTextFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) throw FileError("failed to write file: " + path);
+}
+
 void replaceTextFile(const std::string& path, const std::string& text) {
     namespace fs = std::filesystem;
     std::error_code failure;

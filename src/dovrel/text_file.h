@@ -13,6 +13,9 @@ public:
 /// The whole content of a file, or of standard input for "-". Raises FileError.
 [[nodiscard]] std::string readTextFile(const std::string& path);
 
+/// Writes `text` as a file, a new one or over what is there. Raises FileError.
+void writeTextFile(const std::string& path, const std::string& text);
+
 /// Replaces a file by `text`, all at once: a reader finds the old content or the new one. The
 /// rights of the file stay. Raises FileError.
 void replaceTextFile(const std::string& path, const std::string& text);

@@ -9,6 +9,7 @@
 #include "eval/errors.h"
 #include "eval/variable_access.h"
 #include "frontend/operator_table.h"
+#include "interpreter/observed_run.h"
 #include "value/arithmetic.h"
 #include "value/operators.h"
 #include "value/text.h"
@@ -99,7 +100,9 @@ Variable DovrelScript::evaluateFastExpression(const FastExpression& expression,
         }
     }
     FastScalarValue scalar{};
-    if (tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, scalar)) {
+    ObservedAttempt attempt(*this);
+    if (attempt.answered(
+            tryEvaluateFastExpressionScalarNode(expression, expression.root, analysis, scalar))) {
         return variableFromFastScalar(scalar);
     }
     if (softErrorUnwinding()) return {};
@@ -253,6 +256,7 @@ Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const
                 return getIndexedValue(container, Variable::makeInt(position));
             }
             const ArrayStorage& array = *container.asArray();
+            observeElement(array, position);
             if (position < 1 || static_cast<std::size_t>(position) > array.size()) return {};
             return array[static_cast<std::size_t>(position) - 1];
         }
@@ -260,7 +264,9 @@ Variable DovrelScript::evaluateIndexNode(const FastExpression& expression, const
     }
     const Variable key = evaluateFastExpressionNode(expression, node.right, analysis);
     if (softErrorUnwinding()) return {};
-    return getIndexedValue(baseAfterKey(), key);
+    const Variable& container = baseAfterKey();
+    observeElement(container, key);
+    return getIndexedValue(container, key);
 }
 
 bool DovrelScript::evaluateCallArguments(const FastExpression& expression, const FastExprNode& call,
@@ -310,6 +316,7 @@ Variable DovrelScript::evaluateCallNode(const FastExpression& expression, const 
     const bool isMember = nodeAt(expression, node.left).kind == NodeKind::Index;
     if (native != nullptr && mayCallDirectly(native->builtinId, isMember)) {
         const BuiltinId id = native->builtinId;
+        observeCall(analysis[node.tokenIndex], *callee);
         evaluateLentArguments(expression, node, analysis, arguments);
         return dispatchBuiltinFast(id, arguments.view());
     }
@@ -323,10 +330,12 @@ Variable DovrelScript::callNode(const FastExpression& expression, const FastExpr
                                 const TokenAnalyses& analysis, const Variable* callee,
                                 Arguments args) {
     if (callee != nullptr) {
+        observeCall(analysis[node.tokenIndex], *callee);
         return callFound(*callee, nodeAt(expression, node.left).kind == NodeKind::Index, args);
     }
     const Variable evaluated = evaluateFastExpressionNode(expression, node.left, analysis);
     if (softErrorUnwinding()) return {};
+    observeCall(analysis[node.tokenIndex], evaluated);
     return invokeCallableFast(evaluated, args);
 }
 

@@ -206,6 +206,7 @@ bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const F
     if (!evaluateCallArguments(expression, node, analysis, arguments)) return false;
     const Variable callee = evaluateFastExpressionNode(expression, node.left, analysis);
     if (softErrorUnwinding() || callee.type != VarType::Function) return false;
+    if (hasFastBody(callee)) observeCall(analysis[node.tokenIndex], callee);
     return tryEvaluateFastCallableScalar(callee.asFunction(), arguments.view(), out) &&
            !softErrorUnwinding();
 }

@@ -92,6 +92,10 @@ FastScalarValue DovrelScript::scalarNode(const FastExpression& expression, const
         case NodeKind::Or: {
             const FastScalarValue left = scalarOperand(expression, node.left, analysis);
             if (!left.isSet() || isScalarTruthy(left) != (node.kind == NodeKind::And)) return left;
+            if (valuesAreWatched && node.kind == NodeKind::Or && left.isNumeric() &&
+                left.kind != ScalarKind::Bool) {
+                tellDroppedZero(analysis[node.tokenIndex]);
+            }
             return scalarOperand(expression, node.right, analysis);
         }
         case NodeKind::StringLiteral:
@@ -178,6 +182,7 @@ const Variable* DovrelScript::elementInPlace(const FastExpression& expression,
         if (!tryEvaluateFastExpressionIntNode(expression, node.right, analysis, key)) {
             return nullptr;
         }
+        observeElement(*base->asArray(), key);
         return &elementOrNil(*base->asArray(), key);
     }
     const FastExprNode& keyNode = nodeAt(expression, node.right);
@@ -195,6 +200,7 @@ FastScalarValue DovrelScript::scalarIndex(const FastExpression& expression,
         if (base != nullptr && base->type == VarType::Array) {
             const FastScalarValue key = scalarOperand(expression, node.right, analysis);
             if (key.kind == ScalarKind::Int) {
+                observeElement(*base->asArray(), key.intValue);
                 return scalarFromElement(*base->asArray(), key.intValue);
             }
         }
@@ -223,6 +229,7 @@ FastScalarValue DovrelScript::scalarIndexSlowly(const FastExpression& expression
 
     const FastScalarValue scalarKey = scalarOperand(expression, node.right, analysis);
     if (scalarKey.kind == ScalarKind::Int && base->type == VarType::Array && !keyNode.holdsCall) {
+        observeElement(*base->asArray(), scalarKey.intValue);
         return scalarFromElement(*base->asArray(), scalarKey.intValue);
     }
     if (softErrorUnwinding()) return {};
@@ -235,6 +242,7 @@ FastScalarValue DovrelScript::scalarIndexSlowly(const FastExpression& expression
         base = variableInPlace(expression, node.left, analysis);
         if (base == nullptr) return {};
     }
+    observeElement(*base, key);
     FastScalarValue element{};
     return tryFastScalarFromIndexedValue(*base, key, element) ? element : FastScalarValue{};
 }

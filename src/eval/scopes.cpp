@@ -303,6 +303,7 @@ void DovrelScript::assignVariableFast(const TokenAnalysis& token, const Variable
     if (target != ScopeTarget::Default) {
         assignVariable(token.name, value, target);
     } else if (Variable* existing = resolveExistingVariableFastMutable(token)) {
+        observeFound(token, existing, true);
         *existing = value;
     } else {
         createGlobal(token, value);

@@ -131,7 +131,7 @@ Variable TokenEvaluator::evaluateWord(std::size_t index) {
     if (known.isTrue || known.isFalse) return Variable::makeBool(known.isTrue);
     if (known.isIdentifier) {
         // An unknown name is nil, not an error.
-        const Variable* found = interpreter_.resolveVariableFastPtr(known);
+        const Variable* found = interpreter_.lookUpVariable(known);
         return evaluatePostfix(found != nullptr ? *found : Variable());
     }
     const std::string& text = tokens_[index];
@@ -154,6 +154,7 @@ Variable TokenEvaluator::evaluatePostfix(Variable value) {
             if (unwinding()) return {};
             if (!nextIs("]")) interpreter_.throwError("Expected closing bracket", "]");
             consume();
+            interpreter_.observeElement(value, key);
             value = interpreter_.getIndexedValue(value, key);
         } else if (consumeIf("(")) {
             value = evaluateCall(value);

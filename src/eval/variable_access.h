@@ -62,6 +62,7 @@ inline Variable* DovrelScript::unhiddenGlobal(const TokenAnalysis& token) {
 }
 
 inline const Variable* DovrelScript::readVariable(const TokenAnalysis& token) {
+    if (valuesAreWatched) return lookUpVariable(token);
     if (const Variable* value = cachedVariable(token)) return value;
     if (token.slotKind == SlotKind::Parameter) {
         if (const Variable* value = fastParameter(token)) return value;
@@ -71,5 +72,7 @@ inline const Variable* DovrelScript::readVariable(const TokenAnalysis& token) {
 
 inline Variable* DovrelScript::variableForWriting(const TokenAnalysis& token) {
     Variable* value = cachedVariable(token);
-    return value != nullptr ? value : resolveExistingVariableFastMutable(token);
+    if (value == nullptr) value = resolveExistingVariableFastMutable(token);
+    observeFound(token, value, true);
+    return value;
 }

@@ -6,10 +6,11 @@
 #include "eval/assignment.h"
 #include "eval/scalar_operand.h"
 #include "exec/chunk_run.h"
+#include "interpreter/observed_run.h"
 #include "value/operators.h"
 
 void ChunkRun::runFastAssign(std::uint32_t index) {
-    const ParsedScriptLine& line = selectLine(index);
+    const ParsedScriptLine& line = beginStatement(index);
     // A loaded file may name a line of any shape.
     if (line.assignment == nullptr) return;
     FastScalarValue scalar{};
@@ -42,8 +43,9 @@ bool ChunkRun::evaluateAssignedValue(const ParsedScriptLine& line, FastScalarVal
     const FastExpression& expression = *simple;
     // A call at the root goes straight to the general tier, which runs its arguments once.
     if (!expression.isCall()) {
-        if (interpreter_.tryEvaluateFastExpressionScalarNode(expression, expression.root,
-                                                             line.tokenAnalysis, scalar)) {
+        ObservedAttempt attempt(interpreter_);
+        if (attempt.answered(interpreter_.tryEvaluateFastExpressionScalarNode(
+                expression, expression.root, line.tokenAnalysis, scalar))) {
             return true;
         }
         if (unwinding()) return false;
@@ -87,6 +89,11 @@ void ChunkRun::storeAssigned(const ParsedScriptLine& line, const FastScalarValue
     if (!isScalar && value.type == VarType::Multi && line.assignment->simpleValueIsCall()) {
         value = AssignmentRun::firstValue(value);
     }
+    if (interpreter_.observer != nullptr) {
+        // A soft error has left by now, and nothing below can fail but for the lack of memory.
+        interpreter_.observeAssigned(line, line.assignment->targets[0].nameToken, {},
+                                     isScalar ? variableFromFastScalar(scalar) : value);
+    }
     if (line.assignmentScope != ScopeTarget::Default) {
         interpreter_.assignVariableFast(token, isScalar ? variableFromFastScalar(scalar) : value,
                                         line.assignmentScope);
@@ -112,11 +119,13 @@ void ChunkRun::applyCompound(const ParsedScriptLine& line, const FastScalarValue
         interpreter_.throwError("Variable not found: " + line.tokens[nameToken],
                                 line.tokens[nameToken]);
     }
-    if (isScalar && tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
-        return;
+    const VarType before = variable->type;
+    if (!isScalar || !tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
+        const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
+        if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
+            *variable = performOperation(*variable, assignment.operation, operand);
+        }
     }
-    const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
-    if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
-        *variable = performOperation(*variable, assignment.operation, operand);
-    }
+    interpreter_.observeCompound(line, nameToken, before, *variable);
+    interpreter_.observeAssigned(line, nameToken, {}, *variable);
 }

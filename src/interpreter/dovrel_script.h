@@ -24,6 +24,7 @@
 #include <deque>
 #include <exception>
 #include <memory>
+#include <span>
 #ifdef DOVREL_FUZZ
 #include <stdexcept>
 #endif
@@ -47,6 +48,7 @@
 #include "value/variable.h"
 
 class Machine;
+class RunObserver;
 struct BytecodeProgram;
 
 class DovrelScript;
@@ -78,6 +80,60 @@ public:
     Variable runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program);
     /// Raises the error that a coroutine turn has left, if there is one.
     void rethrowPendingCoroutineException();
+
+    /// Sets who is told of what runs. For an interpreter that has run nothing yet: code that has
+    /// been compiled tells nobody. The observer must outlive the runs.
+#ifdef DOVREL_OBSERVABLE
+    void setObserver(RunObserver& watcher);
+    RunObserver* observer = nullptr;
+    bool valuesAreWatched = false;  // the observer `watchesValues`
+#else
+    static constexpr RunObserver* observer = nullptr;  // what would tell it costs nothing
+    static constexpr bool valuesAreWatched = false;
+#endif
+    /// An exception is on its way, with the scopes of its statement still there. It is told once,
+    /// however many handlers it passes.
+    void observeError(const std::exception& error) {
+        if (observer != nullptr) tellError(error.what());
+    }
+    /// A soft error, or a report with its location, is raised here.
+    void observeRaised(std::string_view message) {
+        if (observer != nullptr) tellRaised(message);
+    }
+    /// A statement has stored a value; see RunObserver.
+    void observeAssigned(const ParsedScriptLine& line, std::size_t nameToken,
+                         std::span<const Variable> keys, const Variable& value) {
+        if (observer != nullptr) tellAssigned(line, nameToken, keys, value);
+    }
+    /// For an observer that watches values; see RunObserver.
+    void observeFound(const TokenAnalysis& token, const Variable* found, bool isWritten) {
+        if (valuesAreWatched) tellFound(token, found, isWritten);
+    }
+    void observeCall(const TokenAnalysis& place, const Variable& callee) {
+        if (valuesAreWatched) tellCall(place, callee);
+    }
+    void observeElement(const ArrayStorage& array, std::int64_t position) {
+        if (!valuesAreWatched) return;
+        if (position < 1 || static_cast<std::size_t>(position) > array.size()) {
+            tellMissingElement(position, array.size());
+        }
+    }
+    void observeElement(const Variable& container, const Variable& key) {
+        if (!valuesAreWatched || container.type != VarType::Array) return;
+        if (key.type == VarType::Int) observeElement(*container.asArray(), key.asInt());
+    }
+    void observeCompound(const ParsedScriptLine& line, std::size_t nameToken, VarType before,
+                         const Variable& after) {
+        if (valuesAreWatched && before != after.type) tellCompound(line, nameToken, before, after);
+    }
+    /// A line of a short function runs, which does not become the current one.
+    void observeShortStatement(const ParsedScriptLine& line) {
+        if (observer != nullptr) tellStatement(line);
+    }
+    /// A turn of a loop begins, with its variables in the top frame scope.
+    void observeIteration(const ParsedScriptLine& header) {
+        if (observer != nullptr) tellIteration(header);
+    }
 
     /// For a process that ends with the one program it runs: to take a large program apart again
     /// takes as long as to compile it, and the system takes its memory back in any case.
@@ -130,6 +186,12 @@ public:
     [[nodiscard]] Variable* resolveVariablePtr(Name name);
     /// The variable at a token, for reading, or null; through the token's cache.
     [[nodiscard]] const Variable* resolveVariableFastPtr(const TokenAnalysis& token);
+    /// The same for an evaluator, which tells an observer.
+    [[nodiscard]] const Variable* lookUpVariable(const TokenAnalysis& token) {
+        const Variable* found = resolveVariableFastPtr(token);
+        observeFound(token, found, false);
+        return found;
+    }
     /// The same, with the likely answers tried inline.
     [[nodiscard]] const Variable* readVariable(const TokenAnalysis& token);
     /// The variable at a token, for writing, or null if the name exists nowhere.
@@ -323,6 +385,11 @@ public:
         currentLineNumber = line.lineNumber;
         currentLine = &line.source;
     }
+    /// The same for a statement that is about to run, or a condition to be tested.
+    void beginStatement(const ParsedScriptLine& line) {
+        selectLine(line);
+        if (observer != nullptr) tellStatement(line);
+    }
     /// Keeps the text of the current line, whose record is about to go.
     void keepCurrentLineText() noexcept;
     /// Ends the hold on a callable whose call is over, but keeps it if `currentLine` may point into
@@ -413,6 +480,20 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
+    void tellStatement(const ParsedScriptLine& line);
+    void tellFound(const TokenAnalysis& token, const Variable* found, bool isWritten);
+    void tellCall(const TokenAnalysis& place, const Variable& callee);
+    void tellMissingElement(std::int64_t position, std::size_t count);
+    void tellCompound(const ParsedScriptLine& line, std::size_t nameToken, VarType before,
+                      const Variable& after);
+    void tellDroppedZero(const TokenAnalysis& place);
+    void tellIteration(const ParsedScriptLine& header);
+    void tellAssigned(const ParsedScriptLine& line, std::size_t nameToken,
+                      std::span<const Variable> keys, const Variable& value);
+    void tellProgram(const BytecodeProgram& program, const std::string& source);
+    void tellError(std::string_view message);
+    void tellCaught();
+    void tellRaised(std::string_view message);
     /// The scalar that a variable holds: nil for an unknown one, unset for another kind of value.
     FastScalarValue scalarVariable(const TokenAnalysis& token);
     // The scalar tier, by form of node; an unset value declines.

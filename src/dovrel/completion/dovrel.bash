@@ -2,14 +2,14 @@
 
 _dovrel() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='run repl check format test doc' options=
+    local commands='run repl check format test profile trace doc' options=
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
         mapfile -t COMPREPLY < <(compgen -W "$commands --help --version" -- "$word")
         return
     fi
     case ${COMP_WORDS[1]} in
-        run) options='-e' ;;
+        run) options='-e --checked --checked=error' ;;
         check)
             case $before in
                 --format)
@@ -27,14 +27,28 @@ _dovrel() {
         format) options='--check --diff' ;;
         test)
             case $before in
-                --filter | --timeout) return ;;
-                --junit)
+                --filter | --timeout | --coverage-least) return ;;
+                --junit | --coverage-html | --coverage-lcov)
                     compopt -o filenames
                     mapfile -t COMPREPLY < <(compgen -f -- "$word")
                     return
                     ;;
             esac
-            options='--filter --junit --timeout --list --output'
+            options='--filter --junit --timeout --list --output --checked=off --checked=error
+                --coverage --coverage-html --coverage-lcov --coverage-least'
+            ;;
+        profile | trace)
+            case $before in
+                -e | --lines | --function | --line | --variable) return ;;
+                --svg | --output)
+                    compopt -o filenames
+                    mapfile -t COMPREPLY < <(compgen -f -- "$word")
+                    return
+                    ;;
+            esac
+            options='-e --lines --annotate --svg --output'
+            [[ ${COMP_WORDS[1]} != trace ]] ||
+                options='-e --function --line --variable --errors --output'
             ;;
         doc)
             if [[ $word != -* ]]; then
