@@ -72,6 +72,7 @@ public:
         addFormat();
         addTest();
         addDoc();
+        addLsp();
     }
 
     int run(std::vector<std::string> arguments) {
@@ -218,6 +219,15 @@ private:
         command->footer("Without a name the chapters are listed.");
     }
 
+    void addLsp() {
+        CLI::App* command = addCommand("lsp", "Serve an editor", [] { return runLspCommand(); });
+        // Editors add it by habit; there is no other way.
+        command->add_flag("--stdio", usesStdio_, "Speak over standard input and output, as always");
+        command->footer(
+            "The language server: an editor starts it and speaks the Language Server Protocol\n"
+            "with it, over standard input and output.");
+    }
+
     CLI::App app_;
     std::shared_ptr<HelpFormatter> help_;
     std::vector<std::string> commands_;
@@ -227,6 +237,7 @@ private:
     FormatOptions format_;
     TestOptions test_;
     DocOptions doc_;
+    bool usesStdio_ = true;
 };
 
 }  // namespace

@@ -54,3 +54,5 @@ int runFormatCommand(const FormatOptions& options);
 int runCheckCommand(const CheckOptions& options);
 int runReplCommand();
 int runTestCommand(const TestOptions& options);
+/// The language server over standard input and output; see lsp/lsp_command.cpp.
+int runLspCommand();
