@@ -124,6 +124,8 @@ void readInput(const std::shared_ptr<EventQueue>& events) {
 
 int runLspCommand() {
     std::ios::sync_with_stdio(false);
+    // A read would flush the output, in the middle of what another thread writes.
+    std::cin.tie(nullptr);
     const auto events = std::make_shared<EventQueue>();
     LanguageServer server([](const std::string& message) { writeMessage(std::cout, message); });
     // It ends with the input, or with the process: a read cannot be interrupted.
