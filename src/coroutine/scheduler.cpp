@@ -5,6 +5,7 @@
 
 #include "eval/errors.h"
 #include "interpreter/dovrel_script.h"
+#include "interpreter/observed_run.h"
 
 namespace {
 
@@ -83,6 +84,7 @@ private:
 /// exception leaves located, with the coroutine's line.
 bool runTurn(DovrelScript& interpreter, CoroutineState& state) {
     const TurnGuard turn(interpreter, state);
+    const ObservedTurn observed(interpreter, state);
     try {
         return interpreter.executeCoroutineTurn(state);
     } catch (const CoroutineTerminated&) {

@@ -61,6 +61,12 @@ private:
         interpreter_.selectLine(line);
         return line;
     }
+    /// The same for a statement that is about to run, or a condition to be tested.
+    const ParsedScriptLine& begin(std::size_t index) {
+        const ParsedScriptLine& line = lineAt(index);
+        interpreter_.beginStatement(line);
+        return line;
+    }
     bool evaluateCondition(const ParsedScriptLine& line, std::string_view word) {
         return interpreter_.evaluateCondition(line, word, DovrelScript::ConditionTiers::BoolFirst);
     }
@@ -162,9 +168,10 @@ CoroutineTurn::Step CoroutineTurn::stepLine(std::size_t index) {
         case LineKind::LocalFunction: return declare(index);
         case LineKind::Return:
             // The values are never evaluated: kept. The scopes die with the state.
+            begin(index);
             return finish();
-        case LineKind::Break: return runBreak();
-        default: return runPlainLine(line);
+        case LineKind::Break: begin(index); return runBreak();
+        default: begin(index); return runPlainLine(line);
     }
 }
 
@@ -172,6 +179,7 @@ CoroutineTurn::Step CoroutineTurn::enterIf(std::size_t index) {
     const std::size_t behind = lineAt(index).matchingEnd + 1;
     for (std::size_t branch = index;;) {
         const ParsedScriptLine& line = select(branch);
+        if (line.kind != LineKind::Else) begin(branch);
         const bool holds = line.kind == LineKind::Else || evaluateCondition(line, "if");
         if (unwinding()) return finish();
         if (holds) {
@@ -200,7 +208,7 @@ void CoroutineTurn::enterLoop(CoroutineFrameKind kind, std::size_t index, std::s
 }
 
 CoroutineTurn::Step CoroutineTurn::declare(std::size_t index) {
-    const ParsedScriptLine& line = lineAt(index);
+    const ParsedScriptLine& line = begin(index);
     declareFunction(interpreter_, line, NewBase::Table, [&](ScriptCallable& callable) {
         if (line.matchingEnd > lines_.size()) throwOutOfRange();
         attachParsedBody(interpreter_, callable, lines_, index + 1, line.matchingEnd);
@@ -228,7 +236,7 @@ CoroutineTurn::Step CoroutineTurn::runPlainLine(const ParsedScriptLine& line) {
 }
 
 void CoroutineTurn::stepWhile() {
-    const bool holds = evaluateCondition(select(top().headerLine), "while");
+    const bool holds = evaluateCondition(begin(top().headerLine), "while");
     if (unwinding()) return;
     if (holds) {
         pushBlockFrame(top().bodyFirstLine, top().bodyEndLine);
@@ -245,7 +253,7 @@ void CoroutineTurn::stepRepeat() {
         pushBlockFrame(frame.bodyFirstLine, frame.bodyEndLine);
         return;
     }
-    const bool holds = evaluateCondition(select(frame.headerLine), "until");
+    const bool holds = evaluateCondition(begin(frame.headerLine), "until");
     if (unwinding()) return;
     if (holds) {
         popLoopFrame();
@@ -256,7 +264,7 @@ void CoroutineTurn::stepRepeat() {
 
 CoroutineTurn::Step CoroutineTurn::stepNumericFor() {
     if (!top().started) {
-        const ParsedScriptLine& line = select(top().headerLine);
+        const ParsedScriptLine& line = begin(top().headerLine);
         NumericForRange range;
         if (!evaluateNumericForRange(interpreter_, line, range)) return finish();
         interpreter_.frameScopes.push(1).append(
@@ -280,6 +288,7 @@ CoroutineTurn::Step CoroutineTurn::stepNumericFor() {
             throwPlainError("numeric for loop scope is missing");
         }
         interpreter_.frameScopes.back()[0].value = Variable::makeInt(frame.forCurrent);
+        interpreter_.observeIteration(lineAt(frame.headerLine));
         frame.bodyIssued = true;
         pushBlockFrame(frame.bodyFirstLine, frame.bodyEndLine);
     }
@@ -287,7 +296,7 @@ CoroutineTurn::Step CoroutineTurn::stepNumericFor() {
 }
 
 CoroutineTurn::Step CoroutineTurn::stepGenericFor() {
-    if (!top().started && !startGenericFor(select(top().headerLine))) return finish();
+    if (!top().started && !startGenericFor(begin(top().headerLine))) return finish();
     CoroutineFrame& frame = top();
     if (frame.rowIndex >= frame.iterationRows.size()) {
         popLoopFrame();
@@ -303,6 +312,7 @@ CoroutineTurn::Step CoroutineTurn::stepGenericFor() {
         for (std::size_t i = 0; i < frame.loopVariables.size() && i < scope.size(); ++i) {
             scope[i].value = i < row.size() ? row[i] : Variable();
         }
+        interpreter_.observeIteration(lineAt(frame.headerLine));
         frame.bodyIssued = true;
         pushBlockFrame(frame.bodyFirstLine, frame.bodyEndLine);
     }

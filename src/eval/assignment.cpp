@@ -103,8 +103,13 @@ Variable AssignmentRun::firstValue(const Variable& multi) {
     return result == nullptr || result->values.empty() ? Variable() : result->values[0];
 }
 
-void AssignmentRun::store(const ParsedAssignmentTarget& target, const Variable& value) {
+void AssignmentRun::storeBase(const ParsedAssignmentTarget& target, const Variable& value) {
     interpreter_.assignVariableFast(token(target), value, line_.assignmentScope);
+}
+
+void AssignmentRun::store(const ParsedAssignmentTarget& target, const Variable& value) {
+    storeBase(target, value);
+    interpreter_.observeAssigned(line_, target.nameToken, {}, value);
 }
 
 void AssignmentRun::throwVariableNotFound(const ParsedAssignmentTarget& target) {
@@ -127,6 +132,7 @@ void AssignmentRun::storePlain(const ParsedAssignmentTarget& target, const Varia
     Variable* variable = interpreter_.variableForWriting(token(target));
     if (variable == nullptr) throwVariableNotFound(target);
     applyCompound(*variable, value);
+    interpreter_.observeAssigned(line_, target.nameToken, {}, *variable);
 }
 
 void AssignmentRun::runPlain(const ParsedAssignmentTarget& target) {
@@ -144,23 +150,29 @@ void AssignmentRun::runIndexed(const ParsedAssignmentTarget& target) {
     if (unwinding()) return;
     Variable* variable = interpreter_.variableForWriting(token(target));
     if (variable != nullptr) {
-        storeElement(*variable, key, value);
+        storeElement(target, *variable, {&key, 1}, value);
         return;
     }
     if (!assignment_.isPlain) throwVariableNotFound(target);
     Variable container = makeContainerFor(key);
     interpreter_.setIndexedValue(container, key, value, true);
-    store(target, container);
+    storeBase(target, container);
+    interpreter_.observeAssigned(line_, target.nameToken, {&key, 1}, value);
 }
 
-void AssignmentRun::storeElement(Variable& container, const Variable& key, const Variable& value) {
+/// Stores under the last of `keys`, which lead to an element of the target's variable.
+void AssignmentRun::storeElement(const ParsedAssignmentTarget& target, Variable& container,
+                                 std::span<const Variable> keys, const Variable& value) {
+    const Variable& key = keys.back();
     if (assignment_.isPlain) {
         interpreter_.setIndexedValue(container, key, value, true);
+        interpreter_.observeAssigned(line_, target.nameToken, keys, value);
         return;
     }
     Variable element = interpreter_.getIndexedValue(container, key);
     applyCompound(element, value);
     interpreter_.setIndexedValue(container, key, element, false);
+    interpreter_.observeAssigned(line_, target.nameToken, keys, element);
 }
 
 /// `t[a][b] = v`. Ends by storing the base back under its name, which makes a promotion of the
@@ -183,11 +195,11 @@ void AssignmentRun::storeThroughKeys(const ParsedAssignmentTarget& target,
     } else {
         if (!assignment_.isPlain) throwVariableNotFound(target);
         base = makeContainerFor(keys[0]);
-        store(target, base);
+        storeBase(target, base);
     }
     Variable* last = walkToLastContainer(interpreter_, base, keys, assignment_.isPlain);
-    storeElement(*last, keys.back(), value);
-    store(target, base);
+    storeElement(target, *last, keys, value);
+    storeBase(target, base);
 }
 
 /// The common end of the walk: an element that is there, in an array that the name leads to for
@@ -207,6 +219,7 @@ bool AssignmentRun::tryStoreArrayElement(const ParsedAssignmentTarget& target,
     const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(keys[0].asInt()) - 1);
     if (index >= array.size()) return false;
     array[index] = value;
+    interpreter_.observeAssigned(line_, target.nameToken, keys, value);
     return true;
 }
 
@@ -341,6 +354,7 @@ Variable DovrelScript::spreadProtectedCall(Arguments args) {
             answered = tryEvaluateProtectedFastCallableScalar(args[0].asFunction(), args.from(1),
                                                               ok, scalar, message);
         } catch (const std::exception& error) {
+            observeError(error);
             ok = false;
             message = error.what();
         }

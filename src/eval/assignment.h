@@ -39,9 +39,12 @@ private:
     void cutMulti(Variable& value) const;
 
     // Storing.
+    /// Writes the variable; of an element, what the variable holds is written back.
+    void storeBase(const ParsedAssignmentTarget& target, const Variable& value);
     void store(const ParsedAssignmentTarget& target, const Variable& value);
     void storePlain(const ParsedAssignmentTarget& target, const Variable& value);
-    void storeElement(Variable& container, const Variable& key, const Variable& value);
+    void storeElement(const ParsedAssignmentTarget& target, Variable& container,
+                      std::span<const Variable> keys, const Variable& value);
     void storeThroughKeys(const ParsedAssignmentTarget& target, std::span<const Variable> keys,
                           const Variable& value);
     bool tryStoreArrayElement(const ParsedAssignmentTarget& target, std::span<const Variable> keys,

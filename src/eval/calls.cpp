@@ -18,6 +18,7 @@
 #include "exec/bytecode_program.h"
 #include "exec/machine.h"
 #include "interpreter/dovrel_script.h"
+#include "interpreter/observed_run.h"
 
 namespace {
 
@@ -117,8 +118,30 @@ const ParsedScriptLine* bodyLine(const ScriptCallable& callable, std::size_t ind
 bool guardFires(DovrelScript& interpreter, const ScriptCallable& callable) {
     if (callable.fastBodyKind != FastBodyKind::GuardAndReturn) return false;
     const ParsedScriptLine* guard = bodyLine(callable, callable.fastGuardLine);
-    return guard != nullptr &&
-           interpreter.evaluateCondition(*guard, "if", DovrelScript::ConditionTiers::ScalarOnly);
+    if (guard == nullptr) return false;
+    interpreter.observeShortStatement(*guard);
+    if (!interpreter.evaluateCondition(*guard, "if", DovrelScript::ConditionTiers::ScalarOnly)) {
+        return false;
+    }
+    if (interpreter.observer != nullptr) {
+        // The call of `error` is the first line behind the guard that is not empty.
+        std::size_t raise = callable.fastGuardLine + std::size_t{1};
+        while ((*callable.bodyLines)[raise].kind == LineKind::Empty) ++raise;
+        interpreter.observeShortStatement((*callable.bodyLines)[raise]);
+    }
+    return true;
+}
+
+/// Runs the body of a short function, whose errors are told while its parameters can be found.
+template <typename Body>
+auto runObserved(DovrelScript& interpreter, const Body& body) {
+    if (interpreter.observer == nullptr) return body();
+    try {
+        return body();
+    } catch (const std::exception& error) {
+        interpreter.observeError(error);
+        throw;
+    }
 }
 
 /// The one compiled return expression of a fast body that the scalar tier may try, or null.
@@ -192,6 +215,7 @@ Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments arg
         FrameCall call(*this, std::move(callable));
         bindParameters(call.scope(), args);
         const ScriptCallable& called = call.callable();
+        const ObservedCall observed(*this, called, args);
         if (called.program != nullptr) {
             result = executeBytecodeChunkInternal(called.program, called.chunkIndex, signal);
         } else if (called.bodyLines != nullptr) {
@@ -233,16 +257,20 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
 
 Variable DovrelScript::runFastBody(const ScriptCallable& callable, Arguments args) {
     const FastCallGuard fastCall(*this, callable, args);
-    if (guardFires(*this, callable)) {
-        raiseScriptErrorSoft(callable.fastGuardMessage);
-        return {};
-    }
-    if (softErrorUnwinding()) return {};
-    const ParsedScriptLine* line = bodyLine(callable, callable.fastReturnLine);
-    if (line == nullptr) return {};
-    Variable result = evaluateReturnValues(*line);
-    if (softErrorUnwinding()) return {};
-    return result;
+    const ObservedCall observed(*this, callable, args);
+    return runObserved(*this, [&]() -> Variable {
+        if (guardFires(*this, callable)) {
+            raiseScriptErrorSoft(callable.fastGuardMessage);
+            return {};
+        }
+        if (softErrorUnwinding()) return {};
+        const ParsedScriptLine* line = bodyLine(callable, callable.fastReturnLine);
+        if (line == nullptr) return {};
+        observeShortStatement(*line);
+        Variable result = evaluateReturnValues(*line);
+        if (softErrorUnwinding()) return {};
+        return result;
+    });
 }
 
 bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& callable,
@@ -251,14 +279,18 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& c
     if (line == nullptr) return false;
     const CallDepthGuard depth(callDepth);
     const FastCallGuard fastCall(*this, *callable, args);
-    if (guardFires(*this, *callable)) {
-        raiseScriptErrorSoft(callable->fastGuardMessage);
-        out = FastScalarValue::nil();
-        return true;
-    }
-    if (softErrorUnwinding()) return false;
-    const FastExpression& value = line->returnValues[0];
-    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    ObservedCall observed(*this, *callable, args);
+    return observed.answered(runObserved(*this, [&] {
+        if (guardFires(*this, *callable)) {
+            raiseScriptErrorSoft(callable->fastGuardMessage);
+            out = FastScalarValue::nil();
+            return true;
+        }
+        if (softErrorUnwinding()) return false;
+        observeShortStatement(*line);
+        const FastExpression& value = line->returnValues[0];
+        return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    }));
 }
 
 bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCallable>& callable,
@@ -271,16 +303,21 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCal
     if (line == nullptr) return false;
     const CallDepthGuard depth(callDepth);
     const FastCallGuard fastCall(*this, *callable, args);
-    if (guardFires(*this, *callable)) {
-        // The caller is the protected call: nothing is recorded or raised.
-        ok = false;
-        message = callable->fastGuardMessage;
-        out = FastScalarValue::nil();
-        return true;
-    }
-    if (softErrorUnwinding()) return false;
-    const FastExpression& value = line->returnValues[0];
-    return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    ObservedCall observed(*this, *callable, args);
+    return observed.answered(runObserved(*this, [&] {
+        if (guardFires(*this, *callable)) {
+            // The caller is the protected call: nothing is recorded or raised.
+            observeRaised(callable->fastGuardMessage);
+            ok = false;
+            message = callable->fastGuardMessage;
+            out = FastScalarValue::nil();
+            return true;
+        }
+        if (softErrorUnwinding()) return false;
+        observeShortStatement(*line);
+        const FastExpression& value = line->returnValues[0];
+        return tryEvaluateFastExpressionScalarNode(value, value.root, line->tokenAnalysis, out);
+    }));
 }
 
 void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Arguments args) {

@@ -54,11 +54,13 @@ std::string DovrelScript::locatedReport(std::string_view message, std::string_vi
 }
 
 void DovrelScript::throwError(std::string_view message, std::string_view token) {
+    observeRaised(message);
     throw LocatedError(*this, message, token);
 }
 
 void DovrelScript::rethrowLocated(const std::exception& error, std::string_view fallbackToken) {
     if (isLocatedReport(error.what())) throw;
+    observeError(error);
     throw LocatedError(*this, error.what(), lastToken.empty() ? fallbackToken : lastToken);
 }
 
@@ -71,6 +73,7 @@ bool DovrelScript::tryRecordFault(const std::exception& error, std::string_view 
                          !pendingCoroutineException;
     if (!isAlone) return false;
     const std::string_view message = error.what();
+    observeError(error);
     softErrorMessage = isLocatedReport(message)
                            ? std::string(message)
                            : locatedReport(message, lastToken.empty() ? fallbackToken : lastToken);
@@ -80,9 +83,13 @@ bool DovrelScript::tryRecordFault(const std::exception& error, std::string_view 
 }
 
 void DovrelScript::raiseScriptErrorSoft(std::string message) {
-    if (protectedCallDepths.empty()) throw RaisedScriptError(std::move(message));
+    if (protectedCallDepths.empty()) {
+        observeRaised(message);
+        throw RaisedScriptError(std::move(message));
+    }
     // The first soft error of an unwinding stands.
     if (softErrorPending) return;
+    observeRaised(message);
     softErrorPending = true;
     softErrorDepth = protectedCallDepths.back();
     softErrorMessage = std::move(message);

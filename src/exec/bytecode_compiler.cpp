@@ -160,6 +160,7 @@ BytecodeProgram DovrelScript::compileToBytecodeInternal(const std::string& sourc
     program.lines = parseLines(source);
     program.code.reserve(program.lines.size());
     compileBytecodeChunk(program, 0, program.lines.size());
+    if (observer != nullptr) tellProgram(program, source);
     return program;
 }
 

@@ -121,7 +121,7 @@ ChunkRun::Flow ChunkRun::execute(const BytecodeInstruction& instruction, BlockSi
         case BytecodeOp::FunctionDecl: runFunctionDecl(operand); break;
         case BytecodeOp::Return: return runReturn(operand, signal);
         case BytecodeOp::Break:
-            selectLine(operand);
+            beginStatement(operand);
             signal = BlockSignal::Break;
             return Flow::Leave;
         default: return Flow::Next;  // a byte that no compiler writes does nothing
@@ -137,7 +137,21 @@ void ChunkRun::runChunkInline(std::uint32_t chunk, BlockSignal& signal) {
     const BytecodeInstruction* const end = instruction + range.instructionCount;
     signal = BlockSignal::None;
     for (; instruction != end; ++instruction) {
-        if (executeInline(*instruction, signal) == Flow::Leave) return;
+        const Flow flow = interpreter_.observer != nullptr ? executeObserved(*instruction, signal)
+                                                           : executeInline(*instruction, signal);
+        if (flow == Flow::Leave) return;
+    }
+}
+
+/// An inline statement has no handler of its own, and the next one is too far outside to find the
+/// variables of the loops between.
+ChunkRun::Flow ChunkRun::executeObserved(const BytecodeInstruction& instruction,
+                                         BlockSignal& signal) {
+    try {
+        return executeInline(instruction, signal);
+    } catch (const std::exception& error) {
+        interpreter_.observeError(error);
+        throw;
     }
 }
 
@@ -152,7 +166,7 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
         case BytecodeOp::RepeatLoop: return runRepeatLoop(operand, signal, Mode::Inline);
         case BytecodeOp::NumericFor: return runNumericFor(operand, signal, Mode::Inline);
         case BytecodeOp::Break:
-            selectLine(operand);
+            beginStatement(operand);
             signal = BlockSignal::Break;
             return Flow::Leave;
         default: throwPlainError("Unexpected non-inline opcode");
@@ -178,7 +192,7 @@ void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
 }
 
 void ChunkRun::runStatement(std::uint32_t index) {
-    const ParsedScriptLine& line = selectLine(index);
+    const ParsedScriptLine& line = beginStatement(index);
     if (line.tokens.empty()) return;
     interpreter_.executePlainLine(line, value_, DovrelScript::DiscardedCall::ClearsValue);
 }
@@ -189,7 +203,8 @@ ChunkRun::Flow ChunkRun::runIfGroup(std::uint32_t index, BlockSignal& signal, Mo
                    mode == Mode::Inline ? "Inline bytecode if-group index out of range"
                                         : "Bytecode if-group index out of range");
     for (const BytecodeIfBranch& branch : group.branches) {
-        const ParsedScriptLine& line = selectLine(branch.conditionLine);
+        const ParsedScriptLine& line =
+            branch.isElse ? selectLine(branch.conditionLine) : beginStatement(branch.conditionLine);
         if (!branch.isElse) {
             const bool holds =
                 evaluateCondition(line, line.kind == LineKind::While ? "while" : "if");
@@ -231,7 +246,7 @@ ChunkRun::Flow ChunkRun::runWhileLoop(std::uint32_t index, BlockSignal& signal, 
     BlockSignal nested = BlockSignal::None;
     Flow flow = Flow::Next;
     do {
-        const bool holds = evaluateCondition(selectLine(loop.conditionLine), "while");
+        const bool holds = evaluateCondition(beginStatement(loop.conditionLine), "while");
         if (unwinding()) return leaveWithNil();
         if (!holds) return Flow::Next;
         runBody(loop.bodyChunk, isInline, nested);
@@ -251,7 +266,7 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
         runBody(loop.bodyChunk, isInline, nested);
         if (!continuesAfterBody(nested, signal, flow)) return flow;
         // The body's scope is gone by now, so the condition does not see its locals.
-        const ParsedScriptLine& line = selectLine(loop.untilLine);
+        const ParsedScriptLine& line = beginStatement(loop.untilLine);
         if (line.tokens.empty() || line.tokens[0] != "until") {
             interpreter_.throwError("Missing until condition", "until");
         }
@@ -262,7 +277,7 @@ ChunkRun::Flow ChunkRun::runRepeatLoop(std::uint32_t index, BlockSignal& signal,
 }
 
 ChunkRun::Flow ChunkRun::runReturn(std::uint32_t index, BlockSignal& signal) {
-    const ParsedScriptLine& line = selectLine(index);
+    const ParsedScriptLine& line = beginStatement(index);
     value_ = interpreter_.evaluateReturnValues(line);
     if (unwinding()) return leaveWithNil();
     signal = BlockSignal::Return;
@@ -274,7 +289,7 @@ void ChunkRun::runFunctionDecl(std::uint32_t index) {
         throwPlainError("Bytecode function-declaration index out of range");
     }
     const BytecodeFunctionDecl& declaration = program_->functionDecls[index];
-    const ParsedScriptLine& line = selectLine(declaration.declarationLine);
+    const ParsedScriptLine& line = beginStatement(declaration.declarationLine);
     declareFunction(interpreter_, line, NewBase::Table, [&](ScriptCallable& callable) {
         callable.program = program_;
         callable.chunkIndex = declaration.bodyChunk;

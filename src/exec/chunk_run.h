@@ -52,6 +52,7 @@ private:
     Flow execute(const BytecodeInstruction& instruction, BlockSignal& signal);
     void runChunkInline(std::uint32_t chunk, BlockSignal& signal);
     Flow executeInline(const BytecodeInstruction& instruction, BlockSignal& signal);
+    Flow executeObserved(const BytecodeInstruction& instruction, BlockSignal& signal);
     Flow endInlineStatement();
 
     // Instructions.
@@ -111,6 +112,12 @@ private:
     bool continuesAfterBody(BlockSignal nested, BlockSignal& signal, Flow& flow);
 
     const ParsedScriptLine& selectLine(std::uint32_t index);
+    /// The same for a statement that is about to run, or a condition to be tested.
+    const ParsedScriptLine& beginStatement(std::uint32_t index) {
+        const ParsedScriptLine& line = selectLine(index);
+        interpreter_.beginStatement(line);
+        return line;
+    }
     /// The end of every statement of a recursive run that raises. Called from a handler.
     [[noreturn]] void rethrowLocated(const std::exception& error);
     /// The same where a protected call can do with less: true if the chunk is left with nil.

@@ -9,7 +9,7 @@
 #include "value/operators.h"
 
 void ChunkRun::runFastAssign(std::uint32_t index) {
-    const ParsedScriptLine& line = selectLine(index);
+    const ParsedScriptLine& line = beginStatement(index);
     // A loaded file may name a line of any shape.
     if (line.assignment == nullptr) return;
     FastScalarValue scalar{};
@@ -87,6 +87,11 @@ void ChunkRun::storeAssigned(const ParsedScriptLine& line, const FastScalarValue
     if (!isScalar && value.type == VarType::Multi && line.assignment->simpleValueIsCall()) {
         value = AssignmentRun::firstValue(value);
     }
+    if (interpreter_.observer != nullptr) {
+        // A soft error has left by now, and nothing below can fail but for the lack of memory.
+        interpreter_.observeAssigned(line, line.assignment->targets[0].nameToken, {},
+                                     isScalar ? variableFromFastScalar(scalar) : value);
+    }
     if (line.assignmentScope != ScopeTarget::Default) {
         interpreter_.assignVariableFast(token, isScalar ? variableFromFastScalar(scalar) : value,
                                         line.assignmentScope);
@@ -112,11 +117,11 @@ void ChunkRun::applyCompound(const ParsedScriptLine& line, const FastScalarValue
         interpreter_.throwError("Variable not found: " + line.tokens[nameToken],
                                 line.tokens[nameToken]);
     }
-    if (isScalar && tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
-        return;
+    if (!isScalar || !tryApplyFastScalarOperationInPlace(*variable, assignment.operation, scalar)) {
+        const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
+        if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
+            *variable = performOperation(*variable, assignment.operation, operand);
+        }
     }
-    const Variable operand = isScalar ? variableFromFastScalar(scalar) : value;
-    if (!tryApplyOperationInPlace(*variable, assignment.operation, operand)) {
-        *variable = performOperation(*variable, assignment.operation, operand);
-    }
+    interpreter_.observeAssigned(line, nameToken, {}, *variable);
 }

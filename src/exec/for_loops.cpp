@@ -145,7 +145,7 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
                                              : "Bytecode numeric-for index out of range");
     }
     const BytecodeForLoop loop = program_->numericFors[index];
-    const ParsedScriptLine& line = selectLine(loop.headerLine);
+    const ParsedScriptLine& line = beginStatement(loop.headerLine);
     NumericForRange range;
     if (!evaluateNumericForRange(interpreter_, line, range)) return leaveWithNil();
 
@@ -164,6 +164,7 @@ ChunkRun::Flow ChunkRun::runNumericFor(std::uint32_t index, BlockSignal& signal,
         // Only the int alternative is written, never the kind: kept. A body that has put another
         // alternative there fails here; one that assigned nil goes on and still reads nil.
         interpreter_.frameScopes.back()[0].value.replaceInt(counter);
+        interpreter_.observeIteration(line);
         runBody(loop.bodyChunk, isInline, nested);
         if (!continuesAfterBody(nested, signal, flow)) return flow;
         counter = wrapAdd(counter, range.step);

@@ -110,7 +110,7 @@ ChunkRun::Flow ChunkRun::runGenericFor(std::uint32_t index, BlockSignal& signal)
         throwPlainError("Bytecode generic-for index out of range");
     }
     const BytecodeForLoop record = program_->genericFors[index];
-    const ParsedScriptLine& line = selectLine(record.headerLine);
+    const ParsedScriptLine& line = beginStatement(record.headerLine);
     const GenericForNames variables = readGenericForNames(interpreter_, line);
     GenericLoop loop{line, record.bodyChunk, signal, variables.names.size()};
 
@@ -253,6 +253,7 @@ bool ChunkRun::runPair(GenericLoop& loop, const Variable& key, const Variable& e
 }
 
 bool ChunkRun::runLoopBody(GenericLoop& loop) {
+    interpreter_.observeIteration(loop.line);
     BlockSignal nested = BlockSignal::None;
     runBody(loop.bodyChunk, canRunInline(loop.bodyChunk), nested);
     return continuesAfterBody(nested, loop.signal, loop.flow);

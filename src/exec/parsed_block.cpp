@@ -124,6 +124,10 @@ BlockRun::Flow BlockRun::runStatement(const ParsedScriptLine& line) {
         case LineKind::If: return runIf();
         case LineKind::While: return runWhile();
         case LineKind::Repeat: return runRepeat();
+        default: break;
+    }
+    interpreter_.beginStatement(line);
+    switch (line.kind) {
         case LineKind::For:
             return isNumericForLine(line) ? runNumericFor(line) : runGenericFor(line);
         case LineKind::Function:
@@ -171,7 +175,11 @@ BlockRun::Flow BlockRun::runIf() {
         if (!isElse && line.kind != LineKind::If && line.kind != LineKind::ElseIf) {
             return Flow::Next;
         }
-        interpreter_.selectLine(line);
+        if (isElse) {
+            interpreter_.selectLine(line);
+        } else {
+            interpreter_.beginStatement(line);
+        }
         const bool holds = isElse || evaluateCondition(line, "if");
         if (unwinding()) return leaveWithNil();
         if (holds) break;
@@ -199,7 +207,7 @@ BlockRun::Flow BlockRun::runWhile() {
     const std::size_t end = findMatchingEnd(lines_, header + 1);
     Flow flow = Flow::Next;
     for (;;) {
-        interpreter_.selectLine(lines_[header]);
+        interpreter_.beginStatement(lines_[header]);
         const bool holds = evaluateCondition(lines_[header], "while");
         if (unwinding()) return leaveWithNil();
         if (!holds) return continueBehind(end);
@@ -229,7 +237,7 @@ BlockRun::Flow BlockRun::runRepeat() {
             interpreter_.throwError("repeat block did not terminate at matching until", "until");
         }
         const ParsedScriptLine& line = lines_[until];
-        interpreter_.selectLine(line);
+        interpreter_.beginStatement(line);
         if (line.tokens.empty() || line.tokens[0] != "until") {
             interpreter_.throwError("Missing until condition", "until");
         }
@@ -253,6 +261,7 @@ BlockRun::Flow BlockRun::runNumericFor(const ParsedScriptLine& line) {
          range.step > 0 ? counter <= range.limit : counter >= range.limit;
          counter = wrapAdd(counter, range.step)) {
         interpreter_.frameScopes.back()[0].value.setInt(counter);
+        interpreter_.observeIteration(line);
         std::size_t stop = 0;
         const BlockSignal nested = runNested(header + 1, stop);
         if (!continuesAfterBody(nested, flow)) break;
@@ -362,6 +371,7 @@ BlockRun::Flow BlockRun::walkBuiltin(GenericLoop& loop, BuiltinId builtin,
 }
 
 bool BlockRun::runIteration(GenericLoop& loop) {
+    interpreter_.observeIteration(lines_[loop.header]);
     std::size_t stop = 0;
     const BlockSignal nested = runNested(loop.header + 1, stop);
     return continuesAfterBody(nested, loop.flow);

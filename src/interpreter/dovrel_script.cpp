@@ -11,6 +11,7 @@
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
 #include "exec/machine.h"
+#include "interpreter/observed_run.h"
 
 DovrelScript::DovrelScript() : machine(std::make_unique<Machine>(*this)) {
     randomEngine.seed(std::random_device("/dev/urandom")());
@@ -59,6 +60,7 @@ Variable DovrelScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>
     Variable result;
     {
         const NameStackGuard programNames(*this, program->baseDirectory, program->scriptName);
+        const ObservedProgram observed(*this, *program);
         if (!machine->tryRun(program, result, signal)) {
             result = executeBytecodeChunkInternal(program, 0, signal);
         }

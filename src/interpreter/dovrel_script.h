@@ -24,6 +24,7 @@
 #include <deque>
 #include <exception>
 #include <memory>
+#include <span>
 #ifdef DOVREL_FUZZ
 #include <stdexcept>
 #endif
@@ -47,6 +48,7 @@
 #include "value/variable.h"
 
 class Machine;
+class RunObserver;
 struct BytecodeProgram;
 
 class DovrelScript;
@@ -78,6 +80,40 @@ public:
     Variable runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program);
     /// Raises the error that a coroutine turn has left, if there is one.
     void rethrowPendingCoroutineException();
+
+    /// Sets who is told of what runs. For an interpreter that has run nothing yet: code that has
+    /// been compiled tells nobody. The observer must outlive the runs.
+#ifdef DOVREL_OBSERVABLE
+    void setObserver(RunObserver& watcher) {
+        observer = &watcher;
+        runsCompiledForm = false;
+    }
+    RunObserver* observer = nullptr;
+#else
+    static constexpr RunObserver* observer = nullptr;  // what would tell it costs nothing
+#endif
+    /// An exception is on its way, with the scopes of its statement still there. It is told once,
+    /// however many handlers it passes.
+    void observeError(const std::exception& error) {
+        if (observer != nullptr) tellError(error.what());
+    }
+    /// A soft error, or a report with its location, is raised here.
+    void observeRaised(std::string_view message) {
+        if (observer != nullptr) tellRaised(message);
+    }
+    /// A statement has stored a value; see RunObserver.
+    void observeAssigned(const ParsedScriptLine& line, std::size_t nameToken,
+                         std::span<const Variable> keys, const Variable& value) {
+        if (observer != nullptr) tellAssigned(line, nameToken, keys, value);
+    }
+    /// A line of a short function runs, which does not become the current one.
+    void observeShortStatement(const ParsedScriptLine& line) {
+        if (observer != nullptr) tellStatement(line);
+    }
+    /// A turn of a loop begins, with its variables in the top frame scope.
+    void observeIteration(const ParsedScriptLine& header) {
+        if (observer != nullptr) tellIteration(header);
+    }
 
     /// For a process that ends with the one program it runs: to take a large program apart again
     /// takes as long as to compile it, and the system takes its memory back in any case.
@@ -316,6 +352,11 @@ public:
         currentLineNumber = line.lineNumber;
         currentLine = &line.source;
     }
+    /// The same for a statement that is about to run, or a condition to be tested.
+    void beginStatement(const ParsedScriptLine& line) {
+        selectLine(line);
+        if (observer != nullptr) tellStatement(line);
+    }
     /// Keeps the text of the current line, whose record is about to go.
     void keepCurrentLineText() noexcept;
     /// Ends the hold on a callable whose call is over, but keeps it if `currentLine` may point into
@@ -406,6 +447,14 @@ public:
     std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
 
 private:
+    void tellStatement(const ParsedScriptLine& line);
+    void tellIteration(const ParsedScriptLine& header);
+    void tellAssigned(const ParsedScriptLine& line, std::size_t nameToken,
+                      std::span<const Variable> keys, const Variable& value);
+    void tellProgram(const BytecodeProgram& program, const std::string& source);
+    void tellError(std::string_view message);
+    void tellCaught();
+    void tellRaised(std::string_view message);
     /// The scalar that a variable holds: nil for an unknown one, unset for another kind of value.
     FastScalarValue scalarVariable(const TokenAnalysis& token);
     // The scalar tier, by form of node; an unset value declines.

@@ -156,6 +156,8 @@ Variable DovrelScript::protectedCall(Arguments args) {
         // A coroutine's end is no standard exception: it passes, and leaves its entry to the
         // scheduler, which drops the whole stack.
         protectedCallDepths.pop_back();
+        observeError(error);
+        if (observer != nullptr) tellCaught();
         return failed(error.what());
     }
     protectedCallDepths.pop_back();
