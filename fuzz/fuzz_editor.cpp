@@ -22,14 +22,46 @@ constexpr std::size_t kLongestText = 4000;
 constexpr const char* kUri = "file:///nowhere/script.dv";
 
 /// What is typed: the words that change how all behind them is read.
-constexpr std::array<std::string_view, 40> kPieces = {
-    "\n",          "\r\n",       "\"",      "'",        "(",           ")",
-    "[",           "]",          "{",       "}",        ";",           "@@ note",
-    " ",           "\\",         "end",     "if a\n",   "else\n",      "while x < 3\n",
-    "function f(", "a, b)\n",    "return ", "native ",  "local ",      "for i = 1, 3\n",
-    "repeat\n",    "until a\n",  "x = 1\n", "f(x)\n",   "t[\"k\"] = ", "{a: 1, b: [2]}\n",
-    "total",       "string[\"",  "sub\"]",  "\xC3\xA4", "\xF0\x9D\x84\x9E", "\xFF",
-    "decay function g()\n", "runFile(\"a.dv\")\n", "x += ", "not "};
+constexpr std::array<std::string_view, 40> kPieces = {"\n",
+                                                      "\r\n",
+                                                      "\"",
+                                                      "'",
+                                                      "(",
+                                                      ")",
+                                                      "[",
+                                                      "]",
+                                                      "{",
+                                                      "}",
+                                                      ";",
+                                                      "@@ note",
+                                                      " ",
+                                                      "\\",
+                                                      "end",
+                                                      "if a\n",
+                                                      "else\n",
+                                                      "while x < 3\n",
+                                                      "function f(",
+                                                      "a, b)\n",
+                                                      "return ",
+                                                      "native ",
+                                                      "local ",
+                                                      "for i = 1, 3\n",
+                                                      "repeat\n",
+                                                      "until a\n",
+                                                      "x = 1\n",
+                                                      "f(x)\n",
+                                                      "t[\"k\"] = ",
+                                                      "{a: 1, b: [2]}\n",
+                                                      "total",
+                                                      "string[\"",
+                                                      "sub\"]",
+                                                      "\xC3\xA4",
+                                                      "\xF0\x9D\x84\x9E",
+                                                      "\xFF",
+                                                      "decay function g()\n",
+                                                      "runFile(\"a.dv\")\n",
+                                                      "x += ",
+                                                      "not "};
 
 /// Reads the input byte by byte; zeros behind its end.
 class Bytes {
@@ -92,11 +124,8 @@ void requireSame(const ScriptDocument& kept, const ScriptDocument& fresh) {
 class Editing {
 public:
     Editing()
-        : reader_(names_),
-          server_([](const std::string&) {}),
-          document_(reader_, kUri, "", "") {
-        ask("initialize",
-            {{"capabilities", {{"general", {{"positionEncodings", {"utf-8"}}}}}}});
+        : reader_(names_), server_([](const std::string&) {}), document_(reader_, kUri, "", "") {
+        ask("initialize", {{"capabilities", {{"general", {{"positionEncodings", {"utf-8"}}}}}}});
         tell("textDocument/didOpen", {{"textDocument", {{"uri", kUri}, {"text", ""}}}});
     }
 
@@ -121,8 +150,8 @@ private:
             dumpJson({{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", params}}));
     }
     [[nodiscard]] Json position(std::size_t offset) const {
-        return positionJson(document_.lineStarts().positionOf(document_.text(), offset,
-                                                              PositionEncoding::Utf8));
+        return positionJson(
+            document_.lineStarts().positionOf(document_.text(), offset, PositionEncoding::Utf8));
     }
     /// A place where a character begins.
     std::size_t place(Bytes& bytes) {
@@ -147,9 +176,8 @@ private:
             if (kind % 8 != 0) range.last = std::min(range.last, range.first + kind % 16);
             const EditorPosition end = document_.lineStarts().positionOf(
                 document_.text(), range.last, PositionEncoding::Utf8);
-            range.last = std::max(range.first,
-                                  document_.lineStarts().offsetOf(document_.text(), end,
-                                                                  PositionEncoding::Utf8));
+            range.last = std::max(range.first, document_.lineStarts().offsetOf(
+                                                   document_.text(), end, PositionEncoding::Utf8));
         }
         const std::size_t pieces = kind % 4 == 0 ? kind / 64 : 1 + kind / 64;
         for (std::size_t i = 0; i < pieces; ++i) text += kPieces[bytes.next() % kPieces.size()];
@@ -158,18 +186,29 @@ private:
         const Json change = {
             {"range", {{"start", position(range.first)}, {"end", position(range.last)}}},
             {"text", text}};
-        tell("textDocument/didChange", {{"textDocument", {{"uri", kUri}}},
-                                        {"contentChanges", Json::array({change})}});
+        tell("textDocument/didChange",
+             {{"textDocument", {{"uri", kUri}}}, {"contentChanges", Json::array({change})}});
         document_.replace(range, text);
     }
 
     void query(Bytes& bytes) {
-        constexpr std::array<const char*, 17> kMethods = {
-            "completion",        "hover",          "signatureHelp",       "definition",
-            "references",        "rename",         "prepareRename",       "documentHighlight",
-            "documentSymbol",    "foldingRange",   "selectionRange",      "documentLink",
-            "formatting",        "codeAction",     "semanticTokens/full", "semanticTokens/range",
-            "semanticTokens/full/delta"};
+        constexpr std::array<const char*, 17> kMethods = {"completion",
+                                                          "hover",
+                                                          "signatureHelp",
+                                                          "definition",
+                                                          "references",
+                                                          "rename",
+                                                          "prepareRename",
+                                                          "documentHighlight",
+                                                          "documentSymbol",
+                                                          "foldingRange",
+                                                          "selectionRange",
+                                                          "documentLink",
+                                                          "formatting",
+                                                          "codeAction",
+                                                          "semanticTokens/full",
+                                                          "semanticTokens/range",
+                                                          "semanticTokens/full/delta"};
         const std::string method =
             std::string("textDocument/") + kMethods[bytes.next() % kMethods.size()];
         const Json at = position(place(bytes));
@@ -177,15 +216,15 @@ private:
         const Json diagnostic = {{"range", {{"start", at}, {"end", at}}},
                                  {"code", bytes.next() % 2 == 0 ? "E103" : "W412"},
                                  {"message", "did you mean `x`?"}};
-        ask(method.c_str(), {{"textDocument", {{"uri", kUri}}},
-                             {"position", at},
-                             {"positions", Json::array({at})},
-                             {"range", range},
-                             {"newName", "fresh"},
-                             {"previousResultId", "1"},
-                             {"context",
-                              {{"includeDeclaration", true},
-                               {"diagnostics", Json::array({diagnostic})}}}});
+        ask(method.c_str(),
+            {{"textDocument", {{"uri", kUri}}},
+             {"position", at},
+             {"positions", Json::array({at})},
+             {"range", range},
+             {"newName", "fresh"},
+             {"previousResultId", "1"},
+             {"context",
+              {{"includeDeclaration", true}, {"diagnostics", Json::array({diagnostic})}}}});
     }
 
     NameTable names_;

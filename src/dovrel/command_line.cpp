@@ -73,6 +73,7 @@ public:
         addTest();
         addDoc();
         addLsp();
+        addDap();
     }
 
     int run(std::vector<std::string> arguments) {
@@ -225,6 +226,14 @@ private:
         command->add_flag("--stdio", usesStdio_, "Speak over standard input and output, as always");
         command->footer(
             "The language server: an editor starts it and speaks the Language Server Protocol\n"
+            "with it, over standard input and output.");
+    }
+
+    void addDap() {
+        CLI::App* command =
+            addCommand("dap", "Debug a script in an editor", [] { return runDapCommand(); });
+        command->footer(
+            "The debugger: an editor starts it for each run and speaks the Debug Adapter Protocol\n"
             "with it, over standard input and output.");
     }
 

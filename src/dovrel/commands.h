@@ -56,3 +56,5 @@ int runReplCommand();
 int runTestCommand(const TestOptions& options);
 /// The language server over standard input and output; see lsp/lsp_command.cpp.
 int runLspCommand();
+/// The debugger over standard input and output; see dap/dap_command.cpp.
+int runDapCommand();

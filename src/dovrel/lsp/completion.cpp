@@ -72,12 +72,11 @@ bool startsWith(std::string_view name, std::string_view prefix) {
 class Completer {
 public:
     Completer(const Workspace& workspace, const ScriptDocument& document, std::size_t offset,
-              const EditorView& view, const EditorAbilities& abilities)
+              const EditorAbilities& abilities)
         : workspace_(workspace),
           names_(workspace.names()),
           document_(document),
           offset_(offset),
-          view_(view),
           abilities_(abilities),
           context_(contextAt(document, offset)) {}
 
@@ -366,7 +365,6 @@ private:
     const NameTable& names_;
     const ScriptDocument& document_;
     std::size_t offset_;
-    const EditorView& view_;
     const EditorAbilities& abilities_;
     CursorContext context_;
     std::string_view prefix_;
@@ -378,8 +376,8 @@ private:
 }  // namespace
 
 Json completionAt(const Workspace& workspace, const ScriptDocument& document, std::size_t offset,
-                  const EditorView& view, const EditorAbilities& abilities) {
-    return Completer(workspace, document, offset, view, abilities).run();
+                  const EditorAbilities& abilities) {
+    return Completer(workspace, document, offset, abilities).run();
 }
 
 Json resolvedCompletion(const Workspace& workspace, Json item) {

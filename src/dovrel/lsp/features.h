@@ -28,8 +28,7 @@ struct EditorAbilities {
 
 // completion.cpp
 [[nodiscard]] Json completionAt(const Workspace& workspace, const ScriptDocument& document,
-                                std::size_t offset, const EditorView& view,
-                                const EditorAbilities& abilities);
+                                std::size_t offset, const EditorAbilities& abilities);
 /// Adds the documentation to an item of a completion.
 [[nodiscard]] Json resolvedCompletion(const Workspace& workspace, Json item);
 

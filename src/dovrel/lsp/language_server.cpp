@@ -355,7 +355,7 @@ void LanguageServer::addQueries() {
     };
     using Document = const ScriptDocument&;
     atPosition("textDocument/completion", [this](Document document, std::size_t at, const Json&) {
-        return completionAt(workspace_, document, at, view_, abilities_);
+        return completionAt(workspace_, document, at, abilities_);
     });
     handlers_["completionItem/resolve"] = [this](const Json& item) {
         return dumpJson(resolvedCompletion(workspace_, item));
