@@ -132,16 +132,22 @@ public:
     void run(Bytes& bytes) {
         for (std::size_t i = 0; i < kMostEdits && !bytes.isEmpty(); ++i) {
             edit(bytes);
-            requireSame(document_, ScriptDocument(reader_, kUri, "", document_.text()));
+            // To read all anew takes most of the time.
+            if (i % 4 == 3) compare();
             query(bytes);
         }
-        if (const auto job = server_.takeCheck()) {
+        compare();
+        const auto job = server_.takeCheck();
+        if (job && bytes.below(4) == 0) {
             if (job->text != document_.text()) fail("the server's text", document_.text());
             static_cast<void>(runCheckJob(*job));
         }
     }
 
 private:
+    void compare() {
+        requireSame(document_, ScriptDocument(reader_, kUri, "", document_.text()));
+    }
     void tell(const char* method, const Json& params) {
         server_.take(dumpJson({{"jsonrpc", "2.0"}, {"method", method}, {"params", params}}));
     }
