@@ -145,9 +145,7 @@ public:
     }
 
 private:
-    void compare() {
-        requireSame(document_, ScriptDocument(reader_, kUri, "", document_.text()));
-    }
+    void compare() { requireSame(document_, ScriptDocument(reader_, kUri, "", document_.text())); }
     void tell(const char* method, const Json& params) {
         server_.take(dumpJson({{"jsonrpc", "2.0"}, {"method", method}, {"params", params}}));
     }

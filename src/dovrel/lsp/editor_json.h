@@ -1,6 +1,7 @@
 // The pieces of the protocol's answers that many features need.
 #pragma once
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -28,6 +29,19 @@ struct EditorView {
     [[nodiscard]] Json range(const ScriptDocument& document, SourceRange range) const {
         return {{"start", position(document, range.first)},
                 {"end", position(document, range.last)}};
+    }
+    /// The same as text, for answers of many thousand ranges.
+    void appendRange(std::string& out, const ScriptDocument& document, SourceRange place) const {
+        const auto append = [&](const char* name, std::size_t at) {
+            const EditorPosition found =
+                document.lineStarts().positionOf(document.text(), at, encoding);
+            out += name;
+            out += "{\"line\":" + std::to_string(found.line) +
+                   ",\"character\":" + std::to_string(found.character) + '}';
+        };
+        append("{\"start\":", place.first);
+        append(",\"end\":", place.last);
+        out += '}';
     }
     [[nodiscard]] Json location(const ScriptDocument& document, SourceRange place) const {
         return {{"uri", document.uri()}, {"range", range(document, place)}};

@@ -55,13 +55,16 @@ struct EditorAbilities {
                             std::size_t offset, const std::string& newName, const EditorView& view);
 
 // symbol_lists.cpp
-[[nodiscard]] Json documentSymbols(const Workspace& workspace, const ScriptDocument& document,
-                                   const EditorView& view, const EditorAbilities& abilities);
+/// The result as text.
+[[nodiscard]] std::string documentSymbols(const Workspace& workspace,
+                                          const ScriptDocument& document, const EditorView& view,
+                                          const EditorAbilities& abilities);
 [[nodiscard]] Json workspaceSymbols(const Workspace& workspace, const std::string& query,
                                     const EditorView& view);
 
 // structure.cpp
-[[nodiscard]] Json foldingRanges(const ScriptDocument& document);
+/// The result as text.
+[[nodiscard]] std::string foldingRanges(const ScriptDocument& document);
 [[nodiscard]] Json selectionRangeAt(const ScriptDocument& document, std::size_t offset,
                                     const EditorView& view);
 

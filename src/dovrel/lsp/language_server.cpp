@@ -389,14 +389,15 @@ void LanguageServer::addQueries() {
                    const std::string name = params.at("newName").get<std::string>();
                    return renameAt(workspace_, document, at, name, view_);
                });
-    ofDocument("textDocument/documentSymbol", [this](Document document, const Json&) {
-        return documentSymbols(workspace_, document, view_, abilities_);
-    });
+    handlers_["textDocument/documentSymbol"] = [this](const Json& params) {
+        return documentSymbols(workspace_, documentOf(params), view_, abilities_);
+    };
     handlers_["workspace/symbol"] = [this](const Json& params) {
         return dumpJson(workspaceSymbols(workspace_, params.at("query").get<std::string>(), view_));
     };
-    ofDocument("textDocument/foldingRange",
-               [](Document document, const Json&) { return foldingRanges(document); });
+    handlers_["textDocument/foldingRange"] = [this](const Json& params) {
+        return foldingRanges(documentOf(params));
+    };
     ofDocument("textDocument/selectionRange", [this](Document document, const Json& params) {
         Json ranges = Json::array();
         for (const Json& position : params.at("positions")) {

@@ -75,34 +75,41 @@ Json locationOf(const ListedSymbol& symbol, const ScriptDocument& document,
 
 }  // namespace
 
-Json documentSymbols(const Workspace& workspace, const ScriptDocument& document,
-                     const EditorView& view, const EditorAbilities& abilities) {
+std::string documentSymbols(const Workspace& workspace, const ScriptDocument& document,
+                            const EditorView& view, const EditorAbilities& abilities) {
     const std::vector<ListedSymbol> symbols = symbolsOf(workspace.names(), document);
-    Json list = Json::array();
     if (!abilities.takesSymbolTrees) {
+        Json list = Json::array();
         for (const ListedSymbol& symbol : symbols) {
             list.push_back(locationOf(symbol, document, view));
         }
-        return list;
+        return dumpJson(list);
     }
-    // A function stands behind the one that it is in, so the children are made from the back.
-    std::vector<Json> childrenOf(document.outline().functions().size());
-    for (auto symbol = symbols.rbegin(); symbol != symbols.rend(); ++symbol) {
-        Json node = {{"name", symbol->name},
-                     {"kind", symbol->kind},
-                     {"range", view.range(document, symbol->range)},
-                     {"selectionRange", view.range(document, symbol->selection)}};
-        if (!symbol->detail.empty()) node["detail"] = symbol->detail;
-        if (symbol->function != 0 && !childrenOf[symbol->function].empty()) {
-            Json& children = childrenOf[symbol->function];
-            std::reverse(children.begin(), children.end());
-            node["children"] = std::move(children);
+    // Written as text: a large script has thousands of them, and the editor waits. A function
+    // stands behind the one that it is in, so each closes those that it is not in.
+    std::string text = "[";
+    std::vector<std::uint32_t> open;
+    for (const ListedSymbol& symbol : symbols) {
+        while (!open.empty() && open.back() != symbol.parent) {
+            text += "]}";
+            open.pop_back();
         }
-        childrenOf[symbol->parent].push_back(std::move(node));
+        if (text.back() != '[') text += ',';
+        text += "{\"name\":" + dumpJson(symbol.name) + ",\"kind\":" + std::to_string(symbol.kind);
+        if (!symbol.detail.empty()) text += ",\"detail\":" + dumpJson(symbol.detail);
+        text += ",\"range\":";
+        view.appendRange(text, document, symbol.range);
+        text += ",\"selectionRange\":";
+        view.appendRange(text, document, symbol.selection);
+        if (symbol.function == 0) {
+            text += '}';
+        } else {
+            text += ",\"children\":[";
+            open.push_back(symbol.function);
+        }
     }
-    if (!childrenOf[0].empty()) list = std::move(childrenOf[0]);
-    std::reverse(list.begin(), list.end());
-    return list;
+    for (std::size_t i = 0; i < open.size(); ++i) text += "]}";
+    return text + ']';
 }
 
 Json workspaceSymbols(const Workspace& workspace, const std::string& query,
