@@ -16,13 +16,15 @@ complete -c dovrel -f
 complete -c dovrel -s h -l help -d 'Print help'
 complete -c dovrel -l version -d 'Print the version'
 
-set -l commands run repl check format test doc
+set -l commands run repl check format test doc lsp dap
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a run -d 'Run a script with arguments'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a repl -d 'Offer a prompt'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a check -d 'Find mistakes without running anything'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a format -d 'Lay scripts out in the one layout'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a test -d 'Run the tests of scripts'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a doc -d 'Show the reference of a library function'
+complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a lsp -d 'Serve an editor'
+complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a dap -d 'Debug a script in an editor'
 
 complete -c dovrel -n '__fish_seen_subcommand_from run' -F
 complete -c dovrel -n '__fish_seen_subcommand_from run' -o e -x -d 'Run this text in place of a file'
@@ -42,6 +44,8 @@ complete -c dovrel -n '__fish_seen_subcommand_from test' -l junit -r -d 'Write t
 complete -c dovrel -n '__fish_seen_subcommand_from test' -l timeout -x -d 'The time for each test'
 complete -c dovrel -n '__fish_seen_subcommand_from test' -l list -d 'List the tests and run none'
 complete -c dovrel -n '__fish_seen_subcommand_from test' -l output -d 'Show what tests write'
+
+complete -c dovrel -n '__fish_seen_subcommand_from lsp' -l stdio -d 'Speak over standard input and output'
 
 complete -c dovrel -n '__fish_seen_subcommand_from doc' -l names -d 'List all names'
 complete -c dovrel -n '__fish_seen_subcommand_from doc' -a '(__dovrel_names)'
