@@ -485,6 +485,9 @@ def signature_help_follows_the_arguments():
         help_ = session.ask("textDocument/signatureHelp", place)
         label = help_["signatures"][help_["activeSignature"]]["label"]
         expect((label, help_["activeParameter"]), ('string["sub"](s, i, j)', 2))
+        place = session.open("x = tostring(¦)\n", "file:///nowhere/second_name.dv")
+        help_ = session.ask("textDocument/signatureHelp", place)
+        expect(help_["signatures"][0]["label"], "tostring(value)", "another name of a function")
         place = session.open("x = print(1, 2, 3, ¦)\n", "file:///nowhere/three.dv")
         help_ = session.ask("textDocument/signatureHelp", place)
         expect(help_["activeParameter"], 1, "the last parameter goes on")

@@ -257,6 +257,13 @@ std::vector<std::string> callForms(const LibraryEntry& entry, const std::string&
         }
         at = close + 1;
     }
+    // The text uses one of the names that an entry has.
+    for (const std::string& other : entry.names) {
+        if (!forms.empty() || other == name) continue;
+        for (const std::string& form : callForms({{other}, {}, entry.text}, other)) {
+            forms.push_back(name + form.substr(other.size()));
+        }
+    }
     return forms;
 }
 
