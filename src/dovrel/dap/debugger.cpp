@@ -292,15 +292,20 @@ void Debugger::refreshBreakpoints() {
     }
 }
 
+const std::string& Debugger::pathOf(const ScriptCallable& callable) {
+    static const std::string none;
+    if (callable.scriptName.empty()) return callable.isLoadedChunk ? none : frames_.front().path;
+    // Each call comes here, and the file system takes long to say.
+    const auto [known, isNew] = canonicalPaths_.try_emplace(callable.scriptName);
+    if (isNew) known->second = canonicalPath(callable.scriptName);
+    return known->second;
+}
+
 void Debugger::callBegins(const ScriptCallable& callable, Arguments args) {
     if (isEvaluating_) return;
     Frame frame;
     frame.name = callable.isLoadedChunk ? "loaded script" : callable.name;
-    if (!callable.scriptName.empty()) {
-        frame.path = canonicalPath(callable.scriptName);
-    } else if (!callable.isLoadedChunk) {
-        frame.path = frames_.front().path;
-    }
+    frame.path = pathOf(callable);
     frame.frameScopes = interpreter_.frameScopes.size();
     frame.blockScopes = interpreter_.blockScopes.size();
     frame.callable = &callable;
@@ -321,9 +326,7 @@ void Debugger::turnBegins(const CoroutineState& coroutine) {
     turnBase_ = frames_.size();
     Frame frame;
     frame.name = coroutine.callable->name;
-    frame.path = coroutine.callable->scriptName.empty()
-                     ? frames_.front().path
-                     : canonicalPath(coroutine.callable->scriptName);
+    frame.path = pathOf(*coroutine.callable);
     frame.callable = coroutine.callable.get();
     frame.breakpoints = breakpoints_.of(frame.path);
     frames_.push_back(std::move(frame));

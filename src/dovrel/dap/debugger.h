@@ -67,6 +67,8 @@ private:
     bool takeBreakpoint(Breakpoint& breakpoint, std::string& problem);
     [[nodiscard]] std::string logText(const std::string& message);
     void refreshBreakpoints();
+    /// Where the lines of a function are: its file, by one path however it was loaded.
+    const std::string& pathOf(const ScriptCallable& callable);
 
     // debugger_views.cpp
     void addViews();
@@ -98,8 +100,8 @@ private:
 
     // The run.
     std::vector<Frame> frames_;
-    std::vector<std::string> frameNames_;
-    const CoroutineState* turn_ = nullptr;  // the coroutine whose turn it is
+    std::map<std::string, std::string> canonicalPaths_;  // of the names of scripts
+    const CoroutineState* turn_ = nullptr;               // the coroutine whose turn it is
     bool inTurn_ = false;
     std::size_t turnBase_ = 0;  // the frames of the main flow, in a turn
     Goal goal_ = Goal::End;
