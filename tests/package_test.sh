@@ -57,7 +57,10 @@ for file in bin/dovrelscript share/man/man1/dovrelscript.1.gz "${companion[@]}" 
     share/doc/dovrelscript/{copyright,changelog.gz} \
     share/doc/dovrelscript/editors/vim/syntax/dovrelscript.vim \
     share/doc/dovrelscript/editors/vscode/{package.json,syntaxes/dovrelscript.tmLanguage.json} \
-    share/vim/vimfiles/{ftdetect,syntax}/dovrelscript.vim; do
+    share/doc/dovrelscript/editors/vscode/{extension.js,snippets.json,icon.png} \
+    share/doc/dovrelscript/editors/emacs/dovrelscript-mode.el \
+    share/vim/vimfiles/{ftdetect,syntax,ftplugin,indent}/dovrelscript.vim \
+    share/vim/vimfiles/compiler/dovrel.vim; do
     [[ -f $root/usr/$file ]] || fail "no /usr/$file in the package"
 done
 expect "the changelog" "dovrelscript ($(dpkg-deb -f "$package" Version))" \

@@ -17,6 +17,7 @@ PLACES = (
     ("packaging/debian/changelog", rf"\Adovrelscript \({VERSION}\)"),
     ("editors/vscode/package.json", rf'^\s*"version": "{VERSION}"'),
     ("editors/vscode/README.md", rf"dovrelscript-{VERSION}"),
+    ("editors/emacs/dovrelscript-mode.el", rf"^;; Version: {VERSION}$"),
 )
 NEWEST_CHANGES = re.compile(rf"^## {VERSION}, (\d{{4}}-\d\d-\d\d)$", re.MULTILINE)
 

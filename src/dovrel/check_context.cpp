@@ -5,8 +5,8 @@
 
 bool CheckContext::isAssigned(const std::string& name) const {
     if (assignedElsewhere.contains(name)) return true;
-    return std::any_of(model.uses().begin(), model.uses().end(),
-                       [&](const NameUse& use) { return !use.isRead() && use.name == name; });
+    const std::vector<const NameUse*>& uses = model.usesOf(name);
+    return std::any_of(uses.begin(), uses.end(), [](const NameUse* use) { return !use->isRead(); });
 }
 
 bool CheckContext::isLibraryGlobal(const std::string& name) {

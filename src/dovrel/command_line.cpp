@@ -87,6 +87,8 @@ public:
         addProfile();
         addTrace();
         addDoc();
+        addLsp();
+        addDap();
     }
 
     int run(std::vector<std::string> arguments) {
@@ -325,6 +327,23 @@ private:
         command->footer("Without a name the chapters are listed.");
     }
 
+    void addLsp() {
+        CLI::App* command = addCommand("lsp", "Serve an editor", [] { return runLspCommand(); });
+        // Editors add it by habit; there is no other way.
+        command->add_flag("--stdio", usesStdio_, "Speak over standard input and output, as always");
+        command->footer(
+            "The language server: an editor starts it and speaks the Language Server Protocol\n"
+            "with it, over standard input and output.");
+    }
+
+    void addDap() {
+        CLI::App* command =
+            addCommand("dap", "Debug a script in an editor", [] { return runDapCommand(); });
+        command->footer(
+            "The debugger: an editor starts it for each run and speaks the Debug Adapter Protocol\n"
+            "with it, over standard input and output.");
+    }
+
     CLI::App app_;
     std::shared_ptr<HelpFormatter> help_;
     std::vector<std::string> commands_;
@@ -336,6 +355,7 @@ private:
     ProfileOptions profile_;
     TraceOptions trace_;
     DocOptions doc_;
+    bool usesStdio_ = true;
 };
 
 }  // namespace

@@ -80,3 +80,7 @@ int runReplCommand();
 int runProfileCommand(const ProfileOptions& options);
 int runTraceCommand(const TraceOptions& options);
 int runTestCommand(const TestOptions& options);
+/// The language server over standard input and output; see lsp/lsp_command.cpp.
+int runLspCommand();
+/// The debugger over standard input and output; see dap/dap_command.cpp.
+int runDapCommand();

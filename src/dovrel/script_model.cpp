@@ -26,26 +26,25 @@ std::string elementName(const std::string& table, const std::string& key) {
     return table + "[\"" + key + "\"]";
 }
 
-}  // namespace
-
-ScriptModel::ScriptModel(const ParsedSource& source, const std::vector<bool>& readable)
-    : source_(source) {
-    const std::vector<ParsedScriptLine>& lines = source.lines();
-    functions_.emplace_back();
-    functions_[0].last = lines.size();
-    statements_.resize(lines.size());
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        statements_[i].line = &lines[i];
-        statements_[i].index = i;
-        statements_[i].isReadable = readable[i];
-        if (readable[i]) readStatement(statements_[i]);
+void collectReads(const Expression& expression, const Statement& statement,
+                  std::vector<NameUse>& uses) {
+    const auto add = [&](const Expression& name, NameUseKind kind) {
+        uses.push_back({name.text, kind, statement.index, name.token, statement.function});
+    };
+    if (expression.is(ExpressionKind::Variable)) add(expression, NameUseKind::Read);
+    for (std::size_t i = 0; i < expression.children.size(); ++i) {
+        const Expression& child = expression.children[i];
+        if (i == 0 && expression.is(ExpressionKind::Call) && child.is(ExpressionKind::Variable)) {
+            add(child, NameUseKind::Call);
+        } else {
+            collectReads(child, statement, uses);
+        }
     }
-    nestBlocks();
-    collectNames();
-    closeCalls();
 }
 
-void ScriptModel::readStatement(Statement& statement) {
+}  // namespace
+
+void readStatement(Statement& statement) {
     const ParsedScriptLine& line = *statement.line;
     const auto readAt = [&](std::size_t position) {
         statement.values.push_back(readExpression(line, position));
@@ -93,7 +92,7 @@ void ScriptModel::readStatement(Statement& statement) {
     }
 }
 
-void ScriptModel::readFunctionHeader(Statement& statement, FunctionModel& function) {
+void readFunctionHeader(Statement& statement, FunctionModel& function) {
     const ParsedScriptLine& line = *statement.line;
     function.isDecay = line.kind == LineKind::DecayFunction;
     function.nameToken = line.kind == LineKind::Function ? 1 : 2;
@@ -118,6 +117,50 @@ void ScriptModel::readFunctionHeader(Statement& statement, FunctionModel& functi
         function.parameterTokens.push_back(position);
     }
     statement.targets.push_back(std::move(target));
+}
+
+void collectUses(const Statement& statement, std::vector<NameUse>& uses) {
+    const ParsedScriptLine& line = *statement.line;
+    for (const AssignmentTarget& target : statement.targets) {
+        NameUseKind kind = NameUseKind::Write;
+        if (!target.keys.empty()) {
+            kind = NameUseKind::ElementWrite;
+        } else if (statement.declaresFunction()) {
+            kind = NameUseKind::Declaration;
+        } else if (statement.isCompound()) {
+            kind = NameUseKind::Compound;
+        }
+        // A compound operator writes what the name leads to, whatever stands in front.
+        if (kind == NameUseKind::Write || kind == NameUseKind::Declaration ||
+            kind == NameUseKind::ElementWrite) {
+            if (line.assignmentScope == ScopeTarget::Native) kind = NameUseKind::Native;
+            if (line.assignmentScope == ScopeTarget::Local) kind = NameUseKind::Local;
+        }
+        uses.push_back({target.name, kind, statement.index, target.token, statement.function});
+        for (const Expression& key : target.keys) collectReads(key, statement, uses);
+    }
+    for (const std::size_t token : statement.loopTokens) {
+        uses.push_back({line.tokens[token], NameUseKind::LoopVariable, statement.index, token,
+                        statement.function});
+    }
+    for (const Expression& value : statement.values) collectReads(value, statement, uses);
+}
+
+ScriptModel::ScriptModel(const ParsedSource& source, const std::vector<bool>& readable)
+    : source_(source) {
+    const std::vector<ParsedScriptLine>& lines = source.lines();
+    functions_.emplace_back();
+    functions_[0].last = lines.size();
+    statements_.resize(lines.size());
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        statements_[i].line = &lines[i];
+        statements_[i].index = i;
+        statements_[i].isReadable = readable[i];
+        if (readable[i]) readStatement(statements_[i]);
+    }
+    nestBlocks();
+    collectNames();
+    closeCalls();
 }
 
 void ScriptModel::nestBlocks() {
@@ -180,50 +223,8 @@ void ScriptModel::nestBlocks() {
     functions_[0].isOneReturn = false;
 }
 
-void ScriptModel::collectReads(const Expression& expression, const Statement& statement) {
-    const auto add = [&](const Expression& name, NameUseKind kind) {
-        uses_.push_back({name.text, kind, statement.index, name.token, statement.function});
-    };
-    if (expression.is(ExpressionKind::Variable)) add(expression, NameUseKind::Read);
-    for (std::size_t i = 0; i < expression.children.size(); ++i) {
-        const Expression& child = expression.children[i];
-        if (i == 0 && expression.is(ExpressionKind::Call) && child.is(ExpressionKind::Variable)) {
-            add(child, NameUseKind::Call);
-        } else {
-            collectReads(child, statement);
-        }
-    }
-}
-
-void ScriptModel::collectFrom(const Statement& statement) {
-    const ParsedScriptLine& line = *statement.line;
-    for (const AssignmentTarget& target : statement.targets) {
-        NameUseKind kind = NameUseKind::Write;
-        if (!target.keys.empty()) {
-            kind = NameUseKind::ElementWrite;
-        } else if (statement.declaresFunction()) {
-            kind = NameUseKind::Declaration;
-        } else if (statement.isCompound()) {
-            kind = NameUseKind::Compound;
-        }
-        // A compound operator writes what the name leads to, whatever stands in front.
-        if (kind == NameUseKind::Write || kind == NameUseKind::Declaration ||
-            kind == NameUseKind::ElementWrite) {
-            if (line.assignmentScope == ScopeTarget::Native) kind = NameUseKind::Native;
-            if (line.assignmentScope == ScopeTarget::Local) kind = NameUseKind::Local;
-        }
-        uses_.push_back({target.name, kind, statement.index, target.token, statement.function});
-        for (const Expression& key : target.keys) collectReads(key, statement);
-    }
-    for (const std::size_t token : statement.loopTokens) {
-        uses_.push_back({line.tokens[token], NameUseKind::LoopVariable, statement.index, token,
-                         statement.function});
-    }
-    for (const Expression& value : statement.values) collectReads(value, statement);
-}
-
 void ScriptModel::collectNames() {
-    for (const Statement& statement : statements_) collectFrom(statement);
+    for (const Statement& statement : statements_) collectUses(statement, uses_);
     for (std::size_t i = 1; i < functions_.size(); ++i) {
         for (std::size_t p = 0; p < functions_[i].parameters.size(); ++p) {
             uses_.push_back({functions_[i].parameters[p], NameUseKind::Parameter,

@@ -93,6 +93,17 @@ struct NameUse {
     }
 };
 
+/// The steps by which the model reads a line, for those who look at lines one by one: the language
+/// server does not make a model of a whole script for each key.
+
+/// Fills in the trees of a statement whose `line` is set and free of errors.
+void readStatement(Statement& statement);
+/// Fills in what the header of a function tells, and the statement's target. An unreadable header
+/// gives its kind alone.
+void readFunctionHeader(Statement& statement, FunctionModel& function);
+/// Appends the uses of names in a statement, the parameters of a function left out.
+void collectUses(const Statement& statement, std::vector<NameUse>& uses);
+
 class ScriptModel {
 public:
     /// `readable` tells for each line of `source` whether it is free of errors.
@@ -127,12 +138,8 @@ public:
     }
 
 private:
-    void readStatement(Statement& statement);
-    void readFunctionHeader(Statement& statement, FunctionModel& function);
     void nestBlocks();
     void collectNames();
-    void collectFrom(const Statement& statement);
-    void collectReads(const Expression& expression, const Statement& statement);
     void closeCalls();
 
     const ParsedSource& source_;

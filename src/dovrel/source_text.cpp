@@ -134,10 +134,7 @@ std::size_t SourceText::offsetOf(const SplitLine& line, std::size_t index) {
     return piece.range.first + (index - piece.joined);
 }
 
-namespace {
-
-/// Where the tokens of a record stand: they follow each other in its text, with white space at most
-/// between them.
+// They follow each other in the text, with white space at most between them.
 std::vector<SourceRange> locateTokens(const SplitLine& split, const ParsedScriptLine& line) {
     std::vector<SourceRange> ranges;
     ranges.reserve(line.tokens.size());
@@ -151,8 +148,6 @@ std::vector<SourceRange> locateTokens(const SplitLine& split, const ParsedScript
     }
     return ranges;
 }
-
-}  // namespace
 
 ParsedSource::ParsedSource(std::string text)
     : source_(std::move(text)), interpreter_(std::make_unique<DovrelScript>()) {

@@ -97,5 +97,9 @@ private:
     std::vector<std::vector<SourceRange>> tokens_;
 };
 
+/// Where the tokens of `line`, which is the record of `split`, stand in the text.
+[[nodiscard]] std::vector<SourceRange> locateTokens(const SplitLine& split,
+                                                    const ParsedScriptLine& line);
+
 /// The number of columns that a text takes on paper: bytes that go on with a character count none.
 [[nodiscard]] std::size_t columnsOf(std::string_view text);

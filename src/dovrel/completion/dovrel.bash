@@ -2,7 +2,7 @@
 
 _dovrel() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='run repl check format test profile trace doc' options=
+    local commands='run repl check format test profile trace doc lsp dap' options=
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
         mapfile -t COMPREPLY < <(compgen -W "$commands --help --version" -- "$word")
@@ -60,12 +60,13 @@ _dovrel() {
             fi
             options='--names'
             ;;
-        repl) ;;
+        lsp) options='--stdio' ;;
+        repl | dap) ;;
         *) return ;;
     esac
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options --help --version" -- "$word")
-    elif [[ ${COMP_WORDS[1]} != repl ]]; then
+    elif [[ ${COMP_WORDS[1]} != @(repl|lsp|dap) ]]; then
         compopt -o filenames 2>/dev/null
         # The script's own arguments may be any files.
         local pattern='!*.dv'

@@ -16,7 +16,7 @@ complete -c dovrel -f
 complete -c dovrel -s h -l help -d 'Print help'
 complete -c dovrel -l version -d 'Print the version'
 
-set -l commands run repl check format test profile trace doc
+set -l commands run repl check format test profile trace doc lsp dap
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a run -d 'Run a script with arguments'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a repl -d 'Offer a prompt'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a check -d 'Find mistakes without running anything'
@@ -25,6 +25,8 @@ complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a test -d 'Ru
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a profile -d 'Tell where the time of a script goes'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a trace -d 'Show each statement and what it assigns'
 complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a doc -d 'Show the reference of a library function'
+complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a lsp -d 'Serve an editor'
+complete -c dovrel -n "not __fish_seen_subcommand_from $commands" -a dap -d 'Debug a script in an editor'
 
 complete -c dovrel -n '__fish_seen_subcommand_from run' -F
 complete -c dovrel -n '__fish_seen_subcommand_from run' -o e -x -d 'Run this text in place of a file'
@@ -64,6 +66,7 @@ complete -c dovrel -n '__fish_seen_subcommand_from trace' -l function -x -d 'Onl
 complete -c dovrel -n '__fish_seen_subcommand_from trace' -l line -x -d 'Only these lines'
 complete -c dovrel -n '__fish_seen_subcommand_from trace' -l variable -x -d 'Only what is assigned to this variable'
 complete -c dovrel -n '__fish_seen_subcommand_from trace' -l errors -d 'Nothing but the calls at an error'
+complete -c dovrel -n '__fish_seen_subcommand_from lsp' -l stdio -d 'Speak over standard input and output'
 
 complete -c dovrel -n '__fish_seen_subcommand_from doc' -l names -d 'List all names'
 complete -c dovrel -n '__fish_seen_subcommand_from doc' -a '(__dovrel_names)'
