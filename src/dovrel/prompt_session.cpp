@@ -19,12 +19,13 @@
 namespace {
 
 volatile std::sig_atomic_t timesPressed = 0;
+ScriptWatch* watched = nullptr;  // of the session that runs
 
 /// A script that is inside of the library for long is not reached by the first Ctrl-C. The third
 /// one ends the program, as it would without a handler.
 void interrupt(int) {
     timesPressed = timesPressed + 1;
-    DovrelScript::interruptRequested = 1;
+    if (watched != nullptr) watched->interrupt();
     if (timesPressed < 3) return;
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
@@ -33,9 +34,10 @@ void interrupt(int) {
 /// Ctrl-C stops the script while this lives.
 class InterruptGuard {
 public:
-    InterruptGuard() {
+    explicit InterruptGuard(ScriptWatch& watch) : watch_(watch) {
         timesPressed = 0;
-        DovrelScript::interruptRequested = 0;
+        watch.forgetInterruption();
+        watched = &watch;
         struct sigaction action {};
         // Without a restart, so that waiting for input ends as well.
         action.sa_handler = interrupt;
@@ -44,12 +46,14 @@ public:
     }
     ~InterruptGuard() {
         sigaction(SIGINT, &before_, nullptr);
-        DovrelScript::interruptRequested = 0;
+        watched = nullptr;
+        watch_.forgetInterruption();
     }
     InterruptGuard(const InterruptGuard&) = delete;
     InterruptGuard& operator=(const InterruptGuard&) = delete;
 
 private:
+    ScriptWatch& watch_;
     struct sigaction before_ {};
 };
 
@@ -135,7 +139,7 @@ PromptResult PromptSession::runNamed(const std::string& text, const std::string&
                                      const std::string& name) {
     PromptResult result;
     DovrelScript& interpreter = *interpreter_;
-    const InterruptGuard interruptible;
+    const InterruptGuard interruptible(interpreter.watch);
     // Outside the handler, so that the lines are alive while a report is built.
     std::shared_ptr<BytecodeProgram> program;
     try {
@@ -155,7 +159,7 @@ PromptResult PromptSession::runNamed(const std::string& text, const std::string&
         } catch (const std::exception& error) {
             interpreter.rethrowLocated(error, "script");
         }
-    } catch (const ScriptInterrupted&) {
+    } catch (const ScriptStopped&) {
         result.isInterrupted = true;
         interpreter.keepCurrentLineText();
     } catch (const std::exception& error) {

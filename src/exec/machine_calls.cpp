@@ -80,6 +80,18 @@ void Machine::dropSegment() {
 
 // ---------------------------------------------------------------- calls
 
+#ifdef DOVREL_EMBEDDED
+void Machine::stopIfWanted(const MachineCode& code, Pc pc) {
+    const StopReason reason = interpreter_.watch.reasonToStop();
+    if (reason != StopReason::None) stopAt(code, pc, reason);
+}
+
+void Machine::stopAt(const MachineCode& code, Pc pc, StopReason reason) {
+    showPosition(code, pc);
+    interpreter_.stop(reason);
+}
+#endif
+
 bool Machine::tryEnter(Variable* slot, std::size_t count) {
     // While a soft error waits for its protected call, the executor says what runs.
     if (interpreter_.softErrorPending) return false;
@@ -92,6 +104,9 @@ bool Machine::tryEnter(Variable* slot, std::size_t count) {
     if (function == nullptr) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
+#ifdef DOVREL_EMBEDDED
+    watchCall(*activations_.back().code, activations_.back().pc, *code);
+#endif
     enter(*function, *code, slot, count, false);
     return true;
 }
@@ -434,6 +449,9 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
     Variable* const slot = roomFor(top(), 0, args.size() + 2, newSegment);
     *slot = Variable::makeFunction(callable);
     for (std::size_t i = 0; i < args.size(); ++i) slot[1 + i] = args[i];
+#ifdef DOVREL_EMBEDDED
+    interpreter_.watch.count(code->statements.size());
+#endif
     const std::size_t outer = activations_.size();
     const auto restore = [&] {
         clearArguments(slot, args.size());
@@ -468,6 +486,9 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
+#ifdef DOVREL_EMBEDDED
+    interpreter_.watch.count(code->statements.size());
+#endif
     activations_.reserveOne();
     Activation entered;
     entered.code = code;
