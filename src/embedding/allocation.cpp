@@ -1,10 +1,10 @@
 // The allocator of the library. It counts what the interpreter that this thread is in takes, and
-// refuses what is beyond its limit. Outside of every interpreter it is malloc and free, and blocks may
-// come from one of these and go by the other: so nothing is kept beside a block, and the allocator
-// itself knows its size.
+// refuses what is beyond its limit. Outside of every interpreter it is malloc and free, and blocks
+// may come from one of these and go by the other: so nothing is kept beside a block, and the
+// allocator itself knows its size.
 //
-// Where the library is installed, these operators are its own and not the host's: the shared library
-// hides them, and in the static one they are local symbols.
+// Where the library is installed, these operators are its own and not the host's: the shared
+// library hides them, and in the static one they are local symbols.
 #include <malloc.h>
 
 #include <algorithm>
@@ -17,8 +17,8 @@
 
 namespace {
 
-/// Beyond the limit, small blocks are still granted up to a reserve, so that the script can be ended
-/// in good order: it stops at its next step.
+/// Beyond the limit, small blocks are still granted up to a reserve, so that the script can be
+/// ended in good order: it stops at its next step.
 constexpr std::size_t kSmall = 4096;
 constexpr std::size_t kReserve = std::size_t{256} << 10;
 /// What is asked for at once is going to be gone through.
@@ -74,6 +74,6 @@ void operator delete[](void* memory, std::size_t) noexcept { release(memory); }
 void operator delete(void* memory, const std::nothrow_t&) noexcept { release(memory); }
 void operator delete[](void* memory, const std::nothrow_t&) noexcept { release(memory); }
 
-// Most of a script's bytes are in texts, whose members the C++ library has in itself: these would not
-// come by here.
+// Most of a script's bytes are in texts, whose members the C++ library has in itself: these would
+// not come by here.
 template class std::basic_string<char>;

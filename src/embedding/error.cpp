@@ -114,9 +114,9 @@ std::string withPlural(std::size_t count) {
 namespace detail {
 
 void throwKind(const Value& value, const char* wanted) {
-    throw Error("expected " + std::string(wanted) + ", and got " +
-                    std::string(kindName(value.kind())),
-                Reason::Usage);
+    throw Error(
+        "expected " + std::string(wanted) + ", and got " + std::string(kindName(value.kind())),
+        Reason::Usage);
 }
 
 void throwTooLarge() {

@@ -68,11 +68,11 @@ Value Interpreter::runFile(std::string_view path) {
     const std::string file(path);
     const std::string text = readFile(file);
     const std::size_t slash = file.rfind('/');
-    const std::string directory = slash == std::string::npos ? std::string() : file.substr(0, slash);
+    const std::string directory =
+        slash == std::string::npos ? std::string() : file.substr(0, slash);
     Value result;
-    state_->enter([&] {
-        result = state_->valueOf(runText(*state_->script, text, directory, file));
-    });
+    state_->enter(
+        [&] { result = state_->valueOf(runText(*state_->script, text, directory, file)); });
     return result;
 }
 
@@ -97,9 +97,8 @@ Value Interpreter::global(std::string_view name) const {
 }
 
 void Interpreter::setGlobal(std::string_view name, const Value& value) {
-    state_->visit([&] {
-        state_->script->pushVariable(std::string(name), state_->variableOf(value));
-    });
+    state_->visit(
+        [&] { state_->script->pushVariable(std::string(name), state_->variableOf(value)); });
 }
 
 Value Interpreter::makeArray() {

@@ -59,8 +59,7 @@ std::string stopMessage(StopReason reason, const Limits& limits) {
                    " bytes of memory has been reached";
         case StopReason::Time:
             return "the limit of " +
-                   std::to_string(
-                       std::chrono::duration_cast<milliseconds>(limits.time).count()) +
+                   std::to_string(std::chrono::duration_cast<milliseconds>(limits.time).count()) +
                    " milliseconds has been reached";
         case StopReason::Recursion:
             return "the limit of " + std::to_string(limits.recursion) +
@@ -80,8 +79,7 @@ Inside::Inside(State& state) noexcept
     : context_(&state.context), locale_(uselocale(plainLocale())) {}
 Inside::~Inside() { uselocale(static_cast<locale_t>(locale_)); }
 
-Outside::Outside(State&) noexcept
-    : context_(nullptr), locale_(uselocale(LC_GLOBAL_LOCALE)) {}
+Outside::Outside(State&) noexcept : context_(nullptr), locale_(uselocale(LC_GLOBAL_LOCALE)) {}
 Outside::~Outside() { uselocale(static_cast<locale_t>(locale_)); }
 
 // ---------------------------------------------------------------- references
@@ -285,8 +283,7 @@ std::exception_ptr State::translated(const std::exception_ptr& failure) {
         return failure;
     }
     const ContextScope outside(nullptr);
-    return std::make_exception_ptr(
-        Error(std::make_shared<const ErrorFields>(std::move(fields))));
+    return std::make_exception_ptr(Error(std::make_shared<const ErrorFields>(std::move(fields))));
 }
 
 ErrorFields State::stopped(StopReason reason) const {

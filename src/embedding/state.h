@@ -1,11 +1,13 @@
-// What stands behind the public header: an interpreter with all that belongs to it, and the contents
-// of its values. The header's types hold these by shared pointers, so that nothing of the
+// What stands behind the public header: an interpreter with all that belongs to it, and the
+// contents of its values. The header's types hold these by shared pointers, so that nothing of the
 // interpreter's own types can be seen from outside.
 //
-// 1. Whatever touches an interpreter or a value of it does so inside of an Inside, and whatever calls
+// 1. Whatever touches an interpreter or a value of it does so inside of an Inside, and whatever
+// calls
 //    the host, an Outside. So the host's memory is not counted as a script's, nor the other way
 //    round, and numbers are read and written the same way in every locale.
-// 2. Scripts run on the state's own large stack. No exception crosses from there: `enter` carries it.
+// 2. Scripts run on the state's own large stack. No exception crosses from there: `enter` carries
+// it.
 // 3. Objects that the host holds, these here among them, are made and freed outside of the context.
 #pragma once
 
@@ -73,7 +75,8 @@ struct Reference final : Content {
     Reference* next = nullptr;
 };
 
-/// While it lives, this thread is inside of the interpreter of `state`: the "C" locale, its context.
+/// While it lives, this thread is inside of the interpreter of `state`: the "C" locale, its
+/// context.
 class Inside {
 public:
     explicit Inside(State& state) noexcept;

@@ -84,7 +84,8 @@ Variable State::variableOf(const Value& value) {
         case Kind::Table:
         case Kind::Function:
         case Kind::Several: {
-            if (const auto* held = dynamic_cast<const detail::SeveralContent*>(value.content_.get())) {
+            if (const auto* held =
+                    dynamic_cast<const detail::SeveralContent*>(value.content_.get())) {
                 std::vector<Variable> values;
                 values.reserve(held->values.size());
                 for (const Value& one : held->values) values.push_back(variableOf(one));
@@ -170,7 +171,8 @@ Value Value::operator[](const Value& key) const {
         if (kind_ == Kind::Several) {
             const std::vector<Variable>& values = variable.asMulti()->values;
             const auto index = key.as<std::size_t>();
-            return index >= 1 && index <= values.size() ? state.valueOf(values[index - 1]) : Value();
+            return index >= 1 && index <= values.size() ? state.valueOf(values[index - 1])
+                                                        : Value();
         }
         return state.valueOf(state.script->getIndexedValue(variable, state.variableOf(key)));
     });
@@ -202,9 +204,8 @@ void Value::set(const Value& key, const Value& value) const {
 void Value::push(const Value& value) const {
     if (kind_ != Kind::Array) detail::throwKind(*this, "an array");
     State& state = State::stateOf(*this);
-    state.visit([&] {
-        State::referenceOf(*this)->variable.asArray()->push_back(state.variableOf(value));
-    });
+    state.visit(
+        [&] { State::referenceOf(*this)->variable.asArray()->push_back(state.variableOf(value)); });
 }
 
 bool Value::erase(const Value& key) const {

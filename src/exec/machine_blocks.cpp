@@ -69,7 +69,8 @@ void MachineCompiler::emitJumpBack(std::size_t firstRecord) {
         const VariableRecord& record = out_.variables[i];
         anyCold = anyCold || record.hasPlace || record.global == nullptr;
     }
-    const auto statements = static_cast<std::uint16_t>(std::min<std::size_t>(statementsInLoop_, UINT16_MAX));
+    const auto statements =
+        static_cast<std::uint16_t>(std::min<std::size_t>(statementsInLoop_, UINT16_MAX));
     emitD(Op::JumpBack, statements, static_cast<std::int64_t>(loopCount_++), anyCold ? 0 : 1);
 }
 

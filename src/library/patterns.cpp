@@ -128,8 +128,7 @@ void requireTimeWithoutLimit([[maybe_unused]] const PatternSource& source) {
 #ifdef DOVREL_EMBEDDED
     const RunContext* const context = RunContext::running();
     if (context == nullptr || !context->watch.limitsWork()) return;
-    throwPlainError("gsub: pattern '" + source.expression +
-                    "' takes a matcher that has no limits");
+    throwPlainError("gsub: pattern '" + source.expression + "' takes a matcher that has no limits");
 #endif
 }
 

@@ -51,8 +51,8 @@ struct ContainerLink {
     ContainerLink* next = nullptr;
 };
 
-/// What has to be looked at while a script runs: how much it has done, and whether somebody wants it
-/// to stop. It is asked in each statement, call and turn of a loop.
+/// What has to be looked at while a script runs: how much it has done, and whether somebody wants
+/// it to stop. It is asked in each statement, call and turn of a loop.
 class ScriptWatch {
 public:
     /// Counts `statements`. True if `reasonToStop` is to be asked.

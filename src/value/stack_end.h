@@ -33,8 +33,8 @@ inline void requireHostStack() {
 #endif
 }
 
-/// The same in the front end. What it reads is gone through again by others, whose levels take more:
-/// so it gets a smaller share, counted from where it began.
+/// The same in the front end. What it reads is gone through again by others, whose levels take
+/// more: so it gets a smaller share, counted from where it began.
 inline void requireParsingStack() {
 #ifdef DOVREL_EMBEDDED
     constexpr std::uintptr_t kShare = std::uintptr_t{8} << 20;

@@ -55,10 +55,11 @@ TEST(Embedding, GlobalsGoBothWays) {
 
 TEST(Embedding, CallsFunctionsOfScripts) {
     Interpreter interpreter;
-    interpreter.run("function add(a, b)\n native sum = a + b\n return sum\nend\n"
-                    "function pair(a)\n return a, a + 1\nend\n"
-                    "function total(...)\n native sum = 0\n for i = 1, 3\n  sum += select(i, ...)\n"
-                    " end\n return sum\nend");
+    interpreter.run(
+        "function add(a, b)\n native sum = a + b\n return sum\nend\n"
+        "function pair(a)\n return a, a + 1\nend\n"
+        "function total(...)\n native sum = 0\n for i = 1, 3\n  sum += select(i, ...)\n"
+        " end\n return sum\nend");
     EXPECT_EQ(interpreter.call("add", 2, 3).as<int>(), 5);
     EXPECT_EQ(interpreter.call("add", "x", "y").as<std::string>(), "xy");
     const std::vector<Value> both = interpreter.call("pair", 7).spread();
@@ -162,8 +163,9 @@ TEST(Embedding, NativesTakeTypedArguments) {
     EXPECT_EQ(interpreter.run("return sum([1, 2, 3])").as<int>(), 6);
     EXPECT_EQ(interpreter.run("return count('n', 1, 2, 3)").as<std::string>(), "n3");
     EXPECT_EQ(interpreter.run("a, b = both()\nreturn b + toString(a)").as<std::string>(), "two1");
-    EXPECT_EQ(interpreter.run("base = 41\nfunction plus(a, b)\n x = a + b\n return x\nend\n"
-                              "return again(plus)")
+    EXPECT_EQ(interpreter
+                  .run("base = 41\nfunction plus(a, b)\n x = a + b\n return x\nend\n"
+                       "return again(plus)")
                   .as<int>(),
               42);
     EXPECT_TRUE(interpreter.run("return nothing()").isNil());
@@ -219,8 +221,9 @@ TEST(Embedding, ErrorsHaveTheirPartsAsFields) {
 
 TEST(Embedding, GoesOnAfterAnError) {
     Interpreter interpreter;
-    interpreter.run("function deep(n)\n if n == 0\n  error('bottom')\n end\n"
-                    " local x = deep(n - 1)\n return x\nend");
+    interpreter.run(
+        "function deep(n)\n if n == 0\n  error('bottom')\n end\n"
+        " local x = deep(n - 1)\n return x\nend");
     for (int i = 0; i < 3; ++i) {
         const Error error = errorOf([&] { interpreter.call("deep", 20); });
         EXPECT_EQ(error.message(), "bottom");
@@ -243,8 +246,9 @@ TEST(Embedding, AnErrorInARunOfANativeIsTheNatives) {
         return true;
     });
     // The protected call around the native is not the one that the inner script is in.
-    EXPECT_EQ(interpreter.run("ok, done = pcall(attempt, \"error('inside')\")\n"
-                              "return toString(ok) + toString(done)")
+    EXPECT_EQ(interpreter
+                  .run("ok, done = pcall(attempt, \"error('inside')\")\n"
+                       "return toString(ok) + toString(done)")
                   .as<std::string>(),
               "truefalse");
     EXPECT_EQ(seen, "inside");
@@ -262,8 +266,9 @@ TEST(Embedding, OutputAndInputAreTheHosts) {
         if (line == 3) return std::nullopt;
         return "line " + std::to_string(++line);
     });
-    interpreter.run("print('a', 1)\nf = io['open']('/dev/stdin')\nprint(f['read']())\n"
-                    "print(f['read']('*a'))\nprint(f['read']())");
+    interpreter.run(
+        "print('a', 1)\nf = io['open']('/dev/stdin')\nprint(f['read']())\n"
+        "print(f['read']('*a'))\nprint(f['read']())");
     EXPECT_EQ(printed, "a 1\nline 1\nline 2\nline 3\n\nnot\n");
 }
 

@@ -1,5 +1,5 @@
-// What a host may do to scripts that it does not trust: limits, interruptions, a closed box. And what
-// it gets back: all of their memory.
+// What a host may do to scripts that it does not trust: limits, interruptions, a closed box. And
+// what it gets back: all of their memory.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -53,7 +53,8 @@ const char* const kEndless[] = {
     "x = 0\nrepeat\n x += 1\nuntil false",
     "for i = 1, 2147483647\n for j = 1, 2147483647\n end\nend",
     "while true\n pcall(error, 'no')\nend",
-    "function f(n)\n if n < 1\n  return 1\n end\n local a = f(n - 1)\n return a + f(n - 1)\nend\nf(60)",
+    "function f(n)\n if n < 1\n  return 1\n end\n local a = f(n - 1)\n return a + f(n - "
+    "1)\nend\nf(60)",
     "function f(n) \n return n < 1 or (f(n - 1) and f(n - 1))\nend\nf(60)",
     "function work()\n while true\n end\nend\nwhile true\n pcall(work)\nend",
     "decay function beside()\n while true\n  x = 1\n end\nend\nbeside()\nwhile true\nend",
@@ -67,7 +68,8 @@ const char* const kEndless[] = {
 TEST(Limits, StatementsEndEveryLoop) {
     dovrel::Limits limits;
     limits.statements = 100000;
-    for (const char* script : kEndless) EXPECT_EQ(endWithin(limits, script), "statements") << script;
+    for (const char* script : kEndless)
+        EXPECT_EQ(endWithin(limits, script), "statements") << script;
 }
 
 TEST(Limits, TimeEndsEveryLoop) {
@@ -113,7 +115,8 @@ const char* const kGreedy[] = {
     "a = []\nwhile true\n push(a, 'text' + toString(len(a)))\nend",
     "t = {}\ni = 0\nwhile true\n i += 1\n t['k' + toString(i)] = i\nend",
     "s = 'x'\nwhile true\n s = s + s\nend",
-    "s = 'x'\nwhile true\n s += 'yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy'\nend",
+    "s = 'x'\nwhile true\n s += "
+    "'yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy'\nend",
     "s = string['rep']('x', 2000000000)",
     "a = []\nreserve(a, 2000000000)",
     "a = []\nwhile true\n pcall(string['rep'], 'x', 2000000000)\nend",
@@ -146,8 +149,9 @@ TEST(Limits, MemoryIsCountedBack) {
     Options options;
     options.limits.memory = std::size_t{16} << 20;
     Interpreter interpreter(options);
-    interpreter.run("function make()\n local a = []\n for i = 1, 100\n"
-                    "  push(a, string['rep']('x', 20000))\n end\n return 0\nend");
+    interpreter.run(
+        "function make()\n local a = []\n for i = 1, 100\n"
+        "  push(a, string['rep']('x', 20000))\n end\n return 0\nend");
     interpreter.call("make");
     const std::size_t once = interpreter.memoryUsed();
     for (int i = 0; i < 50; ++i) interpreter.call("make");
@@ -189,11 +193,11 @@ TEST(Limits, DeepThingsEndNoProcess) {
         endOf(interpreter, "a = []\nfor i = 1, 2000000\n a = [a]\nend\ns = toString(a)");
     EXPECT_TRUE(shown == "recursion" || shown == "none") << shown;
     EXPECT_EQ(endOf(interpreter, "a = []\npush(a, a)\ns = toString(a)"), "recursion");
-    const char* const kNested[] = {"'return ' + string['rep']('(', 1000000) + '1'",
-                                   "string['rep']('[', 1000000)",
-                                   "'x = ' + string['rep']('not ', 1000000) + '1'",
-                                   "string['rep']('if 1\\n', 300000) + string['rep']('end\\n', 300000)",
-                                   "'x = ' + string['rep']('-', 1000000) + '1'"};
+    const char* const kNested[] = {
+        "'return ' + string['rep']('(', 1000000) + '1'", "string['rep']('[', 1000000)",
+        "'x = ' + string['rep']('not ', 1000000) + '1'",
+        "string['rep']('if 1\\n', 300000) + string['rep']('end\\n', 300000)",
+        "'x = ' + string['rep']('-', 1000000) + '1'"};
     for (const std::string text : kNested) {
         const std::string end =
             endOf(interpreter, "f = load(" + text + ")\nok, m = pcall(f)\nreturn 1");
@@ -228,11 +232,13 @@ TEST(Limits, AnInterruptionComesFromAnotherThread) {
         Interpreter interpreter;
         std::atomic<bool> runs = false;
         interpreter.define("started", [&] { runs = true; });
+        std::atomic<bool> ended = false;
         std::thread other([&] {
-            while (!runs) std::this_thread::yield();
+            while (!runs && !ended) std::this_thread::yield();
             interpreter.interrupt();
         });
         EXPECT_EQ(endOf(interpreter, std::string("started()\n") + script), "interrupted") << script;
+        ended = true;
         other.join();
         EXPECT_EQ(interpreter.run("return 3").as<int>(), 3);
     }
@@ -280,12 +286,13 @@ TEST(Threads, EachInterpreterRunsOnAThreadOfItsOwn) {
                 interpreter.setGlobal("seed", number);
                 results[static_cast<std::size_t>(number)] =
                     interpreter
-                        .run("t = {}\nfor i = 1, 2000\n t[i % 700] = gsub('a' + toString(i), "
-                             "'%d+', 'n')\n t['k' + toString(i)] = {x: i}\nend\n"
-                             "function f(n)\n if n < 2\n  return n\n end\n"
-                             " native a = f(n - 1)\n native b = f(n - 2)\n return a + b\nend\n"
-                             "ok, m = pcall(error, 'e' + toString(f(12)))\n"
-                             "return t[5] + m + toString(seed)")
+                        .run(
+                            "t = {}\nfor i = 1, 2000\n t[i % 700] = gsub('a' + toString(i), "
+                            "'%d+', 'n')\n t['k' + toString(i)] = {x: i}\nend\n"
+                            "function f(n)\n if n < 2\n  return n\n end\n"
+                            " native a = f(n - 1)\n native b = f(n - 2)\n return a + b\nend\n"
+                            "ok, m = pcall(error, 'e' + toString(f(12)))\n"
+                            "return t[5] + m + toString(seed)")
                         .as<std::string>();
             }
         });
