@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -343,7 +344,14 @@ Variable State::callNative(NativeBase& native, ::Arguments args) {
     // Without the reserve, growing would mix the host's memory and the script's.
     for (std::size_t i = 0; i < args.size(); ++i) values.push_back(valueOf(args[i]));
     Value result;
-    std::string message;
+    // The host's memory, which must not be taken for the script's when it goes.
+    struct HostText {
+        std::optional<std::string> text;
+        ~HostText() {
+            const ContextScope outside(nullptr);
+            text.reset();
+        }
+    } message;
     bool failed = false;
     bool turnEnded = false;
     StopReason stop = StopReason::None;
@@ -355,10 +363,10 @@ Variable State::callNative(NativeBase& native, ::Arguments args) {
             failed = true;
             if (error.isStop()) stop = stopOf(error.reason());
             // The report of a script that the native has run goes on as it is.
-            message = error.what();
+            message.text = error.what();
         } catch (const std::exception& error) {
             failed = true;
-            message = error.what();
+            message.text = error.what();
         } catch (const CoroutineTerminated&) {
             // What it has run has called `kill` in a turn: that is for the scheduler.
             turnEnded = true;
@@ -377,8 +385,7 @@ Variable State::callNative(NativeBase& native, ::Arguments args) {
         result = Value();
         return given;
     }
-    // The message is the host's memory, and goes with this function.
-    throw RuntimeError(message);
+    throw RuntimeError(*message.text);
 }
 
 }  // namespace dovrel::detail
