@@ -1,5 +1,6 @@
 // A game loop whose creatures are scripts: C++ owns the loop and the world, a script says what each
 // creature does in a frame. The creatures are tables, which both sides share.
+#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>

@@ -1,9 +1,8 @@
 // A program that plug-ins extend. It offers them natives in a table, a C++ object behind them, and
 // calls back what they have registered. A plug-in that fails is reported and left out.
-#include <algorithm>
 #include <iostream>
 #include <map>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,11 @@ public:
     void insert(std::string line) { lines_.push_back(std::move(line)); }
     [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
     [[nodiscard]] std::string& line(int number) {
-        return lines_.at(static_cast<std::size_t>(number) - 1);
+        const auto index = static_cast<std::size_t>(number) - 1;
+        if (index >= lines_.size()) {
+            throw std::out_of_range("there is no line " + std::to_string(number));
+        }
+        return lines_[index];
     }
 
 private:
@@ -34,7 +37,7 @@ public:
                 {"insert", interpreter_.makeFunction("editor.insert", [this](std::string line) {
                      document_.insert(std::move(line));
                  })},
-                // What std::vector::at raises is an error of the script.
+                // What the document raises is an error of the script.
                 {"line", interpreter_.makeFunction("editor.line", [this](int number) {
                      return document_.line(number);
                  })},

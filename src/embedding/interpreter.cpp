@@ -157,7 +157,8 @@ void Interpreter::setInput(std::function<std::optional<std::string>()> input) {
             const detail::Outside outside(*state);
             line = input();
         }
-        // What goes into the script is the script's memory, and what comes from the host is the host's.
+        // What goes into the script is the script's memory, and what comes from the host is the
+        // host's.
         std::optional<std::string> copy;
         if (line) copy.emplace(line->data(), line->size());
         const ContextScope outside(nullptr);

@@ -68,7 +68,7 @@ const Reference* State::referenceOf(const Value& value) {
 
 State& State::stateOf(const Value& value) {
     const Reference* const reference = referenceOf(value);
-    if (reference == nullptr) detail::throwKind(value, "a value of a script");
+    if (reference == nullptr) detail::throwKind(value, "an array or a table");
     reference->state->requireOpen();
     return *reference->state;
 }

@@ -279,7 +279,15 @@ public:
     using StackMapping::StackMapping;
 };
 
-LargeStack::LargeStack(std::size_t most) : mapping_(std::make_unique<Mapping>(kScale * most)) {}
+#ifdef DOVREL_ADDRESS_SANITIZER
+// An exception on a larger stack leaves the sanitizer with marks of frames that are gone.
+constexpr std::size_t kMostKept = 56 * kMebibyte;
+#else
+constexpr std::size_t kMostKept = kLargestStack;
+#endif
+
+LargeStack::LargeStack(std::size_t most)
+    : mapping_(std::make_unique<Mapping>(std::min(most, kMostKept))) {}
 
 LargeStack::~LargeStack() = default;
 

@@ -122,6 +122,10 @@ TEST(Embedding, RefusesWhatIsOfAnotherKind) {
               "expected an array, a table or a string, and got an int");
     EXPECT_EQ(messageOf([&] { (void)interpreter.makeArray().as<std::string>(); }),
               "expected a string, and got an array");
+    EXPECT_EQ(messageOf([] { (void)Value(1)[1]; }), "expected an array or a table, and got an int");
+    interpreter.run("function pair()\n return 1, 2\nend");
+    EXPECT_EQ(messageOf([&] { (void)interpreter.call("pair").as<int>(); }),
+              "expected an int, and got several values");
     EXPECT_EQ(messageOf([&] { interpreter.makeArray().set("x", 1); }),
               "a position of an array is an int from 1 on");
     EXPECT_EQ(messageOf([&] { interpreter.makeTable().set(Value(), 1); }),
@@ -214,6 +218,7 @@ TEST(Embedding, ErrorsHaveTheirPartsAsFields) {
     EXPECT_EQ(error.sourceLine(), "b = len(lst)");
     EXPECT_EQ(error.hint(), "check spelling, operators, parentheses, and quote matching");
     EXPECT_EQ(std::string_view(error.what()).substr(0, 19), "DovrelScript error:");
+    EXPECT_NE(std::string_view(error.what()).find("\n  hint: check"), std::string_view::npos);
     const Error open = errorOf([&] { interpreter.run("x = 1\nif x\n"); });
     EXPECT_EQ(open.message(), "Missing 'end' for if block");
     EXPECT_EQ(open.script(), "");

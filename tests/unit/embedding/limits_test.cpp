@@ -110,6 +110,31 @@ TEST(Limits, TheReportTellsWhere) {
     }
 }
 
+TEST(Limits, TheMessageTellsWhich) {
+    const auto messageOf = [](const dovrel::Limits& limits, const char* script) {
+        Options options;
+        options.limits = limits;
+        Interpreter interpreter(options);
+        try {
+            interpreter.run(script);
+        } catch (const Error& error) {
+            return std::string(error.message());
+        }
+        return std::string("none");
+    };
+    dovrel::Limits limits;
+    limits.time = 5ms;
+    EXPECT_EQ(messageOf(limits, "while true\nend"), "the limit of 5 milliseconds has been reached");
+    limits = {};
+    limits.memory = 2000000;
+    EXPECT_EQ(messageOf(limits, "s = string['rep']('x', 3000000)"),
+              "the limit of 2000000 bytes of memory has been reached");
+    limits = {};
+    limits.recursion = 100;
+    EXPECT_EQ(messageOf(limits, "function f(n)\n native x = f(n)\n return x\nend\nf(1)"),
+              "the limit of 100 calls inside of each other has been reached");
+}
+
 // Each takes more and more memory.
 const char* const kGreedy[] = {
     "a = []\nwhile true\n push(a, 'text' + toString(len(a)))\nend",
