@@ -14,6 +14,7 @@
 #include "eval/errors.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
+#include "exec/machine.h"
 #include "value/table.h"
 
 namespace {
@@ -161,6 +162,7 @@ PromptResult PromptSession::runNamed(const std::string& text, const std::string&
         }
     } catch (const ScriptStopped&) {
         result.isInterrupted = true;
+        interpreter.machine->forgetLastToken();
         interpreter.keepCurrentLineText();
     } catch (const std::exception& error) {
         result.report = error.what();

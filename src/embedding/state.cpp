@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "eval/errors.h"
+#include "exec/machine.h"
 #include "value/table.h"
 
 namespace dovrel::detail {
@@ -226,6 +227,7 @@ void State::run(const std::function<void()>& work, std::exception_ptr& failure) 
         } catch (...) {
             raised = std::current_exception();
         }
+        if (stopped) script->machine->forgetLastToken();
         if (raised != nullptr) {
             script->keepCurrentLineText();
             failure = translated(raised);
@@ -311,6 +313,8 @@ void State::rethrowOutside(const std::exception_ptr& failure) {
         } catch (...) {
             error = translated(failure);
         }
+        // What has failed between two runs is no matter of the next one.
+        if (depth == 0) context.watch.end();
     }
     std::rethrow_exception(error);
 }

@@ -53,6 +53,12 @@ public:
     };
     Counts counts;
 
+#ifdef DOVREL_EMBEDDED
+    /// To be called behind a stop, which leaves the loop without a look at where it was: the code
+    /// may go now.
+    void forgetLastToken() noexcept { lastToken_ = nullptr; }
+#endif
+
 private:
     using Op = MachineOp;
     using Tier = MachineTier;

@@ -49,6 +49,7 @@ void ScriptWatch::end() noexcept {
     done_ = statementsRun();
     stepsToLook_ = given_ = kStepsBetweenLooks;
     statements_ = deadline_ = 0;
+    memoryExceeded_ = false;
     mostCalls_ = std::numeric_limits<std::uint64_t>::max();
 }
 

@@ -183,6 +183,26 @@ TEST(Limits, MemoryIsCountedBack) {
     EXPECT_LT(interpreter.memoryUsed(), once + 100000);
 }
 
+TEST(Limits, AnErrorBehindTheLimitIsTheErrorThatItIs) {
+    Options options;
+    options.limits.memory = std::size_t{4} << 20;
+    Interpreter interpreter(options);
+    const dovrel::Value table = interpreter.makeTable();
+    EXPECT_EQ(endOf(interpreter, "s = string['rep']('x', 10000000)"), "memory");
+    try {
+        table.set(table, 1);
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.message(), "Table key must be string, number, or bool");
+    }
+    try {
+        table.set("large", std::string(5000000, 'x'));
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.reason(), Reason::Memory);
+    }
+}
+
 // Each recurses without end.
 const char* const kDeep[] = {
     "function f(n)\n local x = f(n + 1)\n return x\nend\nf(1)",
