@@ -45,8 +45,7 @@ void runAsAHostDoes(const std::string& script) {
         if (kept.size() < 100) kept.push_back(value);
         return value;
     });
-    interpreter.define("again", [](dovrel::Interpreter& inner, const dovrel::Value& function,
-                                   dovrel::Arguments rest) {
+    interpreter.define("again", [](const dovrel::Value& function, dovrel::Arguments rest) {
         return function.callWith(rest.begin(), rest.size());
     });
     bool stopped = false;

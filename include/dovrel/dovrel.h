@@ -264,7 +264,7 @@ public:
     [[nodiscard]] std::size_t size() const noexcept { return count_; }
     /// The argument at the 0-based `index`; nil behind the last.
     [[nodiscard]] const Value& operator[](std::size_t index) const noexcept {
-        static const Value nil;
+        static const Value nil{};
         return index < count_ ? values_[index] : nil;
     }
     [[nodiscard]] const Value* begin() const noexcept { return values_; }
@@ -543,7 +543,7 @@ private:
             return count > kMost ? Arguments(arguments + kMost, count - kMost)
                                  : Arguments(arguments, 0);
         } else {
-            static const Value nil;
+            static const Value nil{};
             constexpr std::size_t index = I - kFirst;
             try {
                 return Conversion<Type<I>>::from(index < count ? arguments[index] : nil);

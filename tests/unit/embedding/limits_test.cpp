@@ -161,11 +161,11 @@ const char* const kGreedy[] = {
 TEST(Limits, MemoryEndsEveryGrowth) {
     for (const char* script : kGreedy) {
         Options options;
-        options.limits.memory = std::size_t{8} << 20;
+        options.limits.memory = std::size_t{4} << 20;
         Interpreter interpreter(options);
         const std::size_t before = interpreter.memoryUsed();
         EXPECT_EQ(endOf(interpreter, script), "memory") << script;
-        EXPECT_LE(interpreter.memoryUsed(), std::size_t{9} << 20) << script;
+        EXPECT_LE(interpreter.memoryUsed(), std::size_t{5} << 20) << script;
         EXPECT_GE(interpreter.memoryUsed(), before) << script;
     }
 }
