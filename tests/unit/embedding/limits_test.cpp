@@ -53,8 +53,7 @@ const char* const kEndless[] = {
     "x = 0\nrepeat\n x += 1\nuntil false",
     "for i = 1, 2147483647\n for j = 1, 2147483647\n end\nend",
     "while true\n pcall(error, 'no')\nend",
-    "function f(n)\n if n < 1\n  return 1\n end\n local a = f(n - 1)\n return a + f(n - "
-    "1)\nend\nf(60)",
+    "function f(n)\n if n < 1\n  return 1\n end\n local a = f(n - 1)\n return f(n - 1)\nend\nf(60)",
     "function f(n) \n return n < 1 or (f(n - 1) and f(n - 1))\nend\nf(60)",
     "function work()\n while true\n end\nend\nwhile true\n pcall(work)\nend",
     "decay function beside()\n while true\n  x = 1\n end\nend\nbeside()\nwhile true\nend",
@@ -140,8 +139,7 @@ const char* const kGreedy[] = {
     "a = []\nwhile true\n push(a, 'text' + toString(len(a)))\nend",
     "t = {}\ni = 0\nwhile true\n i += 1\n t['k' + toString(i)] = i\nend",
     "s = 'x'\nwhile true\n s = s + s\nend",
-    "s = 'x'\nwhile true\n s += "
-    "'yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy'\nend",
+    "s = 'x'\nwhile true\n s += 'yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy'\nend",
     "s = string['rep']('x', 2000000000)",
     "a = []\nreserve(a, 2000000000)",
     "a = []\nwhile true\n pcall(string['rep'], 'x', 2000000000)\nend",
