@@ -43,6 +43,23 @@ expect "the maintainer" "The dovrelscript maintainers <maintainers@example.org>"
 expect "the dependencies" libc6 "$(dpkg-deb -f "$package" Depends)"
 [[ -n $(dpkg-deb -f "$package" Description) ]] || fail "the package has no description"
 
+# The library has two packages of its own, and the three go together.
+if [[ -e $build/src/embedding/libdovrelscript.so ]]; then
+    shared=$(echo "$folder"/DEB/libdovrelscript[0-9]*.deb)
+    development=$(echo "$folder"/DEB/libdovrelscript-dev_*.deb)
+    expect "the library's dependencies" libstdc++6 "$(dpkg-deb -f "$shared" Depends)"
+    expect "the -dev package's dependencies" \
+        "$(dpkg-deb -f "$shared" Package) (= $(dpkg-deb -f "$package" Version))" \
+        "$(dpkg-deb -f "$development" Depends)"
+    dpkg-deb -x "$shared" "$folder/library"
+    dpkg-deb -x "$development" "$folder/library"
+    for file in libdovrelscript.{a,so} pkgconfig/dovrelscript.pc \
+        cmake/dovrelscript/dovrelscript-config{,-version}.cmake; do
+        [[ -f $(echo "$folder"/library/usr/lib*/"$file") ]] || fail "no $file in the -dev package"
+    done
+    [[ -f $folder/library/usr/include/dovrel/dovrel.h ]] || fail "no header in the -dev package"
+fi
+
 root=$folder/root
 documents=$root/usr/share/doc/dovrelscript
 dpkg-deb -x "$package" "$root"

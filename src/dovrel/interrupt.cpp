@@ -1,6 +1,6 @@
 #include "dovrel/interrupt.h"
 
-#include "interpreter/dovrel_script.h"
+#include "value/run_context.h"
 
 namespace {
 
@@ -8,7 +8,7 @@ volatile std::sig_atomic_t timesPressed = 0;
 
 void interrupt(int) {
     timesPressed = timesPressed + 1;
-    DovrelScript::interruptRequested = 1;
+    RunContext::current().watch.interrupt();
     if (timesPressed < 3) return;
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
@@ -18,7 +18,7 @@ void interrupt(int) {
 
 InterruptGuard::InterruptGuard() {
     timesPressed = 0;
-    DovrelScript::interruptRequested = 0;
+    RunContext::current().watch.forgetInterruption();
     struct sigaction action {};
     // Without a restart, so that waiting for input ends as well.
     action.sa_handler = interrupt;
@@ -28,5 +28,5 @@ InterruptGuard::InterruptGuard() {
 
 InterruptGuard::~InterruptGuard() {
     sigaction(SIGINT, &before_, nullptr);
-    DovrelScript::interruptRequested = 0;
+    RunContext::current().watch.forgetInterruption();
 }

@@ -3,7 +3,7 @@
 
 #include <csignal>
 
-/// Ctrl-C stops the script by a ScriptInterrupted while this lives, and not the program. A script
+/// Ctrl-C stops the script by a ScriptStopped while this lives, and not the program. A script
 /// that is inside of the library for long is not reached by the first one; the third one ends the
 /// program.
 class InterruptGuard {

@@ -14,6 +14,7 @@
 #include "eval/errors.h"
 #include "eval/name_stack_guard.h"
 #include "exec/bytecode_program.h"
+#include "exec/machine.h"
 #include "value/table.h"
 
 namespace {
@@ -120,8 +121,9 @@ PromptResult PromptSession::runNamed(const std::string& text, const std::string&
         } catch (const std::exception& error) {
             interpreter.rethrowLocated(error, "script");
         }
-    } catch (const ScriptInterrupted&) {
+    } catch (const ScriptStopped&) {
         result.isInterrupted = true;
+        interpreter.machine->forgetLastToken();
         interpreter.keepCurrentLineText();
     } catch (const std::exception& error) {
         result.report = error.what();

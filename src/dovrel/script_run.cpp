@@ -55,7 +55,7 @@ int runWatched(const NamedScript& script, const std::function<void(DovrelScript&
     } catch (const std::exception& error) {
         report = error.what();
         return kFailure;
-    } catch (const ScriptInterrupted&) {
+    } catch (const ScriptStopped&) {
         return kInterrupted;
     }
     return kSuccess;

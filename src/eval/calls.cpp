@@ -230,7 +230,7 @@ Variable DovrelScript::runInFrame(Shared<ScriptCallable> callable, Arguments arg
 }
 
 Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args) {
-    const CallDepthGuard depth(callDepth);
+    const CallDepthGuard depth(*this);
     if (callee.type != VarType::Function) {
         throwPlainError("Attempted to call a non-function value of type " + typeName(callee.type));
     }
@@ -277,7 +277,7 @@ bool DovrelScript::tryEvaluateFastCallableScalar(const Shared<ScriptCallable>& c
                                                  Arguments args, FastScalarValue& out) {
     const ParsedScriptLine* line = scalarReturnLine(callable);
     if (line == nullptr) return false;
-    const CallDepthGuard depth(callDepth);
+    const CallDepthGuard depth(*this);
     const FastCallGuard fastCall(*this, *callable, args);
     ObservedCall observed(*this, *callable, args);
     return observed.answered(runObserved(*this, [&] {
@@ -304,7 +304,7 @@ bool DovrelScript::tryEvaluateProtectedFastCallableScalar(const Shared<ScriptCal
     message.clear();
     const ParsedScriptLine* line = scalarReturnLine(callable);
     if (line == nullptr) return false;
-    const CallDepthGuard depth(callDepth);
+    const CallDepthGuard depth(*this);
     const FastCallGuard fastCall(*this, *callable, args);
     ObservedCall observed(*this, *callable, args);
     return observed.answered(runObserved(*this, [&] {

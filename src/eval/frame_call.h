@@ -7,11 +7,18 @@
 #include <utility>
 
 #include "interpreter/dovrel_script.h"
+#include "value/stack_end.h"
 
 /// One more active call.
 class CallDepthGuard {
 public:
-    explicit CallDepthGuard(std::uint64_t& depth) : depth_(depth) { ++depth_; }
+    explicit CallDepthGuard(DovrelScript& interpreter) : depth_(interpreter.callDepth) {
+#ifdef DOVREL_EMBEDDED
+        if (interpreter.watch.isTooDeep(depth_ + 1)) interpreter.stop(StopReason::Recursion);
+        requireHostStack();
+#endif
+        ++depth_;
+    }
     ~CallDepthGuard() { --depth_; }
     CallDepthGuard(const CallDepthGuard&) = delete;
     CallDepthGuard& operator=(const CallDepthGuard&) = delete;

@@ -12,6 +12,7 @@
 #include "eval/binary_operation.h"
 #include "eval/token_cursor.h"
 #include "value/numbers.h"
+#include "value/stack_end.h"
 #include "value/text.h"
 
 namespace {
@@ -41,6 +42,7 @@ private:
 };
 
 Variable TokenEvaluator::evaluate(int level) {
+    requireHostStack();
     Variable left = evaluateOperand();
     for (;;) {
         if (unwinding()) return {};

@@ -1,6 +1,7 @@
 // The twin of the token-stream evaluator that steps over an expression: the same grammar, the same
 // messages at the same places, but no look-ups, no calls and no arithmetic.
 #include "eval/token_cursor.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -19,6 +20,7 @@ private:
 };
 
 void TokenSkipper::skip(int level) {
+    requireHostStack();
     skipOperand();
     for (;;) {
         const int number = operatorAtLevel(level);

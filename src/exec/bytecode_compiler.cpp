@@ -9,6 +9,7 @@
 #include "exec/bytecode_program.h"
 #include "frontend/line_preparation.h"
 #include "interpreter/dovrel_script.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -44,6 +45,7 @@ private:
 };
 
 std::uint32_t ChunkCompiler::compile(std::size_t firstLine, std::size_t endLine) {
+    requireParsingStack();
     const std::size_t chunk = program_.chunks.size();
     program_.chunks.emplace_back();
     const std::size_t ownInstructions = open_.size();
@@ -154,6 +156,7 @@ std::size_t ChunkCompiler::compileFunction(std::size_t line) {
 }  // namespace
 
 BytecodeProgram DovrelScript::compileToBytecodeInternal(const std::string& source) {
+    const ParsingStack stack;
     BytecodeProgram program;
     if (!baseDirectoryStack.empty()) program.baseDirectory = *baseDirectoryStack.back();
     if (!scriptNameStack.empty()) program.scriptName = *scriptNameStack.back();

@@ -7,6 +7,7 @@
 #include "eval/errors.h"
 #include "exec/function_declaration.h"
 #include "exec/inline_chunks.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ Variable DovrelScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     if (program == nullptr || chunk >= program->chunks.size()) {
         throwPlainError("Invalid bytecode chunk index");
     }
+    requireHostStack();
     ChunkRun run(*this, program, nesting);
     const BytecodeChunkRange range = program->chunks[chunk];
     const LocalScopeGuard scope(*this, range.hasLocalDeclaration || blockScopeVisible());

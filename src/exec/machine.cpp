@@ -540,8 +540,11 @@ Variable Machine::run() {
         at = code->code.data() + at->d();
         DISPATCH();
     JumpBack : {
-#if defined(DOVREL_FUZZ) || defined(DOVREL_INTERRUPTIBLE)
+#ifdef DOVREL_FUZZ
         static_cast<void>(interpreter_.softErrorUnwinding());
+#endif
+#ifdef DOVREL_EMBEDDED
+        watchSteps(*code, at, at->a);
 #endif
         Activation& running = activations_.back();
         if (code->isStale || (code->forTurns && !givesTurns())) {
@@ -876,6 +879,9 @@ Variable Machine::run() {
     // A callee with its arguments in place and nothing to push but its scope.
     enterDirectly : {
         activations_.back().pc = at;
+#ifdef DOVREL_EMBEDDED
+        watchCall(*code, at, *callee);
+#endif
         activations_.reserveOne();
         R = slot + 1;
         Activation& entered = activations_.push();
@@ -901,6 +907,9 @@ Variable Machine::run() {
     }
     enterLeaf : {
         activations_.back().pc = at;
+#ifdef DOVREL_EMBEDDED
+        watchSteps(*code, at, 1);
+#endif
         activations_.reserveOne();
         Activation& entered = activations_.push();
         R = slot + 1;

@@ -57,6 +57,12 @@ public:
     };
     Counts counts;
 
+#ifdef DOVREL_EMBEDDED
+    /// To be called behind a stop, which leaves the loop without a look at where it was: the code
+    /// may go now.
+    void forgetLastToken() noexcept { lastToken_ = nullptr; }
+#endif
+
 private:
     using Op = MachineOp;
     using Tier = MachineTier;
@@ -196,6 +202,21 @@ private:
                (function.scriptName->empty() ||
                 (!names.empty() && names.back() == function.scriptName));
     }
+#ifdef DOVREL_EMBEDDED
+    /// Counts statements that run now, and stops the script at `pc` if it must.
+    void watchSteps(const MachineCode& code, Pc pc, std::size_t statements) {
+        if (interpreter_.watch.isDue(statements + 1)) [[unlikely]]
+            stopIfWanted(code, pc);
+    }
+    /// The same for a call that is about to be made from there.
+    void watchCall(const MachineCode& code, Pc pc, const MachineCode& callee) {
+        watchSteps(code, pc, callee.statements.size());
+        if (interpreter_.watch.isTooDeep(interpreter_.callDepth + 1)) [[unlikely]]
+            stopAt(code, pc, StopReason::Recursion);
+    }
+    void stopIfWanted(const MachineCode& code, Pc pc);
+    [[noreturn]] void stopAt(const MachineCode& code, Pc pc, StopReason reason);
+#endif
     bool tryEnter(Variable* slot, std::size_t count, std::uint8_t marks);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
                std::size_t count, bool isEntry);

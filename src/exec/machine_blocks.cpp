@@ -47,6 +47,7 @@ void MachineCompiler::emitIfGroup(const BytecodeIfGroup& group) {
 void MachineCompiler::emitLoopBody(std::uint32_t chunk, Loop& loop) {
     loop.depth = mode_.depth;
     loop.blocks = openBlocks_;
+    const std::size_t statements = out_.statements.size();
     Loop* const outer = std::exchange(loop_, &loop);
     ++loopNesting_;
     if (makesValue(chunk)) valueIsNil_ = false;
@@ -54,11 +55,12 @@ void MachineCompiler::emitLoopBody(std::uint32_t chunk, Loop& loop) {
     if (makesValue(chunk)) valueIsNil_ = false;
     --loopNesting_;
     loop_ = outer;
+    statementsInLoop_ = out_.statements.size() - statements;
 }
 
 /// At the end of a loop's turn: tokens that have met their places meanwhile are worth code anew.
 void MachineCompiler::emitJumpBack(std::size_t firstRecord) {
-#if defined(DOVREL_FUZZ) || defined(DOVREL_INTERRUPTIBLE)
+#if defined(DOVREL_FUZZ) || defined(DOVREL_EMBEDDED)
     bool anyCold = true;  // whoever may stop a script is asked in each turn of a loop
 #else
     bool anyCold = false;
@@ -67,7 +69,10 @@ void MachineCompiler::emitJumpBack(std::size_t firstRecord) {
         const VariableRecord& record = out_.variables[i];
         anyCold = anyCold || record.hasPlace || record.global == nullptr;
     }
-    emitD(Op::JumpBack, blockState_, static_cast<std::int64_t>(loopCount_++), anyCold ? 0 : 1);
+    const auto statements =
+        static_cast<std::uint16_t>(std::min<std::size_t>(statementsInLoop_, UINT16_MAX));
+    out_.loopStates.push_back(blockState_);
+    emitD(Op::JumpBack, statements, static_cast<std::int64_t>(loopCount_++), anyCold ? 0 : 1);
 }
 
 /// The condition stands behind the body, so that a turn takes one jump.

@@ -55,7 +55,12 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
         const std::size_t usual = next < 3 ? kFirstSegmentSize << (2 * next) : kLastSegmentSize;
         const std::size_t size = std::max(usual, 2 * needed);
         // Scopes and activations take about as much again, and more while their arrays grow.
+#ifdef DOVREL_EMBEDDED
+        // How much of the machine's memory a script may take is the host's to say.
+        if (next >= kMostSegments) endOfStack();
+#else
         if (next >= kMostSegments || !memoryIsLeft(8 * size * sizeof(Variable))) endOfStack();
+#endif
         segments_.push_back({std::make_unique<Variable[]>(size), size});
     }
     Variable* moved = segments_[next].registers.get() + 1;
@@ -82,6 +87,18 @@ void Machine::dropSegment() {
 
 // ---------------------------------------------------------------- calls
 
+#ifdef DOVREL_EMBEDDED
+void Machine::stopIfWanted(const MachineCode& code, Pc pc) {
+    const StopReason reason = interpreter_.watch.reasonToStop();
+    if (reason != StopReason::None) stopAt(code, pc, reason);
+}
+
+void Machine::stopAt(const MachineCode& code, Pc pc, StopReason reason) {
+    showPosition(code, pc);
+    interpreter_.stop(reason);
+}
+#endif
+
 bool Machine::tryEnter(Variable* slot, std::size_t count, std::uint8_t marks) {
     // While a soft error waits for its protected call, the executor says what runs.
     if (interpreter_.softErrorPending) return false;
@@ -94,6 +111,9 @@ bool Machine::tryEnter(Variable* slot, std::size_t count, std::uint8_t marks) {
     if (function == nullptr) return false;
     const MachineCode* code = codeOf(*function, (marks & kAmongBlocks) != 0);
     if (code == nullptr) return false;
+#ifdef DOVREL_EMBEDDED
+    watchCall(*activations_.back().code, activations_.back().pc, *code);
+#endif
     enter(*function, *code, slot, count, false);
     return true;
 }
@@ -518,6 +538,9 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
     Variable* const slot = roomFor(top(), 0, args.size() + 2, newSegment);
     *slot = Variable::makeFunction(callable);
     for (std::size_t i = 0; i < args.size(); ++i) slot[1 + i] = args[i];
+#ifdef DOVREL_EMBEDDED
+    interpreter_.watch.count(code->statements.size());
+#endif
     const std::size_t outer = activations_.size();
     const auto restore = [&] {
         clearArguments(slot, args.size());
@@ -552,6 +575,9 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     if (function->hasFrame) return false;
     const MachineCode* code = codeOf(*function, interpreter_.blockScopeVisible());
     if (code == nullptr) return false;
+#ifdef DOVREL_EMBEDDED
+    interpreter_.watch.count(code->statements.size());
+#endif
     activations_.reserveOne();
     Activation entered;
     entered.code = code;

@@ -101,7 +101,7 @@ enum class MachineOp : std::uint8_t {
     AppendGlobal,  // the same with the global of record a
     // Jumps.
     Jump,
-    JumpBack,     // the end of a turn of loop d: other code may go on
+    JumpBack,     // the end of a turn of loop d, of a statements: other code may go on
     JumpIfFalse,  // unless a holds, as a condition
     JumpIfTrue,
     SkipUnlessTrue,  // "and": a stays and skips if it does not hold, else it goes

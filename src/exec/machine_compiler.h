@@ -258,8 +258,9 @@ private:
     std::uint16_t blockState_ = 0;
     std::size_t nesting_ = 0;
     std::size_t loopNesting_ = 0;
-    mutable std::size_t visits_ = 0;  // of chunks
-    std::size_t loopCount_ = 0;       // in the order of their ends
+    mutable std::size_t visits_ = 0;    // of chunks
+    std::size_t loopCount_ = 0;         // in the order of their ends
+    std::size_t statementsInLoop_ = 0;  // of the one whose body has been emitted last
     Source source_;
     bool endsWithCall_ = false;  // the last value that went by tokens
     bool valueIsNil_ = true;     // the chunk's value is certainly nil

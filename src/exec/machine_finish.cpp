@@ -46,8 +46,6 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
             const auto loop = static_cast<std::size_t>(instruction.d());
             if (result.loopEnds.size() <= loop) result.loopEnds.resize(loop + 1, kNoLoopEnd);
             result.loopEnds[loop] = static_cast<std::uint32_t>(result.code.size());
-            result.loopStates.resize(result.loopEnds.size());
-            result.loopStates[loop] = instruction.a;
         }
         if (!forTurns && isForTurns(instruction)) continue;
         result.code.push_back(instruction);

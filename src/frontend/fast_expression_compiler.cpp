@@ -13,6 +13,7 @@
 #include "frontend/scratch_memory.h"
 #include "frontend/token_analysis.h"
 #include "value/numbers.h"
+#include "value/stack_end.h"
 
 namespace {
 
@@ -109,6 +110,7 @@ private:
 };
 
 int Parser::parseExpression(int level) {
+    requireParsingStack();
     int left = parseOperand();
     for (;;) {
         if (!ok_) return kFailed;

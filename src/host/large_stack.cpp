@@ -66,8 +66,8 @@ double seconds() {
 
 /// A host with little address space to give gets the largest stack that leaves as much for the
 /// values of the script.
-std::size_t largestStack() {
-    std::size_t size = kLargestStack;
+std::size_t largestStack(std::size_t most) {
+    std::size_t size = most;
     rlimit limit{};
     if (getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return size;
     while (size / 2 >= kSmallestStack && size > limit.rlim_cur / 2) size /= 2;
@@ -77,8 +77,8 @@ std::size_t largestStack() {
 /// The mapping, with a guard at its lower end. Pages cost memory only once they are touched.
 class StackMapping {
 public:
-    StackMapping() {
-        for (size_ = largestStack(); size_ >= kSmallestStack; size_ /= 2) {
+    explicit StackMapping(std::size_t most = kLargestStack) {
+        for (size_ = largestStack(most); size_ >= kSmallestStack; size_ /= 2) {
             base_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE,
                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
             if (base_ != MAP_FAILED) break;
@@ -209,9 +209,10 @@ private:
 struct Work {
     StackMapping& stack;
     const std::function<void()>& run;
+    bool growsByFaults;
 
     void operator()() const {
-        if (!hasAtStackEnd()) {
+        if (!growsByFaults) {
             run();
             return;
         }
@@ -270,5 +271,32 @@ bool runOn(const Work& work) {
 
 void runOnLargeStack(const std::function<void()>& work) {
     StackMapping stack;
-    if (!stack.isMapped() || !runOn({stack, work})) work();
+    if (!stack.isMapped() || !runOn({stack, work, hasAtStackEnd()})) work();
 }
+
+class LargeStack::Mapping : public StackMapping {
+public:
+    using StackMapping::StackMapping;
+};
+
+#ifdef DOVREL_ADDRESS_SANITIZER
+// An exception on a larger stack leaves the sanitizer with marks of frames that are gone.
+constexpr std::size_t kMostKept = 56 * kMebibyte;
+#else
+constexpr std::size_t kMostKept = kLargestStack;
+#endif
+
+LargeStack::LargeStack(std::size_t most)
+    : mapping_(std::make_unique<Mapping>(std::min(most, kMostKept))) {}
+
+LargeStack::~LargeStack() = default;
+
+void LargeStack::run(const std::function<void()>& work) {
+    if (!mapping_->isMapped() || !runOn({*mapping_, work, false})) work();
+}
+
+std::uintptr_t LargeStack::lowest() const {
+    return mapping_->isMapped() ? reinterpret_cast<std::uintptr_t>(mapping_->base()) : 0;
+}
+
+std::size_t LargeStack::size() const { return mapping_->isMapped() ? mapping_->size() : 0; }

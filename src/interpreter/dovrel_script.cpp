@@ -34,6 +34,18 @@ DovrelScript::~DovrelScript() {
     }
 }
 
+#ifdef DOVREL_EMBEDDED
+void DovrelScript::stopIfWanted() const {
+    const StopReason reason = watch.reasonToStop();
+    if (reason != StopReason::None) stop(reason);
+}
+
+void DovrelScript::stop(StopReason reason) const {
+    stoppedIn = scriptNameStack.empty() ? std::string() : *scriptNameStack.back();
+    throw ScriptStopped{reason};
+}
+#endif
+
 void DovrelScript::runScript(const std::string& source) {
     // Outside the handler, so that the lines are alive while a report is built.
     std::shared_ptr<BytecodeProgram> program;

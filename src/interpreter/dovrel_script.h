@@ -16,9 +16,6 @@
 #pragma once
 
 #include <chrono>
-#ifdef DOVREL_INTERRUPTIBLE
-#include <csignal>
-#endif
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -38,11 +35,13 @@
 #include "eval/scope.h"
 #include "exec/block_signal.h"
 #include "frontend/parsed_script_line.h"
+#include "interpreter/host_services.h"
 #include "library/builtin_id.h"
 #include "library/random_engine.h"
 #include "library/script_file_cache.h"
 #include "value/arguments.h"
 #include "value/names.h"
+#include "value/run_context.h"
 #include "value/script_callable.h"
 #include "value/table.h"
 #include "value/variable.h"
@@ -56,12 +55,6 @@ class DovrelScript;
 /// A native's body. Natives check their argument count and kinds first and raise the exact text of
 /// their entry.
 using NativeBody = Variable (*)(DovrelScript& interpreter, Arguments args);
-
-#ifdef DOVREL_INTERRUPTIBLE
-/// Ends the running script from outside. No standard exception, so that it passes all handlers, and
-/// no `pcall` catches it.
-struct ScriptInterrupted {};
-#endif
 
 class DovrelScript {
 public:
@@ -140,6 +133,9 @@ public:
     bool leavesProgramsToSystem = false;
     RandomEngine randomEngine;
     std::chrono::steady_clock::time_point startTime;
+
+    /// What a host has set for its scripts; as it stands, they run on their own.
+    HostServices host;
 
     // ------------------------------------------------------------------ value: containers
     /// `container[key]`: a copy of the element, or nil where there is none. Never changes anything.
@@ -358,12 +354,10 @@ public:
     void raiseScriptErrorSoft(std::string message);
     /// A soft error is on its way to its protected call: stop and return nil.
     [[nodiscard]] bool softErrorUnwinding() const {
-#ifdef DOVREL_INTERRUPTIBLE
+#ifdef DOVREL_EMBEDDED
         // Asked in every statement, call and turn of a loop, so nothing runs for ever past it.
-        if (interruptRequested != 0) {
-            interruptRequested = 0;
-            throw ScriptInterrupted{};
-        }
+        if (watch.isDue(1)) [[unlikely]]
+            stopIfWanted();
 #endif
 #ifdef DOVREL_FUZZ
         // Asked in every statement, call and turn of a loop, so nothing runs for ever past it.
@@ -372,10 +366,14 @@ public:
 #endif
         return softErrorPending && callDepth > softErrorDepth;
     }
-#ifdef DOVREL_INTERRUPTIBLE
-    /// Set from outside, by a signal handler for one, to stop the running script by a
-    /// ScriptInterrupted at its next step.
-    static inline volatile std::sig_atomic_t interruptRequested = 0;
+#ifdef DOVREL_EMBEDDED
+    /// Raises ScriptStopped if the running script must stop.
+    void stopIfWanted() const;
+    /// Raises ScriptStopped, and keeps the name of the running script for the report.
+    [[noreturn]] void stop(StopReason reason) const;
+    mutable std::string stoppedIn;
+    /// Of the context that the interpreter was made in.
+    ScriptWatch& watch = RunContext::current().watch;
 #endif
 #ifdef DOVREL_FUZZ
     mutable std::uint64_t statementBudget = std::uint64_t{1} << 16;

@@ -33,7 +33,7 @@ enum class CallEnd : std::uint8_t {
 /// Everything is told on the interpreter's thread, in the order in which it happens; the
 /// interpreter may be looked at, but not changed. What is handed in lives for the duration of the
 /// call only, apart from callables, programs and lines, which live as long as what they stand for
-/// runs. A function that is not marked `noexcept` may throw a ScriptInterrupted to end the run.
+/// runs. A function that is not marked `noexcept` may throw a ScriptStopped to end the run.
 class RunObserver {
 public:
     RunObserver() = default;

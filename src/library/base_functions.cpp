@@ -73,13 +73,17 @@ Variable selectFrom(int index, std::size_t count, ValueAt valueAt) {
 
 }  // namespace
 
-Variable printFunction(DovrelScript&, Arguments args) {
+Variable printFunction(DovrelScript& interpreter, Arguments args) {
     std::string text;
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (i > 0) text += ' ';
         appendVariableStringFast(text, args[i]);
     }
     text += '\n';
+    if (interpreter.host.output) [[unlikely]] {
+        interpreter.host.output(text);
+        return {};
+    }
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
     return {};

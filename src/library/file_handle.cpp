@@ -72,7 +72,14 @@ std::shared_ptr<FileHandle> FileHandle::openPipe(const std::string& command,
     return handle;
 }
 
+std::shared_ptr<FileHandle> FileHandle::openLines(LineSource nextLine) {
+    auto handle = std::make_shared<FileHandle>();
+    handle->lines_ = std::move(nextLine);
+    return handle;
+}
+
 std::optional<std::string> FileHandle::readLine() {
+    if (lines_) return lines_();
     if (pipe_ != nullptr) return readPipeLine();
     if (stream_ == nullptr || !readable_) return std::nullopt;
     std::string line;
@@ -81,6 +88,11 @@ std::optional<std::string> FileHandle::readLine() {
 }
 
 std::optional<std::string> FileHandle::readAll() {
+    if (lines_) {
+        std::string text;
+        while (const std::optional<std::string> line = lines_()) (text += *line) += '\n';
+        return text;
+    }
     if (pipe_ != nullptr) return readPipeToEnd();
     if (stream_ == nullptr || !readable_) return std::nullopt;
     return readStreamToEnd();
@@ -137,4 +149,5 @@ void FileHandle::close() {
         stream_.reset();
     }
     pipe_.reset();
+    lines_ = nullptr;
 }

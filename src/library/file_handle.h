@@ -4,10 +4,14 @@
 
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+
+/// Gives a line without its line feed, or nothing at the end.
+using LineSource = std::function<std::optional<std::string>()>;
 
 class FileHandle {
 public:
@@ -19,6 +23,9 @@ public:
     /// Starts a command; null if that fails. `mode` is what `popen` takes.
     [[nodiscard]] static std::shared_ptr<FileHandle> openPipe(const std::string& command,
                                                               const std::string& mode);
+
+    /// A file to read, whose lines come from `nextLine`.
+    [[nodiscard]] static std::shared_ptr<FileHandle> openLines(LineSource nextLine);
 
     FileHandle() = default;
     ~FileHandle() { close(); }
@@ -55,4 +62,5 @@ private:
     bool writable_ = false;
     // Read only: a command cannot be written to, whatever its mode.
     std::unique_ptr<std::FILE, PipeCloser> pipe_;
+    LineSource lines_;
 };

@@ -53,7 +53,7 @@ struct StackRange {
 
 bool hasHostStackFor(std::size_t count, std::size_t each) {
     if (each == 0 || count < kAlwaysThere / each) return true;
-    static StackRange stack;
+    static thread_local constinit StackRange stack;
     const char here = 0;
     const auto address = reinterpret_cast<std::uintptr_t>(&here);
     if (!stack.contains(address)) stack = findMapping(address);

@@ -68,13 +68,19 @@ std::string modeArgument(Arguments args) {
 
 Variable ioOpenFunction(DovrelScript& interpreter, Arguments args) {
     const std::string& path = pathArgument(args, "io['open'](path[, mode]) requires a path string");
+    const HostServices& host = interpreter.host;
+    if (host.input && path == "/dev/stdin") return fileObject(FileHandle::openLines(host.input));
+    if (!host.mayUseFiles) throwPlainError("io['open']: scripts may not use files here");
     const auto handle = FileHandle::openFile(interpreter.resolvePath(path), modeArgument(args));
     return handle != nullptr ? fileObject(handle) : Variable();
 }
 
-Variable ioPopenFunction(DovrelScript&, Arguments args) {
+Variable ioPopenFunction(DovrelScript& interpreter, Arguments args) {
     const std::string& command =
         pathArgument(args, "io['popen'](path[, mode]) requires a path string");
+    if (!interpreter.host.mayRunCommands) {
+        throwPlainError("io['popen']: scripts may not run commands here");
+    }
     const auto handle = FileHandle::openPipe(command, modeArgument(args));
     return handle != nullptr ? fileObject(handle) : Variable();
 }

@@ -7,6 +7,7 @@
 #include "eval/errors.h"
 #include "library/natives.h"
 #include "library/patterns.h"
+#include "library/text_search.h"
 #include "value/numbers.h"
 #include "value/table.h"
 #include "value/text.h"
@@ -186,7 +187,7 @@ Variable stringFindFunction(DovrelScript&, Arguments args) {
     if (!readStartOffset(args, text.size(), offset)) return Variable();
 
     if (args.size() > 3 && isTruthy(args[3])) {
-        const std::size_t found = text.find(pattern, offset);
+        const std::size_t found = findText(text, pattern, offset);
         if (found == std::string::npos) return Variable();
         return positionsOf({found, found + pattern.size()});
     }

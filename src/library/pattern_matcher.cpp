@@ -4,6 +4,9 @@
 #include <limits>
 #include <utility>
 
+#include "library/text_search.h"
+#include "value/run_context.h"
+
 namespace {
 
 constexpr std::size_t kUnset = PatternMatch::kUnset;
@@ -143,7 +146,7 @@ bool PatternMatcher::search(const PatternProgram& program, std::string_view text
     if (program.isPrefixOnly()) {
         const std::size_t found = mode.onlyHere
                                       ? (text.substr(from).starts_with(prefix) ? from : kUnset)
-                                      : text.find(prefix, from);
+                                      : findText(text, prefix, from);
         if (found == std::string_view::npos) return false;
         match.set(0, {found, found + prefix.size()});
         return true;
@@ -151,7 +154,11 @@ bool PatternMatcher::search(const PatternProgram& program, std::string_view text
     const std::ptrdiff_t steps =
         kStepsForEachSearch + kStepsForEachByte * static_cast<std::ptrdiff_t>(text.size() - from);
     Run run{program, text, from, mode, match.slots(), 2 * match.size(), steps, nullptr};
-    if (memory == nullptr) return searchWays(run);
+    if (memory == nullptr) {
+        const bool found = searchWays(run);
+        countWork(static_cast<std::size_t>(steps - run.steps));
+        return found;
+    }
 
     if (!memory->failed_.empty()) {
         run.failed = memory->failed_.data();
@@ -160,6 +167,7 @@ bool PatternMatcher::search(const PatternProgram& program, std::string_view text
     const bool found = searchWays(run);
     const std::size_t gone = found ? run.slots[1] - from : text.size() - from;
     const auto used = static_cast<std::size_t>(steps - run.steps);
+    countWork(used);
     memory->spent_ += used > gone ? used - gone : 0;
     if (memory->spent_ > memory->patience_ * text.size()) rememberFrom(*memory, run);
     return found;
@@ -193,7 +201,7 @@ bool PatternMatcher::searchWays(Run& run) {
         std::uint16_t state = program.startState(false, false);
         std::size_t position = start;
         if (!prefix.empty()) {
-            start = text.find(prefix, start);
+            start = findText(text, prefix, start);
             if (start == std::string_view::npos) return false;
             state = program.stateBehindPrefix();
             position = start + prefix.size();
@@ -255,6 +263,7 @@ bool PatternMatcher::runAllWays(Run& run, std::size_t start) {
     std::vector<std::size_t> fresh(slotCount, kUnset);
 
     for (std::size_t position = start;; ++position) {
+        countWork(8 * (alive_.states.size() + 1));
         if (alive_.states.empty() && !matched && !run.mode.onlyHere && position != run.from) {
             position = findOneOf(run.text, position, program.firstBytes());
         }

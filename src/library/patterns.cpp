@@ -11,11 +11,9 @@
 #include "eval/errors.h"
 #include "library/host_stack.h"
 #include "library/pattern_graph.h"
+#include "value/run_context.h"
 
 namespace {
-
-/// The one matcher: it only keeps storage between searches, and no search runs inside of another.
-constinit PatternMatcher matcher;
 
 /// The offset behind the number at `position`, or 0 for one with more digits than the standard
 /// library can count in: it reads on without looking, and an overflow there is undefined.
@@ -91,7 +89,48 @@ struct RecentPattern {
     const CompiledPattern* compiled = nullptr;
 };
 constexpr std::size_t kRecentPatterns = 64;
+
+// One matcher: it only keeps storage between searches, and no search runs inside of another. The
+// cache is without a limit: compiling costs far more than a match, and scripts have few patterns.
+#ifdef DOVREL_EMBEDDED
+struct PatternStore : RunContext::Part {
+    PatternMatcher matcher;
+    std::array<RecentPattern, kRecentPatterns> recentPatterns;
+    Cache cache;
+};
+
+[[nodiscard]] PatternStore& store() {
+    std::unique_ptr<RunContext::Part>& part = RunContext::current().patterns;
+    if (part == nullptr) part = std::make_unique<PatternStore>();
+    return static_cast<PatternStore&>(*part);
+}
+
+[[nodiscard]] PatternMatcher& theMatcher() { return store().matcher; }
+[[nodiscard]] RecentPattern& recentPattern(std::size_t index) {
+    return store().recentPatterns[index];
+}
+[[nodiscard]] Cache& theCache() { return store().cache; }
+#else
+constinit PatternMatcher matcher;
 constinit std::array<RecentPattern, kRecentPatterns> recentPatterns;
+
+[[nodiscard]] PatternMatcher& theMatcher() { return matcher; }
+[[nodiscard]] RecentPattern& recentPattern(std::size_t index) { return recentPatterns[index]; }
+[[nodiscard]] Cache& theCache() {
+    static Cache cache;
+    return cache;
+}
+#endif
+
+/// The standard library's matcher may take a time that doubles with each byte, and nobody can stop
+/// it: a script with limits must do without.
+void requireTimeWithoutLimit([[maybe_unused]] const PatternSource& source) {
+#ifdef DOVREL_EMBEDDED
+    const RunContext* const context = RunContext::running();
+    if (context == nullptr || !context->watch.limitsWork()) return;
+    throwPlainError("gsub: pattern '" + source.expression + "' takes a matcher that has no limits");
+#endif
+}
 
 [[nodiscard]] std::size_t recentIndex(std::string_view pattern) {
     if (pattern.empty()) return 0;
@@ -122,13 +161,14 @@ CompiledPattern::CompiledPattern(std::string_view pattern, MatchedBy by) {
         }
     }
     if (program_ != nullptr) return;
+    requireTimeWithoutLimit(source);
     standard_ = compileStandard(source);
     stackForEachByte_ = standardStackForEachByte(source.expression);
 }
 
 bool CompiledPattern::search(std::string_view text, std::size_t from, SearchMode mode,
                              PatternMatch& match, WalkMemory* memory) const {
-    if (program_ != nullptr) return matcher.search(*program_, text, from, mode, match, memory);
+    if (program_ != nullptr) return theMatcher().search(*program_, text, from, mode, match, memory);
     return searchStandard(text, from, mode, match);
 }
 
@@ -156,10 +196,9 @@ bool CompiledPattern::searchStandard(std::string_view text, std::size_t from, Se
 }
 
 const CompiledPattern& compiledPattern(const std::string& pattern) {
-    RecentPattern& recent = recentPatterns[recentIndex(pattern)];
+    RecentPattern& recent = recentPattern(recentIndex(pattern));
     if (recent.text != nullptr && *recent.text == pattern) return *recent.compiled;
-    // Without a limit: compiling costs far more than a match, and scripts have few patterns.
-    static Cache cache;
+    Cache& cache = theCache();
     auto found = cache.find(pattern);
     if (found == cache.end()) {
         // Compiled first, so that a failure leaves no entry behind.

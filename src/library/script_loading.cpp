@@ -117,6 +117,9 @@ Variable loadFileFunction(DovrelScript& interpreter, Arguments args) {
     if (args.empty() || args[0].type != VarType::String) {
         throwPlainError("loadFile(path) requires a script path string");
     }
+    if (!interpreter.host.mayUseFiles) {
+        throwPlainError("loadFile(path): scripts may not use files here");
+    }
     const std::string path = interpreter.resolvePath(args[0].asString());
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) return failure("Failed to open script file: " + path);

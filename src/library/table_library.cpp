@@ -13,6 +13,7 @@
 #include "library/natives.h"
 #include "value/numbers.h"
 #include "value/operators.h"
+#include "value/run_context.h"
 #include "value/text.h"
 
 namespace {
@@ -234,6 +235,7 @@ void sortByDefaultOrder(ArrayStorage& values) {
 
 void sortArray(DovrelScript& interpreter, ArrayStorage& elements, const Variable* comparator) {
     if (elements.size() < 2) return;
+    countWork(32 * elements.size());
     if (comparator == nullptr) {
         sortByDefaultOrder(elements);
         return;
@@ -247,6 +249,7 @@ void sortTable(DovrelScript& interpreter, const Shared<TableStorage>& table,
                const Variable* comparator) {
     const int border = interpreter.numericTableLength(table);
     if (border < 2) return;
+    countWork(64 * static_cast<std::size_t>(border));
     ArrayStorage values;
     values.reserve(static_cast<std::size_t>(border));
     for (int i = 1; i <= border; ++i) values.push_back((*table)[intKeyText(i)]);

@@ -13,6 +13,12 @@ struct SharedCount {
     std::uint32_t count = 1;
 };
 
+#ifdef DOVREL_EMBEDDED
+/// What the block of a `T` has beside the `T`: nothing, but for the containers (value_storage.h).
+template <class T>
+struct BlockFront {};
+#endif
+
 /// Shares a `T`, or is null. `T` may be incomplete where pointers are copied and dropped; it must
 /// be complete where one is made, followed, or dropped for the last time (`destroy`).
 template <class T>
@@ -66,9 +72,26 @@ public:
 
     /// Ends the content of a block whose count has come to 0, and frees it.
     static void destroy(SharedCount* block) noexcept;
+#ifdef DOVREL_EMBEDDED
+    /// The content of the block that has `front`.
+    [[nodiscard]] static T& contentOf(BlockFront<T>& front) noexcept {
+        return static_cast<Block&>(front).value;
+    }
+    /// Frees a block, once its content has nothing to share any more.
+    static void free(BlockFront<T>& front) noexcept {
+        std::unique_ptr<Block>(&static_cast<Block&>(front)).reset();
+    }
+    [[nodiscard]] static BlockFront<T>& frontOf(SharedCount* block) noexcept {
+        return *static_cast<Block*>(block);
+    }
+#endif
 
 private:
+#ifdef DOVREL_EMBEDDED
+    struct Block : SharedCount, BlockFront<T> {
+#else
     struct Block : SharedCount {
+#endif
         template <class... Arguments>
         explicit Block(Arguments&&... arguments) : value(std::forward<Arguments>(arguments)...) {}
         T value;

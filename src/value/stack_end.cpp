@@ -10,6 +10,9 @@ void setAtStackEnd(AtStackEnd handler) noexcept { atStackEnd = handler; }
 
 bool hasAtStackEnd() noexcept { return atStackEnd != nullptr; }
 
-void endOfStack() noexcept {
+void endOfStack() {
     if (atStackEnd != nullptr) atStackEnd();
+#ifdef DOVREL_EMBEDDED
+    if (RunContext::running() != nullptr) throw ScriptStopped{StopReason::Stack};
+#endif
 }

@@ -1,6 +1,11 @@
 // The end of a recursion that has none: a process that has no room for another level, and what it
-// does then. The host decides what that is, since it ends the process.
+// does then. The host decides what that is, since it ends the process. A build that runs inside of
+// other programs must not end theirs: there the recursion looks at the stack and stops the script.
 #pragma once
+
+#include <cstdint>
+
+#include "value/run_context.h"
 
 /// Is called when a recursion is at its end: possibly in a signal handler, on a stack of its own,
 /// so that it may do only what is safe there. Must not return.
@@ -13,5 +18,58 @@ void setAtStackEnd(AtStackEnd handler) noexcept;
 [[nodiscard]] bool hasAtStackEnd() noexcept;
 
 /// Called by whoever finds that a recursion cannot go on. Returns if the host has set nothing; the
-/// caller goes on then, until the system stops it.
-void endOfStack() noexcept;
+/// caller goes on then, until the system stops it. Inside of another program it raises
+/// ScriptStopped.
+void endOfStack();
+
+/// To be asked at each level of a recursion that only the host's stack bounds.
+inline void requireHostStack() {
+#ifdef DOVREL_EMBEDDED
+    const char here = 0;
+    const RunContext* const context = RunContext::running();
+    if (context != nullptr && reinterpret_cast<std::uintptr_t>(&here) < context->stackFloor) {
+        endOfStack();
+    }
+#endif
+}
+
+/// The same in the front end. What it reads is gone through again by others, whose levels take
+/// more: so it gets a smaller share, counted from where it began.
+inline void requireParsingStack() {
+#ifdef DOVREL_EMBEDDED
+    constexpr std::uintptr_t kShare = std::uintptr_t{8} << 20;
+    const char here = 0;
+    const RunContext* const context = RunContext::running();
+    if (context != nullptr && context->parsingStart > kShare &&
+        reinterpret_cast<std::uintptr_t>(&here) < context->parsingStart - kShare) {
+        endOfStack();
+    }
+#endif
+}
+
+/// While it lives, the front end is at work.
+class ParsingStack {
+public:
+#ifdef DOVREL_EMBEDDED
+    ParsingStack() noexcept {
+        const char here = 0;
+        RunContext* const context = RunContext::running();
+        if (context == nullptr) return;
+        before_ = context->parsingStart;
+        context->parsingStart = reinterpret_cast<std::uintptr_t>(&here);
+    }
+    ~ParsingStack() {
+        if (RunContext* const context = RunContext::running()) context->parsingStart = before_;
+    }
+
+private:
+    std::uintptr_t before_ = 0;
+
+public:
+#else
+    ParsingStack() noexcept {}
+    ~ParsingStack() {}
+#endif
+    ParsingStack(const ParsingStack&) = delete;
+    ParsingStack& operator=(const ParsingStack&) = delete;
+};

@@ -6,11 +6,16 @@
 #include <stdexcept>
 
 #include "value/numbers.h"
+#include "value/run_context.h"
 #include "value/text.h"
 
 namespace {
 
+#ifdef DOVREL_EMBEDDED
+constexpr int kReadyTexts = RunContext::kReadyTexts;
+#else
 constexpr int kReadyTexts = 1024;
+#endif
 
 // Room for a sign and the ten digits of the longest int.
 using IntBuffer = std::array<char, 11>;
@@ -23,8 +28,13 @@ std::string_view digitsOf(int number, IntBuffer& buffer) {
 
 /// The text of a number below kReadyTexts. Texts are made when they are first asked for.
 const Text& readyText(int number) {
+#ifdef DOVREL_EMBEDDED
+    // Texts are counted without a lock, so each interpreter has its own.
+    auto& texts = RunContext::current().readyTexts;
+#else
     // Never destroyed, since values may outlive the statics of this file.
     static auto& texts = *new std::array<Text, kReadyTexts>;
+#endif
     Text& text = texts[static_cast<std::size_t>(number)];
     if (text == nullptr) {
         IntBuffer buffer;
@@ -97,8 +107,12 @@ TableStorage::TableStorage(TableStorage&& other) noexcept
 }
 
 std::uint64_t TableStorage::nextGeneration() noexcept {
+#ifdef DOVREL_EMBEDDED
+    return ++RunContext::current().tableGenerations;
+#else
     static std::uint64_t generations = 0;
     return ++generations;
+#endif
 }
 
 void TableStorage::throwKeyNotFound() {

@@ -1,14 +1,76 @@
 #include "value/value_storage.h"
 
 #include <stdexcept>
+#include <type_traits>
 
 #include "value/script_callable.h"
 #include "value/table.h"
 #include "value/variable.h"
 
 template void Shared<TextBlock>::destroy(SharedCount*) noexcept;
+#ifdef DOVREL_EMBEDDED
+namespace {
+
+// So many containers inside of each other are destroyed by recursion.
+constexpr std::size_t kMostNested = 200;
+
+/// Ends the containers that had to wait.
+void freeDying(RunContext& context) noexcept {
+    while (ContainerLink* link = context.dying) {
+        context.dying = link->next;
+        link->next = nullptr;
+        // What tells an array from a table while it waits: it stands in no list.
+        if (link->previous == nullptr) {
+            Shared<ArrayStorage>::free(static_cast<BlockFront<ArrayStorage>&>(*link));
+        } else {
+            link->previous = nullptr;
+            Shared<TableStorage>::free(static_cast<BlockFront<TableStorage>&>(*link));
+        }
+    }
+}
+
+template <class T>
+void destroyContainer(BlockFront<T>& front) noexcept {
+    RunContext& context = RunContext::current();
+    if (context.destroying == kMostNested) {
+        RunContext::remove(front);
+        front.previous = std::is_same_v<T, TableStorage> ? &front : nullptr;
+        front.next = context.dying;
+        context.dying = &front;
+        return;
+    }
+    ++context.destroying;
+    Shared<T>::free(front);
+    if (context.destroying == 1) freeDying(context);
+    --context.destroying;
+}
+
+}  // namespace
+
+template <class T>
+ContainerFront<T>::ContainerFront() noexcept {
+    RunContext::current().add(*this, std::is_same_v<T, TableStorage>);
+}
+template <class T>
+ContainerFront<T>::~ContainerFront() {
+    RunContext::remove(*this);
+}
+template struct ContainerFront<ArrayStorage>;
+template struct ContainerFront<TableStorage>;
+
+// Copies of a value may end anywhere, also one that contains a million others.
+template <>
+void Shared<ArrayStorage>::destroy(SharedCount* block) noexcept {
+    destroyContainer(frontOf(block));
+}
+template <>
+void Shared<TableStorage>::destroy(SharedCount* block) noexcept {
+    destroyContainer(frontOf(block));
+}
+#else
 template void Shared<ArrayStorage>::destroy(SharedCount*) noexcept;
 template void Shared<TableStorage>::destroy(SharedCount*) noexcept;
+#endif
 template void Shared<ScriptCallable>::destroy(SharedCount*) noexcept;
 template void Shared<MultiResult>::destroy(SharedCount*) noexcept;
 

@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "value/run_context.h"
 #include "value/shared.h"
 #include "value/text_block.h"
 
@@ -31,10 +32,32 @@ class TableStorage;
 /// A dense sequence; the language counts its positions from 1.
 using ArrayStorage = std::vector<Variable>;
 
+#ifdef DOVREL_EMBEDDED
+/// A container enters the list of the context that it is made in, and leaves it when it ends.
+template <class T>
+struct ContainerFront : ContainerLink {
+    ContainerFront() noexcept;
+    ~ContainerFront();
+    ContainerFront(const ContainerFront&) = delete;
+    ContainerFront& operator=(const ContainerFront&) = delete;
+};
+template <>
+struct BlockFront<ArrayStorage> : ContainerFront<ArrayStorage> {};
+template <>
+struct BlockFront<TableStorage> : ContainerFront<TableStorage> {};
+#endif
+
 // Dropped in many places, and destroyed in one, where these are complete.
 extern template void Shared<TextBlock>::destroy(SharedCount*) noexcept;
+#ifdef DOVREL_EMBEDDED
+template <>
+void Shared<ArrayStorage>::destroy(SharedCount*) noexcept;
+template <>
+void Shared<TableStorage>::destroy(SharedCount*) noexcept;
+#else
 extern template void Shared<ArrayStorage>::destroy(SharedCount*) noexcept;
 extern template void Shared<TableStorage>::destroy(SharedCount*) noexcept;
+#endif
 extern template void Shared<ScriptCallable>::destroy(SharedCount*) noexcept;
 extern template void Shared<MultiResult>::destroy(SharedCount*) noexcept;
 

@@ -15,6 +15,7 @@ class Enclosing {
 public:
     void enter(const void* container) {
         if (container == remembered_) endOfStack();
+        requireHostStack();
         if (++depth_ < renewal_) return;
         renewal_ = 2 * depth_;
         remembered_ = container;

@@ -153,7 +153,7 @@ void DebugChannel::readRequests(int input) {
     }
     changed_.notify_one();
     // A script that waits for something does not see that the editor has gone.
-    DovrelScript::interruptRequested = 1;
+    RunContext::current().watch.interrupt();
     std::this_thread::sleep_for(kTimeToEnd);
     std::_Exit(1);
 }

@@ -57,14 +57,14 @@ void Debugger::runScript() {
         }
         interpreter_.pushVariable("args", Variable::makeArray(std::move(elements)));
         interpreter_.runScript(text);
-    } catch (const ScriptInterrupted&) {
+    } catch (const ScriptStopped&) {
         status = 1;
     } catch (const std::exception& error) {
         status = 1;
         std::cerr << "dovrel: " << error.what() << std::endl;
     }
     isRunning_ = false;
-    DovrelScript::interruptRequested = 0;
+    RunContext::current().watch.forgetInterruption();
     frames_.clear();
     values_.clear();
     channel_.flushOutput();
@@ -141,7 +141,7 @@ void Debugger::addControls() {
     const auto end = [this](const Json&) {
         isOver_ = true;
         isStopped_ = false;
-        if (isRunning_) DovrelScript::interruptRequested = 1;
+        if (isRunning_) RunContext::current().watch.interrupt();
         return Json::object();
     };
     handlers_["disconnect"] = end;
@@ -220,7 +220,7 @@ bool Debugger::reachesGoal() const {
 void Debugger::statementBegins(const ParsedScriptLine& line) {
     if (isEvaluating_) return;
     if (channel_.hasNews()) takeNews();
-    if (isOver_) throw ScriptInterrupted{};
+    if (isOver_) throw ScriptStopped{};
     Frame& frame = frames_.back();
     frame.line = line.lineNumber + 1;
     std::string problem;
@@ -241,7 +241,7 @@ void Debugger::statementBegins(const ParsedScriptLine& line) {
         stop("step", "", 0);
     }
     isEntry_ = false;
-    if (isOver_) throw ScriptInterrupted{};
+    if (isOver_) throw ScriptStopped{};
 }
 
 bool Debugger::takeBreakpoint(Breakpoint& breakpoint, std::string& problem) {

@@ -120,7 +120,7 @@ Variable Debugger::evaluate(const std::string& expression) {
             throw std::runtime_error("Unexpected trailing token");
         }
         return value;
-    } catch (const ScriptInterrupted&) {
+    } catch (const ScriptStopped&) {
         throw std::runtime_error("the evaluation was interrupted");
     } catch (const std::exception& error) {
         throw std::runtime_error(messageOf(error.what()));

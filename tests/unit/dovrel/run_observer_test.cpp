@@ -162,13 +162,13 @@ TEST(RunObserver, CanEndTheRun) {
     class Stopper : public RunObserver {
     public:
         void statementBegins(const ParsedScriptLine& line) override {
-            if (line.lineNumber == 2) throw ScriptInterrupted{};
+            if (line.lineNumber == 2) throw ScriptStopped{};
         }
     };
     DovrelScript interpreter;
     Stopper stopper;
     interpreter.setObserver(stopper);
-    EXPECT_THROW(interpreter.runScript("a = 1\nwhile true\n a += 1\nend"), ScriptInterrupted);
+    EXPECT_THROW(interpreter.runScript("a = 1\nwhile true\n a += 1\nend"), ScriptStopped);
 }
 
 }  // namespace
