@@ -19,7 +19,8 @@ std::set<std::size_t> linesToStopAt(const std::string& path) {
     try {
         const std::string text = readTextFile(path);
         if (SourceText(text).openString()) return lines;
-        for (const ParsedScriptLine& line : ParsedSource(text).lines()) {
+        const ParsedSource source(text);
+        for (const ParsedScriptLine& line : source.lines()) {
             const bool runs = line.kind != LineKind::Empty && line.kind != LineKind::End &&
                               line.kind != LineKind::Else && line.kind != LineKind::Repeat;
             if (runs) lines.insert(line.lineNumber + 1);
