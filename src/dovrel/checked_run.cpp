@@ -147,7 +147,7 @@ CheckedRun::Found CheckedRun::search(Name name, bool isWritten) const {
 /// The name of the variable that stands at `value`, or "" for none.
 std::string CheckedRun::nameOf(const Variable* value) const {
     const DovrelScript& script = interpreter();
-    for (const ScopeStack* stack : {&script.blockScopes, &script.frameScopes}) {
+    for (const ScopeStack* stack : {&script.blockScopes.all(), &script.frameScopes}) {
         for (std::size_t i = 0; i < stack->size(); ++i) {
             const Scope& scope = (*stack)[i];
             for (std::size_t j = 0; j < scope.size(); ++j) {

@@ -214,6 +214,7 @@ public:
     [[nodiscard]] Scope& back() { return opened().back(); }
     [[nodiscard]] const Scope& fromTop(std::size_t depth) const { return opened().fromTop(depth); }
     [[nodiscard]] const ScopeStack& all() const { return opened(); }
+    [[nodiscard]] ScopeStack& all() { return opened(); }
     Scope& push(std::size_t expectedEntries) { return opened().push(expectedEntries); }
     void pop() { opened().pop(); }
     void popTo(std::size_t count) { opened().popTo(count); }

@@ -234,7 +234,7 @@ std::vector<DebugScope> Debugger::scopesOf(std::size_t index) {
         other = &const_cast<CoroutineState*>(turn_)->flow;
     }
     ScopeStack& frames = other != nullptr ? other->frameScopes : interpreter_.frameScopes;
-    ScopeStack& blocks = other != nullptr ? other->blockScopes : interpreter_.blockScopes;
+    ScopeStack& blocks = other != nullptr ? other->blockScopes : interpreter_.blockScopes.all();
     const std::size_t floor =
         other != nullptr ? other->blockScopeFloor : interpreter_.blockScopeFloor;
     const std::size_t begin = inTurn_ && other == nullptr ? turnBase_ : 0;
