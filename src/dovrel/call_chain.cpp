@@ -185,7 +185,8 @@ std::vector<ScopeEntry> CallChain::variablesOf(std::size_t index) const {
     // What stands below a turn is the main flow, whose scopes the coroutine holds meanwhile.
     const bool isBelowTurn = turn > 0 && index + 1 < turn;
     const ScopeStack& calls = isBelowTurn ? turn_->flow.frameScopes : interpreter_.frameScopes;
-    const ScopeStack& blocks = isBelowTurn ? turn_->flow.blockScopes : interpreter_.blockScopes.all();
+    const ScopeStack& blocks =
+        isBelowTurn ? turn_->flow.blockScopes : interpreter_.blockScopes.all();
     const Frame* next = index + 1 < frames_.size() ? &frames_[index + 1] : nullptr;
     if (next != nullptr && next->isTurn) next = nullptr;
     const auto add = [&](const ScopeStack& scopes, std::size_t first, std::size_t end) {

@@ -259,8 +259,8 @@ Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& 
         }
     }
     if (value == nullptr) {
-        value =
-            searchScopes(blockScopes.all(), blockScopeFloor, blockScopes.size(), SlotKind::Block, token);
+        value = searchScopes(blockScopes.all(), blockScopeFloor, blockScopes.size(),
+                             SlotKind::Block, token);
     }
     if (value == nullptr) {
         value = searchScopes(frameScopes, 0, frameScopes.size(), SlotKind::Frame, token);

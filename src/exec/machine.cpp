@@ -611,11 +611,11 @@ Variable Machine::run() {
     }
 
 // The truth of a test is not kept where it decides at once: the host would write it down first.
-#define JUMP_IF(truth)           \
-    do {                         \
-        if (!(truth)) NEXT();    \
-        at += at->distance();    \
-        DISPATCH();              \
+#define JUMP_IF(truth)        \
+    do {                      \
+        if (!(truth)) NEXT(); \
+        at += at->distance(); \
+        DISPATCH();           \
     } while (false)
 #define JUMP_SLOWLY(sense, distance)  \
     do {                              \
@@ -623,21 +623,20 @@ Variable Machine::run() {
         at += distance;               \
         DISPATCH();                   \
     } while (false)
-#define BRANCH(Kind, op, sense, Prefix)                                                        \
-    Prefix##Kind : {                                                                           \
-        const Variable& left = R[at->a];                                                       \
-        const Variable& right = R[at->b];                                                      \
-        if (areInts(left, right)) JUMP_IF((left.rawInt() op right.rawInt()) == sense);         \
-        if (areFloats(left, right)) {                                                          \
-            JUMP_IF(compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat()) ==       \
-                    sense);                                                                    \
-        }                                                                                      \
-        const int distance = at->distance();                                                   \
-        moved = at;                                                                            \
-        if (!slowCompare(*code, moved, R, NodeKind::Kind, left, right, holds, true)) {         \
-            goto declined;                                                                     \
-        }                                                                                      \
-        JUMP_SLOWLY(sense, distance);                                                          \
+#define BRANCH(Kind, op, sense, Prefix)                                                          \
+    Prefix##Kind : {                                                                             \
+        const Variable& left = R[at->a];                                                         \
+        const Variable& right = R[at->b];                                                        \
+        if (areInts(left, right)) JUMP_IF((left.rawInt() op right.rawInt()) == sense);           \
+        if (areFloats(left, right)) {                                                            \
+            JUMP_IF(compareNumbers(NodeKind::Kind, left.rawFloat(), right.rawFloat()) == sense); \
+        }                                                                                        \
+        const int distance = at->distance();                                                     \
+        moved = at;                                                                              \
+        if (!slowCompare(*code, moved, R, NodeKind::Kind, left, right, holds, true)) {           \
+            goto declined;                                                                       \
+        }                                                                                        \
+        JUMP_SLOWLY(sense, distance);                                                            \
     }
 #define BRANCH_INT(Kind, op, sense, Prefix)                                                      \
     Prefix##Kind##Int : {                                                                        \

@@ -50,9 +50,9 @@ public:
         std::uint64_t compiled = 0;  // functions and programs
         std::uint64_t recompiled = 0;
         std::uint64_t refused = 0;
-        std::uint64_t calls = 0;       // of compiled functions
-        std::uint64_t byExecutor = 0;  // statements that went by the executor
-        std::uint64_t byTiers = 0;     // expressions that went by the tiers
+        std::uint64_t calls = 0;         // of compiled functions
+        std::uint64_t byExecutor = 0;    // statements that went by the executor
+        std::uint64_t byTiers = 0;       // expressions that went by the tiers
         std::uint64_t blocksOpened = 0;  // block scopes that somebody has looked at
     };
     Counts counts;
@@ -84,11 +84,11 @@ private:
         bool isAmongOpen = false;      // all block scopes of those around it are open
         bool amongBlocks = false;      // of a leaf: a block scope is visible
         bool isEntry : 1 = false;      // the loop ends with it
-        bool isProgram : 1 = false;    // no function: it has no frame, and no callee before its base
+        bool isProgram : 1 = false;  // no function: it has no frame, and no callee before its base
         bool hasDirectory : 1 = false;  // what has been pushed
         bool hasName : 1 = false;
         bool hasVarargs : 1 = false;
-        bool hasSegment : 1 = false;  // its registers begin a segment
+        bool hasSegment : 1 = false;                              // its registers begin a segment
         std::shared_ptr<BytecodeProgram> const* owner = nullptr;  // of a program
 
         /// Nothing but a scope has been pushed, and the loop goes on behind it.
@@ -178,9 +178,9 @@ private:
     // Calls. The callee stands in `slot`, its arguments behind it.
     /// The code of a callee, with its arguments behind it, that can be entered without a look at
     /// anything else; null if there is none.
-    [[nodiscard, gnu::always_inline]] const MachineCode* directCode(const Variable& callee, std::size_t count,
-                                                std::uint8_t marks,
-                                                const MachineCode& caller) const {
+    [[nodiscard, gnu::always_inline]] const MachineCode* directCode(
+        const Variable& callee, std::size_t count, std::uint8_t marks,
+        const MachineCode& caller) const {
         if (callee.tag() != Variable::kFunctionTag || needsAttention()) return nullptr;
         const ScriptCallable* callable = callee.rawFunction();
         if (callable == nullptr || callable->directFunction == nullptr) return nullptr;

@@ -395,7 +395,7 @@ struct MachineCode {
     std::vector<Variable> constants;
     std::vector<VariableRecord> variables;
     std::vector<ScopeWindow> windows;
-    std::vector<BlockState> blockStates;  // the first is that without blocks
+    std::vector<BlockState> blockStates;       // the first is that without blocks
     std::vector<MachineStatement> statements;  // by ascending `first`
     std::vector<ExpressionSite> expressions;
     std::vector<MemberSite> members;
@@ -424,10 +424,10 @@ struct MachineCode {
     MachineFunction* function = nullptr;
     const BytecodeProgram* program = nullptr;
     std::uint16_t parameterCount = 0;
-    void* version = nullptr;              // the MachineFunction::Version that it belongs to
-    const MachineCode* other = nullptr;   // the form for turns, and back
-    std::vector<std::uint32_t> toOther;   // index of the same instruction there
-    std::vector<std::uint32_t> loopEnds;  // the JumpBack of each loop; kNoLoopEnd if it has none
+    void* version = nullptr;                // the MachineFunction::Version that it belongs to
+    const MachineCode* other = nullptr;     // the form for turns, and back
+    std::vector<std::uint32_t> toOther;     // index of the same instruction there
+    std::vector<std::uint32_t> loopEnds;    // the JumpBack of each loop; kNoLoopEnd if it has none
     std::vector<std::uint16_t> loopStates;  // the block state there
 
     [[nodiscard]] bool isUsable() const { return !code.empty(); }

@@ -55,7 +55,7 @@ private:
         bool ownsBlock = false;
         std::uint16_t window = 0;
         std::uint16_t stateAround = 0;  // the block state outside of it
-        std::vector<Name> declared;  // so far
+        std::vector<Name> declared;     // so far
     };
     /// A frame scope: the function's, or that of a `for`.
     struct Region {

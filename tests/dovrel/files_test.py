@@ -882,7 +882,7 @@ class Completion(FilesTest):
             "document": (ROOT / "docs/dovrel.md").read_text(),
         }
         commands = dict(self.options())
-        self.assertEqual(len(commands), 8)
+        self.assertEqual(len(commands), 10)
         for where, text in texts.items():
             for command, options in commands.items():
                 with self.subTest(where=where, command=command):

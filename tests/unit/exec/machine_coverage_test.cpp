@@ -84,4 +84,31 @@ TEST(CompiledStatements, OfFunctionsOfOneLineRunAsLeaves) {
     EXPECT_EQ(counts.refused, 0U);
 }
 
+/// How many block scopes are opened by `script`, once all that it calls has been compiled.
+std::uint64_t blocksOpenedBy(const std::string& functions, const std::string& script) {
+    DovrelScript interpreter;
+    interpreter.runScript(functions);
+    for (int i = 0; i < 12; ++i) interpreter.runScript(script);
+    const std::uint64_t before = interpreter.machine->counts.blocksOpened;
+    interpreter.runScript(script);
+    return interpreter.machine->counts.blocksOpened - before;
+}
+
+TEST(BlockScopes, AreNotOpenedWhereNobodyLooks) {
+    const std::string function =
+        "function inner(v)\nlocal d = v + 1\nreturn d\nend\n"
+        "function outer(n)\nlocal s = 0\nlocal i = 0\nwhile i < n\nlocal k = inner(i)\n"
+        "if k > 2\nlocal m = k\ns += m\nend\ni += 1\nend\nreturn s\nend\n";
+    EXPECT_EQ(blocksOpenedBy(function, "r = outer(5)"), 0U);
+}
+
+TEST(BlockScopes, AreOpenedForACalleeThatReadsThem) {
+    const std::string functions =
+        "function reader(v)\nnative w = hidden + v\nreturn w\nend\n"
+        "function outer(n)\nlocal hidden = n\nif n > 0\nlocal other = 1\n"
+        "hidden += reader(other)\nend\nreturn hidden\nend\n";
+    // The two of `outer`, and that of `reader`, since a chunk among blocks has a block of its own.
+    EXPECT_EQ(blocksOpenedBy(functions, "r = outer(5)"), 3U);
+}
+
 }  // namespace
