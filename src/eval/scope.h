@@ -163,8 +163,8 @@ public:
         ++count_;  // last: the stack is as it was if memory runs out
         return scope;
     }
-    /// So many pushes of windows cannot fail.
-    void prepare(std::size_t count) {
+    /// Grows as `count` pushes would, which cannot fail then.
+    [[gnu::always_inline]] void prepare(std::size_t count) {
         while (made_ < count_ + count) grow();
     }
     /// Pushes an empty scope for the caller to open as a window.
@@ -228,8 +228,18 @@ public:
 
     /// Who puts off opening block scopes; it lives as long as these are in use.
     void setSource(BlockScopeSource& source) { source_ = &source; }
+    /// The source has put off opening one more. The stack grows as it would have grown: that
+    /// changes the addresses of scopes, which caches compare.
+    [[gnu::always_inline]] void putOff() {
+        scopes_.prepare(putOff_ + 1);
+        ++putOff_;
+        isPutOff_ = true;
+    }
+    /// So many of those have been opened, or are over.
+    void forget(std::size_t count) { putOff_ -= count; }
+    /// The source has put off something within one of its blocks.
+    void putOffEntry() { isPutOff_ = true; }
     /// The source may have put off something since it has opened its blocks.
-    void putOff() { isPutOff_ = true; }
     [[nodiscard]] bool isPutOff() const { return isPutOff_; }
     /// For the source itself: only those that are open.
     [[nodiscard]] ScopeStack& open() { return scopes_; }
@@ -246,6 +256,7 @@ private:
 
     mutable ScopeStack scopes_;
     mutable bool isPutOff_ = false;
+    std::size_t putOff_ = 0;
     BlockScopeSource* source_ = nullptr;
 };
 

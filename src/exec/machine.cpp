@@ -322,14 +322,20 @@ Variable Machine::run() {
     }
 
     PushBlock:
-    DeclareBlock:
-        activations_.back().blockState = at->b;
         interpreter_.blockScopes.putOff();
+        activations_.back().blockState = at->b;
+        NEXT();
+    DeclareBlock:
+        interpreter_.blockScopes.putOffEntry();
+        activations_.back().blockState = at->b;
         NEXT();
     PopBlock : {
         Activation& running = activations_.back();
-        if (running.openBlocks != 0) [[unlikely]]
-            closeBlocks(running, at->c);
+        if (running.openBlocks != 0) [[unlikely]] {
+            closeBlock(running, at->c);
+        } else {
+            interpreter_.blockScopes.forget(1);
+        }
         running.blockState = at->c;
         if (at->b != 0) clearRegisters(&R[at->a], at->b);
         NEXT();

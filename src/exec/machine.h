@@ -270,15 +270,16 @@ private:
     }
     /// The variables of its blocks go.
     [[gnu::always_inline]] void leaveBlocks(const Activation& running) {
-        if (running.openBlocks != 0) [[unlikely]]
-            interpreter_.blockScopes.open().popTo(running.blocks);
         if (running.blockState == 0) return;
         const BlockState& state = running.code->blockStates[running.blockState];
+        interpreter_.blockScopes.forget(std::size_t{state.level} - running.openBlocks);
+        if (running.openBlocks != 0) [[unlikely]]
+            interpreter_.blockScopes.open().popTo(running.blocks);
         clearRegisters(running.base + state.first, std::size_t{state.end} - state.first);
     }
     static std::uint32_t openBlocksOf(Activation& running, ScopeStack& scopes);
-    /// Those of its blocks that are open, down to those of `state`.
-    void closeBlocks(Activation& running, std::uint16_t state);
+    /// Its innermost block is over, open or not; `state` is the one around it.
+    void closeBlock(Activation& running, std::uint16_t state);
     [[nodiscard]] bool isHiddenInBlocks(Name name);
     void leaveWithSeveral(Variable* returned, std::size_t count);
     void popFrames(const Activation& running);

@@ -249,13 +249,9 @@ void Machine::openBlocks() {
     if (activations_.empty()) return;
     ScopeStack& scopes = interpreter_.blockScopes.open();
     std::size_t outermost = 0;
-    std::size_t toOpen = 0;
-    for (;; ++outermost) {
-        const Activation& running = activations_.around(outermost);
-        toOpen += running.code->blockStates[running.blockState].level;
-        if (running.isAmongOpen || outermost + 1 == activations_.size()) break;
+    while (outermost + 1 < activations_.size() && !activations_.around(outermost).isAmongOpen) {
+        ++outermost;
     }
-    scopes.prepare(toOpen);  // nothing fails behind this
     std::uint32_t opened = 0;
     for (std::size_t distance = outermost + 1; distance-- > 0;) {
         Activation& running = activations_.around(distance);
@@ -264,6 +260,7 @@ void Machine::openBlocks() {
         running.isAmongOpen = true;
         opened += openBlocksOf(running, scopes);
     }
+    interpreter_.blockScopes.forget(opened);
     counts.blocksOpened += opened;
 }
 
@@ -295,10 +292,13 @@ std::uint32_t Machine::openBlocksOf(Activation& running, ScopeStack& scopes) {
     return opened;
 }
 
-void Machine::closeBlocks(Activation& running, std::uint16_t state) {
-    const std::size_t level = running.code->blockStates[state].level;
-    if (running.openBlocks <= level) return;
-    for (; running.openBlocks > level; --running.openBlocks) interpreter_.blockScopes.open().pop();
+void Machine::closeBlock(Activation& running, std::uint16_t state) {
+    if (running.openBlocks <= running.code->blockStates[state].level) {
+        interpreter_.blockScopes.forget(1);
+        return;
+    }
+    interpreter_.blockScopes.open().pop();
+    --running.openBlocks;
     // Those around it are as they were when it was opened.
     running.openState = state;
 }
