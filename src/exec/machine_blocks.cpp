@@ -120,8 +120,6 @@ void MachineCompiler::emitRepeat(const BytecodeRepeatLoop& loop) {
     endBlockStatement();
 }
 
-/// The body may leave the loop variable so that the loop cannot count on, which is reported with
-/// the statement that has run last.
 /// The body of a loop may leave its variable with a value that is no int: by an assignment, or by a
 /// call, since a callee may assign the variables of its callers. Then it is the next count that
 /// fails, and shows the line that was the current one last.

@@ -2,29 +2,17 @@
 """Speaks the Debug Adapter Protocol with `dovrel dap` as an editor does: a session for each
 feature, with the stops and values that the language demands."""
 
-import argparse
 import os
 import sys
 import tempfile
 import time
-import traceback
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
+from named_tests import expect, run_tests, test  # noqa: E402
 from protocol_client import Client, ProtocolError  # noqa: E402
 
 PROGRAM = None
-TESTS = []
-
-
-def test(function):
-    TESTS.append(function)
-    return function
-
-
-def expect(found, wanted, what="the answer"):
-    if found != wanted:
-        raise AssertionError(f"{what}\n  expected: {wanted!r}\n  found:    {found!r}")
 
 
 class Run:
@@ -510,25 +498,10 @@ def ends_with_the_editor():
         client.close(20)
 
 
-def main():
+def use_program(path):
     global PROGRAM
-    parser = argparse.ArgumentParser(description="Tests dovrel dap by a client of the protocol.")
-    parser.add_argument("--program", required=True, help="the dovrel to test")
-    parser.add_argument("names", nargs="*", help="only these tests")
-    arguments = parser.parse_args()
-    PROGRAM = os.path.abspath(arguments.program)
-    chosen = [one for one in TESTS if not arguments.names or one.__name__ in arguments.names]
-    failures = 0
-    for one in chosen:
-        try:
-            one()
-        except (AssertionError, ProtocolError, KeyError, IndexError, TypeError, OSError):
-            failures += 1
-            print(f"FAILED {one.__name__}")
-            traceback.print_exc(limit=-3, file=sys.stdout)
-    print(f"{len(chosen) - failures} of {len(chosen)} sessions passed")
-    return 1 if failures or not chosen else 0
+    PROGRAM = path
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_tests("Tests dovrel dap by a client of the protocol.", use_program))

@@ -5,7 +5,6 @@ Vim and Emacs, and how the extension of VS Code starts dovrel and reads its repo
 An editor whose program is missing is left out, with a message.
 """
 
-import argparse
 import json
 import os
 import re
@@ -13,30 +12,17 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import traceback
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from named_tests import Skipped, expect, run_tests, test  # noqa: E402
 
 PROGRAM = None
 ROOT = Path(__file__).resolve().parent.parent.parent
 EDITORS = ROOT / "editors"
-TESTS = []
 
 BROKEN = "x = lst\nif x then\n    x = 1\nend\n"
 WANTED_PLACES = [(1, 5, "W204"), (2, 6, "E103")]
-
-
-class Skipped(Exception):
-    """An editor that is not here."""
-
-
-def test(function):
-    TESTS.append(function)
-    return function
-
-
-def expect(found, wanted, what="the result"):
-    if found != wanted:
-        raise AssertionError(f"{what}\n  expected: {wanted!r}\n  found:    {found!r}")
 
 
 def require(program):
@@ -384,27 +370,10 @@ def vscode_extension_starts_server_and_debugger():
                ["/no/dovrel lsp cannot be started: gone"])
 
 
-def main():
+def use_program(path):
     global PROGRAM
-    parser = argparse.ArgumentParser(description="Tests the packages for editors.")
-    parser.add_argument("--program", required=True, help="the dovrel that they start")
-    parser.add_argument("names", nargs="*", help="only these tests")
-    arguments = parser.parse_args()
-    PROGRAM = os.path.abspath(arguments.program)
-    chosen = [one for one in TESTS if not arguments.names or one.__name__ in arguments.names]
-    failures = 0
-    for one in chosen:
-        try:
-            one()
-        except Skipped as reason:
-            print(f"left out: {one.__name__}: {reason}")
-        except (AssertionError, OSError, subprocess.SubprocessError, KeyError, IndexError, TypeError):
-            failures += 1
-            print(f"FAILED {one.__name__}")
-            traceback.print_exc(limit=-3, file=sys.stdout)
-    print(f"{failures} of {len(chosen)} tests failed")
-    return 1 if failures or not chosen else 0
+    PROGRAM = path
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_tests("Tests the packages for editors.", use_program))

@@ -5,22 +5,20 @@ feature, with the answers that its rule demands.
 In the scripts below "¦" marks the cursor; it is taken out before the script is sent.
 """
 
-import argparse
 import json
 import os
 import re
 import subprocess
 import sys
 import tempfile
-import traceback
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
+from named_tests import expect, run_tests, test  # noqa: E402
 from protocol_client import Client, ProtocolError  # noqa: E402
 
 PROGRAM = None
 ROOT = Path(__file__).resolve().parent.parent.parent
-TESTS = []
 
 ABILITIES = {
     "textDocument": {
@@ -29,16 +27,6 @@ ABILITIES = {
     },
     "workspace": {"didChangeWatchedFiles": {"dynamicRegistration": True}},
 }
-
-
-def test(function):
-    TESTS.append(function)
-    return function
-
-
-def expect(found, wanted, what="the answer"):
-    if found != wanted:
-        raise AssertionError(f"{what}\n  expected: {wanted!r}\n  found:    {found!r}")
 
 
 def without_cursor(text):
@@ -990,25 +978,10 @@ def odd_texts_do_no_harm():
             session.diagnostics(place)
 
 
-def main():
+def use_program(path):
     global PROGRAM
-    parser = argparse.ArgumentParser(description="Tests dovrel lsp by a client of the protocol.")
-    parser.add_argument("--program", required=True, help="the dovrel to test")
-    parser.add_argument("names", nargs="*", help="only these tests")
-    arguments = parser.parse_args()
-    PROGRAM = os.path.abspath(arguments.program)
-    chosen = [one for one in TESTS if not arguments.names or one.__name__ in arguments.names]
-    failures = 0
-    for one in chosen:
-        try:
-            one()
-        except (AssertionError, ProtocolError, KeyError, IndexError, TypeError, OSError):
-            failures += 1
-            print(f"FAILED {one.__name__}")
-            traceback.print_exc(limit=-3, file=sys.stdout)
-    print(f"{len(chosen) - failures} of {len(chosen)} sessions passed")
-    return 1 if failures or not chosen else 0
+    PROGRAM = path
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_tests("Tests dovrel lsp by a client of the protocol.", use_program))
