@@ -11,7 +11,8 @@ inline const Variable& nilValue() {
 }
 
 /// The element at the 1-based `position`, or the shared nil outside the array.
-inline const Variable& elementOrNil(const ArrayStorage& array, int position) {
+[[gnu::always_inline]] inline const Variable& elementOrNil(const ArrayStorage& array,
+                                                           int position) {
     const auto index = static_cast<std::size_t>(static_cast<std::int64_t>(position) - 1);
     return index < array.size() ? array[index] : nilValue();
 }

@@ -73,9 +73,8 @@ namespace {
 /// An element into a register, which may be that of the container; the container may go.
 [[gnu::always_inline]] inline void takeElement(Variable& target, const Variable& element,
                                                Variable& container, std::uint8_t marks) {
-    Variable copy(element);
+    target.overwrite(element);
     if ((marks & kFirstGoes) != 0) container.overwriteNil();
-    target.overwriteByMove(copy);
 }
 
 }  // namespace
@@ -121,6 +120,8 @@ Variable Machine::run() {
         &&PopBlock,
         &&DeclareBlock,
         &&DeclareFrame,
+        &&DeclareFrameOnce,
+        &&DeclareNative,
         &&Add,
         &&Subtract,
         &&Multiply,
@@ -150,6 +151,7 @@ Variable Machine::run() {
         &&Join,
         &&Append,
         &&AppendGlobal,
+        &&TouchGlobal,
         &&Jump,
         &&JumpBack,
         &&JumpIfFalse,
@@ -273,9 +275,18 @@ Variable Machine::run() {
         R[at->a].overwriteNil();
         NEXT();
 
-    GetVariable:
-        getVariable(*code, *at, R[at->a]);
+    GetVariable : {
+        const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
+        if (const Variable* value = entryOf(record)) {
+            if (at->m != 0 && isSpoiled(*value)) throwBadVariantAccess();
+            R[at->a].overwrite(*value);
+        } else if (isNowhere(record)) {
+            R[at->a].overwriteNil();
+        } else {
+            getVariable(*code, *at, R[at->a]);
+        }
         NEXT();
+    }
     GetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (const Variable* value = globalOf(record)) {
@@ -289,9 +300,15 @@ Variable Machine::run() {
     GetPlace:
         getPlace(*code, *at, R[at->a]);
         NEXT();
-    SetVariable:
-        setVariable(*code, *at, R[at->a]);
+    SetVariable : {
+        const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
+        if (Variable* variable = record.hasPlace ? nullptr : entryOf(record)) {
+            variable->overwriteByMove(R[at->a]);
+        } else {
+            setVariable(*code, *at, R[at->a]);
+        }
         NEXT();
+    }
     SetGlobal : {
         const VariableRecord& record = code->variables[static_cast<std::size_t>(at->d())];
         if (Variable* value = globalOf(record)) {
@@ -342,6 +359,14 @@ Variable Machine::run() {
     }
     DeclareFrame:
         interpreter_.frameScopes.back().declareNext();
+        NEXT();
+    DeclareFrameOnce : {
+        Scope& scope = interpreter_.frameScopes.back();
+        if (scope.size() == static_cast<std::size_t>(at->d())) scope.declareNext();
+        NEXT();
+    }
+    DeclareNative:
+        declareNative(code->variables[static_cast<std::size_t>(at->d())], R[at->a]);
         NEXT();
 
     Add : {
@@ -533,13 +558,21 @@ Variable Machine::run() {
         moved = at;
         if (!join(*code, moved, R[at->a], &R[at->b], at->c)) goto declined;
         NEXT();
-    Append:
+    Append : {
+        if (at->c == 1 && updateNumber(R[at->a], '+', R[at->b])) NEXT();
         moved = at;
         if (!append(*code, moved, R)) goto declined;
         NEXT();
-    AppendGlobal:
+    }
+    AppendGlobal : {
+        Variable* const variable = globalOf(code->variables[at->a]);
+        if (variable != nullptr && at->c == 1 && updateNumber(*variable, '+', R[at->b])) NEXT();
         moved = at;
         if (!appendGlobal(*code, moved, R)) goto declined;
+        NEXT();
+    }
+    TouchGlobal:
+        touchGlobal(code->variables[static_cast<std::size_t>(at->d())]);
         NEXT();
 
     Jump:
@@ -683,6 +716,8 @@ Variable Machine::run() {
             isEqual = left.asText() == right.asText() || left.asString() == right.asString();
             if ((at->m & kTierMask) == 0) declined_ = at;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
+        } else if (isNilValue(left) && isNilValue(right)) {
+            isEqual = true;
         } else if (!(moved = at,
                      slowCompare(*code, moved, R, NodeKind::Equal, left, right, isEqual, false))) {
             goto declined;
@@ -772,7 +807,8 @@ Variable Machine::run() {
         NEXT();
     }
     SetIndexGlobal : {
-        Variable* const base = variableForStore(*code, at->a);
+        Variable* base = globalOf(code->variables[at->a]);
+        if (base == nullptr) base = variableForStore(*code, at->a);
         const Variable& key = R[at->b];
         if (base == nullptr) {
             storeIntoNew(*code, at, at->a, {&key, 1}, R[at->c], true);
@@ -798,7 +834,8 @@ Variable Machine::run() {
         R[at->c].overwriteNil();
         NEXT();
     UpdateIndexGlobal : {
-        Variable* const base = variableForStore(*code, at->a);
+        Variable* base = globalOf(code->variables[at->a]);
+        if (base == nullptr) base = variableForStore(*code, at->a);
         if (base == nullptr) storeIntoNew(*code, at, at->a, {&R[at->b], 1}, R[at->c], false);
         updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
         R[at->b].overwriteNil();
@@ -826,9 +863,14 @@ Variable Machine::run() {
         slot = &R[at->a];
         argumentCount = at->b;
         const MemberSite& site = code->members[at->c];
-        const Variable* base = site.baseIsRegister
-                                   ? &R[site.base]
-                                   : read(const_cast<VariableRecord&>(code->variables[site.base]));
+        const Variable* base = nullptr;
+        if (site.baseIsRegister) {
+            base = &R[site.base];
+        } else {
+            VariableRecord& record = const_cast<VariableRecord&>(code->variables[site.base]);
+            base = globalOf(record);
+            if (base == nullptr) base = read(record);
+        }
         if (base != nullptr && isTableValue(*base)) {
             const Variable* found = base->rawTable().find(code->constants[site.key].asText());
             if (found != nullptr) {
@@ -1232,6 +1274,9 @@ Variable Machine::run() {
         ++counts.byExecutor;
         const StatementEnd end = runStatement(*code, statement);
         if (end == StatementEnd::Unwinds) goto unwind;
+        if (statement.awaited >= 0) {
+            meetPlace(*code, code->variables[static_cast<std::size_t>(statement.awaited)]);
+        }
         if (end == StatementEnd::Leaves) {
             if (code->forTurns) giveTurns(statement.depth + std::size_t{1});
             slot = &R[code->chunkValue];

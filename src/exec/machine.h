@@ -317,6 +317,7 @@ private:
             token.slotDepth = 0;
         }
     }
+    void meetPlace(const MachineCode& code, const VariableRecord& record);
     void getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
@@ -329,6 +330,20 @@ private:
         touchGlobal(record);
         return record.global;
     }
+    /// The entry of a scope of calls that the token's cache leads to at once, or null.
+    [[gnu::always_inline]] Variable* entryOf(const VariableRecord& record) {
+        const TokenAnalysis& token = *record.token;
+        if (token.slotKind != SlotKind::Frame || record.isInLeaf) return nullptr;
+        return interpreter_.cachedVariable(token);
+    }
+    /// The token has found out that there is no such global, and no scope has the name.
+    [[gnu::always_inline]] bool isNowhere(const VariableRecord& record) const {
+        const TokenAnalysis& token = *record.token;
+        return token.slotKind == SlotKind::None && token.globalSlotChecked &&
+               !token.globalSlotFound && record.name->scopeEntries == 0 && !record.isInLeaf &&
+               interpreter_.fastCallable == nullptr;
+    }
+    void declareNative(const VariableRecord& record, Variable& value);
     Variable* variableForStore(const MachineCode& code, std::uint16_t index);
     void storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
                       std::span<const Variable> keys, const Variable& value, bool isPlain);
@@ -347,6 +362,10 @@ private:
     bool truth(const MachineCode& code, Pc& pc, const Variable& value, bool& holds);
     bool join(const MachineCode& code, Pc& pc, Variable& target, Variable* operands,
               std::size_t count);
+    bool addToCopy(const MachineCode& code, Pc& pc, const Variable& variable, Variable* operands,
+                   std::size_t count, Variable& result);
+    void growText(Variable& variable, Variable* operands, std::size_t count);
+    static void clearOperands(const MachineInstruction& at, Variable* operands);
     bool append(const MachineCode& code, Pc& pc, Variable* registers);
     bool appendGlobal(const MachineCode& code, Pc& pc, Variable* registers);
     bool index(const MachineCode& code, Pc& pc, Variable* registers, const Variable& base,

@@ -63,10 +63,12 @@ enum class MachineOp : std::uint8_t {
     // Scopes.
     // Block scopes are opened when somebody looks at them; until then, a number tells which there
     // are.
-    PushBlock,     // goes to block state d, which has another block
-    PopBlock,      // goes to block state c: the b variables from a on go
-    DeclareBlock,  // goes to block state d: the top block's next entry is in its register
-    DeclareFrame,  // the same of the top frame scope
+    PushBlock,         // goes to block state d, which has another block
+    PopBlock,          // goes to block state c: the b variables from a on go
+    DeclareBlock,      // goes to block state d: the top block's next entry is in its register
+    DeclareFrame,      // the same of the top frame scope
+    DeclareFrameOnce,  // the same, if it has d entries: an earlier turn may have done it
+    DeclareNative,     // the variable of record d in the top frame scope = a, which goes
     // Arithmetic: a = b op c, in the order of the node kinds. `m` holds a MachineTier and marks.
     Add,
     Subtract,
@@ -97,8 +99,9 @@ enum class MachineOp : std::uint8_t {
     Not,           // a = not b
     Length,        // a = # b
     Join,          // a = b + (b + 1) + ... of c operands, which go
-    Append,        // a = a + b + (b + 1) + ... of c operands, which go
+    Append,        // a = a + b + (b + 1) + ... of c operands; they go if there are several
     AppendGlobal,  // the same with the global of record a
+    TouchGlobal,   // the global of record d has been read
     // Jumps.
     Jump,
     JumpBack,     // the end of a turn of loop d, of a statements: other code may go on
@@ -294,9 +297,10 @@ struct MachineStatement {
     std::size_t lineNumber = 0;  // of that line
     const std::string* source = nullptr;
     std::uint32_t instruction = 0;  // of the program, for RunStatement
-    bool runsCode = false;          // it may run script code, so it begins with Line
-    bool isRecursive = false;       // in a recursive run, not in an inline one
-    std::uint16_t depth = 0;        // statements of recursive runs that end with it, if it leaves
+    std::int32_t awaited = -1;  // the record whose token must meet its place for code of its own
+    bool runsCode = false;      // it may run script code, so it begins with Line
+    bool isRecursive = false;   // in a recursive run, not in an inline one
+    std::uint16_t depth = 0;    // statements of recursive runs that end with it, if it leaves
 };
 
 /// The code of an expression without calls, or the scalar form of one with calls: where it goes on

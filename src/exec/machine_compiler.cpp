@@ -351,6 +351,7 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
         const std::uint16_t blockState = blockState_;
         const std::uint32_t statement = beginStatement(index, lineRunsCode(opcode, *line));
         out_.statements[statement].instruction = position;
+        awaited_ = -1;
         const bool isCompiled = emitPlainLine(opcode, *line);
         top_ = mark;
         if (isCompiled) {
@@ -368,6 +369,7 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
         valueIsNil_ = wasNil;
     }
     runByExecutor(index, position);
+    out_.statements.back().awaited = std::exchange(awaited_, -1);
     noteExecutorDeclarations(*line);
     if (opcode == BytecodeOp::FastAssign) valueIsNil_ = true;
     endStatement();
@@ -422,6 +424,17 @@ void MachineCompiler::storeDeclared(const ParsedScriptLine& line, std::size_t to
     if (fresh) emitDeclared(line, token);
 }
 
+/// A declaration whose place in the scope shows when it runs.
+void MachineCompiler::emitDeclareNative(const ParsedScriptLine& line, std::size_t token,
+                                        std::uint16_t value) {
+    VariableRecord record;
+    record.token = &line.tokenAnalysis[token];
+    record.name = record.token->name;
+    if (record.name == nullptr) ok_ = false;
+    out_.variables.push_back(record);
+    emitD(Op::DeclareNative, value, number(out_.variables.size() - 1));
+}
+
 bool MachineCompiler::emitBareDeclaration(const ParsedScriptLine& line) {
     const std::size_t token = line.assignment->targets[0].nameToken;
     if (line.assignmentScope != ScopeTarget::Local || !canDeclare(line, token)) return false;
@@ -439,7 +452,14 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
     const ParsedAssignment& assignment = *line.assignment;
     const std::size_t token = assignment.targets[0].nameToken;
     const bool declares = line.assignmentScope != ScopeTarget::Default;
-    if (declares && !canDeclare(line, token)) return false;
+    const bool hasPlace = declares && canDeclare(line, token);
+    if (declares && !hasPlace &&
+        (line.assignmentScope == ScopeTarget::Local || !isDeclaredByName(line, token))) {
+        return false;
+    }
+    // In a loop, the value may read what the turn before has left in that place.
+    const bool isNew =
+        hasPlace && (line.assignmentScope == ScopeTarget::Local || !regions_.back().isLoop);
     const FastExpression& value = assignment.values[0];
 
     // Where the result may be written at once: one instruction does it, when all operands are read.
@@ -487,7 +507,7 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
                         endSite(site, behind);
                         if (sameGlobal) {
                             // Both tokens have met the variable.
-                            emitD(Op::AppendGlobal, 0, read.record, 1);
+                            emitD(Op::TouchGlobal, 0, read.record);
                         }
                         source_ = outer;
                         return true;
@@ -508,14 +528,16 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
         emitDirectCall(line, assignment.simpleCall, target);
         emitABC(Op::CutMulti, target, 0, 0);
     } else if (value.valid) {
-        if (direct && (declares || isSafe(value))) target = *direct;
+        if (direct && (isNew || isSafe(value))) target = *direct;
         emitValue(line, value, target, true);
         if (value.isCall()) emitABC(Op::CutMulti, target, 0, 0);
     } else if (!emitTokenValue(line, assignment.valueRanges[0], target)) {
         return false;
     }
     if (!ok_) return true;
-    if (declares) {
+    if (declares && !hasPlace) {
+        emitDeclareNative(line, token, target);
+    } else if (declares) {
         const auto fresh = freshPlace(line, token);
         if (fresh && target == *fresh) {
             emitDeclared(line, token);
@@ -556,7 +578,7 @@ bool MachineCompiler::emitCompound(const ParsedScriptLine& line) {
         emitUpdate(line, operand, OperandOrigin::Unknown);
     } else if (repeatsVisibly(value, value.root)) {
         return false;
-    } else if (declinesAtOnce(value, line)) {
+    } else if (startsWithText(value) || declinesAtOnce(value, line)) {
         emitValue(line, value, operand, true);
         emitUpdate(line, operand, OperandOrigin::General);
     } else {
@@ -643,12 +665,14 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
             const Resolution base = resolve(line, target.nameToken);
             if (!base.isRegister && (out_.variables[base.record].global == nullptr ||
                                      out_.variables[base.record].hasPlace)) {
+                awaited_ = base.record;
                 return false;
             }
         }
     }
     if (anyIndexed && tracksValue_) return false;
     const std::size_t values = assignment.valueRanges.size();
+    bool byName = false;
     if (line.assignmentScope != ScopeTarget::Default) {
         // The names must come in the order of their places.
         const Chunk& chunk = chunks_.back();
@@ -664,12 +688,12 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
                 const auto& names = out_.windows[chunk.window].names;
                 if (next >= names.size() || names[next] != name) return false;
             } else {
-                if (region == nullptr || region->isLoop || region->chunkLevel != chunks_.size() ||
-                    !contains(region->later, name)) {
-                    return false;
+                if (isDeclaredByName(line, target.nameToken)) {
+                    byName = true;
+                    continue;
                 }
                 const auto& names = out_.windows[region->window].names;
-                if (next >= names.size() || names[next] != name) return false;
+                if (byName || next >= names.size() || names[next] != name) return false;
             }
             ++next;
         }
@@ -719,6 +743,8 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
             emitABC(base.isRegister ? Op::SetIndex : Op::SetIndexGlobal,
                     base.isRegister ? base.reg : base.record, keys[i], value.reg,
                     static_cast<std::uint8_t>(kFirstGoes | kSecondGoes));
+        } else if (byName && !declaredPlace(line, target.nameToken)) {
+            emitDeclareNative(line, target.nameToken, value.reg);
         } else if (line.assignmentScope != ScopeTarget::Default) {
             storeDeclared(line, target.nameToken, value);
         } else {

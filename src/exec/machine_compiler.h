@@ -144,6 +144,7 @@ private:
     void emitUpdate(const ParsedScriptLine& line, std::uint16_t operand, OperandOrigin origin);
     bool emitElementAssignment(const ParsedScriptLine& line);
     bool emitParallel(const ParsedScriptLine& line);
+    void emitDeclareNative(const ParsedScriptLine& line, std::size_t token, std::uint16_t value);
     bool emitBareDeclaration(const ParsedScriptLine& line);
     bool emitExpressionStatement(const ParsedScriptLine& line);
     bool emitReturn(const ParsedScriptLine& line);
@@ -173,6 +174,7 @@ private:
     std::optional<std::uint16_t> declaredPlace(const ParsedScriptLine& line,
                                                std::size_t token) const;
     void emitDeclared(const ParsedScriptLine& line, std::size_t token);
+    bool isDeclaredByName(const ParsedScriptLine& line, std::size_t token) const;
     bool canDeclare(const ParsedScriptLine& line, std::size_t token) const;
     void storeDeclared(const ParsedScriptLine& line, std::size_t token, Place value);
 
@@ -227,6 +229,7 @@ private:
     bool repeatsVisibly(const FastExpression& expression, int index) const;
     bool isConcatOfRepeats(int index) const;
     bool declinesAtOnce(const FastExpression& expression, const ParsedScriptLine& line) const;
+    static bool startsWithText(const FastExpression& expression);
     bool canRaise(int index) const;
     const ScriptCallable* expectedCallee(const ParsedScriptLine& line,
                                          const FastExpression& expression, int callee) const;
@@ -263,9 +266,11 @@ private:
     std::size_t statementsInLoop_ = 0;  // of the one whose body has been emitted last
     Source source_;
     bool endsWithCall_ = false;  // the last value that went by tokens
-    bool valueIsNil_ = true;     // the chunk's value is certainly nil
-    bool tracksValue_ = false;   // somebody may see the chunk's value
-    bool keepsLines_ = false;    // every statement makes its line the current one
-    bool isLeaf_ = false;        // a function of one line
-    bool isTail_ = false;        // the statement may be the last one that runs
+    // The record whose token an assignment waits for that the executor runs meanwhile.
+    std::int32_t awaited_ = -1;
+    bool valueIsNil_ = true;    // the chunk's value is certainly nil
+    bool tracksValue_ = false;  // somebody may see the chunk's value
+    bool keepsLines_ = false;   // every statement makes its line the current one
+    bool isLeaf_ = false;       // a function of one line
+    bool isTail_ = false;       // the statement may be the last one that runs
 };

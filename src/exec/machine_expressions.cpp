@@ -123,6 +123,15 @@ bool MachineCompiler::declinesAtOnce(const FastExpression& expression,
     return callee->fastBodyKind == FastBodyKind::None;
 }
 
+/// The first that the scalar tier meets is a text, which it declines.
+bool MachineCompiler::startsWithText(const FastExpression& expression) {
+    const FastExprNode* at = &expression.rootNode();
+    while (at->kind >= NodeKind::Add && at->kind <= NodeKind::Or) {
+        at = &expression.nodes[static_cast<std::size_t>(at->left)];
+    }
+    return at->kind == NodeKind::StringLiteral;
+}
+
 /// Evaluating the node may raise.
 bool MachineCompiler::canRaise(int index) const {
     const NodeKind kind = node(index).kind;
@@ -190,6 +199,10 @@ void MachineCompiler::emitValue(const ParsedScriptLine& line, const FastExpressi
     } else if (repeatsVisibly(expression, expression.root)) {
         // An assigned value skips the concat form that comes first elsewhere.
         emitTreeValue(line, expression, isAssigned ? expression.root : -1, false, target);
+    } else if (startsWithText(expression)) {
+        // Nothing has been done when the scalar tier declines.
+        source_.tier = Tier::General;
+        emitTo(expression.root, target);
     } else if (declinesAtOnce(expression, line)) {
         const std::uint32_t site = beginSite(target, false);
         if (isAssigned) out_.expressions[site].node = expression.root;
@@ -543,10 +556,18 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
     const bool appends = appendRegister.has_value() || appendRecord.has_value();
     const bool startsWithText = node(operands[0]).kind == NodeKind::StringLiteral ||
                                 node(operands[1]).kind == NodeKind::StringLiteral;
-    if (operands.size() < 3 && !appends) return false;
+    if (operands.size() < 3 && !appends && !startsWithText) return false;
     if (appends) {
         for (std::size_t i = 1; i < operands.size(); ++i) {
             if (canRaise(operands[i])) return false;
+        }
+        if (operands.size() == 2) {
+            const Place operand = emitAny(operands[1]);
+            noteEnd(index);
+            emitABC(appendRegister ? Op::Append : Op::AppendGlobal,
+                    appendRegister ? *appendRegister : *appendRecord, operand.reg, 1,
+                    static_cast<std::uint8_t>(tierBits() | goes(operand, kSecondGoes)));
+            return true;
         }
     } else {
         bool isPlain = true;

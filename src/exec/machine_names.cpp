@@ -102,6 +102,14 @@ std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
     return names;
 }
 
+/// The top frame scope may have the name already, or not, wherever the declaration of `token` runs;
+/// no other declaration of its chunk counts on a certain place for it.
+bool MachineCompiler::isDeclaredByName(const ParsedScriptLine& line, std::size_t token) const {
+    const Name name = line.tokenAnalysis[token].name;
+    return regions_.empty() || regions_.back().chunkLevel != chunks_.size() ||
+           !contains(regions_.back().later, name);
+}
+
 /// The natives that go to the frame scope of a region. Those of its own chunk that come before any
 /// in a nested block have a certain place.
 void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeWindow& window,
@@ -111,7 +119,9 @@ void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeW
         if (token >= line.tokenAnalysis.size()) return;
         const Name name = line.tokenAnalysis[token].name;
         if (name == nullptr || contains(region.declared, name)) return;
-        if (!isTop) anyNested = true;
+        // A compound assignment may fail before it declares.
+        const bool isPlain = line.assignment == nullptr || line.assignment->isPlain;
+        if (!isTop || !isPlain) anyNested = true;
         if (contains(region.uncertain, name)) return;
         if (!isTop && contains(region.later, name)) return;
         if (contains(region.later, name)) return;
@@ -205,7 +215,7 @@ std::optional<std::uint16_t> MachineCompiler::freshPlace(const ParsedScriptLine&
         }
         const ScopeWindow& window = out_.windows[region.window];
         const std::size_t next = region.declared.size();
-        if (region.isLoop || window.names[next] != name) return std::nullopt;
+        if (window.names[next] != name) return std::nullopt;
         return static_cast<std::uint16_t>(window.first + next);
     }
     return std::nullopt;
@@ -238,8 +248,12 @@ void MachineCompiler::emitDeclared(const ParsedScriptLine& line, std::size_t tok
     if (line.assignmentScope == ScopeTarget::Local) {
         declareInBlock(name);
     } else {
-        emit(Op::DeclareFrame);
         Region& region = regions_.back();
+        if (region.isLoop) {
+            emitD(Op::DeclareFrameOnce, 0, static_cast<std::int64_t>(region.declared.size()));
+        } else {
+            emit(Op::DeclareFrame);
+        }
         region.declared.push_back(name);
         region.later.erase(std::find(region.later.begin(), region.later.end(), name));
     }
@@ -294,8 +308,7 @@ void MachineCompiler::noteExecutorDeclarations(const ParsedScriptLine& line) {
             declareInBlock(name);
         } else if (scope == ScopeTarget::Native && !regions_.empty()) {
             Region& region = regions_.back();
-            if (region.chunkLevel == chunks_.size() && contains(region.later, name) &&
-                !region.isLoop) {
+            if (region.chunkLevel == chunks_.size() && contains(region.later, name)) {
                 region.declared.push_back(name);
                 region.later.erase(std::find(region.later.begin(), region.later.end(), name));
             }

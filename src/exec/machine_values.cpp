@@ -2,8 +2,11 @@
 // values than two numbers of a kind, elements.
 #include "exec/machine_values.h"
 
+#include <array>
+#include <charconv>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "eval/binary_operation.h"
@@ -35,6 +38,34 @@ int operatorNumber(NodeKind kind) {
         case NodeKind::Modulo: return kModulo;
         default: return kPower;
     }
+}
+
+/// The texts of the values one behind the other.
+std::string joinedTexts(const Variable* values, std::size_t count) {
+    constexpr std::size_t kMost = 8;
+    constexpr std::size_t kDigits = 11;  // a sign and the ten digits of the longest int
+    std::array<std::string_view, kMost> pieces;
+    std::array<std::array<char, kDigits>, kMost> digits;
+    std::string text;
+    std::size_t size = 0;
+    std::size_t known = 0;
+    for (; known < count && known < kMost; ++known) {
+        const Variable& value = values[known];
+        if (isTextValue(value)) {
+            pieces[known] = value.asString();
+        } else if (isIntValue(value)) {
+            auto& room = digits[known];
+            const auto end = std::to_chars(room.begin(), room.end(), value.rawInt());
+            pieces[known] = {room.data(), static_cast<std::size_t>(end.ptr - room.data())};
+        } else {
+            break;
+        }
+        size += pieces[known].size();
+    }
+    text.reserve(size);
+    for (std::size_t i = 0; i < known; ++i) text += pieces[i];
+    for (std::size_t i = known; i < count; ++i) appendVariableStringFast(text, values[i]);
+    return text;
 }
 
 /// Both tiers come to the same on two scalars.
@@ -105,6 +136,18 @@ void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instructio
     const_cast<MachineCode&>(code).isStale = true;
 }
 
+/// The code is to be made anew if the token leads to the record's place, or to a global, by now.
+void Machine::meetPlace(const MachineCode& code, const VariableRecord& record) {
+    const TokenAnalysis& token = *record.token;
+    const bool isMet =
+        record.hasPlace
+            ? token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
+                  token.slotIndex == record.entry
+            : token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
+                  token.globalValue != nullptr && interpreter_.isInNoScope(record.name);
+    if (isMet) const_cast<MachineCode&>(code).isStale = true;
+}
+
 void Machine::getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target) {
     auto& record = const_cast<VariableRecord&>(code.variables[static_cast<std::size_t>(at.d())]);
     const LeafGuard leaf(*this, record.isInLeaf);
@@ -154,16 +197,18 @@ void Machine::setVariable(const MachineCode& code, const MachineInstruction& at,
     }
     value.setNil();
     if (record.hasPlace) {
-        if (token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
-            token.slotIndex == record.entry) {
-            const_cast<MachineCode&>(code).isStale = true;
-        }
+        meetPlace(code, record);
         return;
     }
     static_cast<void>(record.name->globalSlot == kNoGlobalSlot
                           ? interpreter_.resolveVariablePtr(record.name)
                           : nullptr);
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::SetGlobal);
+}
+
+void Machine::declareNative(const VariableRecord& record, Variable& value) {
+    interpreter_.assignVariable(record.name, value, ScopeTarget::Native);
+    value.setNil();
 }
 
 /// The variable whose elements a statement writes; null if there is none.
@@ -173,10 +218,7 @@ Variable* Machine::variableForStore(const MachineCode& code, std::uint16_t index
     const TokenAnalysis& token = *record.token;
     Variable* variable = interpreter_.variableForWriting(token);
     if (record.hasPlace) {
-        if (token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
-            token.slotIndex == record.entry) {
-            const_cast<MachineCode&>(code).isStale = true;
-        }
+        meetPlace(code, record);
     } else if (record.global == nullptr && interpreter_.isInNoScope(record.name) &&
                token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
                variable == token.globalValue) {
@@ -369,6 +411,19 @@ bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Vari
         truth = compareNumbers(kind, left.asFloat(), right.asFloat());
         return true;
     }
+    const auto tier = static_cast<Tier>(pc->m & kTierMask);
+    if (tier == Tier::Either || tier == Tier::Scalar) {
+        // Both tiers come to the same on two scalars.
+        const FastScalarValue a = soundScalar(left);
+        const FastScalarValue b = soundScalar(right);
+        if (a.isSet() && b.isSet()) {
+            const FastScalarValue result = scalarComparisonOn(kind, a, b);
+            if (result.isSet()) {
+                truth = result.truth();
+                return true;
+            }
+        }
+    }
     Variable result;
     if (!binary(code, pc, kind, result, left, right)) return false;
     truth = result.asBool();
@@ -499,11 +554,7 @@ bool Machine::join(const MachineCode& code, Pc& pc, Variable& target, Variable* 
             }
             declined_ = pc;
         }
-        std::string text;
-        std::size_t size = 0;
-        for (std::size_t i = 0; i < count; ++i) size += estimateVariableStringSize(operands[i]);
-        text.reserve(size);
-        for (std::size_t i = 0; i < count; ++i) appendVariableStringFast(text, operands[i]);
+        std::string text = joinedTexts(operands, count);
         clear();
         target = Variable(std::move(text));
         return true;
@@ -520,63 +571,70 @@ bool Machine::join(const MachineCode& code, Pc& pc, Variable& target, Variable* 
     return true;
 }
 
-bool Machine::append(const MachineCode& code, Pc& pc, Variable* registers) {
-    Variable& variable = registers[pc->a];
-    Variable* operands = registers + pc->b;
-    const std::size_t count = pc->c;
-    if (isTextValue(variable)) {
-        for (std::size_t i = 0; i < count; ++i) {
-            static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
-            operands[i].setNil();
-        }
-        declined_ = nullptr;
-        return true;
+/// `variable + operand + ...` in `result`.
+bool Machine::addToCopy(const MachineCode& code, Pc& pc, const Variable& variable,
+                        Variable* operands, std::size_t count, Variable& result) {
+    if (count == 1 && !isTextValue(operands[0])) {
+        return binary(code, pc, NodeKind::Add, result, variable, operands[0]);
     }
     std::vector<Variable> all;
+    all.reserve(count + 1);
     all.push_back(variable);
+    all.insert(all.end(), operands, operands + count);
+    return join(code, pc, result, all.data(), all.size());
+}
+
+/// The text of `variable` grows by the operands.
+void Machine::growText(Variable& variable, Variable* operands, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        all.push_back(std::move(operands[i]));
-        operands[i].setNil();
+        static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
     }
-    Variable result;
-    if (!join(code, pc, result, all.data(), all.size())) return false;
-    variable = std::move(result);
+    declined_ = nullptr;
+}
+
+bool Machine::append(const MachineCode& code, Pc& pc, Variable* registers) {
+    const MachineInstruction at = *pc;
+    Variable& variable = registers[at.a];
+    Variable* const operands = registers + at.b;
+    if (isTextValue(variable)) {
+        growText(variable, operands, at.c);
+    } else {
+        Variable result;
+        if (!addToCopy(code, pc, variable, operands, at.c, result)) return false;
+        variable = std::move(result);
+    }
+    clearOperands(at, operands);
     return true;
 }
 
 bool Machine::appendGlobal(const MachineCode& code, Pc& pc, Variable* registers) {
-    if (pc->m == 1) {  // the read of the variable, by a token of its own
-        touchGlobal(code.variables[static_cast<std::size_t>(pc->d())]);
-        return true;
-    }
     const Pc before = pc;
-    Variable* operands = registers + pc->b;
-    const std::size_t count = pc->c;
-    Variable& variable = *variableForStore(code, pc->a);  // known, and globals stay
+    const MachineInstruction at = *pc;
+    Variable* const operands = registers + at.b;
+    Variable& variable = *variableForStore(code, at.a);  // known, and globals stay
     if (isTextValue(variable)) {
-        for (std::size_t i = 0; i < count; ++i) {
-            static_cast<void>(tryApplyOperationInPlace(variable, '+', operands[i]));
-            operands[i].setNil();
-        }
-        declined_ = nullptr;
+        growText(variable, operands, at.c);
+        clearOperands(at, operands);
         return true;
-    }
-    std::vector<Variable> all;
-    all.push_back(variable);
-    for (std::size_t i = 0; i < count; ++i) {
-        all.push_back(std::move(operands[i]));
-        operands[i].setNil();
     }
     Variable result;
-    const bool isJoined = join(code, pc, result, all.data(), all.size());
-    if (!isJoined) {
+    const bool isJoined = addToCopy(code, pc, variable, operands, at.c, result);
+    if (isJoined) {
+        clearOperands(at, operands);
+    } else {
         // The tiers have put it into the register of the site.
         const ExpressionSite* site = siteAt(code, before, false);
         result = std::move(registers[site->result]);
         registers[site->result].setNil();
     }
-    *variableForStore(code, before->a) = std::move(result);
+    *variableForStore(code, at.a) = std::move(result);
     return isJoined;
+}
+
+/// Several operands stand in registers of their own; a single one may be a variable.
+void Machine::clearOperands(const MachineInstruction& at, Variable* operands) {
+    if (at.c == 1 && (at.m & kSecondGoes) == 0) return;
+    for (std::size_t i = 0; i < at.c; ++i) operands[i].setNil();
 }
 
 // ---------------------------------------------------------------- elements

@@ -4,6 +4,9 @@
 #include "value/arithmetic.h"
 #include "value/variable.h"
 
+[[gnu::always_inline]] inline bool isNilValue(const Variable& value) {
+    return value.tag() == Variable::kNilTag;
+}
 [[gnu::always_inline]] inline bool isIntValue(const Variable& value) {
     return value.tag() == Variable::kIntTag;
 }

@@ -23,6 +23,12 @@ const std::vector<std::string> kBodies = {
     "local x\nlocal y = x\n",
     "native x = n\nx = x * 2 - n / 2\n",
     "g = g + n; g += 1; g -= 1\n",
+    "native i = 0\nwhile i < 3\nnative k = i * 2\nnative v, w = k, i\ni = k + 1\nk = v\nend\n"
+    "native z = k\n",
+    "for i = 1, 3\nnative k = i\nnative v, w = k, i\nif k > 1\nnative u = v\nv = u + k\nend\nend\n",
+    "for i = 1, 2\na[1], a[n] = a[n], a[1]\nend\n",
+    "native list = [1, 2]\nfor i = 1, 2\nlist[1], list[i] = list[i], list[1]\nend\n",
+    "local x = \"n\" + toString(n)\nx = s + n + \"!\"\ng = g + n\ng = g + n + n\n",
     "local x = s + \"more\" + n\nx += \"!\"\ns = s + \"\"\n",
     "local x = not flag and n > 2 or n == 1\nif x\ng = 1\nelseif flag\ng = 2\nelse\ng = 3\nend\n",
     "local i = 0\nwhile i < 3\nlocal k = i\ni = k + 1\nif i == 2\nbreak\nend\nend\n",
