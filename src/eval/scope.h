@@ -101,7 +101,7 @@ public:
     [[gnu::always_inline]] void clear() {
         for (std::uint32_t i = 0; i < count_; ++i) {
             --names_[i]->scopeEntries;
-            values_[i].setNil();
+            values_[i].overwriteNil();
         }
         count_ = 0;
     }

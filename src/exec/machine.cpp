@@ -77,6 +77,12 @@ namespace {
     if ((marks & kFirstGoes) != 0) container.overwriteNil();
 }
 
+[[gnu::always_inline]] inline bool isPcall(const Variable& callee) {
+    const ScriptCallable* callable = callee.rawFunction();
+    return callable != nullptr && callable->builtinId == BuiltinId::Pcall && callable->isNative &&
+           !callable->isDecay;
+}
+
 }  // namespace
 
 /// Leaves all functions of one loop where it is left by an exception.
@@ -102,6 +108,20 @@ private:
     } while (false);
 
 Variable Machine::run() {
+    const std::size_t entry = activations_.size() - 1;
+    const Abandoning abandoning(*this, entry);
+    activations_.back().pc = activations_.back().code->code.data();
+    bool isBehindCall = false;
+    for (;;) {
+        Variable result = runLoop(entry, isBehindCall);
+        if (!isBehindCall) return result;
+    }
+}
+
+/// Runs the innermost activation and what it calls until activation `entry` has ended. It begins
+/// where `pc` of the activation is, or behind that if `isBehindCall`, which is set where a
+/// protected call has caught an exception: the loop must be entered anew then.
+Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     static const void* const kLabels[] = {
         &&LoadNil,
         &&LoadInt,
@@ -235,11 +255,9 @@ Variable Machine::run() {
     };
     static_assert(std::size(kLabels) == static_cast<std::size_t>(Op::Count_));
 
-    const std::size_t entry = activations_.size() - 1;
-    const Abandoning abandoning(*this, entry);
     const MachineCode* code = activations_.back().code;
     Variable* R = activations_.back().base;
-    Pc at = code->code.data();
+    Pc at = activations_.back().pc;
     Variable* slot = nullptr;  // of a call under way
     std::size_t argumentCount = 0;
     const MachineCode* callee = nullptr;
@@ -251,6 +269,10 @@ Variable Machine::run() {
     Pc moved = nullptr;
 
     try {
+        if (std::exchange(isBehindCall, false)) {
+            if (needsAttention()) goto attend;
+            ++at;
+        }
         DISPATCH();
 
     LoadNil:
@@ -931,14 +953,14 @@ Variable Machine::run() {
 #endif
         activations_.reserveOne();
         R = slot + 1;
-        Activation& entered = activations_.push();
-        entered.code = callee;
-        entered.base = R;
-        entered.slot = slot;
-        entered.lineAtEntry = interpreter_.currentLine;
-        entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
-        entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
-        entered.walks = static_cast<std::uint32_t>(walks_.size());
+        activations_.push(
+            {.code = callee,
+             .base = R,
+             .slot = slot,
+             .lineAtEntry = interpreter_.currentLine,
+             .frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size()),
+             .blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size()),
+             .walks = static_cast<std::uint32_t>(walks_.size())});
         ++interpreter_.callDepth;
         ++counts.calls;
         Scope& scope = interpreter_.frameScopes.pushWindow();
@@ -996,7 +1018,9 @@ Variable Machine::run() {
         callee = directCode(*slot, at->b, at->m, *code);
         if (callee != nullptr) goto enterDirectly;
         activations_.back().pc = at;
-        if (slot->type == VarType::Function && tryEnter(slot, at->b, at->m)) {
+        if (slot->type == VarType::Function &&
+            (isPcall(*slot) ? tryEnterProtected(slot, at->b, at->m)
+                            : tryEnter(slot, at->b, at->m))) {
             code = activations_.back().code;
             R = activations_.back().base;
             at = code->code.data();
@@ -1086,8 +1110,13 @@ Variable Machine::run() {
             result = std::move(*returned);
             returned->setNil();
             slot = activations_.back().slot;
+            const bool isProtected = running.is(Activation::kProtected);
             popActivation();
-            *slot = std::move(result);
+            if (isProtected) {
+                finishProtectedCall(slot, result);
+            } else {
+                *slot = std::move(result);
+            }
         }
         code = activations_.back().code;
         R = activations_.back().base;
@@ -1098,7 +1127,8 @@ Variable Machine::run() {
         showToken();
         slot = returned;
     leaveWithSlot : {
-        if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
+        if (interpreter_.pendingCoroutineException &&
+            !activations_.back().is(Activation::kProgram)) {
             interpreter_.rethrowPendingCoroutineException();
         }
         if (activations_.size() - 1 == entry) {
@@ -1111,9 +1141,14 @@ Variable Machine::run() {
         result = std::move(*slot);
         slot->setNil();
         lastCallWasScalar_ = false;
+        const bool isProtected = activations_.back().is(Activation::kProtected);
         popActivation();
-        *target = std::move(result);
-        if (interpreter_.softErrorUnwinding()) target->setNil();
+        if (isProtected) {
+            finishProtectedCall(target, result);
+        } else {
+            *target = std::move(result);
+            if (interpreter_.softErrorUnwinding()) target->setNil();
+        }
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
@@ -1143,7 +1178,8 @@ Variable Machine::run() {
     unwind : {
         const MachineStatement& statement = statementAt(*code, at);
         if (code->forTurns) {
-            // A block whose own line unwinds is left at once, without the turn behind a statement.
+            // A block whose own line unwinds is left at once, without the turn behind a
+            // statement.
             const bool isBlock = lineOf(statement.line).kind != LineKind::Plain;
             if (!statement.isRecursive && !isBlock) {
                 if (interpreter_.scheduledCoroutine != nullptr && !interpreter_.inCoroutineTurn &&
@@ -1155,13 +1191,19 @@ Variable Machine::run() {
             giveTurns(statement.depth + std::size_t{1});
         }
         showToken();
-        if (interpreter_.pendingCoroutineException && !activations_.back().isProgram) {
+        if (interpreter_.pendingCoroutineException &&
+            !activations_.back().is(Activation::kProgram)) {
             interpreter_.rethrowPendingCoroutineException();
         }
         Variable* const target = activations_.back().slot;
+        const bool isProtected = activations_.back().is(Activation::kProtected);
         abandonActivation();
         if (activations_.size() == entry) return result;
-        target->setNil();
+        if (isProtected) {
+            finishProtectedCall(target, result);
+        } else {
+            target->setNil();
+        }
         code = activations_.back().code;
         R = activations_.back().base;
         at = activations_.back().pc;
@@ -1373,13 +1415,23 @@ Variable Machine::run() {
             showFailure(activations_.back(), at, token);
             if (!interpreter_.lastToken.empty()) token = interpreter_.lastToken;
         }
-        if (activations_.size() - 1 == entry && interpreter_.tryRecordFault(error, token)) {
+        const bool isEntry = activations_.size() - 1 == entry;
+        if ((isEntry || activations_.back().is(Activation::kProtected)) &&
+            interpreter_.tryRecordFault(error, token)) {
             showToken();
-            return {};
+            if (isEntry) return {};
+            slot = activations_.back().slot;
+            abandonActivation();
+            finishProtectedCall(slot, result);
+        } else {
+            if (!isLocated) report = interpreter_.locatedReport(error.what(), token);
+            showToken();
+            if (!failProtectedCall(entry, isLocated ? error.what() : report.c_str())) {
+                if (isLocated) throw;
+                throw std::runtime_error(report);
+            }
         }
-        if (!isLocated) report = interpreter_.locatedReport(error.what(), token);
-        showToken();
-        if (isLocated) throw;
-        throw std::runtime_error(report);
+        isBehindCall = true;
+        return {};
     }
 }

@@ -50,10 +50,11 @@ public:
         std::uint64_t compiled = 0;  // functions and programs
         std::uint64_t recompiled = 0;
         std::uint64_t refused = 0;
-        std::uint64_t calls = 0;         // of compiled functions
-        std::uint64_t byExecutor = 0;    // statements that went by the executor
-        std::uint64_t byTiers = 0;       // expressions that went by the tiers
-        std::uint64_t blocksOpened = 0;  // block scopes that somebody has looked at
+        std::uint64_t calls = 0;           // of compiled functions
+        std::uint64_t byExecutor = 0;      // statements that went by the executor
+        std::uint64_t byTiers = 0;         // expressions that went by the tiers
+        std::uint64_t blocksOpened = 0;    // block scopes that somebody has looked at
+        std::uint64_t protectedCalls = 0;  // that have been made within a loop
     };
     Counts counts;
 
@@ -83,19 +84,23 @@ private:
         std::uint16_t openState = 0;   // the state when they were opened last
         bool isAmongOpen = false;      // all block scopes of those around it are open
         bool amongBlocks = false;      // of a leaf: a block scope is visible
-        bool isEntry : 1 = false;      // the loop ends with it
-        bool isProgram : 1 = false;  // no function: it has no frame, and no callee before its base
-        bool hasDirectory : 1 = false;  // what has been pushed
-        bool hasName : 1 = false;
-        bool hasVarargs : 1 = false;
-        bool hasSegment : 1 = false;                              // its registers begin a segment
+        std::uint8_t marks = 0;        // what its end has to see to, see below
         std::shared_ptr<BytecodeProgram> const* owner = nullptr;  // of a program
 
-        /// Nothing but a scope has been pushed, and the loop goes on behind it.
-        [[nodiscard]] bool isPlain() const {
-            return !isEntry && !isProgram && !hasDirectory && !hasName && !hasVarargs &&
-                   !hasSegment;
+        static constexpr std::uint8_t kEntry = 1;      // the loop ends with it
+        static constexpr std::uint8_t kProgram = 2;    // no function: no frame, no callee
+        static constexpr std::uint8_t kDirectory = 4;  // a directory has been pushed
+        static constexpr std::uint8_t kName = 8;
+        static constexpr std::uint8_t kVarargs = 16;
+        static constexpr std::uint8_t kSegment = 32;    // its registers begin a segment
+        static constexpr std::uint8_t kProtected = 64;  // it returns to a protected call
+
+        [[nodiscard]] bool is(std::uint8_t mark) const { return (marks & mark) != 0; }
+        void set(std::uint8_t mark, bool holds = true) {
+            if (holds) marks = static_cast<std::uint8_t>(marks | mark);
         }
+        /// Nothing but a scope has been pushed, and the loop goes on behind it.
+        [[nodiscard]] bool isPlain() const { return marks == 0; }
     };
     /// The running functions and programs, the innermost last. They move when it grows.
     class ActivationStack {
@@ -109,9 +114,10 @@ private:
             if (count_ == capacity_) [[unlikely]]
                 grow();
         }
-        [[gnu::always_inline]] Activation& push() {
+        [[gnu::always_inline]] Activation& push() { return push({}); }
+        [[gnu::always_inline]] Activation& push(const Activation& entered) {
             innermost_ = &activations_[++count_];
-            *innermost_ = {};
+            *innermost_ = entered;
             return *innermost_;
         }
         /// Where the innermost one has been called; there must be one around it.
@@ -150,6 +156,7 @@ private:
 
     // The loop.
     Variable run();
+    [[gnu::noinline]] Variable runLoop(std::size_t entry, bool& isBehindCall);
 
     // Registers.
     /// Behind the registers of the innermost activation; null if there is none.
@@ -220,6 +227,12 @@ private:
     bool tryEnter(Variable* slot, std::size_t count, std::uint8_t marks);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
                std::size_t count, bool isEntry);
+    bool tryEnterProtected(Variable* slot, std::size_t count, std::uint8_t marks);
+    void beginProtection();
+    void endProtection();
+    void finishProtectedCall(Variable* callee, Variable& result);
+    void answerProtectedCall(Variable* pcall, bool ok, Variable& result);
+    bool failProtectedCall(std::size_t entry, const char* message);
     void pushVarargs(Variable* extra, std::size_t count);
     void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
@@ -249,21 +262,19 @@ private:
     /// with the scope, and the names of the scope may go with the callee.
     [[gnu::always_inline]] void leavePlain(Variable& returned) {
         Variable* const slot = activations_.back().slot;
-        Variable value;
-        value.overwriteByMove(returned);
+        const Variable::Words value = returned.takeWords();
         popPlain();
-        slot->overwriteByMove(value);
+        slot->overwriteByWords(value);
     }
     [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
         const Activation& running = activations_.back();
         Variable* const slot = running.slot;
-        Variable value;
-        value.overwriteByMove(returned);
+        const Variable::Words value = returned.takeWords();
         for (std::size_t i = 0; i < running.code->parameterCount; ++i) {
             running.base[i].overwriteNil();
         }
         activations_.pop_back();
-        slot->overwriteByMove(value);
+        slot->overwriteByWords(value);
     }
     [[gnu::noinline]] static void clearRegisters(Variable* first, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) first[i].overwriteNil();
@@ -420,6 +431,8 @@ private:
     Variable* segmentEnd_ = nullptr;
     std::vector<std::unique_ptr<Walk>> walks_;
     std::vector<std::unique_ptr<Walk>> spareWalks_;
+    // What `protectedFrameDepth` was outside of each protected activation.
+    std::vector<std::uint64_t> outerProtectedFrames_;
     // Where a last token has been read that nobody has seen yet.
     Pc lastToken_ = nullptr;
     const MachineCode* lastTokenCode_ = nullptr;

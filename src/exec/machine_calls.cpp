@@ -136,8 +136,8 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
-    entered.isEntry = isEntry;
-    entered.hasSegment = hasSegment;
+    entered.set(Activation::kEntry, isEntry);
+    entered.set(Activation::kSegment, hasSegment);
     // The caller of an entry has counted the call, and has pushed the extra arguments.
     if (!isEntry) {
         ++interpreter_.callDepth;
@@ -159,11 +159,99 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
         stack.push_back(text);
         return true;
     };
-    entered.hasDirectory = push(interpreter_.baseDirectoryStack, function.baseDirectory);
-    entered.hasName = push(interpreter_.scriptNameStack, function.scriptName);
+    entered.set(Activation::kDirectory,
+                push(interpreter_.baseDirectoryStack, function.baseDirectory));
+    entered.set(Activation::kName, push(interpreter_.scriptNameStack, function.scriptName));
     lastCallWasScalar_ = false;
     ++counts.calls;
 }
+
+// ---------------------------------------------------------------- protected calls
+
+/// `ok, result = pcall(f, ...)` of a function that runs in this loop; `slot` holds the native.
+/// False, with nothing done, for every other callee.
+bool Machine::tryEnterProtected(Variable* slot, std::size_t count, std::uint8_t marks) {
+    if (count == 0 || slot[1].type != VarType::Function) return false;
+    if (activations_.back().pc[1].op != MachineOp::Spread) return false;
+    showToken();
+    beginProtection();
+    bool isEntered = false;
+    try {
+        isEntered = tryEnter(slot + 1, count - 1, marks);
+    } catch (...) {
+        // Not even its activation has found room: the protected call says so in the usual way.
+    }
+    if (!isEntered) {
+        endProtection();
+        return false;
+    }
+    activations_.back().set(Activation::kProtected);
+    interpreter_.protectedFrameDepth = interpreter_.callDepth;
+    ++counts.protectedCalls;
+    return true;
+}
+
+void Machine::beginProtection() {
+    interpreter_.protectedCallDepths.push_back(interpreter_.callDepth);
+    outerProtectedFrames_.push_back(interpreter_.protectedFrameDepth);
+}
+
+void Machine::endProtection() {
+    interpreter_.protectedCallDepths.pop_back();
+    interpreter_.protectedFrameDepth = outerProtectedFrames_.back();
+    outerProtectedFrames_.pop_back();
+}
+
+/// Behind the end of a protected activation, whose callee stood in `callee`: its result, or the
+/// soft error that it has collected, goes into the targets of the statement. `pc` of the caller
+/// goes on to the instruction that would have spread them.
+void Machine::finishProtectedCall(Variable* callee, Variable& result) {
+    if (interpreter_.softErrorPending && interpreter_.softErrorDepth == interpreter_.callDepth) {
+        interpreter_.softErrorPending = false;
+        interpreter_.softErrorDepth = 0;
+        result = Variable(std::exchange(interpreter_.softErrorMessage, std::string()));
+        answerProtectedCall(callee - 1, false, result);
+    } else {
+        answerProtectedCall(callee - 1, true, result);
+    }
+}
+
+void Machine::answerProtectedCall(Variable* pcall, bool ok, Variable& result) {
+    pcall[1].setNil();
+    pcall[0].setNil();
+    Activation& caller = activations_.back();
+    const MachineInstruction& spread = *++caller.pc;
+    if (interpreter_.softErrorUnwinding()) return;
+    Variable* const targets = caller.base + spread.b;
+    targets[0] = Variable::makeBool(ok);
+    std::size_t next = 1;
+    if (result.type == VarType::Multi) {
+        for (const Variable& value : result.asMulti()->values) {
+            if (next >= spread.c) break;
+            targets[next++] = value;
+        }
+    } else if (spread.c > 1) {
+        targets[next++] = std::move(result);
+    }
+    for (; next < spread.c; ++next) targets[next].setNil();
+    result.setNil();
+}
+
+/// An exception has come as far as the innermost protected call behind activation `entry`: it is
+/// the answer to that call. False if there is none.
+bool Machine::failProtectedCall(std::size_t entry, const char* message) {
+    std::size_t distance = 0;
+    const std::size_t most = activations_.size() - 1 - entry;
+    while (distance < most && !activations_.around(distance).is(Activation::kProtected)) ++distance;
+    if (distance == most) return false;
+    Variable result{std::string(message)};
+    Variable* const callee = activations_.around(distance).slot;
+    for (std::size_t i = 0; i <= distance; ++i) abandonActivation();
+    answerProtectedCall(callee - 1, false, result);
+    return true;
+}
+
+// ---------------------------------------------------------------- the ends of calls
 
 /// Makes the `count` arguments from `extra` on the values of `...` for the innermost activation.
 void Machine::pushVarargs(Variable* extra, std::size_t count) {
@@ -171,14 +259,15 @@ void Machine::pushVarargs(Variable* extra, std::size_t count) {
     values.reserve(count);
     for (std::size_t i = 0; i < count; ++i) values.push_back(std::move(extra[i]));
     interpreter_.varargStack.push_back(std::move(values));
-    activations_.back().hasVarargs = true;
+    activations_.back().set(Activation::kVarargs);
 }
 
 /// A frame that a program has made on demand, for a `native` outside of every call, stays.
 void Machine::popFrames(const Activation& running) {
     std::size_t count = running.frames;
     if (interpreter_.frameScopes.size() <= count) return;
-    if (running.isProgram && count == 0 && !interpreter_.frameScopes[0].isWindow()) count = 1;
+    if (running.is(Activation::kProgram) && count == 0 && !interpreter_.frameScopes[0].isWindow())
+        count = 1;
     interpreter_.frameScopes.popTo(count);
 }
 
@@ -195,14 +284,16 @@ void Machine::popActivation() {
         walks_.pop_back();
         spareWalks_.back()->clear();
     }
-    if (running.hasName) interpreter_.scriptNameStack.pop_back();
-    if (running.hasDirectory) interpreter_.baseDirectoryStack.pop_back();
-    if (running.hasVarargs) interpreter_.varargStack.pop_back();
+    if (running.is(Activation::kName)) interpreter_.scriptNameStack.pop_back();
+    if (running.is(Activation::kDirectory)) interpreter_.baseDirectoryStack.pop_back();
+    if (running.is(Activation::kVarargs)) interpreter_.varargStack.pop_back();
     popFrames(running);
     activations_.pop_back();
-    if (running.hasSegment) dropSegment();
-    if (running.isProgram) return;
-    if (!running.isEntry) --interpreter_.callDepth;  // else the caller has counted the call
+    if (running.is(Activation::kSegment)) dropSegment();
+    if (running.is(Activation::kProtected)) endProtection();
+    if (running.is(Activation::kProgram)) return;
+    if (!running.is(Activation::kEntry))
+        --interpreter_.callDepth;  // else the caller has counted the call
     if (interpreter_.currentLine != running.lineAtEntry &&
         interpreter_.currentLine != interpreter_.retiredLine) {
         // The record of the current line outlives the call.
@@ -586,11 +677,11 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
-    entered.isEntry = true;
-    entered.isProgram = true;
+    entered.set(Activation::kEntry);
+    entered.set(Activation::kProgram);
     bool hasSegment = false;
     entered.base = roomFor(top(), 0, code->registerCount, hasSegment);
-    entered.hasSegment = hasSegment;
+    entered.set(Activation::kSegment, hasSegment);
     activations_.push() = entered;
     leaveSignal_ = BlockSignal::None;
     result = run();

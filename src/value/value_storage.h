@@ -173,13 +173,14 @@ public:
     /// identity.
     [[nodiscard]] bool sameContent(const ValueStorage& other) const noexcept;
 
-protected:
-    /// The record as it is copied.
+    /// The record as it is copied. Whoever takes the words of a value owns what they count, and
+    /// gives them to another one.
     struct Words {
         std::uint64_t content;
         std::uint64_t tags;
     };
 
+protected:
     [[nodiscard]] static constexpr std::uint64_t tagsOf(VarType kind,
                                                         Alternative content) noexcept {
         return std::bit_cast<std::uint64_t>(std::array<std::uint8_t, 8>{
@@ -228,6 +229,8 @@ protected:
         if (other.isCounted()) other.raiseCount();
         replace(other.words());
     }
+    [[nodiscard, gnu::always_inline]] Words take() noexcept { return takeWords(); }
+    [[gnu::always_inline]] void give(Words words) noexcept { replace(words); }
     /// `other`, which must be another value, is nil from now on.
     [[gnu::always_inline]] void moveFrom(ValueStorage& other) noexcept {
         replace(other.takeWords());

@@ -133,6 +133,9 @@ struct Variable : ValueStorage {
     // The same without a call, for the innermost loop.
     [[gnu::always_inline]] void overwrite(const Variable& other) noexcept { copyFrom(other); }
     [[gnu::always_inline]] void overwriteByMove(Variable& other) noexcept { moveFrom(other); }
+    /// The content, for the next `overwriteByWords`; this value is nil from now on.
+    [[nodiscard, gnu::always_inline]] Words takeWords() noexcept { return take(); }
+    [[gnu::always_inline]] void overwriteByWords(Words words) noexcept { give(words); }
     [[gnu::always_inline]] void overwriteNil() noexcept { replace(nilWords()); }
     [[gnu::always_inline]] void overwriteInt(int number) noexcept { replace(wordsOf(number)); }
     [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replaceByFloat(number); }

@@ -90,6 +90,15 @@ TEST(CompiledStatements, OfFunctionsOfOneLineRunAsLeaves) {
     EXPECT_EQ(counts.refused, 0U);
 }
 
+TEST(ProtectedCalls, AreMadeWithinTheLoop) {
+    DovrelScript interpreter;
+    interpreter.runScript(
+        "function risky(v)\nif v > 2\nerror(\"large\")\nend\nnative w = 6 \\ v\nreturn w\nend\n"
+        "function outer(n)\nnative ok, v = pcall(risky, n)\nreturn v\nend\n"
+        "for i = 0, 4\nok, r = pcall(outer, i)\nend");
+    EXPECT_EQ(interpreter.machine->counts.protectedCalls, 10U);
+}
+
 /// How many block scopes are opened by `script`, once all that it calls has been compiled.
 std::uint64_t blocksOpenedBy(const std::string& functions, const std::string& script) {
     DovrelScript interpreter;
