@@ -77,6 +77,17 @@ namespace {
     if ((marks & kFirstGoes) != 0) container.overwriteNil();
 }
 
+/// The element that is there: of an array by its position, of a table by a text; null for all else.
+[[gnu::always_inline]] inline Variable* elementAt(Variable& base, const Variable& key) {
+    if (isArrayValue(base) && isIntValue(key)) {
+        ArrayStorage& array = base.rawArray();
+        const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
+        return place < array.size() ? &array[place] : nullptr;
+    }
+    if (isTableValue(base) && isTextValue(key)) return base.rawTable().find(key.asText());
+    return nullptr;
+}
+
 [[gnu::always_inline]] inline bool isPcall(const Variable& callee) {
     const ScriptCallable* callable = callee.rawFunction();
     return callable != nullptr && callable->builtinId == BuiltinId::Pcall && callable->isNative &&
@@ -344,7 +355,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         const VariableRecord& record = code->variables[at->a];
         Variable* variable = globalOf(record);
         if (variable == nullptr) {
-            variable = interpreter_.variableForWriting(*record.token);
+            variable = variableForStore(*code, at->a);
             if (variable == nullptr) {
                 showPosition(*code, at);
                 interpreter_.throwError("Variable not found: " + record.name->text,
@@ -814,54 +825,52 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     SetIndex : {
         Variable& base = R[at->a];
         const Variable& key = R[at->b];
-        if (isArrayValue(base) && isIntValue(key)) {
-            ArrayStorage& array = base.rawArray();
-            const auto place =
-                static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
-            if (place < array.size()) {
-                array[place].overwriteByMove(R[at->c]);
-                NEXT();
-            }
+        if (Variable* element = elementAt(base, key)) {
+            element->overwriteByMove(R[at->c]);
+        } else {
+            setIndex(base, key, R[at->c]);
+            R[at->c].overwriteNil();
         }
-        setIndex(base, key, R[at->c]);
         R[at->b].overwriteNil();
-        R[at->c].overwriteNil();
         NEXT();
     }
     SetIndexGlobal : {
         Variable* base = globalOf(code->variables[at->a]);
         if (base == nullptr) base = variableForStore(*code, at->a);
         const Variable& key = R[at->b];
-        if (base == nullptr) {
-            storeIntoNew(*code, at, at->a, {&key, 1}, R[at->c], true);
+        Variable* element = base != nullptr ? elementAt(*base, key) : nullptr;
+        if (element != nullptr) {
+            element->overwriteByMove(R[at->c]);
         } else {
-            if (isArrayValue(*base) && isIntValue(key)) {
-                ArrayStorage& array = base->rawArray();
-                const auto place =
-                    static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
-                if (place < array.size()) {
-                    array[place].overwriteByMove(R[at->c]);
-                    NEXT();
-                }
+            if (base == nullptr) {
+                storeIntoNew(*code, at, at->a, {&key, 1}, R[at->c], true);
+            } else {
+                setIndex(*base, key, R[at->c]);
             }
-            setIndex(*base, key, R[at->c]);
+            R[at->c].overwriteNil();
         }
         R[at->b].overwriteNil();
-        R[at->c].overwriteNil();
         NEXT();
     }
-    UpdateIndex:
-        updateIndex(R[at->a], R[at->b], R[at->c], static_cast<char>(at->m));
+    UpdateIndex : {
+        Variable* const element = elementAt(R[at->a], R[at->b]);
+        if (element == nullptr || !updateNumber(*element, at->m, R[at->c])) {
+            updateIndex(R[at->a], R[at->b], R[at->c], static_cast<char>(at->m));
+            R[at->c].overwriteNil();
+        }
         R[at->b].overwriteNil();
-        R[at->c].overwriteNil();
         NEXT();
+    }
     UpdateIndexGlobal : {
         Variable* base = globalOf(code->variables[at->a]);
         if (base == nullptr) base = variableForStore(*code, at->a);
         if (base == nullptr) storeIntoNew(*code, at, at->a, {&R[at->b], 1}, R[at->c], false);
-        updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
+        Variable* const element = elementAt(*base, R[at->b]);
+        if (element == nullptr || !updateNumber(*element, at->m, R[at->c])) {
+            updateIndex(*base, R[at->b], R[at->c], static_cast<char>(at->m));
+            R[at->c].overwriteNil();
+        }
         R[at->b].overwriteNil();
-        R[at->c].overwriteNil();
         NEXT();
     }
     SetPath:

@@ -132,7 +132,7 @@ const Variable* TableStorage::findInt(int key) const {
 }
 
 const Variable* TableStorage::findAndCount(const Text& key) const {
-    if (key->isConstant && ++constantFinds_ >= kFindsBeforeRecent) {
+    if (key->constantNumber != 0 && ++constantFinds_ >= kFindsBeforeRecent) {
         constantFinds_ = 0;
         // Without it, finding only takes longer.
         recent_.reset(new (std::nothrow) std::array<RecentFind, kRecentFinds>());

@@ -81,8 +81,9 @@ public:
     // The value under a key, or null. Its address holds until `generation` moves.
     [[nodiscard]] const Variable* find(std::string_view key) const { return valueAt(key); }
     [[nodiscard]] const Variable* find(const Text& key) const {
-        if (recent_ != nullptr && key->isConstant) {
-            RecentFind& recent = (*recent_)[key->hash() % kRecentFinds];
+        if (recent_ != nullptr && key->constantNumber != 0) {
+            // The keys of one kind of record are constants side by side, so they seldom meet.
+            RecentFind& recent = (*recent_)[key->constantNumber % kRecentFinds];
             if (recent.key == key.get()) return recent.value;
             const Variable* value = valueAt(key);
             if (value != nullptr) recent = {key.get(), value};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -19,7 +20,9 @@ struct TextBlock {
         : text(bytes), hash_(knownHash), hasHash_(true) {}
 
     std::string text;
-    bool isConstant = false;  // of compiled code: it is never freed, so its address stands for it
+    /// Of compiled code, counted from 1 on: it is never freed, so its address stands for it. 0 for
+    /// all others.
+    std::uint32_t constantNumber = 0;
 
     /// The standard hash of the text; computed at the first question.
     [[nodiscard]] std::size_t hash() const {
