@@ -18,6 +18,36 @@
 
 namespace {
 
+/// The statement is one call, whose arguments make none: a coroutine that it starts ends this one
+/// with nothing left to be unwound, and need not raise anything.
+bool isOneCall(const ParsedScriptLine& line) {
+    if (line.assignment != nullptr || !line.expression.isCall()) return false;
+    const FastExpression& expression = line.expression;
+    const FastExprNode& call = expression.rootNode();
+    const auto count = static_cast<std::size_t>(call.intValue);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto node = expression.callArguments[static_cast<std::size_t>(call.right) + i];
+        if (expression.nodes[node].holdsCall) return false;
+    }
+    return expression.nodes[static_cast<std::size_t>(call.left)].kind == NodeKind::Variable;
+}
+
+class LastCallGuard {
+public:
+    LastCallGuard(DovrelScript& interpreter, const ParsedScriptLine& line)
+        : interpreter_(interpreter) {
+        // Who watches is told of the end by what is raised.
+        const bool endsQuietly = interpreter.observer == nullptr && isOneCall(line);
+        interpreter.lastCallDepth = endsQuietly ? interpreter.callDepth + 1 : 0;
+    }
+    ~LastCallGuard() { interpreter_.lastCallDepth = 0; }
+    LastCallGuard(const LastCallGuard&) = delete;
+    LastCallGuard& operator=(const LastCallGuard&) = delete;
+
+private:
+    DovrelScript& interpreter_;
+};
+
 class CoroutineTurn {
 public:
     CoroutineTurn(DovrelScript& interpreter, CoroutineState& state)
@@ -228,9 +258,10 @@ CoroutineTurn::Step CoroutineTurn::runBreak() {
 }
 
 CoroutineTurn::Step CoroutineTurn::runPlainLine(const ParsedScriptLine& line) {
+    const LastCallGuard lastCall(interpreter_, line);
     Variable value;
     interpreter_.executePlainLine(line, value, DovrelScript::DiscardedCall::ClearsValue);
-    if (unwinding()) return finish();
+    if (unwinding() || interpreter_.coroutineTurnEnded) return finish();
     ++top().nextLine;
     return turnOver();
 }

@@ -350,6 +350,7 @@ void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Argume
         // The coroutine that makes the call ends here; the new one goes on at the next turn.
         replacementCoroutine = std::move(state);
         coroutineTurnEnded = true;
+        if (callDepth == lastCallDepth) return;
         throw CoroutineTerminated();
     }
     scheduledCoroutine = std::move(state);

@@ -938,7 +938,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             decline(*code, moved, R);
             goto declined;
         }
-        callee = leafCode(*slot);
+        callee = readyLeaf(*slot);
+        if (callee == nullptr) callee = leafCode(*slot);
         if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
@@ -1047,18 +1048,28 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         }
         NEXT();
 
-    RequireScalarCall:
+    RequireScalarCall : {
+        const ScalarCallSite& site = code->scalarCalls[at->a];
+        if (const Variable* found = globalCallee(*code, site)) {
+            // A line that makes no calls itself.
+            const MachineCode* const leaf = readyLeaf(*found);
+            if (leaf != nullptr && !leaf->isTokenLeaf) NEXT();
+        }
         activations_.back().pc = at;
         moved = at;
-        if (!mayCallScalar(*code, R, code->scalarCalls[at->a], moved)) goto declined;
+        if (!mayCallScalar(*code, R, site, moved)) goto declined;
         NEXT();
+    }
     CallScalar : {
         activations_.back().pc = at;
         const ScalarCallSite& site = code->scalarCalls[at->c];
         if (!site.takesScalars) {
             slot = &R[at->a];
-            if (const Variable* found = calleeOf(*code, R, site)) {
-                callee = leafCode(*found);
+            const Variable* found = globalCallee(*code, site);
+            if (found == nullptr) found = calleeOf(*code, R, site);
+            if (found != nullptr) {
+                callee = readyLeaf(*found);
+                if (callee == nullptr) callee = leafCode(*found);
                 if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) {
                     slot->overwrite(*found);
                     argumentCount = at->b;

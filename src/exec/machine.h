@@ -302,6 +302,23 @@ private:
     bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                     Variable* slot, std::size_t count);
     const MachineCode* leafCode(const Variable& callee);
+    /// The code of a function of one line, if it has been made and stands; else null.
+    [[nodiscard, gnu::always_inline]] const MachineCode* readyLeaf(const Variable& callee) const {
+        if (callee.tag() != Variable::kFunctionTag || interpreter_.softErrorPending) return nullptr;
+        const ScriptCallable* callable = callee.rawFunction();
+        if (callable == nullptr || callable->leaf == nullptr || callable->isLeafRefused ||
+            callable->fastBodyKind != FastBodyKind::SingleReturn) {
+            return nullptr;
+        }
+        const MachineCode* code = callable->leaf->ready[0];
+        return code != nullptr && !code->isStale ? code : nullptr;
+    }
+    /// The callee of a call of the scalar tier, if its name stands for a global at once; else null.
+    [[nodiscard, gnu::always_inline]] const Variable* globalCallee(const MachineCode& code,
+                                                                   const ScalarCallSite& site) {
+        if (site.isMember || site.isRegister || site.takesScalars) return nullptr;
+        return globalOf(code.variables[site.callee]);
+    }
     const MachineCode* renewLeaf(const ScriptCallable& callable);
     class LeafGuard;
     static bool runsCalls(const ScriptCallable& callable);

@@ -453,6 +453,9 @@ public:
     std::exception_ptr pendingCoroutineException;          // a turn's failure, not yet raised
     bool inCoroutineTurn = false;
     bool coroutineTurnEnded = false;  // the running coroutine has been told to end
+    /// The depth of a call that is the whole statement of the running turn, if there is one:
+    /// nothing is left to be done behind it, so it may end the turn by returning. Else 0.
+    std::uint64_t lastCallDepth = 0;
 
     // ------------------------------------------------------------------ library
     /// Puts all globals in place, in their fixed order.
