@@ -4,7 +4,6 @@ import createModule from "./dovrelscript.mjs";
 
 const kFolder = "/script";
 const kFailure = 1;
-const kNewline = 10;
 
 class ModuleAborted extends Error {}
 
@@ -16,15 +15,18 @@ export class Interpreter {
     /**
      * @param {WebAssembly.Module} compiled  the module, which is compiled once for all instances
      * @param {object} [host]
-     * @param {(stream: 1 | 2, bytes: Uint8Array) => void} [host.write]  takes what is written to
-     *     standard output (1) and standard error (2); the bytes are its own
-     * @param {() => Uint8Array | null} [host.readLine]  gives the next piece of standard input, such
-     *     as a line with its line feed; null at the end
+     * @param {(stream: 1 | 2, bytes: Uint8Array) => false | void} [host.write]  takes what is
+     *     written to standard output (1) and standard error (2); the bytes are its own. False ends
+     *     the run
+     * @param {Uint8Array} [host.input]  all of standard input
+     * @param {() => Uint8Array | null} [host.askLine]  gives the next line of standard input,
+     *     without its line feed, or null at the end; in place of `input`
      */
-    static async create(compiled, { write = () => {}, readLine = () => null } = {}) {
+    static async create(compiled, { write = () => {}, input, askLine } = {}) {
         const made = new Interpreter();
         made.#write = write;
-        made.#readLine = readLine;
+        made.#input = input ?? new Uint8Array();
+        made.#asks = askLine !== undefined;
         made.#module = await createModule({
             noInitialRun: true,
             instantiateWasm(imports, done) {
@@ -32,7 +34,8 @@ export class Interpreter {
                 done(instance);
                 return instance.exports;
             },
-            stdin: () => made.#nextByte(),
+            askLine,
+            stdin: () => made.#input[made.#read++] ?? null,
             stdout: (byte) => made.#put(1, Uint8Array.of(byte)),
             stderr: (byte) => made.#put(2, Uint8Array.of(byte)),
             print() {},
@@ -78,7 +81,7 @@ export class Interpreter {
     run(path) {
         const name = this.#place(new TextEncoder().encode(path + "\0"));
         try {
-            return this.#leave(() => this.#module._playground_run(name));
+            return this.#leave(() => this.#module._playground_run(name, this.#asks));
         } catch (error) {
             // The stack on which the browser has the module's calls.
             if (!(error instanceof RangeError || error instanceof ModuleAborted)) throw error;
@@ -101,31 +104,16 @@ export class Interpreter {
 
     #module;
     #write;
-    #readLine;
     #status = null; // of a script that has ended the process
-    #line = null; // what is being read
+    #input;
     #read = 0; // of it
+    #asks;
 
     #put(stream, bytes) {
         // Who leaves the process leaves nothing behind.
-        if (this.#status === null) this.#write(stream, bytes);
-    }
-
-    /** The next byte of standard input, or null where a piece or the whole of it ends. */
-    #nextByte() {
-        if (this.#line !== null && this.#read === this.#line.length) {
-            this.#line = null;
-            return null;
-        }
-        if (this.#line === null) {
-            this.#line = this.#readLine();
-            this.#read = 0;
-            if (this.#line === null || this.#line.length === 0) {
-                this.#line = null;
-                return null;
-            }
-        }
-        return this.#line[this.#read++];
+        if (this.#status !== null || this.#write(stream, bytes) !== false) return;
+        this.#status = kFailure;
+        throw new Error("nobody takes the output");
     }
 
     /** The result of `call`, or the status of the process if that has ended there. */
@@ -159,13 +147,4 @@ export class Interpreter {
         const last = first + this.#module._playground_answer_size();
         return new TextDecoder().decode(this.#module.HEAPU8.subarray(first, last));
     }
-}
-
-/** A line as standard input has it. */
-export function inputLine(text) {
-    const bytes = new TextEncoder().encode(text);
-    const line = new Uint8Array(bytes.length + 1);
-    line.set(bytes);
-    line[bytes.length] = kNewline;
-    return line;
 }

@@ -6,10 +6,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -20,6 +23,10 @@
 #include "interpreter/dovrel_script.h"
 #include "value/run_context.h"
 #include "value/stack_end.h"
+
+/// Asks the program around for a line and writes its size. It is the caller's to free; null at the
+/// end.
+extern "C" char* playground_ask_line(std::size_t* size);
 
 namespace {
 
@@ -40,9 +47,17 @@ std::string readScript(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-void runScript(const std::string& path) {
+std::optional<std::string> nextLine() {
+    std::size_t size = 0;
+    const std::unique_ptr<char, decltype(&std::free)> line(playground_ask_line(&size), &std::free);
+    if (line == nullptr) return std::nullopt;
+    return std::string(line.get(), size);
+}
+
+void runScript(const std::string& path, bool asks) {
     DovrelScript interpreter;
     running = &interpreter;
+    if (asks) interpreter.host.input = nextLine;
     interpreter.leavesProgramsToSystem = true;
     interpreter.runScript(readScript(path));
 }
@@ -85,8 +100,10 @@ extern "C" {
 
 /// Runs the file `path` as the command line does: output and error texts go to the standard
 /// streams. Gives the exit status. A script that ends the process leaves by an exception of the
-/// program around, which knows the status. To be called once: the globals stay as they are.
-EMSCRIPTEN_KEEPALIVE int playground_run(const char* path) {
+/// program around, which knows the status. With `asks`, standard input is asked for line by line,
+/// and not the file of that name: that would be read ahead, and not go on behind its end. To be
+/// called once.
+EMSCRIPTEN_KEEPALIVE int playground_run(const char* path, bool asks) {
     RunContext context;
     const ContextScope inside(&context);
     context.stackFloor = emscripten_stack_get_end() + kReserve;
@@ -95,7 +112,7 @@ EMSCRIPTEN_KEEPALIVE int playground_run(const char* path) {
     });
     int status = kSuccess;
     try {
-        runScript(path);
+        runScript(path, asks);
     } catch (const std::exception& error) {
         std::cerr << "dovrelscript: " << error.what() << std::endl;
         status = kFailure;

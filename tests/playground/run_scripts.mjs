@@ -42,15 +42,9 @@ function read(path, absent = Buffer.alloc(0)) {
 
 async function outcome(base) {
     const pieces = { 1: [], 2: [] };
-    const input = read(`${base}.in`);
-    let given = false;
     const interpreter = await Interpreter.create(compiled, {
         write: (stream, bytes) => pieces[stream].push(bytes),
-        readLine() {
-            if (given || input.length === 0) return null;
-            given = true;
-            return new Uint8Array(input);
-        },
+        input: read(`${base}.in`),
     });
     if (existsSync(`${base}.files`)) {
         for (const path of filesBelow(`${base}.files`)) {
