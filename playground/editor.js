@@ -161,9 +161,21 @@ export class Editor {
         this.#colours.replaceChildren(
             isColoured ? paint(text, colouredPieces(text), marks) : "",
             "\n",
+            ...this.#failedBar(),
         );
         this.#drawGutter(text.split("\n").length);
         this.#follow();
+    }
+
+    /** What colours the whole of the line that has failed, and not its text alone. */
+    #failedBar() {
+        if (this.#failedLine === null) return [];
+        const style = getComputedStyle(this.#area);
+        const bar = document.createElement("div");
+        bar.id = "failed-line";
+        bar.style.top = `${parseFloat(style.paddingTop) + (this.#failedLine - 1) * parseFloat(style.lineHeight)}px`;
+        bar.style.width = `${this.#area.scrollWidth}px`;
+        return [bar];
     }
 
     #drawGutter(count) {

@@ -272,6 +272,7 @@ try {
     runner = new Runner(compiled, { output: write, asked, ended });
     checker = new Checker(compiled);
     say("Ready.");
+    performance.mark("ready");
     setRunning(false);
     at("format").disabled = false;
     check();

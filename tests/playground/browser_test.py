@@ -17,7 +17,7 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 sys.path[:0] = [str(HERE), str(ROOT / "playground"), str(ROOT / "tests")]
-from browser import CONTROL, ENTER, ESCAPE, TAB, Browser, BrowserError  # noqa: E402
+from browser import CONTROL, ENTER, ESCAPE, TAB, Browser  # noqa: E402
 from run_scripts import find_cases  # noqa: E402
 from serve import Handler, make_server  # noqa: E402
 
@@ -55,6 +55,7 @@ class PageTest(unittest.TestCase):
     def tearDownClass(cls):
         cls.browser.close()
         cls.server.shutdown()
+        cls.server.server_close()
 
     def setUp(self):
         self.open()
@@ -199,6 +200,7 @@ class PageTest(unittest.TestCase):
             self.assertEqual(self.run_script(self.READER), "got one\nend\n")
         finally:
             server.shutdown()
+            server.server_close()
 
     # ------------------------------------------------------------ checks, layout, links
 
@@ -441,6 +443,7 @@ def make_pictures(folder):
         page.open()
         script = (ROOT / "examples" / "word_frequency.dv").read_text()
         page.run_script(script)
+        browser.wait("document.getElementById('findings-status').textContent !== ''")
         (folder / "playground.png").write_bytes(browser.picture())
 
         page.open()
@@ -453,6 +456,7 @@ def make_pictures(folder):
         page.open()
         browser.set_size(400, 900)
         page.run_script((ROOT / "examples" / "sieve.dv").read_text())
+        browser.wait("document.getElementById('findings-status').textContent !== ''")
         (folder / "playground-narrow.png").write_bytes(browser.picture())
     finally:
         PageTest.tearDownClass()
