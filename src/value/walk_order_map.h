@@ -16,7 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -184,7 +184,7 @@ private:
             49969847, 101473717, 206062531, 418451333, 849749479, 1725587117, 3504151727};
         std::size_t next = 0;
         while (kBuckets[next] <= buckets_.size()) {
-            if (++next == kBuckets.size()) throw std::length_error("too many entries of a table");
+            if (++next == kBuckets.size()) throw std::bad_alloc();
         }
         buckets_ = std::vector<Link*>(kBuckets[next]);
         Link* at = std::exchange(front_.next, nullptr);
