@@ -26,12 +26,25 @@ export class Editor {
         return this.#area.value;
     }
 
-    /** Another script. */
+    /** Another script. It can be undone, for what stood there may be somebody's work. */
     set text(text) {
-        this.#area.value = text;
-        this.#area.scrollTo(0, 0);
+        if (this.text === "") {
+            // The focus stays where it is: at the start of the page when that is loaded.
+            this.#area.value = text;
+            this.#area.setSelectionRange(0, 0);
+            this.#area.dispatchEvent(new Event("input"));
+            return;
+        }
+        const focused = document.activeElement;
+        this.#area.focus({ preventScroll: true });
+        this.#area.select();
+        this.#insert(text);
         this.#area.setSelectionRange(0, 0);
-        this.#area.dispatchEvent(new Event("input"));
+        this.#area.scrollTo(0, 0);
+        if (focused !== this.#area) {
+            this.#area.blur();
+            focused?.focus({ preventScroll: true });
+        }
     }
 
     /** The same script, written otherwise: it can be undone, and the place is kept by its line. */
@@ -115,7 +128,8 @@ export class Editor {
 
     /** In place of what is selected. The command, though an old one, is the only way to keep undo. */
     #insert(text) {
-        if (document.execCommand("insertText", false, text)) return;
+        const command = text === "" ? "delete" : "insertText";
+        if (document.execCommand(command, false, text)) return;
         this.#area.setRangeText(text, this.#area.selectionStart, this.#area.selectionEnd, "end");
         this.#area.dispatchEvent(new Event("input"));
     }

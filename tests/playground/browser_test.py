@@ -256,6 +256,19 @@ class PageTest(unittest.TestCase):
         self.browser.wait("document.getElementById('script').value !== ''")
         self.assertEqual(self.script(), script)
 
+    def test_another_script_can_be_undone(self):
+        self.write("mine = 1\n")
+        self.browser.wait("document.getElementById('examples').options.length > 10")
+        self.browser.js(
+            "const list = document.getElementById('examples'); list.focus(); list.value = 'sieve';"
+            "list.dispatchEvent(new Event('change'))"
+        )
+        self.assertIn("crossed", self.script())
+        self.assertEqual(self.browser.js("return document.activeElement.id"), "examples")
+        self.browser.js("document.getElementById('script').focus()")
+        self.browser.keys(CONTROL + "z")
+        self.browser.wait("document.getElementById('script').value === 'mine = 1\\n'")
+
     def test_a_broken_link_is_told(self):
         self.browser.js("location.hash = '#script=AAAA!'")
         self.wait_for_status("The link holds no script.")
