@@ -19,10 +19,10 @@ namespace {
 Variable numberInBase(const std::string& text, int base) {
     errno = 0;
     char* stop = nullptr;
-    const long number = std::strtol(text.c_str(), &stop, base);
+    const long long number = std::strtoll(text.c_str(), &stop, base);
     if (errno != 0 || stop == text.c_str() || stop != text.c_str() + text.size()) return {};
     return Variable::makeInt(
-        static_cast<int>(static_cast<std::uint32_t>(static_cast<unsigned long>(number))));
+        static_cast<int>(static_cast<std::uint32_t>(static_cast<unsigned long long>(number))));
 }
 
 Variable decimalNumber(const std::string& text) {

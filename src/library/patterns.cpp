@@ -21,7 +21,7 @@ namespace {
     const std::size_t size = expression.size();
     const std::size_t first = std::min(expression.find_first_not_of('0', position), size);
     const std::size_t end = std::min(expression.find_first_not_of("0123456789", first), size);
-    return end - first > std::numeric_limits<long>::digits10 ? 0 : end;
+    return end - first > std::numeric_limits<std::int64_t>::digits10 ? 0 : end;
 }
 
 /// Whether the standard library can read every number of `expression`: those behind a backslash,

@@ -2,6 +2,8 @@
 // positions count from 1; they are computed in 64 bits, where nothing can overflow.
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <limits>
 #include <new>
 #include <string>
 #include <utility>
@@ -15,7 +17,8 @@ namespace {
 
 // A longer text fails like any allocation that cannot be met, without asking the system for it:
 // where memory is overcommitted, the answer would be the end of the process.
-constexpr std::size_t kLongestText = std::size_t{1} << 40;
+constexpr auto kLongestText = static_cast<std::size_t>(
+    std::min<std::uint64_t>(std::uint64_t{1} << 40, std::numeric_limits<std::size_t>::max() / 2));
 
 [[nodiscard]] bool isString(Arguments args, std::size_t index) {
     return index < args.size() && args[index].type == VarType::String;

@@ -20,7 +20,7 @@ struct NameRecord {
     std::size_t scopeEntries = 0;
     /// The compiled form puts off opening block scopes. A name that any of those may hold is marked
     /// in `scopeEntries` by this, so that one comparison tells both.
-    static constexpr std::size_t kMayBeInBlocks = std::size_t{1} << 48U;
+    static constexpr std::size_t kMayBeInBlocks = std::size_t{1} << (6 * sizeof(std::size_t));
     void markForBlocks() { scopeEntries |= kMayBeInBlocks; }
     [[nodiscard]] bool isInScopes() const { return (scopeEntries & ~kMayBeInBlocks) != 0; }
     /// The slot of the global of this name, once it has been looked up; slots never change.

@@ -39,7 +39,7 @@ const Text& readyText(int number) {
     if (text == nullptr) {
         IntBuffer buffer;
         const std::string_view digits = digitsOf(number, buffer);
-        text = Text::make(digits, std::hash<std::string_view>()(digits));
+        text = Text::make(digits, standardTextHash(digits));
     }
     return text;
 }

@@ -18,14 +18,17 @@
 
 #include "value/text_block.h"
 #include "value/variable.h"
+#ifndef __GLIBCXX__
+#include "value/walk_order_map.h"
+#endif
 
 /// The standard hash of a text. It is not declared noexcept: the map then keeps each hash beside
 /// its entry, and reads no text to tell two keys apart.
 struct TextHash {
     using is_transparent = void;
-    [[nodiscard]] std::size_t operator()(const Text& text) const { return text->hash(); }
-    [[nodiscard]] std::size_t operator()(std::string_view text) const {
-        return std::hash<std::string_view>()(text);
+    [[nodiscard]] std::uint64_t operator()(const Text& text) const { return text->hash(); }
+    [[nodiscard]] std::uint64_t operator()(std::string_view text) const {
+        return standardTextHash(text);
     }
 };
 
@@ -60,7 +63,11 @@ private:
 
 class TableStorage {
 public:
+#ifdef __GLIBCXX__
     using Map = std::unordered_map<Text, Variable, TextHash, TextEqual>;
+#else
+    using Map = WalkOrderMap<Text, Variable, TextHash, TextEqual>;
+#endif
     using const_iterator = Map::const_iterator;
 
     TableStorage() = default;

@@ -3,12 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "value/shared.h"
+#include "value/text_hash.h"
 
 /// What a String holds. The text changes only while one value holds it; whoever changes it calls
 /// `forgetHash`.
@@ -16,7 +16,7 @@ struct TextBlock {
     TextBlock() = default;
     explicit TextBlock(std::string bytes) noexcept : text(std::move(bytes)) {}
     /// A copy of `bytes`, whose standard hash is known to be `knownHash`.
-    TextBlock(std::string_view bytes, std::size_t knownHash)
+    TextBlock(std::string_view bytes, std::uint64_t knownHash)
         : text(bytes), hash_(knownHash), hasHash_(true) {}
 
     std::string text;
@@ -25,9 +25,9 @@ struct TextBlock {
     std::uint32_t constantNumber = 0;
 
     /// The standard hash of the text; computed at the first question.
-    [[nodiscard]] std::size_t hash() const {
+    [[nodiscard]] std::uint64_t hash() const {
         if (!hasHash_) {
-            hash_ = std::hash<std::string>()(text);
+            hash_ = standardTextHash(text);
             hasHash_ = true;
         }
         return hash_;
@@ -35,7 +35,7 @@ struct TextBlock {
     void forgetHash() noexcept { hasHash_ = false; }
 
 private:
-    mutable std::size_t hash_ = 0;
+    mutable std::uint64_t hash_ = 0;
     mutable bool hasHash_ = false;
 };
 

@@ -339,6 +339,7 @@ private:
     [[maybe_unused]] std::array<std::uint8_t, 6> rest_;  // of the second word
 };
 
-// The content is one word of 8 bytes.
-static_assert(sizeof(void*) == 8);
+// The content is one word of 8 bytes. A pointer of 4 is its first half; nobody reads the other one.
+static_assert(sizeof(void*) <= 8 &&
+              (sizeof(void*) == 8 || std::endian::native == std::endian::little));
 static_assert(sizeof(ValueStorage) == 16);
