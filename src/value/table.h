@@ -18,9 +18,7 @@
 
 #include "value/text_block.h"
 #include "value/variable.h"
-#ifndef __GLIBCXX__
 #include "value/walk_order_map.h"
-#endif
 
 /// The standard hash of a text. It is not declared noexcept: the map then keeps each hash beside
 /// its entry, and reads no text to tell two keys apart.
@@ -63,11 +61,7 @@ private:
 
 class TableStorage {
 public:
-#ifdef __GLIBCXX__
-    using Map = std::unordered_map<Text, Variable, TextHash, TextEqual>;
-#else
     using Map = WalkOrderMap<Text, Variable, TextHash, TextEqual>;
-#endif
     using const_iterator = Map::const_iterator;
 
     TableStorage() = default;
