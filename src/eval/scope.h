@@ -210,6 +210,11 @@ public:
         return far_ != nullptr ? far_->scopesSearched : 0;
     }
 
+    /// Destroys spare scopes that are far more than those in use, of which `expected` more will be
+    /// there soon, and gives their memory back to the system. The addresses of scopes stay what
+    /// they are and will be. True if there were such.
+    bool giveBack(std::size_t expected = 0) noexcept;
+
 private:
     /// So many scopes are looked into before anything is remembered.
     static constexpr std::size_t kNear = 16;
@@ -270,6 +275,8 @@ public:
     }
     /// So many of those have been opened, or are over.
     void forget(std::size_t count) { putOff_ -= count; }
+    /// See ScopeStack.
+    bool giveBack() noexcept { return scopes_.giveBack(putOff_); }
     /// The source has put off something within one of its blocks.
     void putOffEntry() { isPutOff_ = true; }
     /// The source may have put off something since it has opened its blocks.

@@ -1,7 +1,15 @@
-// Searches that go far down a stack of scopes.
+// What a stack of scopes does seldom: searches that go far, and giving memory back.
 #include <algorithm>
 
 #include "eval/scope.h"
+#include "value/page_release.h"
+
+namespace {
+
+/// So many spare scopes are never far more than needed.
+constexpr std::size_t kMostSpare = 16384;
+
+}  // namespace
 
 /// As `find`; `ceiling` is no scope's above the innermost one.
 EntryPlace ScopeStack::findFar(Name name, std::size_t floor, std::size_t ceiling) const {
@@ -17,9 +25,12 @@ EntryPlace ScopeStack::findFar(Name name, std::size_t floor, std::size_t ceiling
 
     // All scopes between `ceiling` and the nearest place with an answer, be it below `floor`: the
     // answers are about all scopes below a place.
-    const auto above = std::upper_bound(
-        answers.begin(), answers.end(), ceiling,
-        [](std::size_t at, const FarSearches::Answer& answer) { return at < answer.below; });
+    auto above = answers.end();
+    if (!answers.empty() && answers.back().below > ceiling) {
+        above = std::upper_bound(
+            answers.begin(), answers.end(), ceiling,
+            [](std::size_t at, const FarSearches::Answer& answer) { return at < answer.below; });
+    }
     const std::size_t known = above == answers.begin() ? 0 : std::prev(above)->below;
     EntryPlace place = above == answers.begin() ? EntryPlace{} : std::prev(above)->place;
     std::size_t nothingFrom = known;  // from there on up to `ceiling`
@@ -50,4 +61,19 @@ EntryPlace ScopeStack::findFar(Name name, std::size_t floor, std::size_t ceiling
         }
     }
     return place.isFound() && place.scope >= floor ? place : EntryPlace{};
+}
+
+bool ScopeStack::giveBack(std::size_t expected) noexcept {
+    const std::size_t needed = count_ + expected;
+    if (made_ <= 2 * needed + kMostSpare) return false;
+    made_ = needed + kMostSpare / 2;
+    scopes_.resize(made_);
+    // The vector keeps its room, since where it stands can be told by the slot caches.
+    releasePages(scopes_.data() + made_, scopes_.data() + scopes_.capacity());
+    if (far_ != nullptr) {
+        // Numbers of marks go on, so that what is forgotten is not taken for something new.
+        far_->answers.clear();
+        far_->marks = {};
+    }
+    return true;
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <random>
 #include <string>
@@ -26,7 +27,8 @@ protected:
         const EntryPlace wanted = walk(stack, name, floor, ceiling);
         ASSERT_EQ(found.scope, wanted.scope)
             << name->text << " from " << floor << " to " << ceiling;
-        if (wanted.isFound()) ASSERT_EQ(found.entry, wanted.entry) << name->text;
+        if (!wanted.isFound()) return;
+        ASSERT_EQ(found.entry, wanted.entry) << name->text;
     }
 
     NamePool names_;
@@ -69,6 +71,9 @@ TEST_F(ScopeStackSearches, FindWhatAWalkFinds) {
                 break;
             case 7:
                 if (below(20) == 0) stack.swap(other);
+                break;
+            case 8:
+                if (below(50) == 0) static_cast<void>(stack.giveBack());
                 break;
             default: {
                 const std::size_t ceiling = below(3) == 0 ? below(stack.size() + 1) : stack.size();
@@ -118,6 +123,29 @@ TEST_F(ScopeStackSearches, NearOnesRememberNothing) {
     stack.push(0);
     EXPECT_EQ(stack.find(name, 0, stack.size()).scope, 0U);
     EXPECT_EQ(stack.farScopesSearched(), 1U);
+}
+
+// The slot caches compare addresses, and what the compiled form has put off needs no room anew.
+TEST(ScopeStackMemory, GivingBackMovesNoScope) {
+    NamePool names;
+    const Name name = names.intern("name");
+    constexpr std::size_t kMany = 100000;
+    ScopeStack stack;
+    for (std::size_t i = 0; i < kMany; ++i) stack.push(1).append(name, Variable::makeInt(7));
+    const Scope* const first = &stack[0];
+    EXPECT_FALSE(stack.giveBack());
+    stack.popTo(kMany / 2);
+    EXPECT_FALSE(stack.giveBack()) << "half of it is no more than may come again";
+    stack.popTo(10);
+    EXPECT_FALSE(stack.giveBack(kMany / 2)) << "so many are about to come";
+    EXPECT_TRUE(stack.giveBack());
+    EXPECT_FALSE(stack.giveBack());
+    EXPECT_EQ(stack[9][0].value.asInt(), 7);
+    EXPECT_EQ(name->scopeEntries, 10U);
+    while (stack.size() < kMany) stack.push(1).append(name, Variable::makeInt(8));
+    EXPECT_EQ(&stack[0], first);
+    EXPECT_EQ(stack[9][0].value.asInt(), 7);
+    EXPECT_EQ(stack[kMany - 1][0].value.asInt(), 8);
 }
 
 }  // namespace
