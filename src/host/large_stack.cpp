@@ -57,9 +57,8 @@ constexpr std::size_t kMostHeap = kScale * 768 * kMebibyte;
 constexpr std::size_t kSureStack = kScale * 512 * kMebibyte;
 constexpr double kMostSeconds = 0.75;
 
-/// A stack beyond this is given back when it is no longer in use, but for what lies next to what is
-/// in use, and in no smaller portions: a recursion that goes up and down would pay for them.
-constexpr std::size_t kDeepStack = kScale * 128 * kMebibyte;
+/// What is given back of a deep stack that is no longer in use: all but what lies next to what is
+/// in use, and nothing less than this, since a recursion that goes up and down would pay for it.
 constexpr std::size_t kSpareStack = kScale * 32 * kMebibyte;
 constexpr std::size_t kLeastGivenBack = kScale * 64 * kMebibyte;
 
@@ -155,6 +154,7 @@ private:
 
     void noteDepth() const {
 #ifndef DOVREL_EMBEDDED
+        constexpr std::size_t kDeepStack = kScale * 128 * kMebibyte;
         if (opened() > kDeepStack) unsettledMemory = 1;
 #endif
     }
