@@ -291,6 +291,11 @@ def check_exhaustion(program, path, exhaustion):
 def main():
     parser = argparse.ArgumentParser(description="Runs recursions and exhaustions.")
     parser.add_argument("--program", required=True, help="the dovrelscript to test")
+    parser.add_argument(
+        "--unoptimised",
+        action="store_true",
+        help="leave the recursions out: their levels take several times as much",
+    )
     options = parser.parse_args()
     program = os.path.abspath(options.program)
     if not Path("/proc/self/status").exists() or os.environ.get("DOVREL_SANITIZED"):
@@ -299,7 +304,8 @@ def main():
     failed = False
     with tempfile.TemporaryDirectory(prefix="dovrelscript-") as folder:
         path = Path(folder, "deep.dv")
-        for check, cases in (check_recursion, RECURSIONS), (check_exhaustion, EXHAUSTIONS):
+        recursions = [] if options.unoptimised else RECURSIONS
+        for check, cases in (check_recursion, recursions), (check_exhaustion, EXHAUSTIONS):
             for case in cases:
                 for complaint in check(program, path, case):
                     print(f"FAILED: {case.name}: {complaint}")
