@@ -263,7 +263,8 @@ def check_recursion(program, path, recursion):
             return
         reached, left = memory_of(child.pid, "VmHWM"), memory_of(child.pid, "VmRSS")
         child.communicate("\n")
-    print(f"{recursion.name}: {reached // MEBIBYTE} MiB, {left // MEBIBYTE} of them left", flush=True)
+    sizes = f"{reached // MEBIBYTE} MiB, {left // MEBIBYTE} of them left"
+    print(f"{recursion.name}: {sizes}", flush=True)
     if child.returncode != 0:
         yield f"status {child.returncode}"
     if reached < recursion.reached:
