@@ -30,6 +30,7 @@ class Load:
     bound: float  # in bytes, for each unit
     script: Iterator[str]
     wanted: str
+    seconds: float = float("inf")  # of the processor, at most
 
 
 def sum_to(count):
@@ -97,7 +98,29 @@ print(len(text), string["sub"](text, -3))
 """
 
 
+def levels(count):
+    """Each asks for a variable of the first one's caller, which must not cost the depth: at a
+    nanosecond for each level between, this would take minutes."""
+    yield f"""
+function rec(n)
+    native r = 0
+    found = found + 1
+    if n > 0
+        r = rec(n - 1)
+    end
+    found = found + 1
+    return r
+end
+function start(n, found)
+    native r = rec(n)
+    return found
+end
+print(start({count - 1}, 0))
+"""
+
+
 def loads(scale):
+    deep = 400000 // scale
     lines, many, large = 1000000 // scale, 5000000 // scale, (256 << 20) // scale // 16 * 16
     return [
         Load("assignments", "line", lines, 1100, assignments(lines), f"{lines - 2}\n"),
@@ -111,12 +134,13 @@ def loads(scale):
             f"{many} {sum_to(many - 1)} {many - 1} not\nfalse false\nk1 again\n",
         ),
         Load("elements", "element", many, 90, elements(many), f"{many} {sum_to(many)} {many}\n0\n"),
+        Load("levels", "level", deep, 250, levels(deep), f"{2 * deep}\n", 20),
         Load("text", "byte", large, 1.5, text(large), f"{large} def\n"),
     ]
 
 
 def run(program, folder, script):
-    """Runs a script to its end: status, what it wrote, and its peak in bytes."""
+    """Runs a script to its end: status, what it wrote, its peak in bytes, and its seconds."""
     path = Path(folder, "load.dv")
     with path.open("w") as file:
         file.writelines(script)
@@ -125,7 +149,8 @@ def run(program, folder, script):
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         out.seek(0)
-        return child.returncode, out.read(4096).decode(), usage.ru_maxrss * 1024
+        seconds = usage.ru_utime + usage.ru_stime
+        return child.returncode, out.read(4096).decode(), usage.ru_maxrss * 1024, seconds
 
 
 def main():
@@ -146,7 +171,7 @@ def main():
             if options.names and load.name not in options.names:
                 continue
             start = time.monotonic()
-            status, written, peak = run(program, folder, load.script)
+            status, written, peak, worked = run(program, folder, load.script)
             seconds = time.monotonic() - start
             each = max(0, peak - empty) / load.count
             print(
@@ -159,6 +184,9 @@ def main():
                 failed = True
             if not options.scaled_down and each > load.bound:
                 print(f"FAILED: more than {load.bound} bytes")
+                failed = True
+            if not options.scaled_down and worked > load.seconds:
+                print(f"FAILED: more than {load.seconds} seconds of the processor")
                 failed = True
     return 1 if failed else 0
 

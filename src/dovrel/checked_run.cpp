@@ -116,20 +116,16 @@ CheckedRun::Found CheckedRun::search(Name name, bool isWritten) const {
     };
     // Deep recursions would be searched from top to bottom for each global.
     if (name->scopeEntries == 0) return global();
-    for (std::size_t i = script.blockScopes.size(); i-- > script.blockScopeFloor;) {
-        const Scope& scope = script.blockScopes[i];
-        const std::size_t index = scope.find(name);
-        if (index < scope.size()) return {&scope[index].value, true, i};
+    const ScopeStack& blocks = script.blockScopes.all();
+    const EntryPlace inBlocks = blocks.find(name, script.blockScopeFloor, blocks.size());
+    if (inBlocks.isFound()) {
+        return {&blocks[inBlocks.scope][inBlocks.entry].value, true, inBlocks.scope};
     }
     const bool isShort = script.fastCallable != nullptr && !isWritten;
     const std::size_t base = isShort ? script.fastFrameBase : 0;
     const auto inFrames = [&](std::size_t first, std::size_t end) -> const Variable* {
-        for (std::size_t i = end; i-- > first;) {
-            const Scope& scope = script.frameScopes[i];
-            const std::size_t index = scope.find(name);
-            if (index < scope.size()) return &scope[index].value;
-        }
-        return nullptr;
+        const EntryPlace place = script.frameScopes.find(name, first, end);
+        return place.isFound() ? &script.frameScopes[place.scope][place.entry].value : nullptr;
     };
     if (const Variable* value = inFrames(base, script.frameScopes.size())) return {value, false, 0};
     if (isShort) {

@@ -356,6 +356,7 @@ Variable DovrelScript::spreadProtectedCall(Arguments args) {
                                                               ok, scalar, message);
         } catch (const std::exception& error) {
             observeError(error);
+            noteError(error.what());
             ok = false;
             message = error.what();
         }

@@ -26,6 +26,7 @@ public:
 }  // namespace
 
 std::string DovrelScript::locatedReport(std::string_view message, std::string_view token) const {
+    noteError(message);
     const std::string_view source = currentLine != nullptr ? std::string_view(*currentLine) : "";
     const bool named = !scriptNameStack.empty() && !scriptNameStack.back()->empty();
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "eval/far_searches.h"
 #include "value/names.h"
 #include "value/variable.h"
 
@@ -61,7 +62,7 @@ public:
     }
     /// Appends an entry with nil without looking for an older one of that name. Returns its value.
     Variable& append(Name name) {
-        if (count_ == capacity_) grow(2 * capacity_ + 1);
+        if (count_ == room()) grow(2 * room() + 1);
         // The names of compiled code stand in their places already, and are not ours to write.
         if (names_[count_] != name) names_[count_] = name;
         ++name->scopeEntries;
@@ -88,12 +89,18 @@ public:
     /// The same with names of its own, since their order is not known before for all of them.
     void openWindowWithOwnNames(const Name* names, Variable* values, std::uint32_t count,
                                 std::uint32_t capacity) {
-        if (capacity > ownCapacity_) growOwn(capacity);
+        if (capacity > ownCapacity_) {
+            capacity_ = 0;  // the mark goes even if this fails
+            growOwn(capacity);
+        }
         std::copy_n(names, capacity, ownNames_.get());
         openWindow(ownNames_.get(), values, count, capacity);
     }
     /// It is a window into the registers of compiled code.
     [[nodiscard]] bool isWindow() const { return values_ != ownValues_.get(); }
+    /// A mark that stays until the scope is opened anew; see FarSearches.
+    [[nodiscard]] bool isMarked() const { return (capacity_ & kMark) != 0; }
+    void mark() const { capacity_ |= kMark; }
     /// Counts the next entry of a window, whose value stands in its place and whose name is known.
     void declareNext() { ++names_[count_++]->scopeEntries; }
 
@@ -107,6 +114,9 @@ public:
     }
 
 private:
+    static constexpr std::uint32_t kMark = std::uint32_t{1} << 31U;
+
+    [[nodiscard]] std::uint32_t room() const { return capacity_ & ~kMark; }
     void growOwn(std::uint32_t capacity) {
         auto names = std::make_unique<Name[]>(capacity);
         auto values = std::make_unique<Variable[]>(capacity);
@@ -132,7 +142,9 @@ private:
     Name* names_ = nullptr;  // the first `count_` are used, the other values hold nil
     Variable* values_ = nullptr;
     std::uint32_t count_ = 0;
-    std::uint32_t capacity_ = 0;
+    // Each opening sets it, so that the mark in its upper bit goes without a step of its own. The
+    // mark is no part of what the scope holds.
+    mutable std::uint32_t capacity_ = 0;
     // Storage of its own, kept for the next use while the scope is a window.
     std::unique_ptr<Name[]> ownNames_;
     std::unique_ptr<Variable[]> ownValues_;
@@ -180,17 +192,43 @@ public:
         scopes_.swap(other.scopes_);
         std::swap(count_, other.count_);
         std::swap(made_, other.made_);
+        far_.swap(other.far_);
     }
 
+    /// The innermost entry called `name` in the scopes [floor, ceiling), counted from the outermost
+    /// one. In the long run its cost does not depend on how many there are.
+    [[nodiscard]] EntryPlace find(Name name, std::size_t floor, std::size_t ceiling) const {
+        const std::size_t near = ceiling > floor + kNear ? ceiling - kNear : floor;
+        for (std::size_t i = ceiling; i-- > near;) {
+            const std::size_t entry = scopes_[i].find(name);
+            if (entry < scopes_[i].size()) return {i, entry};
+        }
+        return near == floor ? EntryPlace{} : findFar(name, floor, near);
+    }
+    /// How many scopes have been looked into by all searches that went far.
+    [[nodiscard]] std::uint64_t farScopesSearched() const {
+        return far_ != nullptr ? far_->scopesSearched : 0;
+    }
+
+    /// Destroys spare scopes that are far more than those in use, of which `expected` more will be
+    /// there soon, and gives their memory back to the system. The addresses of scopes stay what
+    /// they are and will be. True if there were such.
+    bool giveBack(std::size_t expected = 0) noexcept;
+
 private:
+    /// So many scopes are looked into before anything is remembered.
+    static constexpr std::size_t kNear = 16;
+
     [[gnu::noinline]] void grow() {
         scopes_.emplace_back();
         ++made_;
     }
+    [[nodiscard]] EntryPlace findFar(Name name, std::size_t floor, std::size_t ceiling) const;
 
     std::vector<Scope> scopes_;  // the first `count_` are on the stack, the others are spare
     std::size_t count_ = 0;
-    std::size_t made_ = 0;  // its size
+    std::size_t made_ = 0;                      // its size
+    mutable std::unique_ptr<FarSearches> far_;  // made by the first search that goes far
 };
 
 /// Puts off the opening of block scopes until somebody looks at them.
@@ -237,6 +275,8 @@ public:
     }
     /// So many of those have been opened, or are over.
     void forget(std::size_t count) { putOff_ -= count; }
+    /// See ScopeStack.
+    bool giveBack() noexcept { return scopes_.giveBack(putOff_); }
     /// The source has put off something within one of its blocks.
     void putOffEntry() { isPutOff_ = true; }
     /// The source may have put off something since it has opened its blocks.

@@ -7,6 +7,9 @@
 //      another scope that stands at the same place passes; kept, no string is touched on that path.
 //   3. A cached miss of the global map is never asked again by reads.
 //   4. A cached parameter counts only while no frame is newer than the fast body.
+//
+// A search by name looks into the nearest scopes one by one. What is farther away is remembered
+// (eval/far_searches.h), so that no search costs the depth of the recursion that it is made in.
 #include <string>
 #include <utility>
 
@@ -46,14 +49,11 @@ const Variable* validateCachedEntry(const TokenAnalysis& token, const Scope& sco
 const Variable* searchScopes(const ScopeStack& scopes, std::size_t floor, std::size_t ceiling,
                              SlotKind kind, const TokenAnalysis& token) {
     if (!token.name->isInScopes()) return nullptr;
-    for (std::size_t i = ceiling; i-- > floor;) {
-        const Scope& scope = scopes[i];
-        const std::size_t index = scope.find(token.name);
-        if (index == scope.size()) continue;
-        cacheSlot(token, kind, scopes.size() - 1 - i, index, &scope);
-        return &scope[index].value;
-    }
-    return nullptr;
+    const EntryPlace place = scopes.find(token.name, floor, ceiling);
+    if (!place.isFound()) return nullptr;
+    const Scope& scope = scopes[place.scope];
+    cacheSlot(token, kind, scopes.size() - 1 - place.scope, place.entry, &scope);
+    return &scope[place.entry].value;
 }
 
 }  // namespace
@@ -103,14 +103,10 @@ void DovrelScript::cacheGlobal(const TokenAnalysis& token, std::size_t slot) {
 
 Variable* DovrelScript::findInScopes(Name name) {
     if (isInNoScope(name)) return nullptr;
-    for (std::size_t i = blockScopes.size(); i-- > blockScopeFloor;) {
-        const std::size_t index = blockScopes[i].find(name);
-        if (index < blockScopes[i].size()) return &blockScopes[i][index].value;
-    }
-    for (std::size_t i = frameScopes.size(); i-- > 0;) {
-        const std::size_t index = frameScopes[i].find(name);
-        if (index < frameScopes[i].size()) return &frameScopes[i][index].value;
-    }
+    const EntryPlace inBlocks = blockScopes.all().find(name, blockScopeFloor, blockScopes.size());
+    if (inBlocks.isFound()) return &blockScopes[inBlocks.scope][inBlocks.entry].value;
+    const EntryPlace inFrames = frameScopes.find(name, 0, frameScopes.size());
+    if (inFrames.isFound()) return &frameScopes[inFrames.scope][inFrames.entry].value;
     return nullptr;
 }
 

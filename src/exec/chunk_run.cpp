@@ -72,6 +72,7 @@ Variable ChunkRun::run(const BytecodeChunkRange& range, BlockSignal& signal) {
             if (unwinding()) return {};
             const Flow flow = execute(*instruction, signal);
             interpreter_.runTurnHook();
+            interpreter_.settleMemoryIfDue();
             if (flow == Flow::Leave) break;
         } catch (const std::exception& error) {
             if (tryRecordFault(error)) return {};

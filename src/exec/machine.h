@@ -21,6 +21,7 @@
 #include "exec/machine_code.h"
 #include "exec/machine_function.h"
 #include "interpreter/dovrel_script.h"
+#include "value/page_release.h"
 #include "value/script_callable.h"
 
 class Machine final : public BlockScopeSource {
@@ -44,6 +45,9 @@ public:
 
     /// Opens the block scopes of all running functions that have been put off.
     void openBlocks() override;
+
+    /// Gives back what a recursion that is over has left; see DovrelScript::giveMemoryBack.
+    void giveMemoryBack() noexcept;
 
     /// What has been compiled and run, for tests that demand it.
     struct Counts {
@@ -127,6 +131,11 @@ private:
         void pop_back() {
             --count_;
             --innermost_;
+        }
+        /// The memory of what is not in use goes back to the system.
+        void releaseSpare() noexcept {
+            if (innermost_ == nullptr) return;
+            releasePages(innermost_ + 1, activations_.get() + capacity_ + 1);
         }
 
     private:
@@ -445,6 +454,7 @@ private:
     std::unordered_map<std::string, Text> constantTexts_;
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;
+    std::size_t deepestSegment_ = 0;  // since memory has been given back
     Variable* segmentEnd_ = nullptr;
     std::vector<std::unique_ptr<Walk>> walks_;
     std::vector<std::unique_ptr<Walk>> spareWalks_;

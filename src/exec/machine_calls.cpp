@@ -69,6 +69,7 @@ Variable* Machine::roomFor(Variable* base, std::size_t arguments, std::size_t co
         base[i].setNil();
     }
     segment_ = next;
+    deepestSegment_ = std::max(deepestSegment_, next);
     segmentEnd_ = segments_[next].end();
     newSegment = true;
     return moved;
@@ -83,6 +84,20 @@ void Machine::dropSegment() {
     }
     --segment_;
     segmentEnd_ = segments_[segment_].end();
+    // A recursion comes back: seldom enough that it does not matter what this takes.
+    if (deepestSegment_ > 2 * (segment_ + 1)) {
+        deepestSegment_ = segment_;
+        interpreter_.giveMemoryBack();
+    }
+}
+
+void Machine::giveMemoryBack() noexcept {
+    activations_.releaseSpare();
+    constexpr std::size_t kMostSpareWalks = 256;
+    if (spareWalks_.size() > kMostSpareWalks) {
+        spareWalks_.resize(kMostSpareWalks);
+        spareWalks_.shrink_to_fit();
+    }
 }
 
 // ---------------------------------------------------------------- calls
@@ -456,6 +471,7 @@ void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
         } else if (!interpreter_.softErrorUnwinding()) {
             result = interpreter_.invokeCallableFast(*slot, args);
         }
+        interpreter_.settleMemoryIfDue();
     } else {
         result = interpreter_.invokeCallableFast(*slot, args);
     }
@@ -495,6 +511,7 @@ Variable Machine::spreadCall(Variable* slot, std::size_t count) {
             result = interpreter_.invokeCallableFast(callee, args);
         }
     }
+    interpreter_.settleMemoryIfDue();
     clearArguments(slot, count);
     return result;
 }
@@ -557,6 +574,7 @@ void Machine::evaluateWhole(const MachineCode& code, Pc& pc) {
             pc = code.code.data() + (holds ? site->doneTrue : site->doneFalse);
         }
     }
+    interpreter_.settleMemoryIfDue();
     switchToTurns(code, pc);
 }
 

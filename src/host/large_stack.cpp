@@ -57,6 +57,11 @@ constexpr std::size_t kMostHeap = kScale * 768 * kMebibyte;
 constexpr std::size_t kSureStack = kScale * 512 * kMebibyte;
 constexpr double kMostSeconds = 0.75;
 
+/// What is given back of a deep stack that is no longer in use: all but what lies next to what is
+/// in use, and nothing less than this, since a recursion that goes up and down would pay for it.
+constexpr std::size_t kSpareStack = kScale * 32 * kMebibyte;
+constexpr std::size_t kLeastGivenBack = kScale * 64 * kMebibyte;
+
 /// What the process has worked, and the system for it, so that other processes do not matter.
 double seconds() {
     timespec now{};
@@ -123,13 +128,36 @@ public:
         }
         take(lowest);
         open_ = lowest;
+        noteDepth();
         return true;
+    }
+    [[nodiscard]] bool contains(std::uintptr_t address) const {
+        return address >= begin() && address < begin() + size_;
+    }
+    /// Closes what lies far below `address`, which is in use. True if that was something.
+    bool closeFarBelow(std::uintptr_t address) {
+        const std::uintptr_t lowest = (address - kSpareStack) / kStep * kStep;
+        const bool isFar = lowest > open_ && lowest - open_ >= kLeastGivenBack &&
+                           mprotect(reinterpret_cast<void*>(open_), lowest - open_, PROT_NONE) == 0;
+        if (isFar) {
+            madvise(reinterpret_cast<void*>(open_), lowest - open_, MADV_DONTNEED);
+            open_ = lowest;
+            secondsTaken_ = 0;  // the next recursion has its own
+        }
+        noteDepth();
+        return isFar;
     }
 
 private:
     [[nodiscard]] std::uintptr_t begin() const { return reinterpret_cast<std::uintptr_t>(base_); }
     [[nodiscard]] std::size_t opened() const { return begin() + size_ - open_; }
 
+    void noteDepth() const {
+#ifndef DOVREL_EMBEDDED
+        constexpr std::size_t kDeepStack = kScale * 128 * kMebibyte;
+        if (opened() > kDeepStack) unsettledMemory = 1;
+#endif
+    }
     bool mayGrow(std::size_t bytes) {
         if (opened() > kSureStack && secondsTaken_ > kMostSeconds) return false;
         // What has come to the heap since the stack was small is what the levels keep there.
@@ -169,6 +197,7 @@ public:
         action.sa_flags = SA_SIGINFO | SA_ONSTACK;
         sigemptyset(&action.sa_mask);
         sigaction(SIGSEGV, &action, &outerAction_);
+        setGiveStackBack(giveBack);
     }
     ~StackFaults() {
         sigaction(SIGSEGV, &outerAction_, nullptr);
@@ -194,6 +223,13 @@ private:
         StackFaults* outermost = innermost_;
         while (outermost->outer_ != nullptr) outermost = outermost->outer_;
         sigaction(SIGSEGV, &outermost->outerAction_, nullptr);
+    }
+
+    static bool giveBack() noexcept {
+        const char here = 0;
+        const auto address = reinterpret_cast<std::uintptr_t>(&here);
+        return innermost_ != nullptr && innermost_->stack_.contains(address) &&
+               innermost_->stack_.closeFarBelow(address);
     }
 
     static inline StackFaults* innermost_ = nullptr;

@@ -32,6 +32,7 @@
 
 #include "coroutine/coroutine_state.h"
 #include "eval/fast_scalar_value.h"
+#include "eval/memory_reserve.h"
 #include "eval/scope.h"
 #include "exec/block_signal.h"
 #include "frontend/parsed_script_line.h"
@@ -43,6 +44,7 @@
 #include "value/names.h"
 #include "value/run_context.h"
 #include "value/script_callable.h"
+#include "value/stack_end.h"
 #include "value/table.h"
 #include "value/variable.h"
 
@@ -409,6 +411,22 @@ public:
     std::size_t lastTokenIndex = 0;
     Shared<ScriptCallable> retiredCallable;    // keeps `currentLine` alive after a call
     const std::string* retiredLine = nullptr;  // `currentLine` when it was retired
+
+    // ------------------------------------------------------------------ eval: memory
+    /// Gives back to the system what a recursion that is over has left, if that is far beyond what
+    /// is in use. No scope changes its address.
+    void giveMemoryBack() noexcept;
+    /// The same, and takes the reserve again if it is gone and memory is there for it. To be called
+    /// where `memoryIsUnsettled`.
+    void settleMemory() noexcept;
+    void settleMemoryIfDue() noexcept {
+        if (memoryIsUnsettled()) [[unlikely]]
+            settleMemory();
+    }
+    /// An error with this text is about to be reported or has been caught: if it tells that memory
+    /// has run out, the reserve is for whoever deals with it.
+    void noteError(std::string_view message) const noexcept;
+    mutable MemoryReserve memoryReserve;
 
     // ------------------------------------------------------------------ exec
     /// The whole front end and the compiler.

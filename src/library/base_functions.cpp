@@ -148,6 +148,7 @@ Variable pcallFunction(DovrelScript& interpreter, Arguments args) {
 }
 
 Variable DovrelScript::protectedCall(Arguments args) {
+    settleMemoryIfDue();
     const std::uint64_t depth = callDepth;
     protectedCallDepths.push_back(depth);
     const auto failed = [](std::string message) {
@@ -162,12 +163,15 @@ Variable DovrelScript::protectedCall(Arguments args) {
         protectedCallDepths.pop_back();
         observeError(error);
         if (observer != nullptr) tellCaught();
+        noteError(error.what());
+        settleMemoryIfDue();
         return failed(error.what());
     }
     protectedCallDepths.pop_back();
     if (softErrorPending && softErrorDepth == depth) {
         softErrorPending = false;
         softErrorDepth = 0;
+        settleMemoryIfDue();
         return failed(std::exchange(softErrorMessage, std::string()));
     }
     std::vector<Variable> values = {Variable::makeBool(true)};

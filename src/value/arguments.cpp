@@ -5,6 +5,8 @@
 namespace {
 
 constexpr std::size_t kBlockCapacity = 1024;
+/// So many spare blocks are never far more than needed.
+constexpr std::size_t kMostSpareBlocks = 64;
 
 }  // namespace
 
@@ -22,4 +24,11 @@ void ArgumentStack::openBlockFor(std::size_t count) {
         block.capacity = capacity;
     }
     current_ = next;
+}
+
+void ArgumentStack::giveBack() noexcept {
+    const std::size_t needed = current_ + 1;
+    if (blocks_.size() > 2 * needed + kMostSpareBlocks) {
+        blocks_.resize(needed + kMostSpareBlocks / 2);
+    }
 }

@@ -41,6 +41,9 @@ public:
     ArgumentStack(const ArgumentStack&) = delete;
     ArgumentStack& operator=(const ArgumentStack&) = delete;
 
+    /// Frees blocks that are far more than those in use.
+    void giveBack() noexcept;
+
 private:
     friend class ArgumentFrame;
 

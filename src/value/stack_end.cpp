@@ -3,6 +3,7 @@
 namespace {
 
 AtStackEnd atStackEnd = nullptr;
+GiveStackBack stackGiver = nullptr;
 
 }  // namespace
 
@@ -16,3 +17,7 @@ void endOfStack() {
     if (RunContext::running() != nullptr) throw ScriptStopped{StopReason::Stack};
 #endif
 }
+
+void setGiveStackBack(GiveStackBack giver) noexcept { stackGiver = giver; }
+
+bool giveStackBack() noexcept { return stackGiver != nullptr && stackGiver(); }

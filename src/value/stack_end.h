@@ -3,6 +3,7 @@
 // other programs must not end theirs: there the recursion looks at the stack and stops the script.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 
 #include "value/run_context.h"
@@ -21,6 +22,25 @@ void setAtStackEnd(AtStackEnd handler) noexcept;
 /// caller goes on then, until the system stops it. Inside of another program it raises
 /// ScriptStopped.
 void endOfStack();
+
+/// Gives back what of the host's stack is far below where it is in use. True if that was something.
+using GiveStackBack = bool (*)() noexcept;
+
+/// Sets what `giveStackBack` calls; null for nothing. Counts for the whole process.
+void setGiveStackBack(GiveStackBack giver) noexcept;
+
+/// To be called where a recursion may have ended.
+bool giveStackBack() noexcept;
+
+#ifdef DOVREL_EMBEDDED
+// Hosts have their stacks, and memory of their own to manage.
+constexpr bool memoryIsUnsettled() { return false; }
+#else
+/// Set, possibly in a signal handler, when a recursion has taken much memory that it will leave
+/// behind, or when memory has run out. See DovrelScript::settleMemory.
+inline volatile std::sig_atomic_t unsettledMemory = 0;
+inline bool memoryIsUnsettled() { return unsettledMemory != 0; }
+#endif
 
 /// To be asked at each level of a recursion that only the host's stack bounds.
 inline void requireHostStack() {

@@ -640,4 +640,21 @@ TEST_F(Scopes, TheInlineReadGivesWhatTheLookUpGives) {
     EXPECT_EQ(both(), "1");
 }
 
+// A budget of statements bounds what a script does: none of them may cost the depth.
+TEST_F(Scopes, ASearchFromEachLevelDoesNotCostTheDepth) {
+    constexpr std::size_t kLevels = 5000;
+    const std::string depth = std::to_string(kLevels);
+    interpreter_.runScript(
+        "function rec(n)\n native r = 0\n v = v + 1\n if n > 0\n local w = v\n r = rec(n - 1)\n"
+        "v = w + 1\n end\n return r\nend\n"
+        "function outer(n, v)\n native r = rec(n)\n return v\nend\n"
+        "result = outer(" +
+        depth + ", 0)");
+    EXPECT_EQ(interpreter_.resolveVariablePtr(name("result"))->toString(), "2");
+    const std::uint64_t searched = interpreter_.frameScopes.farScopesSearched() +
+                                   interpreter_.blockScopes.all().farScopesSearched();
+    EXPECT_GT(searched, kLevels);
+    EXPECT_LT(searched, 200 * kLevels);
+}
+
 }  // namespace
