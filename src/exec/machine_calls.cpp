@@ -189,6 +189,7 @@ bool Machine::tryEnterProtected(Variable* slot, std::size_t count, std::uint8_t 
     if (count == 0 || slot[1].type != VarType::Function) return false;
     if (activations_.back().pc[1].op != MachineOp::Spread) return false;
     showToken();
+    interpreter_.settleMemoryIfDue();
     beginProtection();
     bool isEntered = false;
     try {
@@ -234,6 +235,7 @@ void Machine::finishProtectedCall(Variable* callee, Variable& result) {
 void Machine::answerProtectedCall(Variable* pcall, bool ok, Variable& result) {
     pcall[1].setNil();
     pcall[0].setNil();
+    if (!ok) interpreter_.settleMemoryIfDue();
     Activation& caller = activations_.back();
     const MachineInstruction& spread = *++caller.pc;
     if (interpreter_.softErrorUnwinding()) return;
