@@ -1,6 +1,7 @@
 // The global natives that work on arrays and tables.
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -55,7 +56,10 @@ Variable reserveFunction(DovrelScript&, Arguments args) {
     const int capacity = args[1].asInt();
     if (capacity < 0) throwPlainError("reserve(array, capacity): capacity must be >= 0");
     ArrayStorage& elements = *args[0].asArray();
-    elements.reserve(static_cast<std::size_t>(capacity));
+    const auto wanted = static_cast<std::size_t>(capacity);
+    // Where addresses are short: like any other memory that is not there.
+    if (wanted > elements.max_size()) throw std::bad_alloc();
+    elements.reserve(wanted);
     return Variable::makeInt(static_cast<int>(elements.capacity()));
 }
 

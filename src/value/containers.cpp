@@ -2,6 +2,7 @@
 #include "value/containers.h"
 
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -59,7 +60,10 @@ Variable* arrayElementForWriting(Variable& container, const Variable& key, bool 
     ArrayStorage& array = *container.asArray();
     if (static_cast<std::size_t>(index) > array.size()) {
         if (!create) throwPlainError("Array index out of range");
-        array.resize(static_cast<std::size_t>(index));
+        const auto wanted = static_cast<std::size_t>(index);
+        // Where addresses are short: like any other memory that is not there.
+        if (wanted > array.max_size()) throw std::bad_alloc();
+        array.resize(wanted);
     }
     return &array[static_cast<std::size_t>(index) - 1];
 }
