@@ -114,7 +114,7 @@ bool done(Work work) noexcept {
 }
 
 const Value& of(const dovrel_value* value) {
-    static const Value nil;
+    static const Value nil{};
     return value == nullptr ? nil : value->value;
 }
 
