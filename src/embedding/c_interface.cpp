@@ -239,7 +239,7 @@ bool dovrel_set_global(dovrel_interpreter* interpreter, const char* name,
 dovrel_value* dovrel_function(dovrel_interpreter* interpreter, dovrel_native native, void* user,
                               void (*release)(void* user)) {
     return guardedValue(
-        [&] { return functionOf(interpreter, "a native", native, ownerOf(user, release)); });
+        [&] { return functionOf(interpreter, {}, native, ownerOf(user, release)); });
 }
 bool dovrel_define(dovrel_interpreter* interpreter, const char* name, dovrel_native native,
                    void* user, void (*release)(void* user)) {

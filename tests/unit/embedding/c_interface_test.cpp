@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -149,6 +151,29 @@ TEST(CInterface, ErrorsHaveTheirParts) {
     EXPECT_EQ(dovrel_run_file(interpreter.get(), "no/such.dv"), nullptr);
     EXPECT_STREQ(dovrel_last_error()->message, "Failed to open script file: no/such.dv");
     EXPECT_EQ(integerOf(run(interpreter, "return a")), 1);
+}
+
+TEST(CInterface, NoExceptionOfTheHostLeavesIt) {
+    const Interpreter interpreter(dovrel_new(nullptr));
+    const Value list(dovrel_array(interpreter.get()));
+    ASSERT_TRUE(dovrel_push(list.get(), nullptr));
+    using Visit = bool (*)(const dovrel_value*, const dovrel_value*, void*);
+    const auto messageOf = [&](Visit visit) {
+        EXPECT_FALSE(dovrel_each(list.get(), visit, nullptr));
+        return std::string(dovrel_last_error()->message);
+    };
+    EXPECT_EQ(messageOf([](const dovrel_value*, const dovrel_value*, void*) -> bool {
+                  throw std::runtime_error("of the host");
+              }),
+              "of the host");
+    EXPECT_EQ(dovrel_last_error()->reason, DOVREL_BY_USAGE);
+    EXPECT_EQ(messageOf([](const dovrel_value*, const dovrel_value*, void*) -> bool { throw 42; }),
+              "an exception of an unknown type");
+    EXPECT_EQ(messageOf([](const dovrel_value*, const dovrel_value*, void*) -> bool {
+                  throw std::bad_alloc();
+              }),
+              "out of memory");
+    EXPECT_EQ(dovrel_last_error()->reason, DOVREL_MEMORY);
 }
 
 struct Counter {
