@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -20,6 +21,14 @@ namespace {
 constexpr std::size_t kMostEdits = 40;
 constexpr std::size_t kLongestText = 4000;
 constexpr const char* kUri = "file:///nowhere/script.dv";
+
+/// How many edits this process has made. An execution makes as many as its bytes are good for.
+std::uint64_t editsMade = 0;
+
+/// In the form of libFuzzer's own figures.
+[[maybe_unused]] const int tellsEdits = std::atexit([] {
+    std::fprintf(stderr, "stat::edits: %llu\n", static_cast<unsigned long long>(editsMade));
+});
 
 /// What is typed: the words that change how all behind them is read.
 constexpr std::array<std::string_view, 40> kPieces = {"\n",
@@ -132,6 +141,7 @@ public:
     void run(Bytes& bytes) {
         for (std::size_t i = 0; i < kMostEdits && !bytes.isEmpty(); ++i) {
             edit(bytes);
+            ++editsMade;
             // To read all anew takes most of the time.
             if (i % 4 == 3) compare();
             query(bytes);

@@ -53,11 +53,13 @@ if [[ -e $build/src/embedding/libdovrelscript.so ]]; then
         "$(dpkg-deb -f "$development" Depends)"
     dpkg-deb -x "$shared" "$folder/library"
     dpkg-deb -x "$development" "$folder/library"
-    for file in libdovrelscript.{a,so} pkgconfig/dovrelscript.pc \
+    for file in libdovrelscript.{a,so} pkgconfig/dovrelscript{,-c}.pc \
         cmake/dovrelscript/dovrelscript-config{,-version}.cmake; do
         [[ -f $(echo "$folder"/library/usr/lib*/"$file") ]] || fail "no $file in the -dev package"
     done
-    [[ -f $folder/library/usr/include/dovrel/dovrel.h ]] || fail "no header in the -dev package"
+    for file in dovrel.h dovrel_c.h; do
+        [[ -f $folder/library/usr/include/dovrel/$file ]] || fail "no $file in the -dev package"
+    done
 fi
 
 root=$folder/root

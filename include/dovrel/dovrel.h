@@ -159,7 +159,7 @@ public:
     [[nodiscard]] std::string toString() const { return std::string(shown().text()); }
 
     // Strings.
-    /// The bytes; raises Error for another kind.
+    /// The bytes, with a zero byte behind them; raises Error for another kind.
     [[nodiscard]] std::string_view text() const;
 
     // Arrays and tables. Keys are those of the language: positions of an array count from 1.

@@ -5,8 +5,7 @@
 
 bool CheckContext::isAssigned(const std::string& name) const {
     if (assignedElsewhere.contains(name)) return true;
-    const std::vector<const NameUse*>& uses = model.usesOf(name);
-    return std::any_of(uses.begin(), uses.end(), [](const NameUse* use) { return !use->isRead(); });
+    return !model.writesOf(name).empty();
 }
 
 bool CheckContext::isLibraryGlobal(const std::string& name) {

@@ -3,10 +3,12 @@
 // evaluators are gone through here with counters in place of values, for calls of functions whose
 // results are numbers.
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "dovrel/check_context.h"
 
@@ -110,7 +112,9 @@ private:
                        part.is(ExpressionKind::Table) || part.is(ExpressionKind::Variadic);
         });
         if (!hasCall || byTokens) return;
-        counts_.clear();
+        goals_.clear();
+        known_.clear();
+        open_ = {};
         if (way == Way::Condition) {
             countCondition(expression);
         } else if (way == Way::DirectCall && expression.is(ExpressionKind::Call) &&
@@ -118,7 +122,7 @@ private:
             for (std::size_t i = 0; i < expression.argumentCount(); ++i) {
                 countWhole(expression.argument(i));
             }
-            ++counts_[&expression];
+            count(expression);
         } else {
             countWhole(expression);
         }
@@ -126,13 +130,63 @@ private:
     }
 
     void tell(Way way) {
-        for (const auto& [call, count] : counts_) {
+        for (const auto& [call, count] : counts()) {
             if (count < 2 || !canBeNoticed(*call)) continue;
             const std::string where = way == Way::Condition ? "condition" : "calculation";
             context_.report("W302", statement_->index, *call,
                             "this call may run " + std::to_string(count) + " times: the " + where +
                                 " is tried as a number first; assign its result to a name before");
         }
+    }
+
+    // A tier that declines leaves its operands to the next one, at each level of an expression
+    // anew. So the same steps are gone through very often, and each is worked out only once: its
+    // result, the calls in it, and the steps that it takes. How often it is taken is added up at
+    // the end.
+
+    /// What is done with an expression.
+    enum class Step : std::uint8_t { Values, Numbers, Truth };
+    struct Goal {
+        bool result = false;
+        std::vector<const Expression*> calls;
+        std::vector<std::size_t> parts;  // indices of goals that were reached before
+    };
+
+    void count(const Expression& call) { open_.calls.push_back(&call); }
+    template <typename Work>
+    bool once(Step step, const Expression& expression, const Work& work) {
+        const auto key = std::make_pair(&expression, step);
+        const auto found = known_.find(key);
+        std::size_t index = 0;
+        if (found != known_.end()) {
+            index = found->second;
+        } else {
+            Goal around = std::exchange(open_, {});
+            open_.result = work();
+            index = goals_.size();
+            goals_.push_back(std::exchange(open_, std::move(around)));
+            known_.emplace(key, index);
+        }
+        open_.parts.push_back(index);
+        return goals_[index].result;
+    }
+    [[nodiscard]] std::map<const Expression*, int> counts() const {
+        constexpr int most = 1'000'000;
+        std::map<const Expression*, int> calls;
+        std::vector<int> times(goals_.size(), 0);
+        const auto take = [&](const Goal& goal, int count) {
+            for (const Expression* call : goal.calls) {
+                calls[call] = std::min(most, calls[call] + count);
+            }
+            for (const std::size_t part : goal.parts) {
+                times[part] = std::min(most, times[part] + count);
+            }
+        };
+        take(open_, 1);
+        for (std::size_t i = goals_.size(); i-- > 0;) {
+            if (times[i] > 0) take(goals_[i], times[i]);
+        }
+        return calls;
     }
 
     /// A call whose repetition makes a difference, as far as can be told.
@@ -197,8 +251,12 @@ private:
 
     /// The general tier: everything once.
     void countValues(const Expression& expression) {
-        for (const Expression& child : expression.children) countValues(child);
-        if (expression.is(ExpressionKind::Call)) ++counts_[&expression];
+        if (expression.children.empty()) return;
+        once(Step::Values, expression, [&] {
+            for (const Expression& child : expression.children) countValues(child);
+            if (expression.is(ExpressionKind::Call)) count(expression);
+            return true;
+        });
     }
 
     /// The form for chains of "+" over text literals and `toString`. True if it has the value.
@@ -228,6 +286,10 @@ private:
 
     /// The bool tier. True if it has the value.
     bool countTruth(const Expression& expression) {
+        if (expression.children.empty()) return findTruth(expression);
+        return once(Step::Truth, expression, [&] { return findTruth(expression); });
+    }
+    bool findTruth(const Expression& expression) {
         if (expression.is(ExpressionKind::Binary)) {
             if (expression.operation == kAnd || expression.operation == kOr) {
                 for (const Expression& child : expression.children) {
@@ -252,6 +314,10 @@ private:
 
     /// The scalar tier. True if it has the value.
     bool countNumbers(const Expression& expression) {
+        if (expression.children.empty()) return findNumbers(expression);
+        return once(Step::Numbers, expression, [&] { return findNumbers(expression); });
+    }
+    bool findNumbers(const Expression& expression) {
         switch (expression.kind) {
             case ExpressionKind::TextLiteral: return false;
             case ExpressionKind::Index:
@@ -287,7 +353,7 @@ private:
             for (std::size_t i = 0; i < call.argumentCount(); ++i) {
                 if (!countNumbers(call.argument(i))) return false;
             }
-            ++counts_[&call];
+            count(call);
             return true;
         }
         const bool onValues = !isMethod && nativesOnValues().contains(native);
@@ -305,13 +371,15 @@ private:
         if (!onValues && !isShort && leaves) return false;
         for (std::size_t i = 0; i < call.argumentCount(); ++i) countValues(call.argument(i));
         if (!onValues && !isShort) return false;
-        ++counts_[&call];
+        count(call);
         return true;
     }
 
     CheckContext& context_;
     const Statement* statement_ = nullptr;
-    std::map<const Expression*, int> counts_;
+    std::vector<Goal> goals_;  // each behind those that it takes
+    std::map<std::pair<const Expression*, Step>, std::size_t> known_;
+    Goal open_;  // the one that is being worked out; at the end the whole
 };
 
 }  // namespace

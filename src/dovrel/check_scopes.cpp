@@ -130,7 +130,7 @@ private:
             if (!writes || use.function == 0) continue;
             const NameUse* native = nullptr;
             bool isCovered = false;
-            for (const NameUse* other : context_.model.usesOf(use.name)) {
+            for (const NameUse* other : context_.model.writesOf(use.name)) {
                 if (other->function != use.function || !other->isOwn()) continue;
                 const bool isBefore = other->statement < use.statement;
                 if (other->kind != NameUseKind::Native) {
@@ -154,8 +154,7 @@ private:
             if (!use.isRead() || context_.runsUnknownCode || isGlobal(use.name)) continue;
             const NameUse* native = nullptr;
             bool isElsewhere = false;
-            for (const NameUse* other : context_.model.usesOf(use.name)) {
-                if (other->isRead()) continue;
+            for (const NameUse* other : context_.model.writesOf(use.name)) {
                 const bool isGone = other->kind == NameUseKind::Native &&
                                     other->function == use.function &&
                                     !isInFrame(use.statement, frameOf(other->statement));
@@ -180,10 +179,10 @@ private:
     }
 
     [[nodiscard]] bool isGlobal(const std::string& name) const {
-        const auto& uses = context_.model.usesOf(name);
+        const auto& uses = context_.model.writesOf(name);
         return context_.assignedElsewhere.contains(name) || CheckContext::isLibraryGlobal(name) ||
                std::any_of(uses.begin(), uses.end(), [&](const NameUse* use) {
-                   return !use->isRead() && !use->isOwn() && use->kind != NameUseKind::Compound &&
+                   return !use->isOwn() && use->kind != NameUseKind::Compound &&
                           (use->function == 0 || callersWith(use->name, use->function).empty()) &&
                           !context_.model.ownNames(use->function).contains(name);
                });

@@ -112,7 +112,7 @@ private:
     }
     /// The first declaration of a name in its function; the others are told of with it.
     [[nodiscard]] bool isFirstOf(const NameUse& use) const {
-        const auto& uses = context_.model.usesOf(use.name);
+        const auto& uses = context_.model.writesOf(use.name);
         return std::none_of(uses.begin(), uses.end(), [&](const NameUse* other) {
             return other->isOwn() && other->function == use.function &&
                    (other->statement < use.statement ||
@@ -177,9 +177,9 @@ private:
         });
     }
     [[nodiscard]] bool isGivenAtTop(const std::string& name) const {
-        const auto& uses = context_.model.usesOf(name);
-        return std::any_of(uses.begin(), uses.end(),
-                           [](const NameUse* use) { return use->function == 0 && !use->isRead(); });
+        const auto& writes = context_.model.writesOf(name);
+        return std::any_of(writes.begin(), writes.end(),
+                           [](const NameUse* use) { return use->function == 0; });
     }
     /// Whoever reads the name has written it before, so that nobody keeps anything in it or is told
     /// anything by it. A global that is only read somewhere is meant to be one.

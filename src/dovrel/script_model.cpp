@@ -234,6 +234,7 @@ void ScriptModel::collectNames() {
     ownNames_.resize(functions_.size());
     for (const NameUse& use : uses_) {
         usesByName_[use.name].push_back(&use);
+        if (!use.isRead()) writesByName_[use.name].push_back(&use);
         if (!use.isOwn()) continue;
         ownNames_[use.function].insert(use.name);
         owners_[use.name].insert(use.function);
@@ -292,6 +293,12 @@ const std::vector<const NameUse*>& ScriptModel::usesOf(const std::string& name) 
     return found == usesByName_.end() ? none : found->second;
 }
 
+const std::vector<const NameUse*>& ScriptModel::writesOf(const std::string& name) const {
+    static const std::vector<const NameUse*> none;
+    const auto found = writesByName_.find(name);
+    return found == writesByName_.end() ? none : found->second;
+}
+
 const std::set<std::size_t>& ScriptModel::ownersOf(const std::string& name) const {
     static const std::set<std::size_t> none;
     const auto found = owners_.find(name);
@@ -344,11 +351,6 @@ void ValueKinds::add(const ValueKinds& other) {
 
 ValueKinds KindEstimate::ofCall(const Expression& call) const {
     ValueKinds kinds;
-    const auto hasWrites = [this](const std::string& name) {
-        const auto& uses = model_.usesOf(name);
-        return std::any_of(uses.begin(), uses.end(),
-                           [](const NameUse* use) { return !use->isRead(); });
-    };
     const Expression& callee = call.callee();
     std::string name = callee.text;
     std::string base = callee.text;
@@ -370,7 +372,7 @@ ValueKinds KindEstimate::ofCall(const Expression& call) const {
         "string.upper", "string.lower", "string.sub", "string.rep", "string.format",
         "string.char",  "table.concat", "string.gsub"};
     static const std::set<std::string> arrays = {"array", "keys", "string.gmatch"};
-    if (hasWrites(base)) {
+    if (!model_.writesOf(base).empty()) {
         kinds.isUnknown = true;
     } else if (ints.contains(name)) {
         kinds.isInt = true;
@@ -424,6 +426,18 @@ ValueKinds KindEstimate::ofBinary(const Expression& expression, std::size_t func
 }
 
 ValueKinds KindEstimate::of(const Expression& expression, std::size_t function) const {
+    const bool isOperation =
+        expression.is(ExpressionKind::Binary) || expression.is(ExpressionKind::Unary);
+    if (!isOperation || depth_ > 0 || !withCompounds_) return ofNode(expression, function);
+    const auto found = knownOperations_.find(&expression);
+    if (found != knownOperations_.end()) return found->second;
+    const ValueKinds kinds = ofNode(expression, function);
+    knownOperations_.emplace(&expression, kinds);
+    return kinds;
+}
+
+ValueKinds KindEstimate::ofNode(const Expression& expression, std::size_t function) const {
+    ++steps_;
     ValueKinds kinds;
     switch (expression.kind) {
         case ExpressionKind::Nil: kinds.isNil = true; break;
@@ -459,7 +473,9 @@ ValueKinds KindEstimate::ofName(const std::string& name, std::size_t function) c
     const auto key = std::make_pair(name, isOwn ? function : kNoLine);
     const auto [place, isNew] = known.emplace(key, unknown);
     if (!isNew) return place->second;
+    ++depth_;
     const ValueKinds kinds = workOut(name, function);
+    --depth_;
     known[key] = kinds;
     return kinds;
 }
@@ -468,8 +484,7 @@ ValueKinds KindEstimate::workOut(const std::string& name, std::size_t function) 
     ValueKinds kinds;
     const bool isOwn = model_.ownNames(function).contains(name);
     bool isWritten = false;
-    for (const NameUse* use : model_.usesOf(name)) {
-        if (use->isRead()) continue;
+    for (const NameUse* use : model_.writesOf(name)) {
         // A variable of another function is another variable, as a rule.
         if (isOwn ? use->function != function : model_.ownNames(use->function).contains(name)) {
             continue;

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -115,6 +116,8 @@ public:
     [[nodiscard]] const std::vector<NameUse>& uses() const { return uses_; }
     /// All uses of a name, in the order of the statements; the parameters stand last.
     [[nodiscard]] const std::vector<const NameUse*>& usesOf(const std::string& name) const;
+    /// The same without those that only read it: a name may be read very often.
+    [[nodiscard]] const std::vector<const NameUse*>& writesOf(const std::string& name) const;
     /// Functions of the script that are called by `name`.
     [[nodiscard]] std::vector<std::size_t> functionsCalled(const std::string& name) const;
     /// All names that a function makes for itself.
@@ -147,6 +150,7 @@ private:
     std::vector<FunctionModel> functions_;
     std::vector<NameUse> uses_;
     std::map<std::string, std::vector<const NameUse*>> usesByName_;
+    std::map<std::string, std::vector<const NameUse*>> writesByName_;
     std::vector<std::set<std::string>> ownNames_;
     std::map<std::string, std::set<std::size_t>> owners_;
     std::vector<std::set<std::size_t>> callees_;
@@ -180,6 +184,8 @@ public:
     explicit KindEstimate(const ScriptModel& model) : model_(model) {}
     /// Of an expression in `function`.
     [[nodiscard]] ValueKinds of(const Expression& expression, std::size_t function) const;
+    /// How many nodes have been looked at: it grows with the script, however often `of` is asked.
+    [[nodiscard]] std::size_t stepsTaken() const { return steps_; }
     [[nodiscard]] ValueKinds ofName(const std::string& name, std::size_t function) const;
     /// The same without what compound assignments may make of it.
     [[nodiscard]] ValueKinds beforeCompounds(const std::string& name, std::size_t function) const;
@@ -188,6 +194,7 @@ private:
     [[nodiscard]] ValueKinds ofCall(const Expression& call) const;
     [[nodiscard]] ValueKinds workOut(const std::string& name, std::size_t function) const;
     [[nodiscard]] ValueKinds ofBinary(const Expression& expression, std::size_t function) const;
+    [[nodiscard]] ValueKinds ofNode(const Expression& expression, std::size_t function) const;
 
     const ScriptModel& model_;
     /// What is known of a name: of a function's own, or of the global if the function is kNoLine. A
@@ -196,4 +203,11 @@ private:
     mutable Known known_;
     mutable Known knownBeforeCompounds_;
     mutable bool withCompounds_ = true;
+    /// Names that are being worked out, each inside of the one before.
+    mutable std::size_t depth_ = 0;
+    /// What is known of an operation: the checks ask for one after the other, and each needs those
+    /// in it. Only while no name is being worked out, which would be unknown in it. The nodes are
+    /// the model's, and an expression belongs to one function.
+    mutable std::unordered_map<const Expression*, ValueKinds> knownOperations_;
+    mutable std::size_t steps_ = 0;
 };

@@ -352,6 +352,40 @@ print(x, count)
 
 
 @test
+def watches_are_evaluated_at_each_stop():
+    with Run(SUM, [4]) as run:
+        found = []
+        run.stopped()
+        for _ in range(3):
+            watched = []
+            for context in ("watch", "hover", "repl"):
+                arguments = {"expression": "total + amount", "context": context}
+                arguments["frameId"] = run.frames[0]["id"]
+                watched.append(run.ask("evaluate", arguments)["result"])
+            found.append(watched)
+            if len(found) < 3:
+                run.go()
+        expect(found, [["1"] * 3, ["3"] * 3, ["6"] * 3])
+        expect(run.finish(), 0)
+
+
+@test
+def lines_may_end_as_in_windows():
+    script = SUM.replace("\n", "\r\n").replace("total = 0", 'total = 0 @@ \U0001d11e')
+    stop = {"line": 4, "condition": "amount == 2"}
+    log = {"line": 10, "logMessage": "at {i}: {total}"}
+    with Run(script, [stop, log]) as run:
+        expect(run.verified, [(True, 4), (True, 10)])
+        expect(run.stopped(), ("breakpoint", 4))
+        expect(run.stack(), [("add", 4), ("script", 8)])
+        expect(run.value("total"), "1")
+        expect(run.go("next"), ("step", 5))
+        expect(run.finish(), 0)
+        expect(run.logged, ["at not: 6\n"])
+        expect(run.printed, "total 6\n")
+
+
+@test
 def stops_at_errors():
     script = """\
 function risky(n)

@@ -204,7 +204,9 @@ def matcher(name):
 def vscode_package_is_whole():
     contents = package()
     contributes = contents["contributes"]
-    paths = [contents["main"], contents["icon"], "LICENSE.txt", "README.md"]
+    # The file that the editor loads is made of this one.
+    expect(contents["scripts"]["bundle"].split()[:2], ["esbuild", "extension.js"])
+    paths = ["extension.js", contents["icon"], "LICENSE.txt", "README.md"]
     paths += [one["path"] for one in contributes["grammars"] + contributes["snippets"]]
     paths += [one["configuration"] for one in contributes["languages"]]
     for path in paths:

@@ -246,6 +246,19 @@ def repeated_statements():
 
 
 class Check(FilesTest):
+    def test_takes_time_in_proportion_to_a_line(self):
+        # Each operand once more for each operator would take minutes.
+        count = 6_000 if os.environ.get("DOVREL_SANITIZED") else 150_000
+        path = self.write(
+            "long.dv",
+            "@@ dovrel: allow-file W302, W401, W405\n"
+            "function f()\n    native x = 1\n    seen = x\n    return x\nend\n"
+            "function g(x)\n    return x\nend\n"
+            "a = 1\nb = 2\nx = 1" + " + 1" * count + "\nx = a" + " or b" * count + "\n"
+            "if a and g(1)" + " and f()" * count + "\nend\nprint(x, seen)\n",
+        )
+        self.expect(dovrel("check", path))
+
     def test_finds_each_surprise_of_the_language(self):
         text = (ROOT / "docs/language.md").read_text()
         table = text[text.index("\n## Surprises") :]

@@ -3,23 +3,14 @@
 // second time: what the two executors share must come out the same.
 #include <cstddef>
 #include <exception>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "host/large_stack.h"
 #include "interpreter/dovrel_script.h"
+#include "script_program.h"
 
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error("failed to open file: " + path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 void runLines(DovrelScript& interpreter, const std::vector<ParsedScriptLine>& lines) {
     BlockSignal signal = BlockSignal::None;
@@ -31,7 +22,8 @@ void runLines(DovrelScript& interpreter, const std::vector<ParsedScriptLine>& li
     if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
 }
 
-void runScript(DovrelScript& interpreter, const std::string& source) {
+void run(const std::string& source, const std::string&) {
+    DovrelScript interpreter;
     // Outside the handler, so that the lines are alive while a report is built.
     std::vector<ParsedScriptLine> lines;
     try {
@@ -42,26 +34,6 @@ void runScript(DovrelScript& interpreter, const std::string& source) {
     }
 }
 
-void runFile(const std::string& path) {
-    DovrelScript interpreter;
-    runScript(interpreter, readFile(path));
-}
-
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "Usage: " << argv[0] << " <script.dv>\n";
-        return 1;
-    }
-    int status = 1;
-    runOnLargeStack([&] {
-        try {
-            runFile(argv[1]);
-            status = 0;
-        } catch (const std::exception& error) {
-            std::cerr << "dovrelscript: " << error.what() << std::endl;
-        }
-    });
-    return status;
-}
+int main(int argc, char** argv) { return runScriptProgram(argc, argv, run); }

@@ -37,15 +37,25 @@ endif
 
 " Neovim starts the language server, unless g:dovrel_server is 0. The program is g:dovrel_path, else
 " dovrel in PATH.
-if has('nvim-0.8') && get(g:, 'dovrel_server', 1) && executable(get(g:, 'dovrel_path', 'dovrel'))
+if has('nvim-0.7') && get(g:, 'dovrel_server', 1) && executable(get(g:, 'dovrel_path', 'dovrel'))
   lua << EOF
-  local file = vim.api.nvim_buf_get_name(0)
-  local mark = vim.fs.find('.git', { upward = true, path = vim.fs.dirname(file) })[1]
-  vim.lsp.start({
+  local folder = vim.fn.fnamemodify(vim.api.nvim_buf_get_name(0), ':p:h')
+  local mark = vim.fn.finddir('.git', vim.fn.fnameescape(folder) .. ';')
+  local server = {
     name = 'dovrel',
     cmd = { vim.g.dovrel_path or 'dovrel', 'lsp' },
-    root_dir = vim.fs.dirname(mark or file),
-  })
+    root_dir = mark ~= '' and vim.fn.fnamemodify(mark, ':p:h:h') or folder,
+  }
+  if vim.lsp.start then
+    vim.lsp.start(server)
+  else
+    -- Neovim 0.7 leaves to its callers which files share a server: those of one folder.
+    dovrel_servers = dovrel_servers or {}
+    server.on_exit = function() dovrel_servers[server.root_dir] = nil end
+    local client = dovrel_servers[server.root_dir] or vim.lsp.start_client(server)
+    dovrel_servers[server.root_dir] = client
+    if client then vim.lsp.buf_attach_client(0, client) end
+  end
 EOF
 endif
 
