@@ -103,8 +103,8 @@ bool ChunkRun::tryRecordFault(const std::exception& error) {
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
-    if (index >= lineCount_) throwPlainError("Bytecode line index out of range");
-    const ParsedScriptLine& line = lines_[index];
+    if (index >= lines_.size()) throwPlainError("Bytecode line index out of range");
+    const ParsedScriptLine& line = lines_.forRunning(index);
     interpreter_.selectLine(line);
     statementTokens_ = &line.tokens;
     return line;
@@ -113,6 +113,7 @@ const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
 ChunkRun::Flow ChunkRun::execute(const BytecodeInstruction& instruction, BlockSignal& signal) {
     const std::uint32_t operand = instruction.operand;
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        case BytecodeOp::Unread: runUnread(operand); break;
         case BytecodeOp::Statement: runStatement(operand); break;
         case BytecodeOp::FastAssign: runFastAssign(operand); break;
         case BytecodeOp::IfGroup: return runIfGroup(operand, signal, Mode::Recursive);
@@ -161,6 +162,7 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
                                        BlockSignal& signal) {
     const std::uint32_t operand = instruction.operand;
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        case BytecodeOp::Unread: runUnread(operand); break;
         case BytecodeOp::Statement: runStatement(operand); break;
         case BytecodeOp::FastAssign: runFastAssign(operand); break;
         case BytecodeOp::IfGroup: return runIfGroup(operand, signal, Mode::Inline);
@@ -191,6 +193,14 @@ void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
     // there are chunks, before the host's stack is at its end.
     if (nesting_ >= program_->chunks.size()) throwPlainError("Invalid bytecode chunk index");
     value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested, nesting_ + 1);
+}
+
+void ChunkRun::runUnread(std::uint32_t index) {
+    if (index < lines_.size() && lines_.forRunning(index).isFastAssignment) {
+        runFastAssign(index);
+    } else {
+        runStatement(index);
+    }
 }
 
 void ChunkRun::runStatement(std::uint32_t index) {

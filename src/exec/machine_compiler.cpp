@@ -114,7 +114,7 @@ bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
-        switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        switch (program_.opOf(instruction)) {
             case BytecodeOp::Statement:
                 if (operand >= program_.lines.size()) return true;
                 if (program_.lines[operand].assignment == nullptr) return true;
@@ -262,9 +262,8 @@ void MachineCompiler::emitInstruction(const BytecodeInstruction& instruction,
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
         case BytecodeOp::Statement:
         case BytecodeOp::FastAssign:
-        case BytecodeOp::Return:
-            emitPlain(static_cast<BytecodeOp>(instruction.opcode), operand, position);
-            return;
+        case BytecodeOp::Unread:
+        case BytecodeOp::Return: emitPlain(program_.opOf(instruction), operand, position); return;
         case BytecodeOp::IfGroup:
             if (const auto* group = recordAt(program_.ifGroups)) {
                 if (group->branches.empty()) {
@@ -876,7 +875,7 @@ bool MachineCompiler::compile(MachineDraft& draft) {
     const bool endsWithReturn =
         range.instructionCount > 0 &&
         program_.code[range.firstInstruction + range.instructionCount - 1].opcode ==
-            static_cast<std::uint8_t>(BytecodeOp::Return);
+            static_cast<std::uint16_t>(BytecodeOp::Return);
     tracksValue_ = !endsWithReturn && makesValue(unit_.chunk);
     isTail_ = true;
     if (unit_.hasFrame) {

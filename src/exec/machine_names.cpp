@@ -83,7 +83,7 @@ std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
     };
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
-        const auto op = static_cast<BytecodeOp>(instruction.opcode);
+        const auto op = program_.opOf(instruction);
         if (op == BytecodeOp::FunctionDecl) {
             if (instruction.operand >= program_.functionDecls.size()) continue;
             const std::uint32_t at = program_.functionDecls[instruction.operand].declarationLine;
@@ -125,7 +125,7 @@ void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeW
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
-        switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        switch (program_.opOf(instruction)) {
             case BytecodeOp::Statement:
             case BytecodeOp::FastAssign: {
                 if (operand >= program_.lines.size()) break;

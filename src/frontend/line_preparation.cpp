@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <memory>
 #include <memory_resource>
 #include <utility>
 
 #include "eval/errors.h"
 #include "frontend/character_class.h"
+#include "frontend/line_table.h"
 #include "frontend/scratch_memory.h"
 #include "interpreter/dovrel_script.h"
 
@@ -42,19 +44,6 @@ constexpr std::array<KeywordRow, 11> kKeywords = {{
     {"return", LineKind::Return},
     {"break", LineKind::Break},
 }};
-
-LineKind kindOf(const Tokens& tokens) {
-    if (tokens.empty()) return LineKind::Empty;
-    const std::string_view first = tokens[0];
-    if (tokens.size() > 1 && tokens[1] == std::string_view("function")) {
-        if (first == "decay") return LineKind::DecayFunction;
-        if (first == "native") return LineKind::NativeFunction;
-        if (first == "local") return LineKind::LocalFunction;
-    }
-    const auto found = std::find_if(kKeywords.begin(), kKeywords.end(),
-                                    [&](const KeywordRow& row) { return row.word == first; });
-    return found == kKeywords.end() ? LineKind::Plain : found->kind;
-}
 
 /// "=", or another operator in front of it.
 bool isAssignmentOperator(std::string_view token) {
@@ -103,7 +92,8 @@ private:
 };
 
 void LinePreparer::prepare(ParsedScriptLine& line) const {
-    line.kind = kindOf(line.tokens);
+    const std::string_view second = line.tokens.size() > 1 ? line.tokens[1] : std::string_view();
+    line.kind = line.tokens.empty() ? LineKind::Empty : lineKindOf(line.tokens[0], second);
     line.prepared = true;
     line.isFastAssignment = false;
     line.assignmentScope = ScopeTarget::Default;
@@ -324,13 +314,11 @@ struct BlockEntry {
     std::size_t lastBranch;  // of an `if`: its last branch so far, itself to begin with
 };
 
-}  // namespace
-
-void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
-    LinePreparer(compileExpressions).prepare(line);
-}
-
-void matchBlocks(std::vector<ParsedScriptLine>& lines) {
+/// Both kinds of lines have the fields of the links.
+template <typename Line>
+void linkBlocks(std::vector<Line>& lines) {
+    using Link = decltype(Line::matchingEnd);
+    constexpr auto kNone = std::numeric_limits<Link>::max();
     std::vector<BlockEntry> open;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         switch (lines[i].kind) {
@@ -345,21 +333,21 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
             case LineKind::ElseIf:
             case LineKind::Else:
                 if (!open.empty() && open.back().kind == BlockKind::If) {
-                    lines[open.back().lastBranch].nextBranch = i;
+                    lines[open.back().lastBranch].nextBranch = static_cast<Link>(i);
                     open.back().lastBranch = i;
                 }
                 break;
             case LineKind::Until:
                 if (!open.empty() && open.back().kind == BlockKind::Repeat) {
-                    lines[open.back().startLine].matchingEnd = i;
+                    lines[open.back().startLine].matchingEnd = static_cast<Link>(i);
                     open.pop_back();
                 }
                 break;
             case LineKind::End:
                 if (open.empty()) break;
-                for (std::size_t branch = open.back().startLine; branch != kNoLine;
+                for (auto branch = static_cast<Link>(open.back().startLine); branch != kNone;
                      branch = lines[branch].nextBranch) {
-                    lines[branch].matchingEnd = i;
+                    lines[branch].matchingEnd = static_cast<Link>(i);
                 }
                 open.pop_back();
                 break;
@@ -367,6 +355,32 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
         }
     }
 }
+
+}  // namespace
+
+void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
+    LinePreparer(compileExpressions).prepare(line);
+}
+
+LineKind lineKindOf(std::string_view first, std::string_view second) {
+    if (second == "function") {
+        if (first == "decay") return LineKind::DecayFunction;
+        if (first == "native") return LineKind::NativeFunction;
+        if (first == "local") return LineKind::LocalFunction;
+    }
+    const auto found = std::find_if(kKeywords.begin(), kKeywords.end(),
+                                    [&](const KeywordRow& row) { return row.word == first; });
+    return found == kKeywords.end() ? LineKind::Plain : found->kind;
+}
+
+bool mayBeKeyword(std::string_view first) {
+    constexpr std::size_t kLongestKeyword = 8;
+    return first.size() <= kLongestKeyword &&
+           std::string_view("bdefilnruw").find(first[0]) != std::string_view::npos;
+}
+
+void matchBlocks(std::vector<ParsedScriptLine>& lines) { linkBlocks(lines); }
+void matchBlocks(std::vector<UnreadLine>& lines) { linkBlocks(lines); }
 
 std::size_t findTopLevelToken(const std::vector<std::string>& tokens, std::size_t start,
                               std::string_view terminator) {

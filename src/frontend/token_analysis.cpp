@@ -66,7 +66,7 @@ std::string decodeStringToken(const std::string& token) {
     return text;
 }
 
-TokenAnalysis DovrelScript::analyseToken(const std::string& token) {
+TokenAnalysis DovrelScript::analyseToken(std::string_view token) {
     TokenAnalysis analysis;
     if (token.empty()) return analysis;
     // The first character tells which of the forms to look for.
@@ -80,7 +80,7 @@ TokenAnalysis DovrelScript::analyseToken(const std::string& token) {
     }
     analysis.isNumeric = hasNumericForm(token);
     if (analysis.isNumeric) {
-        analysis.isFloat = token.find('.') != std::string::npos;
+        analysis.isFloat = token.find('.') != std::string_view::npos;
         // A whole number beyond 32 bits has no int value; the evaluators make it a float.
         analysis.hasIntValue = !analysis.isFloat && parseIntStrict(token, analysis.intValue);
         if (!analysis.hasIntValue) analysis.intValue = 0;

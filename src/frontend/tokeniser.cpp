@@ -1,4 +1,6 @@
 // Cutting one logical line into token texts.
+#include "frontend/tokeniser.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -60,27 +62,36 @@ std::size_t findClosingQuote(std::string_view text, std::size_t open) {
 
 }  // namespace
 
-std::vector<std::string> DovrelScript::tokenise(const std::string& source) {
-    const std::string_view text = source;
+bool nextToken(std::string_view text, std::size_t& at, std::string_view& token) {
+    while (at < text.size() && hasClass(text[at], kSpaceCharacter)) ++at;
+    if (at == text.size() || startsComment(text, at)) return false;
+    std::size_t end = at;
+    if (hasClass(text[at], kQuoteCharacter)) {
+        const std::size_t close = findClosingQuote(text, at);
+        if (close == kNone) return false;
+        end = close + 1;
+    } else if (const std::size_t length = symbolLength(text, at); length != 0) {
+        end = at + length;
+    } else {
+        end = findWordEnd(text, at);
+    }
+    token = text.substr(at, end - at);
+    at = end;
+    return true;
+}
+
+const std::vector<std::string_view>& DovrelScript::cutTokens(std::string_view text) {
     tokenTexts.clear();
     std::size_t at = 0;
-    while (at < text.size() && !startsComment(text, at)) {
-        if (hasClass(text[at], kSpaceCharacter)) {
-            ++at;
-            continue;
-        }
-        std::size_t end = at;
-        if (hasClass(text[at], kQuoteCharacter)) {
-            const std::size_t close = findClosingQuote(text, at);
-            if (close == kNone) throwError("Unterminated string literal", text.substr(at));
-            end = close + 1;
-        } else if (const std::size_t length = symbolLength(text, at); length != 0) {
-            end = at + length;
-        } else {
-            end = findWordEnd(text, at);
-        }
-        tokenTexts.push_back(text.substr(at, end - at));
-        at = end;
+    std::string_view token;
+    while (nextToken(text, at, token)) tokenTexts.push_back(token);
+    if (at < text.size() && hasClass(text[at], kQuoteCharacter)) {
+        throwError("Unterminated string literal", text.substr(at));
     }
-    return {tokenTexts.begin(), tokenTexts.end()};
+    return tokenTexts;
+}
+
+std::vector<std::string> DovrelScript::tokenise(const std::string& source) {
+    const std::vector<std::string_view>& texts = cutTokens(source);
+    return {texts.begin(), texts.end()};
 }
