@@ -22,6 +22,7 @@ public:
         line.lineNumber = lineNumber;
         interpreter_.showLineText(text);
         interpreter_.readLine(text, line, interpreter_.compileExpressions);
+        line.tokenAnalysis.shrink_to_fit();
     }
     void takeEmptyLine(std::size_t lineNumber) override {
         ParsedScriptLine& line = lines_.emplace_back();
@@ -48,14 +49,9 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
 
 void DovrelScript::readLine(std::string_view text, ParsedScriptLine& line, bool withExpressions) {
     line.source = text;
-    const std::vector<std::string_view>& texts = cutTokens(line.source);
-    line.tokens.resize(texts.size());
-    line.tokenAnalysis.clear();
-    line.tokenAnalysis.reserve(texts.size());
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        line.tokens[i] = texts[i];
-        line.tokenAnalysis.push_back(analyseToken(texts[i]));
-    }
+    readTokens(line.source, line.tokenAnalysis);
+    line.tokens.resize(tokenTexts.size());
+    for (std::size_t i = 0; i < tokenTexts.size(); ++i) line.tokens[i] = tokenTexts[i];
     // Now, and not for all lines at the end, because what it reads is still at hand.
     prepareLine(line, withExpressions);
 }

@@ -6,13 +6,12 @@
 #include <array>
 #include <limits>
 #include <memory>
-#include <memory_resource>
 #include <utility>
 
 #include "eval/errors.h"
 #include "frontend/character_class.h"
 #include "frontend/line_table.h"
-#include "frontend/scratch_memory.h"
+#include "frontend/scratch_list.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -21,7 +20,7 @@ using Tokens = std::vector<std::string>;
 
 /// A list that is taken over by a line once it is whole.
 template <typename T>
-using Scratch = std::pmr::vector<T>;
+using Scratch = ScratchList<T, 6>;
 
 /// A 16-bit token index would not reach it.
 constexpr std::size_t kMaxTokenIndex = 0xFFFF;
@@ -92,18 +91,10 @@ private:
 };
 
 void LinePreparer::prepare(ParsedScriptLine& line) const {
+    forgetParse(line);
     const std::string_view second = line.tokens.size() > 1 ? line.tokens[1] : std::string_view();
     line.kind = line.tokens.empty() ? LineKind::Empty : lineKindOf(line.tokens[0], second);
     line.prepared = true;
-    line.isFastAssignment = false;
-    line.assignmentScope = ScopeTarget::Default;
-    line.matchingEnd = kNoLine;
-    line.nextBranch = kNoLine;
-    line.assignment.reset();
-    line.forHeader.reset();
-    line.condition = {};
-    line.expression = {};
-    line.returnValues = {};
     if (line.tokens.empty()) return;
 
     const std::string_view first = line.tokens[0];
@@ -137,7 +128,7 @@ bool LinePreparer::parseTargets(const ParsedScriptLine& line, std::size_t& posit
         if (!line.tokenAnalysis[position].isIdentifier) return false;
         ParsedAssignmentTarget target;
         target.nameToken = position++;
-        Scratch<TokenRange> ranges(targets.get_allocator());
+        Scratch<TokenRange> ranges;
         while (position < tokens.size() && isSymbol(tokens[position], '[')) {
             const std::size_t first = position + 1;
             const std::size_t close = findTopLevelToken(tokens, first, "]");
@@ -167,9 +158,7 @@ bool LinePreparer::parseValueRanges(const ParsedScriptLine& line, std::size_t fi
 
 SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& line,
                                                      const SharedArray<TokenRange>& ranges) const {
-    ScratchMemory scratch;
-    Scratch<FastExpression> compiled(scratch.resource());
-    compiled.reserve(ranges.size());
+    Scratch<FastExpression> compiled;
     for (const TokenRange& range : ranges) compiled.push_back(compile(line, range));
     return SharedArray<FastExpression>::movedFrom(compiled);
 }
@@ -177,15 +166,14 @@ SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& lin
 void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) const {
     if (!mayBeAssignment(line, start)) return;
     ParsedAssignment assignment;
-    ScratchMemory scratch;
-    Scratch<ParsedAssignmentTarget> targets(scratch.resource());
+    Scratch<ParsedAssignmentTarget> targets;
     std::size_t position = start;
     if (!parseTargets(line, position, targets)) return;
     assignment.operatorIndex = position;
     if (position < line.tokens.size()) {
         const std::string& token = line.tokens[position];
         if (!isAssignmentOperator(token)) return;
-        Scratch<TokenRange> ranges(scratch.resource());
+        Scratch<TokenRange> ranges;
         if (!parseValueRanges(line, position + 1, ranges)) return;
         assignment.valueRanges = SharedArray<TokenRange>::copyOf(ranges);
         assignment.isPlain = token.size() == 1;
@@ -203,7 +191,7 @@ void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) co
         assignment.simpleCall = compileDirectCall(line, assignment.valueRanges[0]);
         line.isFastAssignment = assignment.values[0].valid || assignment.simpleCall.valid;
     }
-    line.assignment = std::make_shared<const ParsedAssignment>(std::move(assignment));
+    line.assignment = SharedRecord<ParsedAssignment>::of(std::move(assignment));
 }
 
 FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
@@ -216,8 +204,7 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
     if (!isSymbol(line.tokens[first + 1], '(') || !isSymbol(line.tokens[last - 1], ')')) return {};
     if (line.tokens[first] == "not") return {};
 
-    ScratchMemory scratch;
-    Scratch<FastExpression> arguments(scratch.resource());
+    Scratch<FastExpression> arguments;
     FastCallExpression call;
     call.nameToken = static_cast<std::uint16_t>(first);
     const std::size_t close = last - 1;
@@ -234,8 +221,7 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
 }
 
 void LinePreparer::prepareReturn(ParsedScriptLine& line) const {
-    ScratchMemory scratch;
-    Scratch<FastExpression> values(scratch.resource());
+    Scratch<FastExpression> values;
     for (std::size_t first = 1; first < line.tokens.size();) {
         const std::size_t last = findTopLevelToken(line.tokens, first, "");
         if (last == first) break;
@@ -360,6 +346,18 @@ void linkBlocks(std::vector<Line>& lines) {
 
 void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
     LinePreparer(compileExpressions).prepare(line);
+}
+
+void forgetParse(ParsedScriptLine& line) {
+    line.isFastAssignment = false;
+    line.assignmentScope = ScopeTarget::Default;
+    line.matchingEnd = kNoLine;
+    line.nextBranch = kNoLine;
+    line.assignment.reset();
+    line.forHeader.reset();
+    line.condition = {};
+    line.expression = {};
+    line.returnValues = {};
 }
 
 LineKind lineKindOf(std::string_view first, std::string_view second) {

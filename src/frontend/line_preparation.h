@@ -20,6 +20,9 @@ void prepareLine(ParsedScriptLine& line, bool compileExpressions);
 
 struct UnreadLine;
 
+/// Takes back what line preparation has stored.
+void forgetParse(ParsedScriptLine& line);
+
 /// Links each block header with its closing line. Reports nothing: what stays open keeps kNoLine.
 void matchBlocks(std::vector<ParsedScriptLine>& lines);
 void matchBlocks(std::vector<UnreadLine>& lines);

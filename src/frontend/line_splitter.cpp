@@ -76,9 +76,10 @@ std::size_t LineSplitter::scan(std::string_view line, std::size_t lineNumber,
         const char c = line[i];
         if (quote_ != 0) {
             scanInsideString(c);
-        } else if (!hasClass(c, kSplitterCharacter)) {
             continue;
-        } else if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
+        }
+        if (!hasClass(c, kSplitterCharacter)) continue;
+        if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
             return i;
         } else if (c == ';' && bracketsClosed()) {
             append(trimmed(line.substr(segmentStart, i - segmentStart)), lineNumber);

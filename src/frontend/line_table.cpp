@@ -49,7 +49,8 @@ public:
         if (isOpen) {
             // The one thing that can be wrong with a line by itself.
             show();
-            static_cast<void>(lines_.interpreter_.cutTokens(row.text));
+            std::vector<TokenAnalysis> analysis;
+            lines_.interpreter_.readTokens(row.text, analysis);
         }
         classify(row);
         if (text.size() > kLongLine) static_cast<void>(lines_.makeRecord(row));
@@ -90,16 +91,20 @@ void UnreadLines::readRow(const UnreadLine& row, ParsedScriptLine& line) const {
 ParsedScriptLine& UnreadLines::makeRecord(UnreadLine& row) {
     auto record = std::make_unique<ParsedScriptLine>();
     readRow(row, *record);
+    record->tokenAnalysis.shrink_to_fit();
     row.record = std::move(record);
     return *row.record;
 }
 
 const ParsedScriptLine& UnreadLines::makePassing(std::size_t index) {
-    if (passing_ == nullptr) passing_ = std::make_unique<ParsedScriptLine>();
+    if (passing_ == nullptr) passing_ = std::make_unique<Passing>();
     passingIndex_ = rows_.size();
-    readRow(rows_[index], *passing_);
+    forgetParse(passing_->line);
+    passing_->memory.reset();
+    const PassingMemory::Use use(passing_->memory);
+    readRow(rows_[index], passing_->line);
     passingIndex_ = index;
-    return *passing_;
+    return passing_->line;
 }
 
 LineFacts LineTable::factsOf(std::size_t index) const {

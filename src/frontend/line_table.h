@@ -61,7 +61,9 @@ public:
     [[nodiscard]] const ParsedScriptLine& forRunning(std::size_t index) {
         const UnreadLine& row = rows_[index];
         if (!row.runsOnce || row.record != nullptr) return record(index);
-        if (passing_ != nullptr && passingIndex_ == index) return *passing_;
+        if (passing_ != nullptr && passingIndex_ == index) {
+            return passing_->line;
+        }
         return makePassing(index);
     }
     /// Makes a record of the line that is the caller's alone.
@@ -79,7 +81,12 @@ private:
     std::string text_;
     std::forward_list<std::string> joinedTexts_;  // of lines that stand in several pieces
     std::vector<UnreadLine> rows_;
-    std::unique_ptr<ParsedScriptLine> passing_;  // of the line that runs and will not run again
+    /// Of the line that runs and will not run again.
+    struct Passing {
+        PassingMemory memory;
+        ParsedScriptLine line;
+    };
+    std::unique_ptr<Passing> passing_;
     std::size_t passingIndex_ = 0;
 };
 

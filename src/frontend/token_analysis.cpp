@@ -66,6 +66,13 @@ std::string decodeStringToken(const std::string& token) {
     return text;
 }
 
+void DovrelScript::analyseIdentifier(std::string_view token, TokenAnalysis& analysis) {
+    analysis.isIdentifier = true;
+    analysis.isTrue = token[0] == 't' && isTrueToken(token);
+    analysis.isFalse = token[0] == 'f' && isFalseToken(token);
+    analysis.name = names.intern(token);
+}
+
 TokenAnalysis DovrelScript::analyseToken(std::string_view token) {
     TokenAnalysis analysis;
     if (token.empty()) return analysis;
@@ -73,9 +80,7 @@ TokenAnalysis DovrelScript::analyseToken(std::string_view token) {
     if (hasClass(token[0], kIdentifierStart)) {
         analysis.isIdentifier = isIdentifier(token);
         if (!analysis.isIdentifier) return analysis;
-        analysis.isTrue = token[0] == 't' && isTrueToken(token);
-        analysis.isFalse = token[0] == 'f' && isFalseToken(token);
-        analysis.name = names.intern(token);
+        analyseIdentifier(token, analysis);
         return analysis;
     }
     analysis.isNumeric = hasNumericForm(token);

@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
+/// A number of so many digits is an int.
+constexpr std::size_t kSafeDigits = 9;
+
 /// Whatever is no part of a word, wherever it stands.
 constexpr unsigned kNoWord =
     kSpaceCharacter | kOperatorCharacter | kPunctuationCharacter | kQuoteCharacter;
@@ -80,18 +83,65 @@ bool nextToken(std::string_view text, std::size_t& at, std::string_view& token) 
     return true;
 }
 
-const std::vector<std::string_view>& DovrelScript::cutTokens(std::string_view text) {
+void DovrelScript::readTokens(std::string_view text, std::vector<TokenAnalysis>& analysis) {
     tokenTexts.clear();
+    analysis.clear();
     std::size_t at = 0;
-    std::string_view token;
-    while (nextToken(text, at, token)) tokenTexts.push_back(token);
+    const auto characters = [&](std::size_t end, unsigned properties) {
+        while (end < text.size() && hasClass(text[end], properties)) ++end;
+        return end;
+    };
+    // A character that may be part of a word needs a closer look.
+    const auto endsHere = [&](std::size_t end) {
+        return end == text.size() || hasClass(text[end], kNoWord);
+    };
+    while (at < text.size()) {
+        const char c = text[at];
+        if (hasClass(c, kSpaceCharacter)) {
+            ++at;
+            continue;
+        }
+        // The forms of nearly all tokens, told apart by their first character.
+        if (hasClass(c, kIdentifierStart)) {
+            const std::size_t end = characters(at + 1, kIdentifierStart | kDigitCharacter);
+            if (endsHere(end)) {
+                const std::string_view token = text.substr(at, end - at);
+                tokenTexts.push_back(token);
+                analyseIdentifier(token, analysis.emplace_back());
+                at = end;
+                continue;
+            }
+        } else if (hasClass(c, kOperatorCharacter | kPunctuationCharacter)) {
+            const std::size_t length = symbolLength(text, at);
+            tokenTexts.push_back(text.substr(at, length));
+            analysis.emplace_back();
+            at += length;
+            continue;
+        } else if (hasClass(c, kDigitCharacter)) {
+            const std::size_t end = characters(at + 1, kDigitCharacter);
+            if (endsHere(end) && end - at <= kSafeDigits) {
+                TokenAnalysis& number = analysis.emplace_back();
+                number.isNumeric = number.hasIntValue = true;
+                for (std::size_t i = at; i < end; ++i) {
+                    number.intValue = 10 * number.intValue + (text[i] - '0');
+                }
+                tokenTexts.push_back(text.substr(at, end - at));
+                at = end;
+                continue;
+            }
+        }
+        std::string_view token;
+        if (!nextToken(text, at, token)) break;
+        tokenTexts.push_back(token);
+        analysis.push_back(analyseToken(token));
+    }
     if (at < text.size() && hasClass(text[at], kQuoteCharacter)) {
         throwError("Unterminated string literal", text.substr(at));
     }
-    return tokenTexts;
 }
 
 std::vector<std::string> DovrelScript::tokenise(const std::string& source) {
-    const std::vector<std::string_view>& texts = cutTokens(source);
-    return {texts.begin(), texts.end()};
+    std::vector<TokenAnalysis> analysis;
+    readTokens(source, analysis);
+    return {tokenTexts.begin(), tokenTexts.end()};
 }

@@ -161,8 +161,11 @@ public:
     // ------------------------------------------------------------------ frontend
     /// Cuts one logical line into token texts. Raises "Unterminated string literal".
     [[nodiscard]] std::vector<std::string> tokenise(const std::string& source);
-    /// The same without copies; the texts stand until the next call, and as long as `text` does.
-    [[nodiscard]] const std::vector<std::string_view>& cutTokens(std::string_view text);
+    /// The same with the classification of each token. The texts are left in `tokenTexts`, as long
+    /// as `text` stands.
+    void readTokens(std::string_view text, std::vector<TokenAnalysis>& analysis);
+    /// Classifies a token that has the form of an identifier.
+    void analyseIdentifier(std::string_view token, TokenAnalysis& analysis);
     /// Classifies one token and interns its name; the cache fields are empty.
     [[nodiscard]] TokenAnalysis analyseToken(std::string_view token);
     /// Cuts a text into logical lines, tokenises and prepares them.
@@ -177,7 +180,7 @@ public:
     void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
 
     NamePool names;
-    std::vector<std::string_view> tokenTexts;  // of `tokenise`; kept for its storage
+    std::vector<std::string_view> tokenTexts;  // of `readTokens`; kept for its storage
     /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
     /// tokens. For tests that compare the tiers.
     bool compileExpressions = true;
