@@ -79,6 +79,8 @@ std::uint32_t MachineCompiler::beginStatement(std::uint32_t line, bool runsCode)
     statement.depth = mode_.depth;
     out_.statements.push_back(statement);
     const auto number32 = static_cast<std::uint32_t>(out_.statements.size() - 1);
+    // The executor shows a line that nobody else wants to know.
+    if (ok_ && program_.lines.isPassing(line)) return number32;
     // Elsewhere the line is needed only while turns are given.
     emitD(Op::Line, 0, number32, runsCode || isTail_ || keepsLines_ ? 0 : 1);
     return number32;
@@ -114,15 +116,19 @@ bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
     for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
-        switch (program_.opOf(instruction)) {
+        switch (static_cast<BytecodeOp>(instruction.opcode)) {
             case BytecodeOp::Statement:
+            case BytecodeOp::Unread: {
                 if (operand >= program_.lines.size()) return true;
-                if (program_.lines[operand].assignment == nullptr) return true;
-                if (program_.lines[operand].assignment->targets.size() > 1 ||
-                    program_.lines[operand].assignment->valueRanges.size() > 1) {
+                if (program_.lines.isPlainStore(operand)) break;
+                ParsedScriptLine own;
+                const ParsedScriptLine& line = program_.lines.lookAt(operand, own);
+                if (line.assignment == nullptr || line.assignment->targets.size() > 1 ||
+                    line.assignment->valueRanges.size() > 1) {
                     return true;
                 }
                 break;
+            }
             case BytecodeOp::IfGroup:
                 if (operand >= program_.ifGroups.size()) return true;
                 for (const auto& branch : program_.ifGroups[operand].branches) {
@@ -262,8 +268,16 @@ void MachineCompiler::emitInstruction(const BytecodeInstruction& instruction,
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
         case BytecodeOp::Statement:
         case BytecodeOp::FastAssign:
+        case BytecodeOp::Return:
+            emitPlain(static_cast<BytecodeOp>(instruction.opcode), operand, position);
+            return;
         case BytecodeOp::Unread:
-        case BytecodeOp::Return: emitPlain(program_.opOf(instruction), operand, position); return;
+            if (runsOnce() && program_.lines.isPassing(operand)) {
+                emitPassing(operand, position);
+            } else {
+                emitPlain(program_.opOf(instruction), operand, position);
+            }
+            return;
         case BytecodeOp::IfGroup:
             if (const auto* group = recordAt(program_.ifGroups)) {
                 if (group->branches.empty()) {
@@ -369,6 +383,17 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
     runByExecutor(index, position);
     noteExecutorDeclarations(*line);
     if (opcode == BytecodeOp::FastAssign) valueIsNil_ = true;
+    endStatement();
+}
+
+/// A line that runs once, and of which no record is to stay.
+void MachineCompiler::emitPassing(std::uint32_t index, std::uint32_t position) {
+    beginBlockStatement();
+    runByExecutor(index, position);
+    if (program_.lines.scopeOf(index) != ScopeTarget::Default) {
+        ParsedScriptLine own;
+        noteExecutorDeclarations(program_.lines.lookAt(index, own));
+    }
     endStatement();
 }
 

@@ -44,13 +44,6 @@ constexpr std::array<KeywordRow, 11> kKeywords = {{
     {"break", LineKind::Break},
 }};
 
-/// "=", or another operator in front of it.
-bool isAssignmentOperator(std::string_view token) {
-    if (token.size() == 1) return token[0] == '=';
-    return token.size() == 2 && token[1] == '=' &&
-           std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
-}
-
 /// The tokens from `start` on may be an assignment, by its first two; most lines are none. A name
 /// alone is one where nothing is assigned.
 bool mayBeAssignment(const ParsedScriptLine& line, std::size_t start) {
@@ -346,6 +339,12 @@ void linkBlocks(std::vector<Line>& lines) {
 
 void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
     LinePreparer(compileExpressions).prepare(line);
+}
+
+bool isAssignmentOperator(std::string_view token) {
+    if (token.size() == 1) return token[0] == '=';
+    return token.size() == 2 && token[1] == '=' &&
+           std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
 }
 
 void forgetParse(ParsedScriptLine& line) {

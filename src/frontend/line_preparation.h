@@ -15,6 +15,9 @@ void prepareLine(ParsedScriptLine& line, bool compileExpressions);
 /// The kind of a line by its first two tokens, of which the second may be missing.
 [[nodiscard]] LineKind lineKindOf(std::string_view first, std::string_view second);
 
+/// "=", or another operator in front of it.
+[[nodiscard]] bool isAssignmentOperator(std::string_view token);
+
 /// False only for a first token that makes a line neither a statement of a keyword nor a function.
 [[nodiscard]] bool mayBeKeyword(std::string_view first);
 

@@ -139,6 +139,16 @@ void LineTable::copyLine(std::size_t index, ParsedScriptLine& line) const {
     }
 }
 
+bool LineTable::isPlainStore(std::size_t index) const {
+    if (unread_ == nullptr) return false;
+    const std::string_view text = unread_->row(index).text;
+    std::size_t at = 0;
+    std::string_view token;
+    return text.find(',') == std::string_view::npos && nextToken(text, at, token) &&
+           isIdentifier(token) && nextToken(text, at, token) && isAssignmentOperator(token) &&
+           nextToken(text, at, token);
+}
+
 std::vector<ParsedScriptLine> LineTable::copiedRecords() const {
     if (unread_ == nullptr) return records_;
     std::vector<ParsedScriptLine> copies(unread_->size());

@@ -141,6 +141,15 @@ public:
     /// A copy of the line that is the caller's, for one that wants no record to stay.
     void copyLine(std::size_t index, ParsedScriptLine& line) const;
 
+    /// The record of a line, for a look at it: `own` if none should stay.
+    [[nodiscard]] const ParsedScriptLine& lookAt(std::size_t index, ParsedScriptLine& own) const {
+        if (!isPassing(index)) return (*this)[index];
+        unread_->read(index, own);
+        return own;
+    }
+    /// True only for a line that is known, without its record, to assign one value to one variable.
+    [[nodiscard]] bool isPlainStore(std::size_t index) const;
+
     /// All records, of a table that has been made of them.
     [[nodiscard]] const std::vector<ParsedScriptLine>& records() const { return records_; }
     [[nodiscard]] std::vector<ParsedScriptLine>& records() { return records_; }
