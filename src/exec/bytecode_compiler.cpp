@@ -15,6 +15,10 @@ namespace {
 
 std::uint32_t indexOf(std::size_t index) { return static_cast<std::uint32_t>(index); }
 
+bool isLoop(LineKind kind) {
+    return kind == LineKind::While || kind == LineKind::Repeat || kind == LineKind::For;
+}
+
 /// Compiles a block and those nested in it. A chunk's index is taken first and its instructions are
 /// appended last, which gives chunks in pre-order and code in post-order.
 class ChunkCompiler {
@@ -67,7 +71,7 @@ std::uint32_t ChunkCompiler::compile(std::size_t firstLine, std::size_t endLine)
             continue;
         }
         hasLocal = hasLocal || line.isLocal || line.kind == LineKind::LocalFunction;
-        if (runsOnce_) lines_.setRunsOnce(i);
+        if (runsOnce_ && !isLoop(line.kind)) lines_.setRunsOnce(i);
         i = compileStatement(i, line, endLine);
     }
     BytecodeChunkRange& range = program_.chunks[chunk];

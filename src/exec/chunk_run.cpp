@@ -90,8 +90,9 @@ bool ChunkRun::runOne(const BytecodeInstruction& instruction, BlockSignal& signa
 }
 
 std::string_view ChunkRun::tokenOfStatement() const {
-    const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
-    return hasTokens ? std::string_view((*statementTokens_)[0]) : std::string_view("script");
+    const std::string_view token =
+        statementLine_ != kNoStatement ? lines_.firstTokenOf(statementLine_) : std::string_view();
+    return token.data() != nullptr ? token : "script";
 }
 
 void ChunkRun::rethrowLocated(const std::exception& error) {
@@ -106,7 +107,7 @@ const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
     if (index >= lines_.size()) throwPlainError("Bytecode line index out of range");
     const ParsedScriptLine& line = lines_.forRunning(index);
     interpreter_.selectLine(line);
-    statementTokens_ = &line.tokens;
+    statementLine_ = index;
     return line;
 }
 

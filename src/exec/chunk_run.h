@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -136,5 +137,6 @@ private:
     const LineTable& lines_;  // the program's
     std::uint32_t nesting_;
     Variable value_;  // of the last expression statement or nested body
-    const std::vector<std::string>* statementTokens_ = nullptr;  // of the line that runs
+    static constexpr std::uint32_t kNoStatement = std::numeric_limits<std::uint32_t>::max();
+    std::uint32_t statementLine_ = kNoStatement;  // the line that runs
 };

@@ -113,7 +113,8 @@ void MachineCompiler::clearValue() {
 bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
     if (!mayVisit(chunk, depth)) return true;
     const BytecodeChunkRange& range = program_.chunks[chunk];
-    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
+    // From the end, since a program's last statement often does.
+    for (std::uint32_t i = range.instructionCount; i-- > 0;) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
         switch (static_cast<BytecodeOp>(instruction.opcode)) {

@@ -139,8 +139,19 @@ void LineTable::copyLine(std::size_t index, ParsedScriptLine& line) const {
     }
 }
 
+std::string_view LineTable::firstTokenOf(std::size_t index) const {
+    std::string_view token;
+    if (unread_ != nullptr) {
+        std::size_t at = 0;
+        static_cast<void>(nextToken(unread_->row(index).text, at, token));
+    } else if (!records_[index].tokens.empty()) {
+        token = records_[index].tokens[0];
+    }
+    return token;
+}
+
 bool LineTable::isPlainStore(std::size_t index) const {
-    if (unread_ == nullptr) return false;
+    if (unread_ == nullptr || scopeOf(index) != ScopeTarget::Default) return false;
     const std::string_view text = unread_->row(index).text;
     std::size_t at = 0;
     std::string_view token;

@@ -50,6 +50,8 @@ class UnreadLines {
 public:
     /// Cuts `text` into lines. Raises "Unterminated string literal".
     UnreadLines(DovrelScript& interpreter, std::string text);
+    UnreadLines(const UnreadLines&) = delete;
+    UnreadLines& operator=(const UnreadLines&) = delete;
 
     [[nodiscard]] std::size_t size() const { return rows_.size(); }
     [[nodiscard]] const UnreadLine& row(std::size_t index) const { return rows_[index]; }
@@ -134,6 +136,8 @@ public:
     [[nodiscard]] LineKind kindOf(std::size_t index) const {
         return unread_ != nullptr ? unread_->row(index).kind : records_[index].kind;
     }
+    /// The first token, as long as the table stands; null if there is none. Allocates nothing.
+    [[nodiscard]] std::string_view firstTokenOf(std::size_t index) const;
     /// Where the first word of a line makes it declare.
     [[nodiscard]] ScopeTarget scopeOf(std::size_t index) const {
         return unread_ != nullptr ? unread_->row(index).scope : records_[index].assignmentScope;
