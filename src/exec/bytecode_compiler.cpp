@@ -15,6 +15,9 @@ namespace {
 
 std::uint32_t indexOf(std::size_t index) { return static_cast<std::uint32_t>(index); }
 
+/// In bytes.
+constexpr std::size_t kShortText = 64;
+
 bool isLoop(LineKind kind) {
     return kind == LineKind::While || kind == LineKind::Repeat || kind == LineKind::For;
 }
@@ -187,8 +190,9 @@ BytecodeProgram DovrelScript::compileToBytecodeInternal(const std::string& sourc
 }
 
 std::shared_ptr<BytecodeProgram> DovrelScript::readProgram(std::string source, bool runsOnce) {
-    // An observer finds the places of lines by their records.
-    if (observer != nullptr) {
+    // A text of a line or two that may run again gains nothing, and an observer finds
+    // the places of lines by their records.
+    if ((!runsOnce && source.size() < kShortText) || observer != nullptr) {
         return std::make_shared<BytecodeProgram>(compileToBytecodeInternal(source));
     }
     const ParsingStack stack;

@@ -49,6 +49,8 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
 
 void DovrelScript::readLine(std::string_view text, ParsedScriptLine& line, bool withExpressions) {
     line.source = text;
+    // Most lines have fewer tokens. A record that is used again has its room already.
+    if (line.tokenAnalysis.capacity() == 0) line.tokenAnalysis.reserve(text.size() / 3 + 4);
     readTokens(line.source, line.tokenAnalysis);
     line.tokens.resize(tokenTexts.size());
     for (std::size_t i = 0; i < tokenTexts.size(); ++i) line.tokens[i] = tokenTexts[i];
