@@ -83,7 +83,7 @@ void CallChain::programMade(const BytecodeProgram& program, const std::string& s
     Program made;
     made.script = &script;
     if (script.statementLines.empty()) {
-        for (const ParsedScriptLine& line : program.lines) {
+        for (const ParsedScriptLine& line : program.lines.records()) {
             if (canRun(line)) script.statementLines.push_back(line.lineNumber + 1);
         }
         std::vector<std::size_t>& lines = script.statementLines;
@@ -97,12 +97,12 @@ void CallChain::programMade(const BytecodeProgram& program, const std::string& s
         made.byChunk[declaration.bodyChunk] = &function;
     }
     // Where a program has gone, another may stand.
-    programs_[program.lines.data()] = std::move(made);
+    programs_[program.lines.records().data()] = std::move(made);
 }
 
 ObservedFunction& CallChain::functionOf(const ScriptCallable& callable) {
     if (callable.program != nullptr) {
-        const auto found = programs_.find(callable.program->lines.data());
+        const auto found = programs_.find(callable.program->lines.records().data());
         if (found != programs_.end()) {
             if (callable.isLoadedChunk) return *found->second.script->outside;
             const auto function = found->second.byChunk.find(callable.chunkIndex);
@@ -130,7 +130,7 @@ void CallChain::push(ObservedFunction& function, const ScriptCallable* callable)
 }
 
 void CallChain::programBegins(const BytecodeProgram& program) {
-    const auto found = programs_.find(program.lines.data());
+    const auto found = programs_.find(program.lines.records().data());
     push(*(found != programs_.end() ? found->second.script : &scripts_.front())->outside, nullptr);
 }
 

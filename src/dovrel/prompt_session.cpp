@@ -35,7 +35,8 @@ void leaveEverything(DovrelScript& interpreter) {
 
 /// The last statement at the top is an expression; `isCall` becomes true if that is a call.
 bool endsWithExpression(const BytecodeProgram& program, bool& isCall) {
-    for (auto line = program.lines.rbegin(); line != program.lines.rend(); ++line) {
+    const std::vector<ParsedScriptLine>& lines = program.lines.records();
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         if (line->tokens.empty()) continue;
         isCall = line->expression.isCall() || line->tokens.back() == ")";
         return line->kind == LineKind::Plain && line->assignment == nullptr;

@@ -28,7 +28,7 @@ Variable runText(DovrelScript& script, const std::string& text, const std::strin
         // A report of an open block shows a line number: that of this text.
         script.currentLineNumber = 0;
         script.lastToken.clear();
-        program = std::make_shared<BytecodeProgram>(script.compileToBytecodeInternal(text));
+        program = script.readProgram(std::string(text), true);
         Variable value = script.runBytecodeProgram(program);
         script.rethrowPendingCoroutineException();
         return value;

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "exec/machine_function.h"
-#include "frontend/parsed_script_line.h"
+#include "frontend/line_table.h"
 
 /// What an instruction runs. `operand` is an index into the table named here.
-enum class BytecodeOp : std::uint8_t {
+enum class BytecodeOp : std::uint16_t {
     Statement = 0,     // lines
     FastAssign = 1,    // lines; one plain target, one compiled value
     IfGroup = 2,       // ifGroups
@@ -23,10 +23,12 @@ enum class BytecodeOp : std::uint8_t {
     FunctionDecl = 7,  // functionDecls
     Return = 8,        // lines
     Break = 9,         // lines
+    // Never in a file: Statement or FastAssign, which the line tells when it is read.
+    Unread = 256,  // lines
 };
 
 struct BytecodeInstruction {
-    std::uint8_t opcode = 0;  // a BytecodeOp; a loaded file may hold any byte
+    std::uint16_t opcode = 0;  // a BytecodeOp; a loaded file may hold any byte
     std::uint32_t operand = 0;
     std::uint32_t reserved = 0;  // always 0; read and written, otherwise unused
 };
@@ -90,7 +92,7 @@ struct BytecodeProgram {
     std::uint16_t version = kBytecodeVersion;
     std::string baseDirectory;  // directory of the script, or empty
     std::string scriptName;     // name for error reports, or empty
-    std::vector<ParsedScriptLine> lines;
+    LineTable lines;
     std::vector<BytecodeInstruction> code;
     std::vector<BytecodeChunkRange> chunks;
     std::vector<BytecodeIfGroup> ifGroups;
@@ -101,4 +103,12 @@ struct BytecodeProgram {
     std::vector<BytecodeFunctionDecl> functionDecls;
     std::vector<ChunkInlineState> chunkInlineStates;  // one per chunk once sized; never stored
     MachineFunctions machineFunctions;                // the same
+
+    /// What an instruction is, with its line read if that takes it.
+    [[nodiscard]] BytecodeOp opOf(const BytecodeInstruction& instruction) const {
+        const auto op = static_cast<BytecodeOp>(instruction.opcode);
+        if (op != BytecodeOp::Unread) return op;
+        return lines[instruction.operand].isFastAssignment ? BytecodeOp::FastAssign
+                                                           : BytecodeOp::Statement;
+    }
 };

@@ -84,9 +84,10 @@ private:
 };
 
 void readLines(ByteReader& in, BytecodeProgram& program, DovrelScript& interpreter) {
-    in.resize(program.lines, kLineSize);
-    for (std::size_t i = 0; i < program.lines.size(); ++i) {
-        ParsedScriptLine& line = program.lines[i];
+    std::vector<ParsedScriptLine>& lines = program.lines.records();
+    in.resize(lines, kLineSize);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        ParsedScriptLine& line = lines[i];
         line.source = in.str();
         line.lineNumber = program.version >= kFirstVersionWithLineNumbers ? in.u32() : i;
         in.resize(line.tokens, kStringSize);
@@ -96,7 +97,7 @@ void readLines(ByteReader& in, BytecodeProgram& program, DovrelScript& interpret
             line.tokenAnalysis.push_back(interpreter.analyseToken(token));
         }
     }
-    interpreter.prepareParsedLines(program.lines);
+    interpreter.prepareParsedLines(lines);
 }
 
 void readCode(ByteReader& in, BytecodeProgram& program) {

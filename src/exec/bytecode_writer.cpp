@@ -30,9 +30,10 @@ private:
     std::vector<unsigned char> bytes_;
 };
 
-void writeLines(ByteWriter& out, const std::vector<ParsedScriptLine>& lines) {
+void writeLines(ByteWriter& out, const LineTable& lines) {
     out.u32(lines.size());
-    for (const ParsedScriptLine& line : lines) {
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const ParsedScriptLine& line = lines[i];
         out.str(line.source);
         out.u32(line.lineNumber);
         out.u32(line.tokens.size());
@@ -43,7 +44,7 @@ void writeLines(ByteWriter& out, const std::vector<ParsedScriptLine>& lines) {
 void writeCode(ByteWriter& out, const BytecodeProgram& program) {
     out.u32(program.code.size());
     for (const BytecodeInstruction& instruction : program.code) {
-        out.u8(instruction.opcode);
+        out.u8(static_cast<std::uint8_t>(program.opOf(instruction)));
         out.u32(instruction.operand);
         out.u32(instruction.reserved);
     }

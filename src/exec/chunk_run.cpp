@@ -91,8 +91,9 @@ bool ChunkRun::runOne(const BytecodeInstruction& instruction, BlockSignal& signa
 }
 
 std::string_view ChunkRun::tokenOfStatement() const {
-    const bool hasTokens = statementTokens_ != nullptr && !statementTokens_->empty();
-    return hasTokens ? std::string_view((*statementTokens_)[0]) : std::string_view("script");
+    const std::string_view token =
+        statementLine_ != kNoStatement ? lines_.firstTokenOf(statementLine_) : std::string_view();
+    return token.data() != nullptr ? token : "script";
 }
 
 void ChunkRun::rethrowLocated(const std::exception& error) {
@@ -104,16 +105,17 @@ bool ChunkRun::tryRecordFault(const std::exception& error) {
 }
 
 const ParsedScriptLine& ChunkRun::selectLine(std::uint32_t index) {
-    if (index >= lineCount_) throwPlainError("Bytecode line index out of range");
-    const ParsedScriptLine& line = lines_[index];
+    if (index >= lines_.size()) throwPlainError("Bytecode line index out of range");
+    const ParsedScriptLine& line = lines_.forRunning(index);
     interpreter_.selectLine(line);
-    statementTokens_ = &line.tokens;
+    statementLine_ = index;
     return line;
 }
 
 ChunkRun::Flow ChunkRun::execute(const BytecodeInstruction& instruction, BlockSignal& signal) {
     const std::uint32_t operand = instruction.operand;
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        case BytecodeOp::Unread: runUnread(operand); break;
         case BytecodeOp::Statement: runStatement(operand); break;
         case BytecodeOp::FastAssign: runFastAssign(operand); break;
         case BytecodeOp::IfGroup: return runIfGroup(operand, signal, Mode::Recursive);
@@ -162,6 +164,7 @@ ChunkRun::Flow ChunkRun::executeInline(const BytecodeInstruction& instruction,
                                        BlockSignal& signal) {
     const std::uint32_t operand = instruction.operand;
     switch (static_cast<BytecodeOp>(instruction.opcode)) {
+        case BytecodeOp::Unread: runUnread(operand); break;
         case BytecodeOp::Statement: runStatement(operand); break;
         case BytecodeOp::FastAssign: runFastAssign(operand); break;
         case BytecodeOp::IfGroup: return runIfGroup(operand, signal, Mode::Inline);
@@ -192,6 +195,14 @@ void ChunkRun::runNestedChunk(std::uint32_t chunk, BlockSignal& nested) {
     // there are chunks, before the host's stack is at its end.
     if (nesting_ >= program_->chunks.size()) throwPlainError("Invalid bytecode chunk index");
     value_ = interpreter_.executeBytecodeChunkInternal(program_, chunk, nested, nesting_ + 1);
+}
+
+void ChunkRun::runUnread(std::uint32_t index) {
+    if (index < lines_.size() && lines_.forRunning(index).isFastAssignment) {
+        runFastAssign(index);
+    } else {
+        runStatement(index);
+    }
 }
 
 void ChunkRun::runStatement(std::uint32_t index) {

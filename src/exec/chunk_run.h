@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,11 +26,7 @@ public:
     /// `nesting` counts the chunks around this one, up to that of the script or function.
     ChunkRun(DovrelScript& interpreter, const std::shared_ptr<BytecodeProgram>& program,
              std::uint32_t nesting)
-        : interpreter_(interpreter),
-          program_(program),
-          lines_(program->lines.data()),
-          lineCount_(program->lines.size()),
-          nesting_(nesting) {}
+        : interpreter_(interpreter), program_(program), lines_(program->lines), nesting_(nesting) {}
 
     /// Runs the instructions of `range`, which lies inside the code, and returns the chunk's value.
     Variable run(const BytecodeChunkRange& range, BlockSignal& signal);
@@ -56,6 +53,7 @@ private:
     Flow endInlineStatement();
 
     // Instructions.
+    void runUnread(std::uint32_t line);
     void runStatement(std::uint32_t line);
     void runFastAssign(std::uint32_t line);
     Flow runIfGroup(std::uint32_t index, BlockSignal& signal, Mode mode);
@@ -136,9 +134,9 @@ private:
 
     DovrelScript& interpreter_;
     const std::shared_ptr<BytecodeProgram>& program_;
-    const ParsedScriptLine* lines_;  // the program's, which never move
-    std::size_t lineCount_;
+    const LineTable& lines_;  // the program's
     std::uint32_t nesting_;
     Variable value_;  // of the last expression statement or nested body
-    const std::vector<std::string>* statementTokens_ = nullptr;  // of the line that runs
+    static constexpr std::uint32_t kNoStatement = std::numeric_limits<std::uint32_t>::max();
+    std::uint32_t statementLine_ = kNoStatement;  // the line that runs
 };

@@ -1,6 +1,5 @@
 #include "exec/function_declaration.h"
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -137,13 +136,17 @@ void attachCompiledBody(ScriptCallable& callable, const BytecodeProgram& program
         declaration.bodyEndLine > program.lines.size()) {
         return;
     }
-    const auto first = program.lines.begin() + declaration.bodyFirstLine;
-    const auto last = program.lines.begin() + declaration.bodyEndLine;
     // Only coroutines and one-line bodies read their lines; all others run the chunk.
-    const auto used = std::count_if(
-        first, last, [](const ParsedScriptLine& line) { return line.kind != LineKind::Empty; });
+    std::size_t used = 0;
+    for (std::uint32_t i = declaration.bodyFirstLine; i < declaration.bodyEndLine; ++i) {
+        if (program.lines.kindOf(i) != LineKind::Empty) ++used;
+    }
     if (!callable.isDecay && used != 1) return;
-    callable.bodyLines = std::make_shared<const std::vector<ParsedScriptLine>>(first, last);
+    std::vector<ParsedScriptLine> body(declaration.bodyEndLine - declaration.bodyFirstLine);
+    for (std::uint32_t i = 0; i < body.size(); ++i) {
+        program.lines.copyLine(declaration.bodyFirstLine + i, body[i]);
+    }
+    callable.bodyLines = std::make_shared<const std::vector<ParsedScriptLine>>(std::move(body));
 }
 
 void attachParsedBody(DovrelScript& interpreter, ScriptCallable& callable,

@@ -12,6 +12,7 @@ bool allBodiesInlinable(BytecodeProgram& program, const BytecodeChunkRange& rang
         switch (static_cast<BytecodeOp>(instruction.opcode)) {
             case BytecodeOp::Statement:
             case BytecodeOp::FastAssign:
+            case BytecodeOp::Unread:
             case BytecodeOp::Break: fits = true; break;
             case BytecodeOp::IfGroup:
                 fits = instruction.operand < program.ifGroups.size();

@@ -79,6 +79,8 @@ std::uint32_t MachineCompiler::beginStatement(std::uint32_t line, bool runsCode)
     statement.depth = mode_.depth;
     out_.statements.push_back(statement);
     const auto number32 = static_cast<std::uint32_t>(out_.statements.size() - 1);
+    // The executor shows a line that nobody else wants to know.
+    if (ok_ && program_.lines.isPassing(line)) return number32;
     // Elsewhere the line is needed only while turns are given.
     emitD(Op::Line, 0, number32, runsCode || isTail_ || keepsLines_ ? 0 : 1);
     return number32;
@@ -111,18 +113,23 @@ void MachineCompiler::clearValue() {
 bool MachineCompiler::makesValue(std::uint32_t chunk, int depth) const {
     if (!mayVisit(chunk, depth)) return true;
     const BytecodeChunkRange& range = program_.chunks[chunk];
-    for (std::uint32_t i = 0; i < range.instructionCount; ++i) {
+    // From the end, since a program's last statement often does.
+    for (std::uint32_t i = range.instructionCount; i-- > 0;) {
         const BytecodeInstruction& instruction = program_.code[range.firstInstruction + i];
         const std::uint32_t operand = instruction.operand;
         switch (static_cast<BytecodeOp>(instruction.opcode)) {
             case BytecodeOp::Statement:
+            case BytecodeOp::Unread: {
                 if (operand >= program_.lines.size()) return true;
-                if (program_.lines[operand].assignment == nullptr) return true;
-                if (program_.lines[operand].assignment->targets.size() > 1 ||
-                    program_.lines[operand].assignment->valueRanges.size() > 1) {
+                if (program_.lines.isPlainStore(operand)) break;
+                ParsedScriptLine own;
+                const ParsedScriptLine& line = program_.lines.lookAt(operand, own);
+                if (line.assignment == nullptr || line.assignment->targets.size() > 1 ||
+                    line.assignment->valueRanges.size() > 1) {
                     return true;
                 }
                 break;
+            }
             case BytecodeOp::IfGroup:
                 if (operand >= program_.ifGroups.size()) return true;
                 for (const auto& branch : program_.ifGroups[operand].branches) {
@@ -265,6 +272,13 @@ void MachineCompiler::emitInstruction(const BytecodeInstruction& instruction,
         case BytecodeOp::Return:
             emitPlain(static_cast<BytecodeOp>(instruction.opcode), operand, position);
             return;
+        case BytecodeOp::Unread:
+            if (runsOnce() && program_.lines.isPassing(operand)) {
+                emitPassing(operand, position);
+            } else {
+                emitPlain(program_.opOf(instruction), operand, position);
+            }
+            return;
         case BytecodeOp::IfGroup:
             if (const auto* group = recordAt(program_.ifGroups)) {
                 if (group->branches.empty()) {
@@ -372,6 +386,17 @@ void MachineCompiler::emitPlain(BytecodeOp opcode, std::uint32_t index, std::uin
     out_.statements.back().awaited = std::exchange(awaited_, -1);
     noteExecutorDeclarations(*line);
     if (opcode == BytecodeOp::FastAssign) valueIsNil_ = true;
+    endStatement();
+}
+
+/// A line that runs once, and of which no record is to stay.
+void MachineCompiler::emitPassing(std::uint32_t index, std::uint32_t position) {
+    beginBlockStatement();
+    runByExecutor(index, position);
+    if (program_.lines.scopeOf(index) != ScopeTarget::Default) {
+        ParsedScriptLine own;
+        noteExecutorDeclarations(program_.lines.lookAt(index, own));
+    }
     endStatement();
 }
 
@@ -902,7 +927,7 @@ bool MachineCompiler::compile(MachineDraft& draft) {
     const bool endsWithReturn =
         range.instructionCount > 0 &&
         program_.code[range.firstInstruction + range.instructionCount - 1].opcode ==
-            static_cast<std::uint8_t>(BytecodeOp::Return);
+            static_cast<std::uint16_t>(BytecodeOp::Return);
     tracksValue_ = !endsWithReturn && makesValue(unit_.chunk);
     isTail_ = true;
     if (unit_.hasFrame) {

@@ -133,6 +133,7 @@ private:
     void endStatement();
     void runByExecutor(std::uint32_t line, std::uint32_t position);
     void emitPlain(BytecodeOp opcode, std::uint32_t line, std::uint32_t position);
+    void emitPassing(std::uint32_t line, std::uint32_t position);
     bool emitPlainLine(BytecodeOp opcode, const ParsedScriptLine& line);
     void emitSpread(const ParsedScriptLine& line, const ParsedAssignment& assignment,
                     std::uint16_t value);

@@ -67,9 +67,10 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
     }
     for (MachineStatement& statement : result.statements) {
         statement.first = places[statement.first];
-        const ParsedScriptLine& line = result.program->lines[statement.line];
-        statement.lineNumber = line.lineNumber;
-        statement.source = &line.source;
+        const LineTable& lines = result.program->lines;
+        statement.lineNumber = lines.lineNumberOf(statement.line);
+        statement.source =
+            lines.isPassing(statement.line) ? nullptr : &lines[statement.line].source;
     }
     constexpr auto kUnbound = static_cast<std::uint32_t>(-1);
     for (ExpressionSite& site : result.expressions) {

@@ -90,10 +90,13 @@ std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
             if (at >= program_.lines.size()) continue;
             const ParsedScriptLine& line = program_.lines[at];
             if (line.kind == LineKind::LocalFunction) add(line, 2);
-        } else if (op == BytecodeOp::Statement || op == BytecodeOp::FastAssign) {
+        } else if (op == BytecodeOp::Statement || op == BytecodeOp::FastAssign ||
+                   op == BytecodeOp::Unread) {
             if (instruction.operand >= program_.lines.size()) continue;
-            const ParsedScriptLine& line = program_.lines[instruction.operand];
-            if (line.assignmentScope != ScopeTarget::Local || line.assignment == nullptr) continue;
+            if (program_.lines.scopeOf(instruction.operand) != ScopeTarget::Local) continue;
+            ParsedScriptLine own;
+            const ParsedScriptLine& line = program_.lines.lookAt(instruction.operand, own);
+            if (line.assignment == nullptr) continue;
             for (const ParsedAssignmentTarget& target : line.assignment->targets) {
                 add(line, target.nameToken);
             }
@@ -137,12 +140,13 @@ void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeW
         const std::uint32_t operand = instruction.operand;
         switch (static_cast<BytecodeOp>(instruction.opcode)) {
             case BytecodeOp::Statement:
-            case BytecodeOp::FastAssign: {
+            case BytecodeOp::FastAssign:
+            case BytecodeOp::Unread: {
                 if (operand >= program_.lines.size()) break;
-                const ParsedScriptLine& line = program_.lines[operand];
-                if (line.assignmentScope != ScopeTarget::Native || line.assignment == nullptr) {
-                    break;
-                }
+                if (program_.lines.scopeOf(operand) != ScopeTarget::Native) break;
+                ParsedScriptLine own;
+                const ParsedScriptLine& line = program_.lines.lookAt(operand, own);
+                if (line.assignment == nullptr) break;
                 for (const ParsedAssignmentTarget& target : line.assignment->targets) {
                     add(line, target.nameToken);
                 }

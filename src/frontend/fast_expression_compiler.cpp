@@ -2,7 +2,6 @@
 // messages. It refuses whatever it does not handle, and the line then goes by tokens.
 #include <cstddef>
 #include <limits>
-#include <memory_resource>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,7 +9,7 @@
 #include "frontend/character_class.h"
 #include "frontend/fast_expression.h"
 #include "frontend/operator_table.h"
-#include "frontend/scratch_memory.h"
+#include "frontend/scratch_list.h"
 #include "frontend/token_analysis.h"
 #include "value/numbers.h"
 #include "value/stack_end.h"
@@ -18,6 +17,9 @@
 namespace {
 
 constexpr int kFailed = -1;
+
+/// Of nodes.
+using Indices = ScratchList<std::uint32_t, 8>;
 
 NodeKind nodeKindOf(int operatorNumber) {
     switch (operatorNumber) {
@@ -49,9 +51,7 @@ public:
           analysis_(analysis),
           position_(first),
           last_(last),
-          isTokenForm_(isTokenForm) {
-        nodes_.reserve(last - first);
-    }
+          isTokenForm_(isTokenForm) {}
 
     FastExpression parse() {
         FastExpression expression;
@@ -77,9 +77,8 @@ private:
     int parseCall(int callee, std::size_t parenthesis);
     int parseArrayLiteral(std::size_t bracket);
     int parseTableLiteral(std::size_t brace);
-    bool parseTableEntry(std::pmr::vector<std::uint32_t>& entries);
-    int addLiteral(NodeKind kind, const std::pmr::vector<std::uint32_t>& parts, std::size_t count,
-                   std::size_t token);
+    bool parseTableEntry(Indices& entries);
+    int addLiteral(NodeKind kind, const Indices& parts, std::size_t count, std::size_t token);
     int addBinary(int operatorNumber, int left, int right, std::size_t token);
     int addString(std::string&& text, std::size_t token);
     int addNode(FastExprNode node, std::size_t token);
@@ -103,10 +102,9 @@ private:
     bool isTokenForm_;
     bool ok_ = true;
     // The expression so far.
-    ScratchMemory scratch_;
-    std::vector<std::string> strings_;
-    std::pmr::vector<std::uint32_t> callArguments_{scratch_.resource()};
-    std::pmr::vector<FastExprNode> nodes_{scratch_.resource()};
+    ScratchList<std::string, 2> strings_;
+    ScratchList<std::uint32_t, 16> callArguments_;
+    ScratchList<FastExprNode, 32> nodes_;
 };
 
 int Parser::parseExpression(int level) {
@@ -232,19 +230,18 @@ int Parser::parseIndex(int base, std::size_t bracket) {
     return addNode(index, bracket);
 }
 
-int Parser::addLiteral(NodeKind kind, const std::pmr::vector<std::uint32_t>& parts,
-                       std::size_t count, std::size_t token) {
+int Parser::addLiteral(NodeKind kind, const Indices& parts, std::size_t count, std::size_t token) {
     FastExprNode literal;
     literal.kind = kind;
     literal.right = static_cast<std::int32_t>(callArguments_.size());
     literal.intValue = static_cast<std::int32_t>(count);
     for (const FastExprNode& part : nodes_) literal.holdsCall = literal.holdsCall || part.holdsCall;
-    callArguments_.insert(callArguments_.end(), parts.begin(), parts.end());
+    for (const std::uint32_t part : parts) callArguments_.push_back(part);
     return addNode(literal, token);
 }
 
 int Parser::parseArrayLiteral(std::size_t bracket) {
-    std::pmr::vector<std::uint32_t> elements(scratch_.resource());
+    Indices elements;
     while (!nextIs(']')) {
         const int element = parseExpression(1);
         if (!ok_ || atEnd()) return fail();
@@ -258,7 +255,7 @@ int Parser::parseArrayLiteral(std::size_t bracket) {
     return addLiteral(NodeKind::ArrayLiteral, elements, elements.size(), bracket);
 }
 
-bool Parser::parseTableEntry(std::pmr::vector<std::uint32_t>& entries) {
+bool Parser::parseTableEntry(Indices& entries) {
     constexpr auto kNone = static_cast<std::uint32_t>(-1);
     std::uint32_t key = kNone;
     std::uint32_t text = kNone;
@@ -287,7 +284,7 @@ bool Parser::parseTableEntry(std::pmr::vector<std::uint32_t>& entries) {
 }
 
 int Parser::parseTableLiteral(std::size_t brace) {
-    std::pmr::vector<std::uint32_t> entries(scratch_.resource());
+    Indices entries;
     while (!nextIs('}')) {
         if (atEnd() || !parseTableEntry(entries) || atEnd()) return fail();
         if (nextIs('}')) break;
@@ -301,7 +298,7 @@ int Parser::parseTableLiteral(std::size_t brace) {
 int Parser::parseCall(int callee, std::size_t parenthesis) {
     // Gathered apart, so that the run of this call stays contiguous although calls among its
     // arguments append theirs in between.
-    std::pmr::vector<std::uint32_t> arguments(scratch_.resource());
+    Indices arguments;
     if (nextIs(')')) {
         ++position_;
     } else {
@@ -324,7 +321,7 @@ int Parser::parseCall(int callee, std::size_t parenthesis) {
         call.argumentsHoldCall = call.argumentsHoldCall || nodes_[argument].holdsCall;
     }
     call.canConcat = arguments.size() == 1 && node(callee).kind == NodeKind::Variable;
-    callArguments_.insert(callArguments_.end(), arguments.begin(), arguments.end());
+    for (const std::uint32_t argument : arguments) callArguments_.push_back(argument);
     return addNode(call, parenthesis);
 }
 

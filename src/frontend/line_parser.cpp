@@ -1,174 +1,39 @@
-// From a text to logical lines. A logical line goes on in the next physical line while a bracket or
-// a string is open, and only then; ";" ends one early.
-#include <algorithm>
+// Reading all lines of a text, and reading one.
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "frontend/character_class.h"
 #include "frontend/line_preparation.h"
+#include "frontend/line_splitter.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
 
-constexpr std::size_t kPendingReserve = 256;
-
-/// Blanks and tabs only: a carriage return stays in the text, the tokeniser takes it as a blank.
-std::string_view trimmed(std::string_view text) {
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
-/// The line splitter. It and the tokeniser each know strings and comments, and must agree.
-class LineSplitter {
+/// Reads each line as it comes.
+class LineCollector : public LineSink {
 public:
-    LineSplitter(DovrelScript& interpreter, std::vector<ParsedScriptLine>& lines)
-        : interpreter_(interpreter), lines_(lines) {
-        pending_.reserve(kPendingReserve);
-    }
+    LineCollector(DovrelScript& interpreter, std::vector<ParsedScriptLine>& lines)
+        : interpreter_(interpreter), lines_(lines) {}
 
-    /// Takes the next physical line, without its line feed.
-    void take(std::string_view line, std::size_t lineNumber);
-    /// Flushes what is left, with brackets and strings open or not.
-    void finish() {
-        if (!pending_.empty()) flushLogicalLine();
+    void takeLine(std::string_view text, std::size_t lineNumber, bool /*isJoined*/,
+                  bool /*isOpen*/) override {
+        ParsedScriptLine& line = lines_.emplace_back();
+        line.lineNumber = lineNumber;
+        interpreter_.showLineText(text);
+        interpreter_.readLine(text, line, interpreter_.compileExpressions);
+        line.tokenAnalysis.shrink_to_fit();
+    }
+    void takeEmptyLine(std::size_t lineNumber) override {
+        ParsedScriptLine& line = lines_.emplace_back();
+        line.lineNumber = lineNumber;
+        line.prepared = true;
     }
 
 private:
-    void append(std::string_view piece, std::size_t lineNumber);
-    void flushLogicalLine();
-    void pushEmptyRecord(std::size_t lineNumber);
-    /// Scans `line` up to its end or a comment; closes segments at ";". Returns where it stopped.
-    std::size_t scan(std::string_view line, std::size_t lineNumber, std::size_t& segmentStart);
-    void scanInsideString(char c);
-    void scanOutsideString(char c);
-
-    [[nodiscard]] bool bracketsClosed() const {
-        return parentheses_ == 0 && brackets_ == 0 && braces_ == 0;
-    }
-    void closeBrackets() { parentheses_ = brackets_ = braces_ = 0; }
-    static void lower(std::size_t& depth) {
-        if (depth > 0) --depth;
-    }
-
     DovrelScript& interpreter_;
     std::vector<ParsedScriptLine>& lines_;
-    std::string pending_;
-    std::size_t pendingLine_ = 0;
-    char quote_ = 0;  // of the open string, 0 outside
-    bool escaped_ = false;
-    std::size_t parentheses_ = 0;
-    std::size_t brackets_ = 0;
-    std::size_t braces_ = 0;
 };
-
-void LineSplitter::take(std::string_view line, std::size_t lineNumber) {
-    if (line.empty()) {
-        if (pending_.empty()) pushEmptyRecord(lineNumber);
-        return;
-    }
-    std::size_t segmentStart = 0;
-    const std::size_t stop = scan(line, lineNumber, segmentStart);
-    // A comment at the very start of a line leaves a record, a blank line or an indented comment
-    // none: kept, line tables count on it.
-    if (pending_.empty() && stop == 0) pushEmptyRecord(lineNumber);
-    append(trimmed(line.substr(segmentStart, stop - segmentStart)), lineNumber);
-    // The blank that will join the next piece is what a backslash at the line's end escapes.
-    escaped_ = false;
-    if (!pending_.empty() && quote_ == 0 && bracketsClosed()) flushLogicalLine();
-}
-
-std::size_t LineSplitter::scan(std::string_view line, std::size_t lineNumber,
-                               std::size_t& segmentStart) {
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        const char c = line[i];
-        if (quote_ != 0) {
-            scanInsideString(c);
-        } else if (!hasClass(c, kSplitterCharacter)) {
-            continue;
-        } else if (c == '@' && i + 1 < line.size() && line[i + 1] == '@') {
-            return i;
-        } else if (c == ';' && bracketsClosed()) {
-            append(trimmed(line.substr(segmentStart, i - segmentStart)), lineNumber);
-            if (!pending_.empty()) flushLogicalLine();
-            segmentStart = i + 1;
-        } else {
-            scanOutsideString(c);
-        }
-    }
-    return line.size();
-}
-
-void LineSplitter::scanInsideString(char c) {
-    if (escaped_) {
-        escaped_ = false;
-    } else if (c == quote_) {
-        quote_ = 0;
-    } else {
-        escaped_ = c == '\\';
-    }
-}
-
-void LineSplitter::scanOutsideString(char c) {
-    switch (c) {
-        case '"':
-        case '\'': quote_ = c; break;
-        case '(': ++parentheses_; break;
-        case '[': ++brackets_; break;
-        case '{': ++braces_; break;
-        case ')': lower(parentheses_); break;
-        case ']': lower(brackets_); break;
-        case '}': lower(braces_); break;
-        default: break;
-    }
-}
-
-void LineSplitter::append(std::string_view piece, std::size_t lineNumber) {
-    if (piece.empty()) return;
-    if (pending_.empty()) {
-        pendingLine_ = lineNumber;
-    } else {
-        pending_ += ' ';
-    }
-    pending_ += piece;
-}
-
-void LineSplitter::pushEmptyRecord(std::size_t lineNumber) {
-    ParsedScriptLine& line = lines_.emplace_back();
-    line.lineNumber = lineNumber;
-    line.prepared = true;
-}
-
-void LineSplitter::flushLogicalLine() {
-    ParsedScriptLine& line = lines_.emplace_back();
-    line.source = pending_;
-    line.lineNumber = pendingLine_;
-    // Reports show this line until the first statement runs. The text is the interpreter's own,
-    // since records move and may be gone by then.
-    interpreter_.currentLineTextOverride = pending_;
-    interpreter_.currentLine = &interpreter_.currentLineTextOverride;
-    line.tokens = interpreter_.tokenise(line.source);
-    line.tokenAnalysis.reserve(line.tokens.size());
-    for (const std::string& token : line.tokens) {
-        line.tokenAnalysis.push_back(interpreter_.analyseToken(token));
-    }
-    // Now, and not for all lines at the end, because what it reads is still at hand.
-    prepareLine(line, interpreter_.compileExpressions);
-    pending_.clear();
-    closeBrackets();
-}
-
-/// The number of line feeds; many times as fast as to look at each character.
-std::size_t countLineFeeds(std::string_view text) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find('\n'); at != std::string_view::npos; ++count) {
-        at = text.find('\n', at + 1);
-    }
-    return count;
-}
 
 }  // namespace
 
@@ -176,15 +41,24 @@ std::vector<ParsedScriptLine> DovrelScript::parseLines(const std::string& source
     std::vector<ParsedScriptLine> lines;
     if (source.empty()) return lines;
     lines.reserve(countLineFeeds(source) + 1);
-
-    LineSplitter splitter(*this, lines);
-    std::size_t lineNumber = 0;
-    for (std::size_t start = 0; start < source.size(); ++lineNumber) {
-        const std::size_t end = std::min(source.find('\n', start), source.size());
-        splitter.take(std::string_view(source).substr(start, end - start), lineNumber);
-        start = end + 1;
-    }
-    splitter.finish();
+    LineCollector collector(*this, lines);
+    splitLines(source, collector);
     matchBlocks(lines);
     return lines;
+}
+
+void DovrelScript::readLine(std::string_view text, ParsedScriptLine& line, bool withExpressions) {
+    line.source = text;
+    // Most lines have fewer tokens. A record that is used again has its room already.
+    if (line.tokenAnalysis.capacity() == 0) line.tokenAnalysis.reserve(text.size() / 3 + 4);
+    readTokens(line.source, line.tokenAnalysis);
+    line.tokens.resize(tokenTexts.size());
+    for (std::size_t i = 0; i < tokenTexts.size(); ++i) line.tokens[i] = tokenTexts[i];
+    // Now, and not for all lines at the end, because what it reads is still at hand.
+    prepareLine(line, withExpressions);
+}
+
+void DovrelScript::showLineText(std::string_view text) {
+    currentLineTextOverride = text;
+    currentLine = &currentLineTextOverride;
 }

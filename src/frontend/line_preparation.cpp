@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <memory>
-#include <memory_resource>
 #include <utility>
 
 #include "eval/errors.h"
 #include "frontend/character_class.h"
-#include "frontend/scratch_memory.h"
+#include "frontend/line_table.h"
+#include "frontend/scratch_list.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
@@ -19,7 +20,7 @@ using Tokens = std::vector<std::string>;
 
 /// A list that is taken over by a line once it is whole.
 template <typename T>
-using Scratch = std::pmr::vector<T>;
+using Scratch = ScratchList<T, 6>;
 
 /// A 16-bit token index would not reach it.
 constexpr std::size_t kMaxTokenIndex = 0xFFFF;
@@ -42,26 +43,6 @@ constexpr std::array<KeywordRow, 11> kKeywords = {{
     {"return", LineKind::Return},
     {"break", LineKind::Break},
 }};
-
-LineKind kindOf(const Tokens& tokens) {
-    if (tokens.empty()) return LineKind::Empty;
-    const std::string_view first = tokens[0];
-    if (tokens.size() > 1 && tokens[1] == std::string_view("function")) {
-        if (first == "decay") return LineKind::DecayFunction;
-        if (first == "native") return LineKind::NativeFunction;
-        if (first == "local") return LineKind::LocalFunction;
-    }
-    const auto found = std::find_if(kKeywords.begin(), kKeywords.end(),
-                                    [&](const KeywordRow& row) { return row.word == first; });
-    return found == kKeywords.end() ? LineKind::Plain : found->kind;
-}
-
-/// "=", or another operator in front of it.
-bool isAssignmentOperator(std::string_view token) {
-    if (token.size() == 1) return token[0] == '=';
-    return token.size() == 2 && token[1] == '=' &&
-           std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
-}
 
 /// The tokens from `start` on may be an assignment, by its first two; most lines are none. A name
 /// alone is one where nothing is assigned.
@@ -103,17 +84,10 @@ private:
 };
 
 void LinePreparer::prepare(ParsedScriptLine& line) const {
-    line.kind = kindOf(line.tokens);
+    forgetParse(line);
+    const std::string_view second = line.tokens.size() > 1 ? line.tokens[1] : std::string_view();
+    line.kind = line.tokens.empty() ? LineKind::Empty : lineKindOf(line.tokens[0], second);
     line.prepared = true;
-    line.isFastAssignment = false;
-    line.assignmentScope = ScopeTarget::Default;
-    line.matchingEnd = kNoLine;
-    line.nextBranch = kNoLine;
-    line.assignment.reset();
-    line.forHeader.reset();
-    line.condition = {};
-    line.expression = {};
-    line.returnValues = {};
     if (line.tokens.empty()) return;
 
     const std::string_view first = line.tokens[0];
@@ -147,7 +121,7 @@ bool LinePreparer::parseTargets(const ParsedScriptLine& line, std::size_t& posit
         if (!line.tokenAnalysis[position].isIdentifier) return false;
         ParsedAssignmentTarget target;
         target.nameToken = position++;
-        Scratch<TokenRange> ranges(targets.get_allocator());
+        Scratch<TokenRange> ranges;
         while (position < tokens.size() && isSymbol(tokens[position], '[')) {
             const std::size_t first = position + 1;
             const std::size_t close = findTopLevelToken(tokens, first, "]");
@@ -177,9 +151,7 @@ bool LinePreparer::parseValueRanges(const ParsedScriptLine& line, std::size_t fi
 
 SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& line,
                                                      const SharedArray<TokenRange>& ranges) const {
-    ScratchMemory scratch;
-    Scratch<FastExpression> compiled(scratch.resource());
-    compiled.reserve(ranges.size());
+    Scratch<FastExpression> compiled;
     for (const TokenRange& range : ranges) compiled.push_back(compile(line, range));
     return SharedArray<FastExpression>::movedFrom(compiled);
 }
@@ -187,15 +159,14 @@ SharedArray<FastExpression> LinePreparer::compileAll(const ParsedScriptLine& lin
 void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) const {
     if (!mayBeAssignment(line, start)) return;
     ParsedAssignment assignment;
-    ScratchMemory scratch;
-    Scratch<ParsedAssignmentTarget> targets(scratch.resource());
+    Scratch<ParsedAssignmentTarget> targets;
     std::size_t position = start;
     if (!parseTargets(line, position, targets)) return;
     assignment.operatorIndex = position;
     if (position < line.tokens.size()) {
         const std::string& token = line.tokens[position];
         if (!isAssignmentOperator(token)) return;
-        Scratch<TokenRange> ranges(scratch.resource());
+        Scratch<TokenRange> ranges;
         if (!parseValueRanges(line, position + 1, ranges)) return;
         assignment.valueRanges = SharedArray<TokenRange>::copyOf(ranges);
         assignment.isPlain = token.size() == 1;
@@ -213,7 +184,7 @@ void LinePreparer::parseAssignment(ParsedScriptLine& line, std::size_t start) co
         assignment.simpleCall = compileDirectCall(line, assignment.valueRanges[0]);
         line.isFastAssignment = assignment.values[0].valid || assignment.simpleCall.valid;
     }
-    line.assignment = std::make_shared<const ParsedAssignment>(std::move(assignment));
+    line.assignment = SharedRecord<ParsedAssignment>::of(std::move(assignment));
 }
 
 FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
@@ -226,8 +197,7 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
     if (!isSymbol(line.tokens[first + 1], '(') || !isSymbol(line.tokens[last - 1], ')')) return {};
     if (line.tokens[first] == "not") return {};
 
-    ScratchMemory scratch;
-    Scratch<FastExpression> arguments(scratch.resource());
+    Scratch<FastExpression> arguments;
     FastCallExpression call;
     call.nameToken = static_cast<std::uint16_t>(first);
     const std::size_t close = last - 1;
@@ -244,8 +214,7 @@ FastCallExpression LinePreparer::compileDirectCall(const ParsedScriptLine& line,
 }
 
 void LinePreparer::prepareReturn(ParsedScriptLine& line) const {
-    ScratchMemory scratch;
-    Scratch<FastExpression> values(scratch.resource());
+    Scratch<FastExpression> values;
     for (std::size_t first = 1; first < line.tokens.size();) {
         const std::size_t last = findTopLevelToken(line.tokens, first, "");
         if (last == first) break;
@@ -324,13 +293,11 @@ struct BlockEntry {
     std::size_t lastBranch;  // of an `if`: its last branch so far, itself to begin with
 };
 
-}  // namespace
-
-void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
-    LinePreparer(compileExpressions).prepare(line);
-}
-
-void matchBlocks(std::vector<ParsedScriptLine>& lines) {
+/// Both kinds of lines have the fields of the links.
+template <typename Line>
+void linkBlocks(std::vector<Line>& lines) {
+    using Link = decltype(Line::matchingEnd);
+    constexpr auto kNone = std::numeric_limits<Link>::max();
     std::vector<BlockEntry> open;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         switch (lines[i].kind) {
@@ -345,21 +312,21 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
             case LineKind::ElseIf:
             case LineKind::Else:
                 if (!open.empty() && open.back().kind == BlockKind::If) {
-                    lines[open.back().lastBranch].nextBranch = i;
+                    lines[open.back().lastBranch].nextBranch = static_cast<Link>(i);
                     open.back().lastBranch = i;
                 }
                 break;
             case LineKind::Until:
                 if (!open.empty() && open.back().kind == BlockKind::Repeat) {
-                    lines[open.back().startLine].matchingEnd = i;
+                    lines[open.back().startLine].matchingEnd = static_cast<Link>(i);
                     open.pop_back();
                 }
                 break;
             case LineKind::End:
                 if (open.empty()) break;
-                for (std::size_t branch = open.back().startLine; branch != kNoLine;
+                for (auto branch = static_cast<Link>(open.back().startLine); branch != kNone;
                      branch = lines[branch].nextBranch) {
-                    lines[branch].matchingEnd = i;
+                    lines[branch].matchingEnd = static_cast<Link>(i);
                 }
                 open.pop_back();
                 break;
@@ -367,6 +334,50 @@ void matchBlocks(std::vector<ParsedScriptLine>& lines) {
         }
     }
 }
+
+}  // namespace
+
+void prepareLine(ParsedScriptLine& line, bool compileExpressions) {
+    LinePreparer(compileExpressions).prepare(line);
+}
+
+bool isAssignmentOperator(std::string_view token) {
+    if (token.size() == 1) return token[0] == '=';
+    return token.size() == 2 && token[1] == '=' &&
+           std::string_view("+-*/\\%^").find(token[0]) != std::string_view::npos;
+}
+
+void forgetParse(ParsedScriptLine& line) {
+    line.isFastAssignment = false;
+    line.assignmentScope = ScopeTarget::Default;
+    line.matchingEnd = kNoLine;
+    line.nextBranch = kNoLine;
+    line.assignment.reset();
+    line.forHeader.reset();
+    line.condition = {};
+    line.expression = {};
+    line.returnValues = {};
+}
+
+LineKind lineKindOf(std::string_view first, std::string_view second) {
+    if (second == "function") {
+        if (first == "decay") return LineKind::DecayFunction;
+        if (first == "native") return LineKind::NativeFunction;
+        if (first == "local") return LineKind::LocalFunction;
+    }
+    const auto found = std::find_if(kKeywords.begin(), kKeywords.end(),
+                                    [&](const KeywordRow& row) { return row.word == first; });
+    return found == kKeywords.end() ? LineKind::Plain : found->kind;
+}
+
+bool mayBeKeyword(std::string_view first) {
+    constexpr std::size_t kLongestKeyword = 8;
+    return first.size() <= kLongestKeyword &&
+           std::string_view("bdefilnruw").find(first[0]) != std::string_view::npos;
+}
+
+void matchBlocks(std::vector<ParsedScriptLine>& lines) { linkBlocks(lines); }
+void matchBlocks(std::vector<UnreadLine>& lines) { linkBlocks(lines); }
 
 std::size_t findTopLevelToken(const std::vector<std::string>& tokens, std::size_t start,
                               std::string_view terminator) {

@@ -12,8 +12,23 @@
 /// interpreter's.
 void prepareLine(ParsedScriptLine& line, bool compileExpressions);
 
+/// The kind of a line by its first two tokens, of which the second may be missing.
+[[nodiscard]] LineKind lineKindOf(std::string_view first, std::string_view second);
+
+/// "=", or another operator in front of it.
+[[nodiscard]] bool isAssignmentOperator(std::string_view token);
+
+/// False only for a first token that makes a line neither a statement of a keyword nor a function.
+[[nodiscard]] bool mayBeKeyword(std::string_view first);
+
+struct UnreadLine;
+
+/// Takes back what line preparation has stored.
+void forgetParse(ParsedScriptLine& line);
+
 /// Links each block header with its closing line. Reports nothing: what stays open keeps kNoLine.
 void matchBlocks(std::vector<ParsedScriptLine>& lines);
+void matchBlocks(std::vector<UnreadLine>& lines);
 
 /// The index of the first token from `start` on that equals `terminator` outside all brackets; an
 /// empty terminator means ",". The token count if there is none, and `start` if it lies behind the

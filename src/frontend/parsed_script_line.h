@@ -110,9 +110,9 @@ struct ParsedScriptLine {
     bool isFastAssignment = false;  // one plain target, one compiled value: what FastAssign runs
     ScopeTarget assignmentScope = ScopeTarget::Default;  // by the line's first word
     std::size_t matchingEnd = kNoLine;                   // the line that closes this block
-    std::size_t nextBranch = kNoLine;  // for `if`, `elseif`: the next `elseif` or `else`
-    std::shared_ptr<const ParsedAssignment> assignment;  // null if the line is no assignment
-    std::shared_ptr<const ParsedForHeader> forHeader;    // set for `for` lines
+    std::size_t nextBranch = kNoLine;           // for `if`, `elseif`: the next `elseif` or `else`
+    SharedRecord<ParsedAssignment> assignment;  // null if the line is no assignment
+    std::shared_ptr<const ParsedForHeader> forHeader;  // set for `for` lines
     FastExpression condition;                  // `if`, `elseif`, `while`, `until`: tokens from 1 on
     FastExpression expression;                 // an expression statement: all tokens
     SharedArray<FastExpression> returnValues;  // `return`: one per value

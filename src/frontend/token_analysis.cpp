@@ -66,21 +66,26 @@ std::string decodeStringToken(const std::string& token) {
     return text;
 }
 
-TokenAnalysis DovrelScript::analyseToken(const std::string& token) {
+void DovrelScript::analyseIdentifier(std::string_view token, TokenAnalysis& analysis) {
+    analysis.isIdentifier = true;
+    analysis.isTrue = token[0] == 't' && isTrueToken(token);
+    analysis.isFalse = token[0] == 'f' && isFalseToken(token);
+    analysis.name = names.intern(token);
+}
+
+TokenAnalysis DovrelScript::analyseToken(std::string_view token) {
     TokenAnalysis analysis;
     if (token.empty()) return analysis;
     // The first character tells which of the forms to look for.
     if (hasClass(token[0], kIdentifierStart)) {
         analysis.isIdentifier = isIdentifier(token);
         if (!analysis.isIdentifier) return analysis;
-        analysis.isTrue = token[0] == 't' && isTrueToken(token);
-        analysis.isFalse = token[0] == 'f' && isFalseToken(token);
-        analysis.name = names.intern(token);
+        analyseIdentifier(token, analysis);
         return analysis;
     }
     analysis.isNumeric = hasNumericForm(token);
     if (analysis.isNumeric) {
-        analysis.isFloat = token.find('.') != std::string::npos;
+        analysis.isFloat = token.find('.') != std::string_view::npos;
         // A whole number beyond 32 bits has no int value; the evaluators make it a float.
         analysis.hasIntValue = !analysis.isFloat && parseIntStrict(token, analysis.intValue);
         if (!analysis.hasIntValue) analysis.intValue = 0;

@@ -46,11 +46,11 @@ void DovrelScript::stop(StopReason reason) const {
 }
 #endif
 
-void DovrelScript::runScript(const std::string& source) {
+void DovrelScript::runScript(std::string source) {
     // Outside the handler, so that the lines are alive while a report is built.
     std::shared_ptr<BytecodeProgram> program;
     try {
-        program = std::make_shared<BytecodeProgram>(compileToBytecodeInternal(source));
+        program = readProgram(std::move(source), true);
         runBytecodeProgram(program);
         rethrowPendingCoroutineException();
     } catch (const std::exception& error) {

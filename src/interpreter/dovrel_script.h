@@ -69,7 +69,7 @@ public:
 
     /// Compiles and runs `source`. Every standard exception that leaves has the form of a located
     /// report.
-    void runScript(const std::string& source);
+    void runScript(std::string source);
     /// Runs chunk 0 of `program` and returns its value. Errors inside statements are located;
     /// others leave bare.
     Variable runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program);
@@ -163,16 +163,26 @@ public:
     // ------------------------------------------------------------------ frontend
     /// Cuts one logical line into token texts. Raises "Unterminated string literal".
     [[nodiscard]] std::vector<std::string> tokenise(const std::string& source);
+    /// The same with the classification of each token. The texts are left in `tokenTexts`, as long
+    /// as `text` stands.
+    void readTokens(std::string_view text, std::vector<TokenAnalysis>& analysis);
+    /// Classifies a token that has the form of an identifier.
+    void analyseIdentifier(std::string_view token, TokenAnalysis& analysis);
     /// Classifies one token and interns its name; the cache fields are empty.
-    [[nodiscard]] TokenAnalysis analyseToken(const std::string& token);
+    [[nodiscard]] TokenAnalysis analyseToken(std::string_view token);
     /// Cuts a text into logical lines, tokenises and prepares them.
     [[nodiscard]] std::vector<ParsedScriptLine> parseLines(const std::string& source);
+    /// Makes the record of one logical line but for its number and block links. `line` may hold
+    /// another.
+    void readLine(std::string_view text, ParsedScriptLine& line, bool withExpressions);
+    /// Makes a copy of `text` the current line, for reports.
+    void showLineText(std::string_view text);
     /// Works out statement kinds, assignments, block links and compiled expressions. Raises
     /// nothing: what it cannot make sense of fails when it runs. May run over a line twice.
     void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
 
     NamePool names;
-    std::vector<std::string_view> tokenTexts;  // of `tokenise`; kept for its storage
+    std::vector<std::string_view> tokenTexts;  // of `readTokens`; kept for its storage
     /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
     /// tokens. For tests that compare the tiers.
     bool compileExpressions = true;
@@ -429,8 +439,11 @@ public:
     mutable MemoryReserve memoryReserve;
 
     // ------------------------------------------------------------------ exec
-    /// The whole front end and the compiler.
+    /// The whole front end and the compiler, with the record of each line.
     [[nodiscard]] BytecodeProgram compileToBytecodeInternal(const std::string& source);
+    /// The same for a program that is going to run: what its blocks do not need of a line is worked
+    /// out when the line runs. `runsOnce`: the program will run once at most.
+    [[nodiscard]] std::shared_ptr<BytecodeProgram> readProgram(std::string source, bool runsOnce);
     /// Compiles the lines [firstLine, endLine) of `program` into a new chunk; returns its index.
     std::uint32_t compileBytecodeChunk(BytecodeProgram& program, std::size_t firstLine,
                                        std::size_t endLine);

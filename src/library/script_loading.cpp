@@ -106,8 +106,8 @@ Variable loadFunction(DovrelScript& interpreter, Arguments args) {
     const std::string name = named ? args[1].asString() : std::string();
     const NameStackEntry nameGuard(interpreter.scriptNameStack, name, named);
     try {
-        return Variable::makeFunction(makeLoadedChunk(std::make_shared<BytecodeProgram>(
-            interpreter.compileToBytecodeInternal(args[0].asString()))));
+        return Variable::makeFunction(
+            makeLoadedChunk(interpreter.readProgram(std::string(args[0].asString()), false)));
     } catch (const std::exception& error) {
         return failure(error.what());
     }
@@ -135,8 +135,7 @@ Variable loadFileFunction(DovrelScript& interpreter, Arguments args) {
         const std::string directory = directoryPart(path);
         const NameStackEntry directoryGuard(interpreter.baseDirectoryStack, directory, true);
         const NameStackEntry nameGuard(interpreter.scriptNameStack, path, true);
-        entry.program =
-            std::make_shared<BytecodeProgram>(interpreter.compileToBytecodeInternal(text));
+        entry.program = interpreter.readProgram(std::move(text), false);
     } catch (const std::exception& error) {
         return failure(error.what());
     }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <string>
 #include <string_view>
@@ -43,13 +44,27 @@ public:
 private:
     static constexpr std::size_t kFirstSize = 512;  // a power of two, as all sizes are
 
-    /// FNV-1a.
+    /// Eight bytes at a time; the last step takes some again.
     static std::size_t hashOf(std::string_view text) {
-        std::uint64_t hash = 14695981039346656037U;
-        for (const char c : text) {
-            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+        const std::size_t size = text.size();
+        const auto bytes = [&text](std::size_t at, std::size_t count) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, text.data() + at, count);
+            return word;
+        };
+        const auto mixed = [](std::uint64_t hash) {
+            return (hash ^ hash >> 32U) * 0x9E3779B97F4A7C15U;
+        };
+        std::uint64_t hash = size;
+        if (size >= 8) {
+            for (std::size_t at = 0; at + 8 < size; at += 8) hash = mixed(hash ^ bytes(at, 8));
+            hash ^= bytes(size - 8, 8);
+        } else if (size >= 4) {
+            hash ^= bytes(0, 4) << 32U ^ bytes(size - 4, 4);
+        } else if (size > 0) {
+            hash ^= bytes(0, 1) << 24U ^ bytes(size / 2, 1) << 16U ^ bytes(size - 1, 1) << 8U;
         }
-        return static_cast<std::size_t>(hash ^ (hash >> 32));
+        return static_cast<std::size_t>(mixed(hash) >> 32U);
     }
     /// Where `text` stands, or the free place where it belongs.
     Name& placeOf(std::string_view text) {

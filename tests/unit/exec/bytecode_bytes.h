@@ -56,7 +56,7 @@ void appendPairs(ByteBuilder& out, const std::vector<Loop>& loops,
 
 inline void appendLines(ByteBuilder& out, const BytecodeProgram& program, unsigned int version) {
     out.u32(program.lines.size());
-    for (const ParsedScriptLine& line : program.lines) {
+    for (const ParsedScriptLine& line : program.lines.records()) {
         out.str(line.source);
         if (version >= 6) out.u32(line.lineNumber);
         out.u32(line.tokens.size());
@@ -67,7 +67,9 @@ inline void appendLines(ByteBuilder& out, const BytecodeProgram& program, unsign
 inline void appendCode(ByteBuilder& out, const BytecodeProgram& program) {
     out.u32(program.code.size());
     for (const BytecodeInstruction& instruction : program.code) {
-        out.u8(instruction.opcode).u32(instruction.operand).u32(instruction.reserved);
+        out.u8(static_cast<std::uint8_t>(instruction.opcode))
+            .u32(instruction.operand)
+            .u32(instruction.reserved);
     }
     out.u32(program.chunks.size());
     for (const BytecodeChunkRange& chunk : program.chunks) {

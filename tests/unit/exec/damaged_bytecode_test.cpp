@@ -83,7 +83,7 @@ struct IndexField {
     std::string message;
 };
 
-std::string operandMessage(std::uint8_t opcode) {
+std::string operandMessage(std::uint16_t opcode) {
     switch (static_cast<BytecodeOp>(opcode)) {
         case BytecodeOp::IfGroup: return "Bytecode if-group index out of range";
         case BytecodeOp::WhileLoop: return "Bytecode while-loop index out of range";

@@ -251,9 +251,9 @@ TEST(HostileBytecode, RunInlineKnowsNoOtherOpcodes) {
 
 TEST(HostileBytecode, WithALoopVariableThatIsNoTokenFails) {
     auto program = std::make_shared<BytecodeProgram>(compile("for k, v in [1]\nend\n"));
-    auto header = std::make_shared<ParsedForHeader>(*program->lines.at(0).forHeader);
+    auto header = std::make_shared<ParsedForHeader>(*program->lines.records().at(0).forHeader);
     header->genericVariables.at(1) = 50;
-    program->lines.at(0).forHeader = header;
+    program->lines.records().at(0).forHeader = header;
     EXPECT_EQ(messageOf(runAsItStands(program)),
               "Compiled generic-for variable index out of range");
 }
@@ -328,7 +328,7 @@ TEST(HostileBytecode, AnyLineMayBeABreak) {
 TEST(HostileBytecode, ConditionsOfOtherLinesAreReadFromTheirSecondToken) {
     const auto condition = [](const std::string& line) {
         BytecodeProgram program = compile("if true\n x = 1\nend\n");
-        program.lines.push_back(lineOf(line));
+        program.lines.records().push_back(lineOf(line));
         program.ifGroups.at(0).branches.at(0).conditionLine = 3;
         return messageOf(runAsFile(program));
     };
@@ -351,7 +351,7 @@ TEST(HostileBytecode, WithAnUntilLineThatIsNoneFails) {
 TEST(HostileBytecode, ForHeadersMayBeAnyLine) {
     const auto numeric = [](const std::string& line) {
         BytecodeProgram program = compile("for i = 1, 3\n n = 1\nend\n");
-        program.lines.push_back(lineOf(line));
+        program.lines.records().push_back(lineOf(line));
         program.numericFors.at(0).headerLine = 3;
         return messageOf(runAsFile(program));
     };
@@ -363,7 +363,7 @@ TEST(HostileBytecode, ForHeadersMayBeAnyLine) {
 
     const auto generic = [](const std::string& line) {
         BytecodeProgram program = compile("for i in [1]\n n = 1\nend\n");
-        program.lines.push_back(lineOf(line));
+        program.lines.records().push_back(lineOf(line));
         program.genericFors.at(0).headerLine = 3;
         return messageOf(runAsFile(program));
     };
@@ -380,7 +380,7 @@ TEST(HostileBytecode, ForHeadersMayBeAnyLine) {
 /// inside a bracket.
 std::string declared(const std::vector<std::string>& tokens) {
     BytecodeProgram program = compile("function f()\n x = 1\nend\n");
-    program.lines.at(0).tokens = tokens;
+    program.lines.records().at(0).tokens = tokens;
     return runAsFile(program);
 }
 

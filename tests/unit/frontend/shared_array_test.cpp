@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -68,6 +70,51 @@ TEST(SharedArray, LetsGoOfWhatItHeldWhenItIsAssigned) {
     EXPECT_EQ(element.use_count(), 2);
     array = {};
     EXPECT_EQ(element.use_count(), 1);
+}
+
+TEST(SharedArray, TakesPassingMemoryWhileItIsInUse) {
+    const auto element = std::make_shared<int>(1);
+    PassingMemory memory;
+    const auto made = [&](std::size_t count) {
+        std::vector<std::shared_ptr<int>> elements(count, element);
+        return SharedArray<std::shared_ptr<int>>::movedFrom(elements);
+    };
+    const auto isInside = [&](const auto& array) {
+        const auto* const at = reinterpret_cast<const std::byte*>(array.data());
+        const auto* const first = reinterpret_cast<const std::byte*>(&memory);
+        return std::less_equal<>()(first, at) && std::less<>()(at, first + sizeof(memory));
+    };
+    for (int turn = 0; turn < 3; ++turn) {
+        {
+            const auto before = made(2);
+            const PassingMemory::Use use(memory);
+            const auto array = made(3);
+            const auto copy = array;
+            const auto large = made(1000);  // more than there is
+            const auto small = made(1);
+            EXPECT_EQ(element.use_count(), 1 + 2 + 3 + 1000 + 1);
+            EXPECT_FALSE(isInside(before));
+            EXPECT_TRUE(isInside(array));
+            EXPECT_TRUE(isInside(small));
+            EXPECT_FALSE(isInside(large));
+            EXPECT_NE(array.data(), small.data());
+        }
+        EXPECT_EQ(element.use_count(), 1);
+        EXPECT_FALSE(isInside(made(1)));
+        memory.reset();
+    }
+}
+
+TEST(SharedRecord, IsSharedByItsCopies) {
+    SharedRecord<std::string> record;
+    EXPECT_TRUE(record == nullptr);
+    record = SharedRecord<std::string>::of("text");
+    const SharedRecord<std::string> copy = record;
+    EXPECT_EQ(&*copy, &*record);
+    record.reset();
+    EXPECT_TRUE(record == nullptr);
+    EXPECT_EQ(*copy, "text");
+    EXPECT_EQ(copy->size(), 4U);
 }
 
 }  // namespace
