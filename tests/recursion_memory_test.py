@@ -82,10 +82,10 @@ function rec(n)
     return r + 1
 end
 for i = 1, 2
-    print(rec(150000))
+    print(rec(500000))
 end
 """,
-        "150001\n150001\n",
+        "500001\n500001\n",
         200 * MEBIBYTE,
         120 * MEBIBYTE,
     ),
