@@ -82,10 +82,10 @@ function rec(n)
     return r + 1
 end
 for i = 1, 2
-    print(rec(500000))
+    print(rec(1000000))
 end
 """,
-        "500001\n500001\n",
+        "1000001\n1000001\n",
         200 * MEBIBYTE,
         120 * MEBIBYTE,
     ),
