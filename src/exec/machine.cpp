@@ -88,9 +88,10 @@ namespace {
     return nullptr;
 }
 
-[[gnu::always_inline]] inline bool isPcall(const Variable& callee) {
+[[gnu::always_inline]] inline bool isNative(const Variable& callee, BuiltinId id) {
+    if (callee.tag() != Variable::kFunctionTag) return false;
     const ScriptCallable* callable = callee.rawFunction();
-    return callable != nullptr && callable->builtinId == BuiltinId::Pcall && callable->isNative &&
+    return callable != nullptr && callable->builtinId == id && callable->isNative &&
            !callable->isDecay;
 }
 
@@ -387,7 +388,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             interpreter_.blockScopes.forget(1);
         }
         running.blockState = at->c;
-        if (at->b != 0) clearRegisters(&R[at->a], at->b);
+        for (std::size_t i = 0; i < at->b; ++i) R[at->a + i].overwriteNil();
         NEXT();
     }
     DeclareFrame:
@@ -941,6 +942,11 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         callee = readyLeaf(*slot);
         if (callee == nullptr) callee = leafCode(*slot);
         if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
+        if ((at->m & kAsText) != 0 && isNative(*slot, BuiltinId::ToString) && !needsAttention()) {
+            lastCallWasScalar_ = false;
+            slot->overwriteByMove(slot[1]);
+            NEXT();
+        }
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
             if (tryEnter(slot, argumentCount, at->m)) {
@@ -1029,8 +1035,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (callee != nullptr) goto enterDirectly;
         activations_.back().pc = at;
         if (slot->type == VarType::Function &&
-            (isPcall(*slot) ? tryEnterProtected(slot, at->b, at->m)
-                            : tryEnter(slot, at->b, at->m))) {
+            (isNative(*slot, BuiltinId::Pcall) ? tryEnterProtected(slot, at->b, at->m)
+                                               : tryEnter(slot, at->b, at->m))) {
             code = activations_.back().code;
             R = activations_.back().base;
             at = code->code.data();

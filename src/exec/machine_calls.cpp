@@ -322,8 +322,8 @@ void Machine::popActivation() {
 
 /// The end of a call whose `count` results go straight into the targets of the statement.
 void Machine::leaveWithSeveral(Variable* returned, std::size_t count) {
-    std::array<Variable, kMostSpread> values;
-    for (std::size_t i = 0; i < count; ++i) values[i].overwriteByMove(returned[i]);
+    std::array<Variable::Words, kMostSpread> values;
+    for (std::size_t i = 0; i < count; ++i) values[i] = returned[i].takeWords();
     Variable* const slot = activations_.back().slot;
     lastCallWasScalar_ = false;
     popPlain();
@@ -332,11 +332,12 @@ void Machine::leaveWithSeveral(Variable* returned, std::size_t count) {
     Variable* const targets = activations_.back().base + spread.b;
     for (std::size_t i = 0; i < spread.c; ++i) {
         if (i < count) {
-            targets[i].overwriteByMove(values[i]);
+            targets[i].overwriteByWords(values[i]);
         } else {
             targets[i].overwriteNil();
         }
     }
+    for (std::size_t i = spread.c; i < count; ++i) Variable().overwriteByWords(values[i]);
 }
 
 /// The same where it has been left in the middle: operands may wait in its registers.

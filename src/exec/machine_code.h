@@ -215,6 +215,8 @@ inline constexpr std::uint8_t kAloneTest = 16;
 /// Mark of a call: it is the first of an expression whose scalar form has been left out, since the
 /// callee is one that the scalar tier declines.
 inline constexpr std::uint8_t kExpectsDecline = 16;
+/// Mark of a call: its value becomes part of a text, so `toString(x)` may give `x` itself.
+inline constexpr std::uint8_t kAsText = 8;
 /// Mark of a call: its value is dropped.
 inline constexpr std::uint8_t kDiscards = 32;
 /// Mark of a call: the value of `x = f(...)`.

@@ -231,6 +231,7 @@ private:
     bool isConcatOfRepeats(int index) const;
     bool declinesAtOnce(const FastExpression& expression, const ParsedScriptLine& line) const;
     static bool startsWithText(const FastExpression& expression);
+    bool isToString(int index) const;
     bool canRaise(int index) const;
     const ScriptCallable* expectedCallee(const ParsedScriptLine& line,
                                          const FastExpression& expression, int callee) const;

@@ -132,6 +132,16 @@ bool MachineCompiler::startsWithText(const FastExpression& expression) {
     return at->kind == NodeKind::StringLiteral;
 }
 
+/// The node is a call of what is named as the native.
+bool MachineCompiler::isToString(int index) const {
+    const FastExprNode& at = node(index);
+    if (at.kind != NodeKind::Call || at.intValue != 1) return false;
+    const FastExprNode& callee = node(at.left);
+    if (callee.kind != NodeKind::Variable) return false;
+    const Name name = source_.line->tokenAnalysis[callee.tokenIndex].name;
+    return name != nullptr && name->text == "toString";
+}
+
 /// Evaluating the node may raise.
 bool MachineCompiler::canRaise(int index) const {
     const NodeKind kind = node(index).kind;
@@ -585,7 +595,13 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
     const std::size_t count = operands.size() - skipped;
     const std::uint16_t first = allocate(count);
     for (std::size_t i = 0; i < count; ++i) {
-        emitTo(operands[i + skipped], static_cast<std::uint16_t>(first + i));
+        const int operand = operands[i + skipped];
+        const auto reg = static_cast<std::uint16_t>(first + i);
+        if (startsWithText && isToString(operand)) {
+            emitCall(operand, reg, kAsText);
+        } else {
+            emitTo(operand, reg);
+        }
     }
     noteEnd(index);
     if (appendRegister) {
