@@ -18,7 +18,8 @@ inline const Variable& nilValue() {
 }
 
 /// The entry of a cached scope: by address without looking at the name, else by name.
-inline const Variable* cachedScopeEntry(const TokenAnalysis& token, const Scope& scope) {
+[[gnu::always_inline]] inline const Variable* cachedScopeEntry(const TokenAnalysis& token,
+                                                               const Scope& scope) {
     if (token.slotIndex >= scope.size()) return nullptr;
     const ScopeEntry entry = scope[token.slotIndex];
     if (token.slotScope == &scope) return &entry.value;
@@ -35,7 +36,7 @@ inline const Variable* DovrelScript::fastParameter(const TokenAnalysis& token) c
     return token.slotIndex < fastArgs.size() ? &fastArgs[token.slotIndex] : &nilValue();
 }
 
-inline Variable* DovrelScript::cachedVariable(const TokenAnalysis& token) {
+[[gnu::always_inline]] inline Variable* DovrelScript::cachedVariable(const TokenAnalysis& token) {
     if (token.slotKind == SlotKind::Global) {
         if (frameScopes.size() == token.slotDepth && !blockScopeVisible()) {
             return token.globalValue;

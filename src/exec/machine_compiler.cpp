@@ -209,6 +209,7 @@ void MachineCompiler::emitChunk(std::uint32_t chunk, bool isUnit) {
     ok_ = mayVisit(chunk, 0);
     if (!ok_) return;
     Chunk entered;
+    entered.id = chunk;
     entered.ownsBlock = mode_.isRecursive && (mode_.amongBlocks || range.hasLocalDeclaration);
     const bool outerAmongBlocks =
         std::exchange(mode_.amongBlocks, mode_.amongBlocks || entered.ownsBlock);
@@ -229,6 +230,10 @@ void MachineCompiler::emitChunk(std::uint32_t chunk, bool isUnit) {
         popBlock(chunks_.back());
         blockState_ = entered.stateAround;
         --openBlocks_;
+    }
+    if (!regions_.empty() && regions_.back().block == chunk &&
+        regions_.back().chunkLevel + 1 == chunks_.size()) {
+        leaveBlockOfNatives(regions_.back());
     }
     chunks_.pop_back();
     mode_.amongBlocks = outerAmongBlocks;
@@ -484,7 +489,8 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
     }
     // In a loop, the value may read what the turn before has left in that place.
     const bool isNew =
-        hasPlace && (line.assignmentScope == ScopeTarget::Local || !regions_.back().isLoop);
+        hasPlace && (line.assignmentScope == ScopeTarget::Local ||
+                     (!regions_.back().isLoop && regions_.back().chunkLevel == chunks_.size()));
     const FastExpression& value = assignment.values[0];
 
     // Where the result may be written at once: one instruction does it, when all operands are read.

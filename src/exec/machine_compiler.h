@@ -51,7 +51,9 @@ private:
         std::uint16_t record = 0;  // else
     };
     /// A chunk with its block scope.
+    static constexpr std::uint32_t kNoChunk = static_cast<std::uint32_t>(-1);
     struct Chunk {
+        std::uint32_t id = kNoChunk;
         bool ownsBlock = false;
         std::uint16_t window = 0;
         std::uint16_t stateAround = 0;  // the block state outside of it
@@ -65,6 +67,13 @@ private:
         std::vector<Name> declared;   // so far, with a certain place
         std::vector<Name> uncertain;  // natives that may be there
         std::vector<Name> later;      // natives with a certain place that the code has not met yet
+        // The first block of a function that has natives runs once, so they follow one another in
+        // the scope. Their place is certain for code of that block behind their declaration.
+        std::uint32_t block = kNoChunk;
+        std::vector<Name> laterInBlock;
+        std::vector<Name> declaredInBlock;
+        bool isBlockClosed = false;    // something else may have been declared in between
+        bool isDeclaredAgain = false;  // one of its natives outside of it
     };
     struct Mode {
         bool isRecursive = true;
@@ -175,6 +184,9 @@ private:
     std::optional<std::uint16_t> declaredPlace(const ParsedScriptLine& line,
                                                std::size_t token) const;
     void emitDeclared(const ParsedScriptLine& line, std::size_t token);
+    std::vector<Name>* laterOf(Region& region);
+    const std::vector<Name>* laterOf(const Region& region) const;
+    void leaveBlockOfNatives(Region& region);
     bool isDeclaredByName(const ParsedScriptLine& line, std::size_t token) const;
     bool canDeclare(const ParsedScriptLine& line, std::size_t token) const;
     void storeDeclared(const ParsedScriptLine& line, std::size_t token, Place value);

@@ -62,6 +62,7 @@ MachineCompiler::Resolution MachineCompiler::resolve(const ParsedScriptLine& lin
         }
         // In a loop, the turn before may have made it.
         if (region->isLoop && contains(region->later, name)) break;
+        if (contains(region->laterInBlock, name)) break;
     }
     return {false, 0, recordFor(line, token)};
 }
@@ -109,8 +110,33 @@ std::vector<Name> MachineCompiler::localsOf(std::uint32_t chunk) const {
 /// no other declaration of its chunk counts on a certain place for it.
 bool MachineCompiler::isDeclaredByName(const ParsedScriptLine& line, std::size_t token) const {
     const Name name = line.tokenAnalysis[token].name;
-    return regions_.empty() || regions_.back().chunkLevel != chunks_.size() ||
-           !contains(regions_.back().later, name);
+    const std::vector<Name>* const later = regions_.empty() ? nullptr : laterOf(regions_.back());
+    return later == nullptr || !contains(*later, name);
+}
+
+/// The natives of the chunk at hand that have a certain place and are not declared yet; null if its
+/// natives have none.
+const std::vector<Name>* MachineCompiler::laterOf(const Region& region) const {
+    if (region.chunkLevel == chunks_.size()) return &region.later;
+    const bool isInBlock = region.chunkLevel + 1 == chunks_.size() && region.block != kNoChunk &&
+                           chunks_.back().id == region.block;
+    return isInBlock ? &region.laterInBlock : nullptr;
+}
+
+std::vector<Name>* MachineCompiler::laterOf(Region& region) {
+    return const_cast<std::vector<Name>*>(std::as_const(*this).laterOf(std::as_const(region)));
+}
+
+/// Behind the block, which may not have run, or not as far.
+void MachineCompiler::leaveBlockOfNatives(Region& region) {
+    for (const Name name : region.declaredInBlock) {
+        region.declared.erase(std::find(region.declared.begin(), region.declared.end(), name));
+        region.uncertain.push_back(name);
+    }
+    region.declaredInBlock.clear();
+    region.uncertain.insert(region.uncertain.end(), region.laterInBlock.begin(),
+                            region.laterInBlock.end());
+    region.laterInBlock.clear();
 }
 
 /// The natives that go to the frame scope of a region. Those of its own chunk that come before any
@@ -124,12 +150,25 @@ void MachineCompiler::collectNatives(std::uint32_t chunk, Region& region, ScopeW
         if (name == nullptr || contains(region.declared, name)) return;
         // A compound assignment may fail before it declares.
         const bool isPlain = line.assignment == nullptr || line.assignment->isPlain;
-        if (!isTop || !isPlain) anyNested = true;
-        if (contains(region.uncertain, name)) return;
-        if (!isTop && contains(region.later, name)) return;
-        if (contains(region.later, name)) return;
+        if (contains(region.later, name) || contains(region.uncertain, name)) return;
+        if (contains(region.laterInBlock, name)) {
+            if (chunk != region.block) region.isDeclaredAgain = region.isBlockClosed = true;
+            return;
+        }
         window.names.push_back(name);
-        (isTop && !anyNested ? region.later : region.uncertain).push_back(name);
+        const bool opensBlock = region.block == kNoChunk && !anyNested && !region.isLoop;
+        if (isTop && isPlain && !anyNested) {
+            region.later.push_back(name);
+        } else if (depth == 1 && isPlain && !region.isBlockClosed &&
+                   (opensBlock || region.block == chunk)) {
+            region.block = chunk;
+            region.laterInBlock.push_back(name);
+            anyNested = true;
+        } else {
+            region.uncertain.push_back(name);
+            region.isBlockClosed = true;
+            anyNested = true;
+        }
     };
     const auto nested = [&](std::uint32_t body) {
         collectNatives(body, region, window, false, anyNested, depth + 1);
@@ -194,7 +233,7 @@ MachineCompiler::Region MachineCompiler::makeRegion(std::uint32_t chunk,
     region.isLoop = isLoop;
     bool anyNested = false;
     collectNatives(chunk, region, window, true, anyNested);
-    window.hasOwnNames = !region.uncertain.empty();
+    window.hasOwnNames = !region.uncertain.empty() || region.isDeclaredAgain;
     region.window = number(out_.windows.size());
     out_.windows.push_back(std::move(window));
     return region;
@@ -214,9 +253,8 @@ std::optional<std::uint16_t> MachineCompiler::freshPlace(const ParsedScriptLine&
     if (line.assignmentScope == ScopeTarget::Native) {
         if (regions_.empty()) return std::nullopt;
         const Region& region = regions_.back();
-        if (region.chunkLevel != chunks_.size() || !contains(region.later, name)) {
-            return std::nullopt;
-        }
+        const std::vector<Name>* const later = laterOf(region);
+        if (later == nullptr || !contains(*later, name)) return std::nullopt;
         const ScopeWindow& window = out_.windows[region.window];
         const std::size_t next = region.declared.size();
         if (window.names[next] != name) return std::nullopt;
@@ -253,13 +291,16 @@ void MachineCompiler::emitDeclared(const ParsedScriptLine& line, std::size_t tok
         declareInBlock(name);
     } else {
         Region& region = regions_.back();
-        if (region.isLoop) {
+        std::vector<Name>& later = *laterOf(region);
+        const bool isInBlock = &later == &region.laterInBlock;
+        if (region.isLoop || isInBlock) {
             emitD(Op::DeclareFrameOnce, 0, static_cast<std::int64_t>(region.declared.size()));
         } else {
             emit(Op::DeclareFrame);
         }
         region.declared.push_back(name);
-        region.later.erase(std::find(region.later.begin(), region.later.end(), name));
+        if (isInBlock) region.declaredInBlock.push_back(name);
+        later.erase(std::find(later.begin(), later.end(), name));
     }
 }
 
@@ -312,9 +353,11 @@ void MachineCompiler::noteExecutorDeclarations(const ParsedScriptLine& line) {
             declareInBlock(name);
         } else if (scope == ScopeTarget::Native && !regions_.empty()) {
             Region& region = regions_.back();
-            if (region.chunkLevel == chunks_.size() && contains(region.later, name)) {
+            std::vector<Name>* const later = laterOf(region);
+            if (later != nullptr && contains(*later, name)) {
                 region.declared.push_back(name);
-                region.later.erase(std::find(region.later.begin(), region.later.end(), name));
+                if (later == &region.laterInBlock) region.declaredInBlock.push_back(name);
+                later->erase(std::find(later->begin(), later->end(), name));
             }
         }
     };
