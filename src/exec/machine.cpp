@@ -1056,7 +1056,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
 
     RequireScalarCall : {
         const ScalarCallSite& site = code->scalarCalls[at->a];
-        if (const Variable* found = globalCallee(*code, site)) {
+        if (const Variable* found = calleeAtOnce(*code, R, site)) {
             // A line that makes no calls itself.
             const MachineCode* const leaf = readyLeaf(*found);
             if (leaf != nullptr && !leaf->isTokenLeaf) NEXT();
@@ -1071,7 +1071,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         const ScalarCallSite& site = code->scalarCalls[at->c];
         if (!site.takesScalars) {
             slot = &R[at->a];
-            const Variable* found = globalCallee(*code, site);
+            const Variable* found = calleeAtOnce(*code, R, site);
             if (found == nullptr) found = calleeOf(*code, R, site);
             if (found != nullptr) {
                 callee = readyLeaf(*found);

@@ -23,6 +23,7 @@
 #include "interpreter/dovrel_script.h"
 #include "value/page_release.h"
 #include "value/script_callable.h"
+#include "value/table.h"
 
 class Machine final : public BlockScopeSource {
 public:
@@ -285,9 +286,6 @@ private:
         activations_.pop_back();
         slot->overwriteByWords(value);
     }
-    [[gnu::noinline]] static void clearRegisters(Variable* first, std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) first[i].overwriteNil();
-    }
     /// The variables of its blocks go.
     [[gnu::always_inline]] void leaveBlocks(const Activation& running) {
         if (running.blockState == 0) return;
@@ -295,7 +293,7 @@ private:
         interpreter_.blockScopes.forget(std::size_t{state.level} - running.openBlocks);
         if (running.openBlocks != 0) [[unlikely]]
             interpreter_.blockScopes.open().popTo(running.blocks);
-        clearRegisters(running.base + state.first, std::size_t{state.end} - state.first);
+        for (std::size_t i = state.first; i < state.end; ++i) running.base[i].overwriteNil();
     }
     static std::uint32_t openBlocksOf(Activation& running, ScopeStack& scopes);
     /// Its innermost block is over, open or not; `state` is the one around it.
@@ -322,11 +320,19 @@ private:
         const MachineCode* code = callable->leaf->ready[0];
         return code != nullptr && !code->isStale ? code : nullptr;
     }
-    /// The callee of a call of the scalar tier, if its name stands for a global at once; else null.
-    [[nodiscard, gnu::always_inline]] const Variable* globalCallee(const MachineCode& code,
+    /// The callee of a call of the scalar tier, if its name, or that of its table, stands for a
+    /// global or a register at once; else null.
+    [[nodiscard, gnu::always_inline]] const Variable* calleeAtOnce(const MachineCode& code,
+                                                                   const Variable* registers,
                                                                    const ScalarCallSite& site) {
-        if (site.isMember || site.isRegister || site.takesScalars) return nullptr;
-        return globalOf(code.variables[site.callee]);
+        if (site.takesScalars) return nullptr;
+        if (site.isRegister) return &registers[site.callee];
+        if (!site.isMember) return globalOf(code.variables[site.callee]);
+        const MemberSite& member = code.members[site.callee];
+        const Variable* base =
+            member.baseIsRegister ? &registers[member.base] : globalOf(code.variables[member.base]);
+        if (base == nullptr || base->tag() != Variable::kTableTag) return nullptr;
+        return base->rawTable().find(code.constants[member.key].asText());
     }
     const MachineCode* renewLeaf(const ScriptCallable& callable);
     class LeafGuard;
