@@ -12,6 +12,7 @@
 #include "eval/errors.h"
 #include "library/natives.h"
 #include "value/numbers.h"
+#include "value/text.h"
 
 namespace {
 
@@ -85,6 +86,7 @@ Variable stringSubFunction(DovrelScript&, Arguments args) {
     first = std::max(first, 1LL);
     last = std::min(last, length);
     if (last < first) return Variable(std::string());
+    if (last == first) return byteText(text[static_cast<std::size_t>(first - 1)]);
     return Variable(text.substr(static_cast<std::size_t>(first - 1),
                                 static_cast<std::size_t>(last - first + 1)));
 }

@@ -10,6 +10,7 @@
 #include "interpreter/dovrel_script.h"
 #include "value/numbers.h"
 #include "value/operators.h"
+#include "value/text.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ bool isWithin(int index, std::size_t size) {
 
 Variable byteAt(const std::string& text, int index) {
     if (!isWithin(index, text.size())) return {};
-    return Variable(std::string(1, text[static_cast<std::size_t>(index) - 1]));
+    return byteText(text[static_cast<std::size_t>(index) - 1]);
 }
 
 void setByte(Variable& container, const Variable& key, const Variable& value) {

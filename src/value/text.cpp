@@ -1,5 +1,6 @@
 #include "value/text.h"
 
+#include <array>
 #include <charconv>
 #include <stdexcept>
 
@@ -26,6 +27,19 @@ void appendVariableStringFast(std::string& out, const Variable& value) {
         case VarType::String: out += value.asString(); break;
         default: out += value.toString(); break;
     }
+}
+
+Variable byteText(char byte) {
+#ifdef DOVREL_EMBEDDED
+    // Texts are counted without a lock, so interpreters share none.
+    return Variable(std::string(1, byte));
+#else
+    // Never destroyed, since values may outlive the statics of this file.
+    static auto& texts = *new std::array<Text, 256>;
+    Text& text = texts[static_cast<unsigned char>(byte)];
+    if (text == nullptr) text = makeText(std::string(1, byte));
+    return Variable(text);
+#endif
 }
 
 std::string joinedText(const Variable& lhs, const Variable& rhs) {

@@ -12,6 +12,9 @@ void appendIntFast(std::string& out, int value);
 /// Appends exactly what `value.toString()` would give.
 void appendVariableStringFast(std::string& out, const Variable& value);
 
+/// The text of one byte. Scripts take texts apart byte by byte, so these are made once.
+[[nodiscard]] Variable byteText(char byte);
+
 /// The text of `lhs` with that of `rhs` behind it.
 [[nodiscard]] std::string joinedText(const Variable& lhs, const Variable& rhs);
 
