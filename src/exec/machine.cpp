@@ -1034,9 +1034,18 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         callee = directCode(*slot, at->b, at->m, *code);
         if (callee != nullptr) goto enterDirectly;
         activations_.back().pc = at;
-        if (slot->type == VarType::Function &&
-            (isNative(*slot, BuiltinId::Pcall) ? tryEnterProtected(slot, at->b, at->m)
-                                               : tryEnter(slot, at->b, at->m))) {
+        if (isNative(*slot, BuiltinId::Pcall)) {
+            const ProtectedEntry entered = enterProtected(slot, at->b, at->m);
+            if (entered == ProtectedEntry::Answered) {
+                at = activations_.back().pc;
+                if (needsAttention()) goto attend;
+                NEXT();
+            }
+            holds = entered == ProtectedEntry::Entered;
+        } else {
+            holds = slot->type == VarType::Function && tryEnter(slot, at->b, at->m);
+        }
+        if (holds) {
             code = activations_.back().code;
             R = activations_.back().base;
             at = code->code.data();
@@ -1139,6 +1148,10 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             const bool isProtected = running.is(Activation::kProtected);
             popActivation();
             if (isProtected) {
+                // The answer may find no memory, which is an error of the caller.
+                code = activations_.back().code;
+                R = activations_.back().base;
+                at = activations_.back().pc;
                 finishProtectedCall(slot, result);
             } else {
                 *slot = std::move(result);
@@ -1170,6 +1183,9 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         const bool isProtected = activations_.back().is(Activation::kProtected);
         popActivation();
         if (isProtected) {
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = activations_.back().pc;
             finishProtectedCall(target, result);
         } else {
             *target = std::move(result);
@@ -1226,6 +1242,9 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         abandonActivation();
         if (activations_.size() == entry) return result;
         if (isProtected) {
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = activations_.back().pc;
             finishProtectedCall(target, result);
         } else {
             target->setNil();

@@ -237,7 +237,8 @@ private:
     bool tryEnter(Variable* slot, std::size_t count, std::uint8_t marks);
     void enter(MachineFunction& function, const MachineCode& code, Variable* slot,
                std::size_t count, bool isEntry);
-    bool tryEnterProtected(Variable* slot, std::size_t count, std::uint8_t marks);
+    enum class ProtectedEntry : std::uint8_t { Refused, Entered, Answered };
+    ProtectedEntry enterProtected(Variable* slot, std::size_t count, std::uint8_t marks);
     void beginProtection();
     void endProtection();
     void finishProtectedCall(Variable* callee, Variable& result);

@@ -183,33 +183,51 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
 
 // ---------------------------------------------------------------- protected calls
 
-/// `ok, result = pcall(f, ...)` of a function that runs in this loop; `slot` holds the native.
-/// False, with nothing done, for every other callee.
-bool Machine::tryEnterProtected(Variable* slot, std::size_t count, std::uint8_t marks) {
-    if (count == 0 || slot[1].type != VarType::Function) return false;
-    if (activations_.back().pc[1].op != MachineOp::Spread) return false;
+/// `ok, result = pcall(f, ...)` of a function that runs in this loop; `slot` holds the native. It
+/// is refused, with nothing done, for every other callee.
+Machine::ProtectedEntry Machine::enterProtected(Variable* slot, std::size_t count,
+                                                std::uint8_t marks) {
+    if (count == 0 || slot[1].type != VarType::Function) return ProtectedEntry::Refused;
+    if (activations_.back().pc[1].op != MachineOp::Spread) return ProtectedEntry::Refused;
     showToken();
     interpreter_.settleMemoryIfDue();
+    const std::size_t outer = activations_.size();
     beginProtection();
-    bool isEntered = false;
-    try {
-        isEntered = tryEnter(slot + 1, count - 1, marks);
-    } catch (...) {
-        // Not even its activation has found room: the protected call says so in the usual way.
-    }
-    if (!isEntered) {
+    const auto undo = [&] {
+        while (activations_.size() > outer) abandonActivation();
         endProtection();
-        return false;
+    };
+    try {
+        if (!tryEnter(slot + 1, count - 1, marks)) {
+            endProtection();
+            return ProtectedEntry::Refused;
+        }
+    } catch (const std::exception& error) {
+        // There is no room for the call. Its arguments may be gone, so it is not made again.
+        undo();
+        interpreter_.noteError(error.what());
+        Variable message{std::string(error.what())};
+        clearArguments(slot, count);
+        answerProtectedCall(slot, false, message);
+        return ProtectedEntry::Answered;
+    } catch (...) {
+        undo();
+        throw;
     }
     activations_.back().set(Activation::kProtected);
     interpreter_.protectedFrameDepth = interpreter_.callDepth;
     ++counts.protectedCalls;
-    return true;
+    return ProtectedEntry::Entered;
 }
 
 void Machine::beginProtection() {
-    interpreter_.protectedCallDepths.push_back(interpreter_.callDepth);
     outerProtectedFrames_.push_back(interpreter_.protectedFrameDepth);
+    try {
+        interpreter_.protectedCallDepths.push_back(interpreter_.callDepth);
+    } catch (...) {
+        outerProtectedFrames_.pop_back();
+        throw;
+    }
 }
 
 void Machine::endProtection() {

@@ -57,6 +57,12 @@ const std::vector<std::string> kProtectingScripts = {
     "function guarded(a)\nif a == 3\nerror(\"the guard of a function fired\")\nend\nreturn a\nend\n"
     "ok, e = pcall(fails, 1); ok, e = pcall(guarded, 3); ok, e = pcall(pcall, fails, 2)\n"
     "ok, e = pcall(string[\"rep\"], \"a text that is long enough\", 4)\n",
+    "function grow(a, ...)\nnative t = [a, \"a text that is long enough\" + a]\nnative b, c = ...\n"
+    "return t[2], b, c\nend\n"
+    "function chain(n)\nnative ok, v = true, \"a text that is long enough\"\nif n > 0\n"
+    "ok, v = pcall(chain, n - 1)\nelse\nerror(\"a message that is long enough\")\nend\n"
+    "return v + n\nend\n"
+    "for i = 1, 3\nok, e, f = pcall(grow, i, \"x\", i)\nok, e = pcall(chain, 12)\nend\n",
     // What fails while a text is compiled is the second result of `load`.
     "f, message = load(\"x = \\\"a text that is long enough\\\"; return x\")\n"
     "if f\ny = f()\nend\nf, message = load(\"if this is a script without its end\")\n",
