@@ -22,6 +22,7 @@ void swapFlow(DovrelScript& interpreter, FlowState& flow) {
     std::swap(interpreter.softErrorPending, flow.softErrorPending);
     std::swap(interpreter.softErrorDepth, flow.softErrorDepth);
     std::swap(interpreter.softErrorMessage, flow.softErrorMessage);
+    interpreter.noteAttention();
 }
 
 /// The position and the running fast call of the main flow, which a turn starts without.
@@ -108,6 +109,7 @@ void DovrelScript::serviceScheduledCoroutineTurn() {
         coroutineTurnEnded = false;
         replacementCoroutine.reset();
         if (scheduledCoroutine == running) scheduledCoroutine.reset();
+        noteAttention();
         throw;
     }
     if (coroutineTurnEnded && replacementCoroutine != nullptr) {
@@ -117,6 +119,7 @@ void DovrelScript::serviceScheduledCoroutineTurn() {
     }
     coroutineTurnEnded = false;
     replacementCoroutine.reset();
+    noteAttention();
 }
 
 void DovrelScript::giveCoroutineTurn() {
@@ -126,12 +129,15 @@ void DovrelScript::giveCoroutineTurn() {
         serviceScheduledCoroutineTurn();
     } catch (...) {
         pendingCoroutineException = std::current_exception();
+        noteAttention();
     }
 }
 
 void DovrelScript::rethrowPendingCoroutineException() {
     if (pendingCoroutineException) {
-        std::rethrow_exception(std::exchange(pendingCoroutineException, nullptr));
+        const std::exception_ptr raised = std::exchange(pendingCoroutineException, nullptr);
+        noteAttention();
+        std::rethrow_exception(raised);
     }
 }
 
@@ -143,4 +149,5 @@ void DovrelScript::killCoroutine() {
     }
     scheduledCoroutine.reset();
     replacementCoroutine.reset();
+    noteAttention();
 }

@@ -27,6 +27,7 @@ void leaveEverything(DovrelScript& interpreter) {
     interpreter.softErrorDepth = 0;
     interpreter.softErrorMessage.clear();
     interpreter.pendingCoroutineException = nullptr;
+    interpreter.noteAttention();
     interpreter.baseDirectoryStack.clear();
     interpreter.scriptNameStack.clear();
     interpreter.varargStack.clear();

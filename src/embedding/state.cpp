@@ -169,6 +169,7 @@ struct State::Position {
         if (!failed) return;
         script.callDepth = callDepth;
         script.softErrorPending = false;
+        script.noteAttention();
         script.softErrorDepth = 0;
         script.softErrorMessage.clear();
         script.baseDirectoryStack.resize(directories);
@@ -178,6 +179,7 @@ struct State::Position {
         if (!isOutermost) return;
         script.pendingCoroutineException = nullptr;
         if (stopped) script.scheduledCoroutine.reset();
+        script.noteAttention();
         // A program keeps a frame that it has made on demand; one that has failed, too.
         if (script.blockScopes.size() > blocks) script.blockScopes.popTo(blocks);
         if (script.frameScopes.size() > frames + 1) script.frameScopes.popTo(frames + 1);

@@ -354,4 +354,5 @@ void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Argume
         throw CoroutineTerminated();
     }
     scheduledCoroutine = std::move(state);
+    noteAttention();
 }

@@ -80,6 +80,7 @@ bool DovrelScript::tryRecordFault(const std::exception& error, std::string_view 
                            : locatedReport(message, lastToken.empty() ? fallbackToken : lastToken);
     softErrorDepth = protectedCallDepths.back();
     softErrorPending = true;
+    noteAttention();
     return true;
 }
 
@@ -92,6 +93,7 @@ void DovrelScript::raiseScriptErrorSoft(std::string message) {
     if (softErrorPending) return;
     observeRaised(message);
     softErrorPending = true;
+    noteAttention();
     softErrorDepth = protectedCallDepths.back();
     softErrorMessage = std::move(message);
 }

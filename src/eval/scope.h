@@ -62,6 +62,7 @@ public:
     }
     /// Appends an entry with nil without looking for an older one of that name. Returns its value.
     Variable& append(Name name) {
+        countNames();
         if (count_ == room()) grow(2 * room() + 1);
         // The names of compiled code stand in their places already, and are not ours to write.
         if (names_[count_] != name) names_[count_] = name;
@@ -78,13 +79,16 @@ public:
     }
     /// Makes an empty scope a window: its entries will be `values`, which hold nil and stay in
     /// place while the scope lives, under the names `names`, of which the first `count` are there.
-    void openWindow(const Name* names, Variable* values, std::uint32_t count,
-                    std::uint32_t capacity) {
+    /// `capacity` is how many there can be, with `kUncounted` if they need not be counted.
+    [[gnu::always_inline]] void openWindow(const Name* names, Variable* values, std::uint32_t count,
+                                           std::uint32_t capacity) {
         names_ = const_cast<Name*>(names);
         values_ = values;
         count_ = count;
         capacity_ = capacity;
-        for (std::uint32_t i = 0; i < count; ++i) ++names[i]->scopeEntries;
+        if ((capacity & kUncounted) == 0) {
+            for (std::uint32_t i = 0; i < count; ++i) ++names[i]->scopeEntries;
+        }
     }
     /// The same with names of its own, since their order is not known before for all of them.
     void openWindowWithOwnNames(const Name* names, Variable* values, std::uint32_t count,
@@ -102,21 +106,33 @@ public:
     [[nodiscard]] bool isMarked() const { return (capacity_ & kMark) != 0; }
     void mark() const { capacity_ |= kMark; }
     /// Counts the next entry of a window, whose value stands in its place and whose name is known.
-    void declareNext() { ++names_[count_++]->scopeEntries; }
+    void declareNext() {
+        if ((capacity_ & kUncounted) == 0) ++names_[count_]->scopeEntries;
+        ++count_;
+    }
+    /// Counts the names of a window that has been opened without.
+    void countNames() {
+        if ((capacity_ & kUncounted) == 0) return;
+        capacity_ &= ~kUncounted;
+        for (std::uint32_t i = 0; i < count_; ++i) ++names_[i]->scopeEntries;
+    }
 
     /// Destroys the values, first to last; the storage stays for the next use.
     [[gnu::always_inline]] void clear() {
-        for (std::uint32_t i = 0; i < count_; ++i) {
-            --names_[i]->scopeEntries;
-            values_[i].overwriteNil();
+        if ((capacity_ & kUncounted) == 0) {
+            for (std::uint32_t i = 0; i < count_; ++i) --names_[i]->scopeEntries;
         }
+        for (std::uint32_t i = 0; i < count_; ++i) values_[i].overwriteNil();
         count_ = 0;
     }
+
+    /// Mark of a window's capacity: its names are not counted, see NameRecord.
+    static constexpr std::uint32_t kUncounted = std::uint32_t{1} << 30U;
 
 private:
     static constexpr std::uint32_t kMark = std::uint32_t{1} << 31U;
 
-    [[nodiscard]] std::uint32_t room() const { return capacity_ & ~kMark; }
+    [[nodiscard]] std::uint32_t room() const { return capacity_ & ~(kMark | kUncounted); }
     void growOwn(std::uint32_t capacity) {
         auto names = std::make_unique<Name[]>(capacity);
         auto values = std::make_unique<Variable[]>(capacity);
@@ -142,8 +158,8 @@ private:
     Name* names_ = nullptr;  // the first `count_` are used, the other values hold nil
     Variable* values_ = nullptr;
     std::uint32_t count_ = 0;
-    // Each opening sets it, so that the mark in its upper bit goes without a step of its own. The
-    // mark is no part of what the scope holds.
+    // Each opening sets it, so that the marks in its upper bits go without a step of their own.
+    // They are no part of what the scope holds.
     mutable std::uint32_t capacity_ = 0;
     // Storage of its own, kept for the next use while the scope is a window.
     std::unique_ptr<Name[]> ownNames_;
@@ -204,6 +220,10 @@ public:
             if (entry < scopes_[i].size()) return {i, entry};
         }
         return near == floor ? EntryPlace{} : findFar(name, floor, near);
+    }
+    /// Counts the names of all scopes, those that they will get included.
+    void countNames() {
+        for (std::size_t i = 0; i < count_; ++i) scopes_[i].countNames();
     }
     /// How many scopes have been looked into by all searches that went far.
     [[nodiscard]] std::uint64_t farScopesSearched() const {

@@ -48,7 +48,7 @@ const Variable* validateCachedEntry(const TokenAnalysis& token, const Scope& sco
 /// Searches scopes [floor, ceiling) of `scopes` from the top; a hit is cached as `kind`.
 const Variable* searchScopes(const ScopeStack& scopes, std::size_t floor, std::size_t ceiling,
                              SlotKind kind, const TokenAnalysis& token) {
-    if (!token.name->isInScopes()) return nullptr;
+    if (!token.name->mayBeInScopes()) return nullptr;
     const EntryPlace place = scopes.find(token.name, floor, ceiling);
     if (!place.isFound()) return nullptr;
     const Scope& scope = scopes[place.scope];
@@ -63,6 +63,7 @@ void DovrelScript::pushVariable(const std::string& name, Variable value) {
     if (isNew) {
         globalValues.push_back(std::move(value));
         globalAssigned.push_back(true);
+        countInFrames(name);
         return;
     }
     if (found->second >= globalValues.size()) {
@@ -70,6 +71,16 @@ void DovrelScript::pushVariable(const std::string& name, Variable value) {
     }
     globalValues[found->second] = std::move(value);
     globalAssigned[found->second] = true;
+}
+
+void DovrelScript::countInFrames(const std::string& name) {
+    const Name known = names.find(name);
+    if (known == nullptr || !known->mayBeInFrames()) return;
+    ++frameNamesVersion;
+    // The scopes of another flow cannot be seen from here: the mark makes all look for the name.
+    if (scheduledCoroutine != nullptr || inCoroutineTurn) return;
+    frameScopes.countNames();
+    known->unmarkForFrames();
 }
 
 Variable* DovrelScript::globalAt(std::size_t slot) {

@@ -975,17 +975,10 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
              .slot = slot,
              .lineAtEntry = interpreter_.currentLine,
              .frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size()),
-             .blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size()),
-             .walks = static_cast<std::uint32_t>(walks_.size())});
+             .blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size())});
         ++interpreter_.callDepth;
         ++counts.calls;
-        Scope& scope = interpreter_.frameScopes.pushWindow();
-        const MachineCode::Frame& frame = callee->frame;
-        if (frame.hasOwnNames) [[unlikely]] {
-            scope.openWindowWithOwnNames(frame.names, R, frame.given, frame.capacity);
-        } else {
-            scope.openWindow(frame.names, R, frame.given, frame.capacity);
-        }
+        openFrame(*callee, R);
         code = callee;
         at = code->code.data();
         DISPATCH();
@@ -1116,7 +1109,6 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (const std::size_t count = at->b; count <= kMostSpread && !code->forTurns &&
                                              activations_.size() - 1 != entry &&
                                              !needsAttention() && activations_.back().isPlain() &&
-                                             walks_.size() == activations_.back().walks &&
                                              activations_.callSite()->op == Op::SpreadCall &&
                                              activations_.callSite()[1].op == Op::Spread) {
             leaveWithSeveral(&R[at->a], count);
@@ -1135,10 +1127,10 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         returned = &R[code->chunkValue];
         if (at->m != kReturnsChunkValue) returned->overwriteNil();
     leave : {
-        if (activations_.size() - 1 == entry || needsAttention()) goto leaveSlowly;
+        const Activation& running = activations_.back();
+        if (running.is(Activation::kEntry) || needsAttention()) goto leaveSlowly;
         lastCallWasScalar_ = false;
-        if (const Activation& running = activations_.back();
-            running.isPlain() && walks_.size() == running.walks) {
+        if (running.isPlain()) {
             leavePlain(*returned);
         } else {
             showToken();
@@ -1350,9 +1342,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         DISPATCH();
     }
     WalkEnd:
-        spareWalks_.push_back(std::move(walks_.back()));
-        walks_.pop_back();
-        spareWalks_.back()->clear();
+        popWalk();
         NEXT();
 
     RunStatement : {

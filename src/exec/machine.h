@@ -8,6 +8,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -99,11 +100,13 @@ private:
         static constexpr std::uint8_t kVarargs = 16;
         static constexpr std::uint8_t kSegment = 32;    // its registers begin a segment
         static constexpr std::uint8_t kProtected = 64;  // it returns to a protected call
+        static constexpr std::uint8_t kWalks = 128;     // it has walks, those from `walks` on
 
         [[nodiscard]] bool is(std::uint8_t mark) const { return (marks & mark) != 0; }
         void set(std::uint8_t mark, bool holds = true) {
             if (holds) marks = static_cast<std::uint8_t>(marks | mark);
         }
+        void clear(std::uint8_t mark) { marks = static_cast<std::uint8_t>(marks & ~mark); }
         /// Nothing but a scope has been pushed, and the loop goes on behind it.
         [[nodiscard]] bool isPlain() const { return marks == 0; }
     };
@@ -181,6 +184,20 @@ private:
     const MachineCode* codeOf(MachineFunction& function, bool amongBlocks);
     const MachineCode* turnsOf(const MachineCode& plain);
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
+    static void makeStale(const MachineCode& code);
+    void settleFrame(const MachineCode& code);
+    /// Pushes the scope of the function's own names, whose values stand in `registers`.
+    [[gnu::always_inline]] void openFrame(const MachineCode& code, Variable* registers) {
+        const MachineCode::Frame& frame = code.frame;
+        if (frame.version != interpreter_.frameNamesVersion) [[unlikely]]
+            settleFrame(code);
+        Scope& scope = interpreter_.frameScopes.pushWindow();
+        if (frame.hasOwnNames) [[unlikely]] {
+            scope.openWindowWithOwnNames(frame.names, registers, frame.given, frame.capacity);
+        } else {
+            scope.openWindow(frame.names, registers, frame.given, frame.capacity);
+        }
+    }
     MachineFunction* functionOf(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
     [[nodiscard]] bool givesTurns() const {
@@ -188,8 +205,8 @@ private:
                                                  interpreter_.pendingCoroutineException != nullptr);
     }
     [[nodiscard, gnu::always_inline]] bool needsAttention() const {
-        return interpreter_.softErrorPending || interpreter_.scheduledCoroutine != nullptr ||
-               interpreter_.pendingCoroutineException != nullptr;
+        assert(interpreter_.needsAttention == interpreter_.mustBeAttended());
+        return interpreter_.needsAttention;
     }
 
     // Calls. The callee stands in `slot`, its arguments behind it.
@@ -203,12 +220,10 @@ private:
         if (callable == nullptr || callable->directFunction == nullptr) return nullptr;
         const MachineCode* code =
             callable->directFunction->ready[(marks & kAmongBlocks) != 0 ? 1 : 0];
-        if (code == nullptr || code->isStale || code->parameterCount != count) return nullptr;
+        if (code == nullptr || code->parameterCount != count) return nullptr;
         if (&callee + 1 + code->registerCount > segmentEnd_) return nullptr;
         const MachineFunction& function = *code->function;
-        const bool isInSameNames = function.baseDirectory == caller.function->baseDirectory &&
-                                   function.scriptName == caller.function->scriptName;
-        return isInSameNames || isInNames(function) ? code : nullptr;
+        return function.names == caller.function->names || isInNames(function) ? code : nullptr;
     }
     /// A function whose directory and name are those of what runs.
     [[nodiscard]] bool isInNames(const MachineFunction& function) const {
@@ -249,7 +264,7 @@ private:
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
-    /// The end of the innermost activation, which `isPlain` and has no walk.
+    /// The end of the innermost activation, which `isPlain`.
     [[gnu::always_inline]] void popPlain() {
         const Activation& running = activations_.back();
         if (interpreter_.currentLine != running.lineAtEntry &&
@@ -275,7 +290,7 @@ private:
         Variable* const slot = activations_.back().slot;
         const Variable::Words value = returned.takeWords();
         popPlain();
-        slot->overwriteByWords(value);
+        slot->overwriteCountedByWords(value);  // the callee goes
     }
     [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
         const Activation& running = activations_.back();
@@ -285,7 +300,7 @@ private:
             running.base[i].overwriteNil();
         }
         activations_.pop_back();
-        slot->overwriteByWords(value);
+        slot->overwriteCountedByWords(value);  // the callee goes
     }
     /// The variables of its blocks go.
     [[gnu::always_inline]] void leaveBlocks(const Activation& running) {
@@ -299,7 +314,7 @@ private:
     static std::uint32_t openBlocksOf(Activation& running, ScopeStack& scopes);
     /// Its innermost block is over, open or not; `state` is the one around it.
     void closeBlock(Activation& running, std::uint16_t state);
-    [[nodiscard]] bool isHiddenInBlocks(Name name);
+    [[nodiscard]] bool isHidden(Name name);
     void leaveWithSeveral(Variable* returned, std::size_t count);
     void popFrames(const Activation& running);
     void abandonActivation();
@@ -318,8 +333,7 @@ private:
             callable->fastBodyKind != FastBodyKind::SingleReturn) {
             return nullptr;
         }
-        const MachineCode* code = callable->leaf->ready[0];
-        return code != nullptr && !code->isStale ? code : nullptr;
+        return callable->leaf->ready[0];
     }
     /// The callee of a call of the scalar tier, if its name, or that of its table, stands for a
     /// global or a register at once; else null.
@@ -350,7 +364,10 @@ private:
     /// Leaves the cache of a token that has met its global without a search as the search would.
     [[gnu::always_inline]] void touchGlobal(const VariableRecord& record) {
         const TokenAnalysis& token = *record.token;
-        if (record.isInLeaf ? activations_.back().amongBlocks : record.amongBlocks) {
+        if (record.isPlainInFrame) {
+            token.slotKind = SlotKind::Global;
+            token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
+        } else if (record.isInLeaf ? activations_.back().amongBlocks : record.amongBlocks) {
             token.slotKind = SlotKind::None;
         } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr ||
                    record.isInLeaf) {
@@ -367,7 +384,7 @@ private:
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
     [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
         if (record.global == nullptr) return nullptr;
-        if (record.name->scopeEntries != 0 && isHiddenInBlocks(record.name)) return nullptr;
+        if (record.name->scopeEntries != 0 && isHidden(record.name)) return nullptr;
         // A cache that leads into a scope is asked first: it may hit by an address.
         const SlotKind kind = record.token->slotKind;
         if (kind != SlotKind::Global && kind != SlotKind::None) return nullptr;
@@ -432,6 +449,8 @@ private:
     bool beginWalkOfCall(Variable* slot, std::size_t count);
     void beginWalk(const LoopSite& site, Variable& value, bool isBuiltin);
     bool nextOfWalk(Variable* names, std::size_t count);
+    Walk& pushWalk();
+    void popWalk();
     void evaluateRange(const MachineCode& code, const LoopSite& site, Variable* first);
     bool startFor(Variable* first);
 

@@ -150,7 +150,6 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
-    entered.walks = static_cast<std::uint32_t>(walks_.size());
     entered.set(Activation::kEntry, isEntry);
     entered.set(Activation::kSegment, hasSegment);
     // The caller of an entry has counted the call, and has pushed the extra arguments.
@@ -160,15 +159,7 @@ void Machine::enter(MachineFunction& function, const MachineCode& code, Variable
     }
     for (std::size_t i = given; i < count; ++i) slot[1 + i].setNil();
     for (std::size_t i = count; i < given; ++i) base[i].setNil();
-    const ScopeWindow& window = code.windows[code.frameWindow];
-    Scope& scope = interpreter_.frameScopes.pushWindow();
-    const auto capacity = static_cast<std::uint32_t>(window.names.size());
-    if (window.hasOwnNames) {
-        scope.openWindowWithOwnNames(window.names.data(), base, static_cast<std::uint32_t>(given),
-                                     capacity);
-    } else {
-        scope.openWindow(window.names.data(), base, static_cast<std::uint32_t>(given), capacity);
-    }
+    openFrame(code, base);
     const auto push = [](std::vector<const std::string*>& stack, const std::string* text) {
         if (text->empty() || (!stack.empty() && stack.back() == text)) return false;
         stack.push_back(text);
@@ -242,6 +233,7 @@ void Machine::endProtection() {
 void Machine::finishProtectedCall(Variable* callee, Variable& result) {
     if (interpreter_.softErrorPending && interpreter_.softErrorDepth == interpreter_.callDepth) {
         interpreter_.softErrorPending = false;
+        interpreter_.noteAttention();
         interpreter_.softErrorDepth = 0;
         result = Variable(std::exchange(interpreter_.softErrorMessage, std::string()));
         answerProtectedCall(callee - 1, false, result);
@@ -314,10 +306,8 @@ void Machine::popActivation() {
         return;
     }
     leaveBlocks(running);
-    while (walks_.size() > running.walks) {
-        spareWalks_.push_back(std::move(walks_.back()));
-        walks_.pop_back();
-        spareWalks_.back()->clear();
+    if (running.is(Activation::kWalks)) {
+        while (walks_.size() > running.walks) popWalk();
     }
     if (running.is(Activation::kName)) interpreter_.scriptNameStack.pop_back();
     if (running.is(Activation::kDirectory)) interpreter_.baseDirectoryStack.pop_back();
@@ -430,9 +420,9 @@ void Machine::closeBlock(Activation& running, std::uint16_t state) {
     running.openState = state;
 }
 
-/// A name that is counted in scopes, or may be in blocks that have been put off.
-bool Machine::isHiddenInBlocks(Name name) {
-    if (name->isInScopes()) return true;
+/// A name that scopes have, or blocks that have been put off may have.
+bool Machine::isHidden(Name name) {
+    if (name->isCounted() || interpreter_.isInUncountedFrame(name)) return true;
     if (!interpreter_.blockScopes.isPutOff()) return false;
     constexpr std::size_t kMostLookedAt = 8;
     for (std::size_t distance = 0; distance < activations_.size(); ++distance) {
@@ -715,7 +705,6 @@ bool Machine::tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& 
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
-    entered.walks = static_cast<std::uint32_t>(walks_.size());
     entered.set(Activation::kEntry);
     entered.set(Activation::kProgram);
     bool hasSegment = false;

@@ -264,6 +264,8 @@ struct VariableRecord {
     Variable* global = nullptr;  // once the token has met it
     // Its certain place, if it has one that the token has not met yet.
     bool hasPlace = false;
+    // Of a function that runs in a frame, where no block scope is visible.
+    bool isPlainInFrame = false;
     bool isInLeaf = false;         // of the body of a function of one line
     bool amongBlocks = false;      // a block scope is visible there
     std::uint16_t place = 0;       // register
@@ -398,6 +400,24 @@ inline constexpr std::uint32_t kNoLoopEnd = static_cast<std::uint32_t>(-1);
 /// The pointers lead into the program, which owns the code.
 struct MachineCode {
     std::vector<MachineInstruction> code;
+    // What calls look at.
+    MachineFunction* function = nullptr;
+    std::uint32_t registerCount = 0;
+    std::uint16_t parameterCount = 0;
+    std::uint16_t chunkValue = 0;  // register of the chunk's value
+    /// The window of the function's own scope at hand.
+    struct Frame {
+        const Name* names = nullptr;
+        std::uint32_t given = 0;
+        std::uint32_t capacity = 0;  // with Scope::kUncounted if its names need not be counted
+        std::uint32_t version = kNoVersion;  // DovrelScript::frameNamesVersion when that was found
+        bool hasOwnNames = false;
+    };
+    static constexpr std::uint32_t kNoVersion = static_cast<std::uint32_t>(-1);
+    mutable Frame frame;
+    bool forTurns = false;
+    bool isLeaf = false;  // the body of a function of one line
+    // The tables of the instructions.
     std::vector<Variable> constants;
     std::vector<VariableRecord> variables;
     std::vector<ScopeWindow> windows;
@@ -412,24 +432,10 @@ struct MachineCode {
     std::vector<TokenSite> tokens;      // by ascending `at`
     std::vector<TokenSite> tokenMarks;  // of LastToken
     std::uint16_t frameWindow = 0;      // of the function's own scope
-    /// That window at hand.
-    struct Frame {
-        const Name* names = nullptr;
-        std::uint32_t given = 0;
-        std::uint32_t capacity = 0;
-        bool hasOwnNames = false;
-    };
-    Frame frame;
-    std::uint32_t registerCount = 0;
-    bool hasBlock = false;         // the code opens a block scope of its own at its start
-    std::uint16_t chunkValue = 0;  // register of the chunk's value
-    bool isStale = false;          // tokens have met their places since
-    bool forTurns = false;
-    bool isLeaf = false;       // the body of a function of one line
-    bool isTokenLeaf = false;  // the same by the rules of the token-stream evaluator
-    MachineFunction* function = nullptr;
+    bool hasBlock = false;              // the code opens a block scope of its own at its start
+    bool isStale = false;               // tokens have met their places since
+    bool isTokenLeaf = false;           // a leaf by the rules of the token-stream evaluator
     const BytecodeProgram* program = nullptr;
-    std::uint16_t parameterCount = 0;
     void* version = nullptr;                // the MachineFunction::Version that it belongs to
     const MachineCode* other = nullptr;     // the form for turns, and back
     std::vector<std::uint32_t> toOther;     // index of the same instruction there

@@ -88,8 +88,10 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
     for (TokenSite& site : result.tokens) site.at = places[site.at];
     if (!result.windows.empty()) {
         const ScopeWindow& window = result.windows[result.frameWindow];
-        result.frame = {window.names.data(), window.given,
-                        static_cast<std::uint32_t>(window.names.size()), window.hasOwnNames};
+        result.frame.names = window.names.data();
+        result.frame.given = window.given;
+        result.frame.capacity = static_cast<std::uint32_t>(window.names.size());
+        result.frame.hasOwnNames = window.hasOwnNames;
     }
     result.forTurns = forTurns;
     return result;

@@ -36,12 +36,14 @@ struct MachineFunction {
             versions;  // the newest last; older ones may run still
     };
     std::array<Form, 2> forms;
-    /// The newest code of each form, without turns; null if there is none.
+    /// The newest code of each form, without turns; null if there is none, or it is stale.
     std::array<const MachineCode*, 2> ready{};
     // What calls push, which is the program's own text where it is the same, so that a call from
     // the same script has nothing to push.
     const std::string* baseDirectory = nullptr;
     const std::string* scriptName = nullptr;
+    // The same for functions that push the same: the program, or the function itself.
+    const void* names = nullptr;
     std::string ownDirectory;
     std::string ownName;
 };

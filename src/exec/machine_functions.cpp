@@ -1,5 +1,6 @@
 // Code for functions and programs: made at the first call, and anew when tokens have met their
 // places.
+#include <algorithm>
 #include <utility>
 
 #include "exec/machine.h"
@@ -67,6 +68,9 @@ MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
         function->baseDirectory =
             shared(callable.baseDirectory, program.baseDirectory, function->ownDirectory);
         function->scriptName = shared(callable.scriptName, program.scriptName, function->ownName);
+        const bool isOfProgram = function->baseDirectory == &program.baseDirectory &&
+                                 function->scriptName == &program.scriptName;
+        function->names = isOfProgram ? static_cast<const void*>(&program) : function.get();
     }
     // In a damaged file two declarations may share a body.
     if (!function->hasFrame || function->parameters != callable.parameters ||
@@ -113,7 +117,7 @@ const MachineCode* Machine::leafCode(const Variable& callee) {
         return nullptr;
     }
     const MachineCode* code = callable->leaf != nullptr ? callable->leaf->ready[0] : nullptr;
-    return code != nullptr && !code->isStale ? code : renewLeaf(*callable);
+    return code != nullptr ? code : renewLeaf(*callable);
 }
 
 const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
@@ -172,6 +176,30 @@ const MachineCode* Machine::turnsOf(const MachineCode& plain) {
     return version.turns.get();
 }
 
+/// Tokens of the code have met their places: it is to be made anew.
+void Machine::makeStale(const MachineCode& code) {
+    const_cast<MachineCode&>(code).isStale = true;
+    for (const MachineCode*& ready : code.function->ready) {
+        if (ready == &code) ready = nullptr;
+    }
+}
+
+/// Finds out whether the names of the function's own scope need to be counted.
+void Machine::settleFrame(const MachineCode& code) {
+    MachineCode::Frame& frame = code.frame;
+    const std::vector<Name>& names = code.windows[code.frameWindow].names;
+    const bool isCounted =
+        frame.hasOwnNames || std::any_of(names.begin(), names.end(), [this](Name name) {
+            return interpreter_.findGlobalSlot(name) != kNoGlobalSlot;
+        });
+    frame.capacity = static_cast<std::uint32_t>(names.size());
+    if (!isCounted) {
+        frame.capacity |= Scope::kUncounted;
+        for (const Name name : names) name->markForFrames();
+    }
+    frame.version = interpreter_.frameNamesVersion;
+}
+
 /// The code for a call now; null if there is none.
 const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) {
     MachineFunction::Form& form = function.forms[amongBlocks ? 1 : 0];
@@ -190,7 +218,7 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
     // What its tokens meet from now on is not worth another.
     if (form.renewals >= kMostRenewals) form.versions.back()->plain->isStale = false;
     const MachineCode& plain = *form.versions.back()->plain;
-    function.ready[amongBlocks ? 1 : 0] = &plain;
+    if (!plain.isStale) function.ready[amongBlocks ? 1 : 0] = &plain;
     return givesTurns() ? turnsOf(plain) : &plain;
 }
 

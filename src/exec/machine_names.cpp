@@ -15,6 +15,7 @@ std::uint16_t MachineCompiler::recordFor(const ParsedScriptLine& line, std::size
     record.token = &line.tokenAnalysis[token];
     record.name = record.token->name;
     record.amongBlocks = mode_.amongBlocks;
+    record.isPlainInFrame = unit_.hasFrame && !isLeaf_ && !mode_.amongBlocks;
     if (record.name == nullptr) ok_ = false;
     // A token that leads to another global than its name's stays with its cache.
     if (record.token->globalSlotFound && record.name != nullptr &&

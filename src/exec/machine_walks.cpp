@@ -11,16 +11,35 @@
 #include "exec/machine_walk.h"
 #include "value/numbers.h"
 
+/// Begins a walk of the innermost activation, which ends with that at the latest.
+Machine::Walk& Machine::pushWalk() {
+    if (spareWalks_.empty()) spareWalks_.push_back(std::make_unique<Walk>());
+    const auto outer = static_cast<std::uint32_t>(walks_.size());
+    walks_.push_back(std::move(spareWalks_.back()));
+    spareWalks_.pop_back();
+    Activation& running = activations_.back();
+    if (!running.is(Activation::kWalks)) {
+        running.walks = outer;
+        running.set(Activation::kWalks);
+    }
+    return *walks_.back();
+}
+
+void Machine::popWalk() {
+    spareWalks_.push_back(std::move(walks_.back()));
+    walks_.pop_back();
+    spareWalks_.back()->clear();
+    Activation& running = activations_.back();
+    if (walks_.size() == running.walks) running.clear(Activation::kWalks);
+}
+
 /// The loop may be walked directly: by what the name means now.
 bool Machine::checkWalk(const MachineCode& code, const LoopSite& site) {
     const VariableRecord& record = code.variables[site.iterator];
     const ScriptCallable* native = nativeOf(interpreter_.resolveVariableFastPtr(*record.token));
     const BuiltinId id = native != nullptr ? native->builtinId : BuiltinId::None;
     if (id != BuiltinId::Pairs && id != BuiltinId::Ipairs) return false;
-    if (spareWalks_.empty()) spareWalks_.push_back(std::make_unique<Walk>());
-    walks_.push_back(std::move(spareWalks_.back()));
-    spareWalks_.pop_back();
-    Walk& walk = *walks_.back();
+    Walk& walk = pushWalk();
     walk.kind = id == BuiltinId::Ipairs ? Walk::Kind::Sequence : Walk::Kind::Keys;
     walk.nameCount = site.nameCount;
     walk.index = 0;
@@ -63,10 +82,7 @@ void Machine::beginWalk(const LoopSite& site, Variable& value, bool isBuiltin) {
         if (value.type != VarType::Array) {
             throwPlainError("generic for loops expect an array iterator");
         }
-        if (spareWalks_.empty()) spareWalks_.push_back(std::make_unique<Walk>());
-        walks_.push_back(std::move(spareWalks_.back()));
-        spareWalks_.pop_back();
-        Walk& walk = *walks_.back();
+        Walk& walk = pushWalk();
         walk.kind = Walk::Kind::Elements;
         walk.nameCount = site.nameCount;
         walk.index = 0;

@@ -227,8 +227,16 @@ public:
         if (name->scopeEntries == 0) return true;
         // Those that have been put off count from now on.
         static_cast<void>(blockScopes.size());
-        return !name->isInScopes();
+        return !name->isCounted() && !isInUncountedFrame(name);
     }
+    /// A frame scope that does not count its names has this one.
+    [[nodiscard]] bool isInUncountedFrame(Name name) const {
+        return name->mayBeInFrames() && frameScopes.find(name, 0, frameScopes.size()).isFound();
+    }
+    /// The slot of the global called `name`, or kNoGlobalSlot.
+    [[nodiscard]] std::size_t findGlobalSlot(Name name) const;
+    /// A global of this name is there now: frame scopes with the name count it from now on.
+    void countInFrames(const std::string& name);
     /// A block scope is visible.
     [[nodiscard]] bool blockScopeVisible() const { return blockScopes.size() > blockScopeFloor; }
     /// Pushes a block scope with room for a handful of names.
@@ -238,8 +246,10 @@ public:
     std::deque<Variable> globalValues;  // only ever grows, and never moves a value
     std::vector<bool> globalAssigned;   // set for each slot that holds a value
     ScopeStack frameScopes;             // one per running call or loop, top innermost
-    BlockScopeStack blockScopes;        // one per running block with locals, top innermost
-    std::size_t blockScopeFloor = 0;    // block scopes below this count are not visible
+    // How often a name of uncounted frame scopes has become that of a global.
+    std::uint32_t frameNamesVersion = 0;
+    BlockScopeStack blockScopes;      // one per running block with locals, top innermost
+    std::size_t blockScopeFloor = 0;  // block scopes below this count are not visible
     const ScriptCallable* fastCallable = nullptr;  // whose fast body is running
     Arguments fastArgs;                            // its arguments, owned by the caller
     std::size_t fastFrameBase = 0;  // frame scopes at its entry; newer ones suspend it
@@ -482,6 +492,14 @@ public:
     std::shared_ptr<CoroutineState> scheduledCoroutine;    // the one that gets turns
     std::shared_ptr<CoroutineState> replacementCoroutine;  // started inside the running turn
     std::exception_ptr pendingCoroutineException;          // a turn's failure, not yet raised
+    /// A soft error is pending, a coroutine is scheduled or one has failed: code that has looked at
+    /// this once need not ask for each. To be noted anew by whoever changes one of these.
+    bool needsAttention = false;
+    void noteAttention() { needsAttention = mustBeAttended(); }
+    [[nodiscard]] bool mustBeAttended() const {
+        return softErrorPending || scheduledCoroutine != nullptr ||
+               pendingCoroutineException != nullptr;
+    }
     bool inCoroutineTurn = false;
     bool coroutineTurnEnded = false;  // the running coroutine has been told to end
     /// The depth of a call that is the whole statement of the running turn, if there is one:
@@ -592,8 +610,6 @@ private:
     const Variable* variableInPlace(const FastExpression& expression, int index,
                                     const std::vector<TokenAnalysis>& analysis);
 
-    /// The slot of the global called `name`, or kNoGlobalSlot.
-    [[nodiscard]] std::size_t findGlobalSlot(Name name) const;
     void consultGlobalCache(const TokenAnalysis& token);
     [[nodiscard]] Variable* findInScopes(Name name);
     [[nodiscard]] Variable* globalAt(std::size_t slot);

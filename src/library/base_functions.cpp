@@ -170,6 +170,7 @@ Variable DovrelScript::protectedCall(Arguments args) {
     protectedCallDepths.pop_back();
     if (softErrorPending && softErrorDepth == depth) {
         softErrorPending = false;
+        noteAttention();
         softErrorDepth = 0;
         settleMemoryIfDue();
         return failed(std::exchange(softErrorMessage, std::string()));

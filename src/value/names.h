@@ -15,7 +15,8 @@ inline constexpr std::size_t kNoGlobalSlot = static_cast<std::size_t>(-1);
 /// What the interpreter keeps of one identifier.
 struct NameRecord {
     std::string text;
-    /// How many entries of living scopes have this name, those of a waiting coroutine included.
+    /// How many entries of living scopes have this name, those of a waiting coroutine included, as
+    /// far as they are counted.
     /// With none, the name can only be a global, and no scope has to be searched: without this
     /// count a deep recursion would search all its frames for each global.
     std::size_t scopeEntries = 0;
@@ -23,7 +24,18 @@ struct NameRecord {
     /// in `scopeEntries` by this, so that one comparison tells both.
     static constexpr std::size_t kMayBeInBlocks = std::size_t{1} << (6 * sizeof(std::size_t));
     void markForBlocks() { scopeEntries |= kMayBeInBlocks; }
-    [[nodiscard]] bool isInScopes() const { return (scopeEntries & ~kMayBeInBlocks) != 0; }
+    /// The scopes of compiled functions do not count their names where none of these is a global's:
+    /// nobody asks then. A name that any such scope may hold has this mark.
+    static constexpr std::size_t kMayBeInFrames = 2 * kMayBeInBlocks;
+    void markForFrames() { scopeEntries |= kMayBeInFrames; }
+    void unmarkForFrames() { scopeEntries &= ~kMayBeInFrames; }
+    [[nodiscard]] bool mayBeInFrames() const { return (scopeEntries & kMayBeInFrames) != 0; }
+    /// An entry that is counted has the name.
+    [[nodiscard]] bool isCounted() const {
+        return (scopeEntries & ~(kMayBeInBlocks | kMayBeInFrames)) != 0;
+    }
+    /// An entry of a scope that is open may have the name.
+    [[nodiscard]] bool mayBeInScopes() const { return (scopeEntries & ~kMayBeInBlocks) != 0; }
     /// The slot of the global of this name, once it has been looked up; slots never change.
     std::size_t globalSlot = kNoGlobalSlot;
 };
@@ -40,6 +52,8 @@ public:
         const Name known = placeOf(text);
         return known != nullptr ? known : add(text);
     }
+    /// The record for `text` if there is one, else null.
+    [[nodiscard]] Name find(std::string_view text) { return placeOf(text); }
 
 private:
     static constexpr std::size_t kFirstSize = 512;  // a power of two, as all sizes are

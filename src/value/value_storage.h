@@ -231,6 +231,12 @@ protected:
     }
     [[nodiscard, gnu::always_inline]] Words take() noexcept { return takeWords(); }
     [[gnu::always_inline]] void give(Words words) noexcept { replace(words); }
+    /// The same where the content is counted.
+    [[gnu::always_inline]] void giveOverCounted(Words next) noexcept {
+        const Words old = words();
+        write(next);
+        dropContent(old);
+    }
     /// `other`, which must be another value, is nil from now on.
     [[gnu::always_inline]] void moveFrom(ValueStorage& other) noexcept {
         replace(other.takeWords());

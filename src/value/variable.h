@@ -136,6 +136,10 @@ struct Variable : ValueStorage {
     /// The content, for the next `overwriteByWords`; this value is nil from now on.
     [[nodiscard, gnu::always_inline]] Words takeWords() noexcept { return take(); }
     [[gnu::always_inline]] void overwriteByWords(Words words) noexcept { give(words); }
+    /// The same for a value that is no number, truth value or nil.
+    [[gnu::always_inline]] void overwriteCountedByWords(Words words) noexcept {
+        giveOverCounted(words);
+    }
     [[gnu::always_inline]] void overwriteNil() noexcept { replace(nilWords()); }
     [[gnu::always_inline]] void overwriteInt(int number) noexcept { replace(wordsOf(number)); }
     [[gnu::always_inline]] void overwriteFloat(float number) noexcept { replaceByFloat(number); }

@@ -38,6 +38,7 @@ public:
         // statement that runs meanwhile gives the coroutine a turn.
         protectedDepths_.swap(interpreter.protectedCallDepths);
         coroutine_ = std::move(interpreter.scheduledCoroutine);
+        interpreter.noteAttention();
     }
     ~EvaluationGuard() {
         interpreter_.frameScopes.popTo(frames_);
@@ -58,6 +59,7 @@ public:
         interpreter_.protectedCallDepths.swap(protectedDepths_);
         interpreter_.pendingCoroutineException = nullptr;
         interpreter_.scheduledCoroutine = std::move(coroutine_);
+        interpreter_.noteAttention();
         interpreter_.observer->errorIsTold = errorIsTold_;
     }
     EvaluationGuard(const EvaluationGuard&) = delete;

@@ -126,4 +126,30 @@ TEST(BlockScopes, AreOpenedForACalleeThatReadsThem) {
     EXPECT_EQ(blocksOpenedBy(functions, "r = outer(5)"), 3U);
 }
 
+/// Whether the frames of `reader`, whose names are `v` and `w`, count these after `script`.
+bool framesCountNames(const std::string& script) {
+    DovrelScript interpreter;
+    interpreter.runScript("function reader(v)\nnative w = v\nreturn w\nend\n" + script);
+    return !interpreter.names.intern("v")->mayBeInFrames();
+}
+
+TEST(FrameScopes, CountTheirNamesWhereOneIsAGlobal) {
+    EXPECT_FALSE(framesCountNames("r = reader(1)"));
+    EXPECT_TRUE(framesCountNames("w = 1\nr = reader(1)"));
+    EXPECT_FALSE(framesCountNames("r = reader(1)\nw = 1\n"));
+    EXPECT_TRUE(framesCountNames("r = reader(1)\nv = 1\nr = reader(1)"));
+}
+
+TEST(FrameScopes, LeaveNoNameCounted) {
+    DovrelScript interpreter;
+    interpreter.runScript(
+        "function inner(v)\nlater = v\nnative later2 = v\nreturn later2\nend\n"
+        "function outer(v)\nmade = v\nnative made = inner(v)\nnative later = made\n"
+        "return later\nend\n"
+        "for i = 1, 3\nr = outer(i)\nend\nok, e = pcall(outer)");
+    for (const char* name : {"v", "later", "later2", "made", "i"}) {
+        EXPECT_FALSE(interpreter.names.intern(name)->isCounted()) << name;
+    }
+}
+
 }  // namespace
