@@ -247,7 +247,11 @@ Variable DovrelScript::invokeCallableFast(const Variable& callee, Arguments args
         if (softErrorUnwinding()) return {};
         return result;
     }
-    if (callable->fastBodyKind != FastBodyKind::None) return runFastBody(*callable, args);
+    if (callable->fastBodyKind != FastBodyKind::None) {
+        Variable result;
+        if (observer == nullptr && machine->tryCallLeaf(callable, args, result)) return result;
+        return runFastBody(*callable, args);
+    }
     if (callable->isLoadedChunk && !args.empty()) {
         throwPlainError("Loaded script chunks do not accept call arguments");
     }

@@ -234,6 +234,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&RequireScalar,
         &&Return,
         &&ReturnLeaf,
+        &&ReturnLeafMulti,
         &&ReturnNil,
         &&ReturnMulti,
         &&NewArray,
@@ -1004,6 +1005,12 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         DISPATCH();
     }
     ReturnLeaf : {
+        if (activations_.back().is(Activation::kEntry)) [[unlikely]] {
+            showToken();
+            result = std::move(R[at->a]);
+            activations_.pop_back();
+            return result;
+        }
         slot = R - 1;
         const bool byTokens = code->isTokenLeaf;
         if (byTokens) showToken();  // the callee may go with its slot
@@ -1022,10 +1029,38 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         goto called;
     }
 
+    ReturnLeafMulti : {
+        const std::size_t count = at->b;
+        declined_ = diverged_ = nullptr;
+        if (mayLeaveWithSeveral(count)) {
+            leaveWithSeveral(&R[at->a], count);
+            code = activations_.back().code;
+            R = activations_.back().base;
+            at = activations_.back().pc + 1;
+            NEXT();
+        }
+        R[at->a] = multiOf(&R[at->a], count);
+        if (activations_.back().is(Activation::kEntry)) {
+            result = std::move(R[at->a]);
+            activations_.pop_back();
+            return result;
+        }
+        lastCallWasScalar_ = false;
+        leaveLeaf(R[at->a]);
+        code = activations_.back().code;
+        R = activations_.back().base;
+        at = activations_.back().pc;
+        goto called;
+    }
+
     SpreadCall:
         slot = &R[at->a];
-        callee = directCode(*slot, at->b, at->m, *code);
+        argumentCount = at->b;
+        callee = directCode(*slot, argumentCount, at->m, *code);
         if (callee != nullptr) goto enterDirectly;
+        callee = readyLeaf(*slot);
+        if (callee == nullptr) callee = leafCode(*slot);
+        if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
         activations_.back().pc = at;
         if (isNative(*slot, BuiltinId::Pcall)) {
             const ProtectedEntry entered = enterProtected(slot, at->b, at->m);
@@ -1061,7 +1096,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (const Variable* found = calleeAtOnce(*code, R, site)) {
             // A line that makes no calls itself.
             const MachineCode* const leaf = readyLeaf(*found);
-            if (leaf != nullptr && !leaf->isTokenLeaf) NEXT();
+            if (leaf != nullptr && !leaf->isTokenLeaf && !leaf->givesSeveral) NEXT();
         }
         activations_.back().pc = at;
         moved = at;
@@ -1078,7 +1113,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             if (found != nullptr) {
                 callee = readyLeaf(*found);
                 if (callee == nullptr) callee = leafCode(*found);
-                if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) {
+                if (callee != nullptr && !callee->givesSeveral &&
+                    slot + 1 + callee->registerCount <= segmentEnd_) {
                     slot->overwrite(*found);
                     argumentCount = at->b;
                     goto enterLeaf;
@@ -1106,12 +1142,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     }
 
     ReturnMulti:
-        if (const std::size_t count = at->b; count <= kMostSpread && !code->forTurns &&
-                                             activations_.size() - 1 != entry &&
-                                             !needsAttention() && activations_.back().isPlain() &&
-                                             activations_.callSite()->op == Op::SpreadCall &&
-                                             activations_.callSite()[1].op == Op::Spread) {
-            leaveWithSeveral(&R[at->a], count);
+        if (!code->forTurns && mayLeaveWithSeveral(at->b)) {
+            leaveWithSeveral(&R[at->a], at->b);
             code = activations_.back().code;
             R = activations_.back().base;
             at = activations_.back().pc + 1;
@@ -1437,7 +1469,9 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (code->isLeaf) {
             // It has no position of its own but the last token.
             showPosition(*code, at);
+            const bool isEntry = activations_.back().is(Activation::kEntry);
             abandonActivation();
+            if (isEntry) throw;
             code = activations_.back().code;
             R = activations_.back().base;
             at = activations_.back().pc;

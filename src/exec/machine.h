@@ -37,6 +37,9 @@ public:
     /// there is no compiled form of it.
     [[nodiscard]] bool tryCall(const Shared<ScriptCallable>& callable, Arguments args,
                                Variable& result);
+    /// The same for a function of one line, without the count of calls.
+    [[nodiscard]] bool tryCallLeaf(const Shared<ScriptCallable>& callable, Arguments args,
+                                   Variable& result);
     /// Runs chunk 0 of a program. False, with nothing done, if there is no compiled form of it.
     [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                               BlockSignal& signal);
@@ -292,14 +295,18 @@ private:
         popPlain();
         slot->overwriteCountedByWords(value);  // the callee goes
     }
-    [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
+    [[gnu::always_inline]] void popLeaf() {
         const Activation& running = activations_.back();
-        Variable* const slot = running.slot;
-        const Variable::Words value = returned.takeWords();
         for (std::size_t i = 0; i < running.code->parameterCount; ++i) {
             running.base[i].overwriteNil();
         }
         activations_.pop_back();
+    }
+    [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
+        const Activation& running = activations_.back();
+        Variable* const slot = running.slot;
+        const Variable::Words value = returned.takeWords();
+        popLeaf();
         slot->overwriteCountedByWords(value);  // the callee goes
     }
     /// The variables of its blocks go.
@@ -316,6 +323,12 @@ private:
     void closeBlock(Activation& running, std::uint16_t state);
     [[nodiscard]] bool isHidden(Name name);
     void leaveWithSeveral(Variable* returned, std::size_t count);
+    /// The innermost activation was called for several targets, in code that goes on at once.
+    [[nodiscard, gnu::always_inline]] bool mayLeaveWithSeveral(std::size_t count) const {
+        return count <= kMostSpread && activations_.back().isPlain() && !needsAttention() &&
+               activations_.callSite()->op == Op::SpreadCall &&
+               activations_.callSite()[1].op == Op::Spread;
+    }
     void popFrames(const Activation& running);
     void abandonActivation();
     const Variable* calleeOf(const MachineCode& code, const Variable* registers,
@@ -325,6 +338,7 @@ private:
     bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                     Variable* slot, std::size_t count);
     const MachineCode* leafCode(const Variable& callee);
+    const MachineCode* leafCode(const ScriptCallable& callable);
     /// The code of a function of one line, if it has been made and stands; else null.
     [[nodiscard, gnu::always_inline]] const MachineCode* readyLeaf(const Variable& callee) const {
         if (callee.tag() != Variable::kFunctionTag || interpreter_.softErrorPending) return nullptr;

@@ -334,7 +334,11 @@ void Machine::leaveWithSeveral(Variable* returned, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) values[i] = returned[i].takeWords();
     Variable* const slot = activations_.back().slot;
     lastCallWasScalar_ = false;
-    popPlain();
+    if (activations_.back().code->isLeaf) {
+        popLeaf();
+    } else {
+        popPlain();
+    }
     slot->overwriteNil();
     const MachineInstruction& spread = activations_.back().pc[1];
     Variable* const targets = activations_.back().base + spread.b;
@@ -675,6 +679,45 @@ bool Machine::tryCall(const Shared<ScriptCallable>& callable, Arguments args, Va
         restore();
         throw;
     }
+    return true;
+}
+
+bool Machine::tryCallLeaf(const Shared<ScriptCallable>& callable, Arguments args,
+                          Variable& result) {
+    if (interpreter_.softErrorPending) return false;
+    const MachineCode* code = leafCode(*callable);
+    if (code == nullptr) return false;
+    activations_.reserveOne();
+    bool newSegment = false;
+    Variable* const slot = roomFor(top(), 0, std::size_t{1} + code->registerCount, newSegment);
+    *slot = Variable::makeFunction(callable);
+    for (std::size_t i = 0; i < code->parameterCount; ++i) {
+        slot[1 + i] = i < args.size() ? args[i] : Variable();
+    }
+#ifdef DOVREL_EMBEDDED
+    interpreter_.watch.count(1);
+#endif
+    const bool amongBlocks = interpreter_.blockScopeVisible();
+    Activation& entered = activations_.push();
+    entered.code = code;
+    entered.base = slot + 1;
+    entered.slot = slot;
+    entered.amongBlocks = amongBlocks;
+    entered.set(Activation::kEntry);
+    ++counts.calls;
+    declined_ = diverged_ = nullptr;
+    const auto restore = [&] {
+        clearArguments(slot, code->parameterCount);
+        declined_ = diverged_ = nullptr;
+        if (newSegment) dropSegment();
+    };
+    try {
+        result = run();
+    } catch (...) {
+        restore();
+        throw;
+    }
+    restore();
     return true;
 }
 

@@ -159,6 +159,7 @@ enum class MachineOp : std::uint8_t {
     RequireScalar,      // to, unless a is a scalar
     Return,             // a; m: it is no variable
     ReturnLeaf,         // a, from a function of one line
+    ReturnLeafMulti,    // a and the b - 1 values behind it, from there
     ReturnNil,
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
@@ -416,7 +417,8 @@ struct MachineCode {
     static constexpr std::uint32_t kNoVersion = static_cast<std::uint32_t>(-1);
     mutable Frame frame;
     bool forTurns = false;
-    bool isLeaf = false;  // the body of a function of one line
+    bool isLeaf = false;        // the body of a function of one line
+    bool givesSeveral = false;  // a leaf of several results
     // The tables of the instructions.
     std::vector<Variable> constants;
     std::vector<VariableRecord> variables;

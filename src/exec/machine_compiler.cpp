@@ -897,9 +897,12 @@ bool MachineCompiler::compileLeaf(const ParsedScriptLine& line, MachineDraft& dr
     isLeaf_ = true;
     out_.blockStates.emplace_back();
     allocate(unit_.parameters.size());
-    const std::uint16_t result = allocate();
+    const std::size_t count = line.hasCompiledReturnValues() ? line.returnValues.size() : 1;
+    const std::uint16_t result = allocate(count);
     if (line.hasCompiledReturnValues()) {
-        emitValue(line, line.returnValues[0], result);
+        for (std::size_t i = 0; i < count; ++i) {
+            emitValue(line, line.returnValues[i], static_cast<std::uint16_t>(result + i));
+        }
     } else {
         const TokenRange range{1, line.tokens.size()};
         const FastExpression form =
@@ -909,8 +912,13 @@ bool MachineCompiler::compileLeaf(const ParsedScriptLine& line, MachineDraft& dr
         if (!emitTokenValue(line, range, result)) return false;
         out_.isTokenLeaf = true;
     }
-    emit(Op::ReturnLeaf, result);
+    if (count == 1) {
+        emit(Op::ReturnLeaf, result);
+    } else {
+        emitABC(Op::ReturnLeafMulti, result, count, 0);
+    }
     out_.isLeaf = true;
+    out_.givesSeveral = count > 1;
     return finish(draft);
 }
 

@@ -112,12 +112,15 @@ bool Machine::compile(MachineFunction& function, bool amongBlocks) {
 const MachineCode* Machine::leafCode(const Variable& callee) {
     if (callee.tag() != Variable::kFunctionTag || interpreter_.softErrorPending) return nullptr;
     const ScriptCallable* callable = callee.rawFunction();
-    if (callable == nullptr || callable->isLeafRefused ||
-        callable->fastBodyKind != FastBodyKind::SingleReturn) {
+    return callable != nullptr ? leafCode(*callable) : nullptr;
+}
+
+const MachineCode* Machine::leafCode(const ScriptCallable& callable) {
+    if (callable.isLeafRefused || callable.fastBodyKind != FastBodyKind::SingleReturn) {
         return nullptr;
     }
-    const MachineCode* code = callable->leaf != nullptr ? callable->leaf->ready[0] : nullptr;
-    return code != nullptr ? code : renewLeaf(*callable);
+    const MachineCode* code = callable.leaf != nullptr ? callable.leaf->ready[0] : nullptr;
+    return code != nullptr ? code : renewLeaf(callable);
 }
 
 const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
@@ -129,9 +132,14 @@ const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
     }
     const ParsedScriptLine& line = (*callable.bodyLines)[callable.fastReturnLine];
     if (line.tokens.size() < 2) return nullptr;
-    if (line.hasCompiledReturnValues() &&
-        (line.returnValues.size() != 1 || line.returnValues[0].rootNode().holdsCall)) {
-        return nullptr;
+    if (line.hasCompiledReturnValues()) {
+        const auto holdsCall = [](const FastExpression& value) {
+            return value.rootNode().holdsCall;
+        };
+        const auto& values = line.returnValues;
+        if (values.size() > kMostSpread || std::any_of(values.begin(), values.end(), holdsCall)) {
+            return nullptr;
+        }
     }
     if (callable.leaf == nullptr) {
         callable.leaf = std::make_shared<MachineFunction>();
