@@ -360,8 +360,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             variable = variableForStore(*code, at->a);
             if (variable == nullptr) {
                 showPosition(*code, at);
-                interpreter_.throwError("Variable not found: " + record.name->text,
-                                        record.name->text);
+                interpreter_.throwError("Variable not found: " + record.name()->text,
+                                        record.name()->text);
             }
         }
         if (!updateNumber(*variable, at->m, R[at->b])) update(variable, *code, at, R[at->b]);
@@ -674,8 +674,13 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     SkipUnlessTrue:
     SkipIfTrue : {
         const bool skips = at->op == Op::SkipIfTrue;
-        moved = at;
-        if (!truth(*code, moved, R[at->a], holds)) goto declined;
+        const Variable& value = R[at->a];
+        if (isBoolValue(value)) {
+            holds = value.rawBool();
+        } else {
+            moved = at;
+            if (!truth(*code, moved, value, holds)) goto declined;
+        }
         if (holds == skips) {
             at = code->code.data() + at->d();
             DISPATCH();

@@ -378,10 +378,8 @@ private:
     /// Leaves the cache of a token that has met its global without a search as the search would.
     [[gnu::always_inline]] void touchGlobal(const VariableRecord& record) {
         const TokenAnalysis& token = *record.token;
-        if (record.isPlainInFrame) {
-            token.slotKind = SlotKind::Global;
-            token.slotDepth = static_cast<std::uint16_t>(interpreter_.frameScopes.size());
-        } else if (record.isInLeaf ? activations_.back().amongBlocks : record.amongBlocks) {
+        if (leadsToGlobal(record)) return;
+        if (record.isInLeaf ? activations_.back().amongBlocks : record.amongBlocks) {
             token.slotKind = SlotKind::None;
         } else if (!interpreter_.frameScopes.empty() || interpreter_.fastCallable != nullptr ||
                    record.isInLeaf) {
@@ -396,9 +394,24 @@ private:
     void getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void getPlace(const MachineCode& code, const MachineInstruction& at, Variable& target);
     void setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value);
+    /// The token's cache leads to its global at once, whatever the scopes hold.
+    [[nodiscard, gnu::always_inline]] bool leadsToGlobal(const VariableRecord& record) const {
+        const TokenAnalysis& token = *record.token;
+        return record.isPlain && token.slotKind == SlotKind::Global &&
+               token.slotDepth == static_cast<std::uint16_t>(interpreter_.frameScopes.size());
+    }
     [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
+        if (leadsToGlobal(record)) return record.global;
+        if (record.amongBlocks && record.token->slotKind == SlotKind::None &&
+            record.name()->scopeEntries == 0) {
+            return record.global;
+        }
+        return searchGlobal(record);
+    }
+    /// The same where a scope may hide the global.
+    [[gnu::noinline]] Variable* searchGlobal(const VariableRecord& record) {
         if (record.global == nullptr) return nullptr;
-        if (record.name->scopeEntries != 0 && isHidden(record.name)) return nullptr;
+        if (record.name()->scopeEntries != 0 && isHidden(record.name())) return nullptr;
         // A cache that leads into a scope is asked first: it may hit by an address.
         const SlotKind kind = record.token->slotKind;
         if (kind != SlotKind::Global && kind != SlotKind::None) return nullptr;
@@ -415,7 +428,7 @@ private:
     [[gnu::always_inline]] bool isNowhere(const VariableRecord& record) const {
         const TokenAnalysis& token = *record.token;
         return token.slotKind == SlotKind::None && token.globalSlotChecked &&
-               !token.globalSlotFound && record.name->scopeEntries == 0 && !record.isInLeaf &&
+               !token.globalSlotFound && record.name()->scopeEntries == 0 && !record.isInLeaf &&
                interpreter_.fastCallable == nullptr;
     }
     void declareNative(const VariableRecord& record, Variable& value);

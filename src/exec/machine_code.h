@@ -31,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/token_analysis.h"
 #include "value/names.h"
 #include "value/variable.h"
 
@@ -39,7 +40,6 @@ struct MachineFunction;
 struct FastExpression;
 struct ParsedScriptLine;
 struct ScriptCallable;
-struct TokenAnalysis;
 
 /// The instructions. `a`, `b`, `c` are registers unless it is said otherwise; `d` is the 32-bit
 /// operand in the place of `b` and `c`; "to" is the target of a jump, as a distance in `c` where
@@ -261,17 +261,17 @@ static_assert(sizeof(MachineInstruction) == 8);
 /// A token that names a variable.
 struct VariableRecord {
     const TokenAnalysis* token = nullptr;
-    Name name = nullptr;
     Variable* global = nullptr;  // once the token has met it
     // Its certain place, if it has one that the token has not met yet.
     bool hasPlace = false;
-    // Of a function that runs in a frame, where no block scope is visible.
-    bool isPlainInFrame = false;
+    bool isPlain = false;          // neither of the next two
     bool isInLeaf = false;         // of the body of a function of one line
     bool amongBlocks = false;      // a block scope is visible there
     std::uint16_t place = 0;       // register
     std::uint16_t frameDepth = 0;  // frame scopes between it and the top
     std::uint16_t entry = 0;       // in its scope
+
+    [[nodiscard]] Name name() const { return token->name; }
 };
 
 /// The names of a scope that code opens.

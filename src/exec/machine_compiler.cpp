@@ -459,8 +459,7 @@ void MachineCompiler::emitDeclareNative(const ParsedScriptLine& line, std::size_
                                         std::uint16_t value) {
     VariableRecord record;
     record.token = &line.tokenAnalysis[token];
-    record.name = record.token->name;
-    if (record.name == nullptr) ok_ = false;
+    if (record.name() == nullptr) ok_ = false;
     out_.variables.push_back(record);
     emitD(Op::DeclareNative, value, number(out_.variables.size() - 1));
 }

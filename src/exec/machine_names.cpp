@@ -13,13 +13,12 @@ bool MachineCompiler::contains(const std::vector<Name>& names, Name name) {
 std::uint16_t MachineCompiler::recordFor(const ParsedScriptLine& line, std::size_t token) {
     VariableRecord record;
     record.token = &line.tokenAnalysis[token];
-    record.name = record.token->name;
     record.amongBlocks = mode_.amongBlocks;
-    record.isPlainInFrame = unit_.hasFrame && !isLeaf_ && !mode_.amongBlocks;
-    if (record.name == nullptr) ok_ = false;
+    record.isPlain = !isLeaf_ && !mode_.amongBlocks;
+    if (record.name() == nullptr) ok_ = false;
     // A token that leads to another global than its name's stays with its cache.
-    if (record.token->globalSlotFound && record.name != nullptr &&
-        record.token->globalSlot == record.name->globalSlot) {
+    if (record.token->globalSlotFound && record.name() != nullptr &&
+        record.token->globalSlot == record.name()->globalSlot) {
         record.global = record.token->globalValue;
     }
     out_.variables.push_back(record);

@@ -118,8 +118,8 @@ const Variable* Machine::read(VariableRecord& record) {
     const LeafGuard leaf(*this, record.isInLeaf);
     const Variable* value = interpreter_.readVariable(*record.token);
     if (record.global == nullptr && value != nullptr && !record.hasPlace &&
-        record.token->globalSlotFound && record.token->globalSlot == record.name->globalSlot &&
-        value == record.token->globalValue && interpreter_.isInNoScope(record.name)) {
+        record.token->globalSlotFound && record.token->globalSlot == record.name()->globalSlot &&
+        value == record.token->globalValue && interpreter_.isInNoScope(record.name())) {
         record.global = record.token->globalValue;
     }
     return value;
@@ -127,9 +127,9 @@ const Variable* Machine::read(VariableRecord& record) {
 
 void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instruction,
                          VariableRecord& record, Op op) {
-    if (record.global != nullptr || !interpreter_.isInNoScope(record.name)) return;
+    if (record.global != nullptr || !interpreter_.isInNoScope(record.name())) return;
     const TokenAnalysis& token = *record.token;
-    if (!token.globalSlotFound || token.globalSlot != record.name->globalSlot) return;
+    if (!token.globalSlotFound || token.globalSlot != record.name()->globalSlot) return;
     if (token.globalValue == nullptr) return;
     record.global = token.globalValue;
     instruction.op = op;
@@ -143,8 +143,8 @@ void Machine::meetPlace(const MachineCode& code, const VariableRecord& record) {
         record.hasPlace
             ? token.slotKind == SlotKind::Frame && token.slotDepth == record.frameDepth &&
                   token.slotIndex == record.entry
-            : token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
-                  token.globalValue != nullptr && interpreter_.isInNoScope(record.name);
+            : token.globalSlotFound && token.globalSlot == record.name()->globalSlot &&
+                  token.globalValue != nullptr && interpreter_.isInNoScope(record.name());
     if (isMet) makeStale(code);
 }
 
@@ -200,14 +200,14 @@ void Machine::setVariable(const MachineCode& code, const MachineInstruction& at,
         meetPlace(code, record);
         return;
     }
-    static_cast<void>(record.name->globalSlot == kNoGlobalSlot
-                          ? interpreter_.resolveVariablePtr(record.name)
+    static_cast<void>(record.name()->globalSlot == kNoGlobalSlot
+                          ? interpreter_.resolveVariablePtr(record.name())
                           : nullptr);
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::SetGlobal);
 }
 
 void Machine::declareNative(const VariableRecord& record, Variable& value) {
-    interpreter_.assignVariable(record.name, value, ScopeTarget::Native);
+    interpreter_.assignVariable(record.name(), value, ScopeTarget::Native);
     value.setNil();
 }
 
@@ -219,8 +219,8 @@ Variable* Machine::variableForStore(const MachineCode& code, std::uint16_t index
     Variable* variable = interpreter_.variableForWriting(token);
     if (record.hasPlace) {
         meetPlace(code, record);
-    } else if (record.global == nullptr && interpreter_.isInNoScope(record.name) &&
-               token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
+    } else if (record.global == nullptr && interpreter_.isInNoScope(record.name()) &&
+               token.globalSlotFound && token.globalSlot == record.name()->globalSlot &&
                variable == token.globalValue) {
         record.global = variable;
     }
@@ -233,7 +233,7 @@ void Machine::storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
     const VariableRecord& record = code.variables[index];
     if (!isPlain) {
         showPosition(code, pc);
-        interpreter_.throwError("Variable not found: " + record.name->text, record.name->text);
+        interpreter_.throwError("Variable not found: " + record.name()->text, record.name()->text);
     }
     Variable base = makeContainerFor(keys[0]);
     // With several keys the variable is there before the walk, which may fail.

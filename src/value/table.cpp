@@ -131,13 +131,19 @@ const Variable* TableStorage::findInt(int key) const {
     return valueAt(digitsOf(key, buffer));
 }
 
-const Variable* TableStorage::findAndCount(const Text& key) const {
-    if (key->constantNumber != 0 && ++constantFinds_ >= kFindsBeforeRecent) {
+const Variable* TableStorage::findAndRemember(const Text& key) const {
+    const Variable* value = valueAt(key);
+    if (key->constantNumber == 0) return value;
+    if (recent_ != nullptr) {
+        if (value != nullptr) {
+            (*recent_)[key->constantNumber % kRecentFinds] = {key.get(), value};
+        }
+    } else if (++constantFinds_ >= kFindsBeforeRecent) {
         constantFinds_ = 0;
         // Without it, finding only takes longer.
         recent_.reset(new (std::nothrow) std::array<RecentFind, kRecentFinds>());
     }
-    return valueAt(key);
+    return value;
 }
 
 const Variable* TableStorage::findValue(const Variable& key) const {

@@ -81,16 +81,13 @@ public:
 
     // The value under a key, or null. Its address holds until `generation` moves.
     [[nodiscard]] const Variable* find(std::string_view key) const { return valueAt(key); }
-    [[nodiscard]] const Variable* find(const Text& key) const {
-        if (recent_ != nullptr && key->constantNumber != 0) {
+    [[nodiscard, gnu::always_inline]] const Variable* find(const Text& key) const {
+        if (recent_ != nullptr) {
             // The keys of one kind of record are constants side by side, so they seldom meet.
-            RecentFind& recent = (*recent_)[key->constantNumber % kRecentFinds];
+            const RecentFind& recent = (*recent_)[key->constantNumber % kRecentFinds];
             if (recent.key == key.get()) return recent.value;
-            const Variable* value = valueAt(key);
-            if (value != nullptr) recent = {key.get(), value};
-            return value;
         }
-        return findAndCount(key);
+        return findAndRemember(key);
     }
     [[nodiscard]] Variable* find(std::string_view key) {
         return const_cast<Variable*>(valueAt(key));
@@ -150,7 +147,7 @@ private:
     static constexpr std::size_t kRecentFinds = 8;
     static constexpr std::uint8_t kFindsBeforeRecent = 8;
 
-    [[nodiscard]] const Variable* findAndCount(const Text& key) const;
+    [[nodiscard]] const Variable* findAndRemember(const Text& key) const;
     [[noreturn]] static void throwKeyNotFound();
     [[nodiscard]] static std::uint64_t nextGeneration() noexcept;
 
