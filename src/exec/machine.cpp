@@ -638,6 +638,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 code = next;
                 running.code = next;
                 running.blockState = next->loopStates[loop];
+                // With nothing put off, the same blocks are open in the new code.
+                if (!interpreter_.blockScopes.isPutOff()) running.openState = running.blockState;
                 at = code->code.data() + code->loopEnds[loop];
                 if (at->op != Op::JumpBack) DISPATCH();
             }
@@ -956,7 +958,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 DISPATCH();
             }
         }
-        callOther(slot, argumentCount, at->m);
+        if (callOther(slot, argumentCount, at->m, entry)) return {};
     called:
         if (needsAttention()) goto attend;
         NEXT();

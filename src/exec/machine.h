@@ -245,7 +245,10 @@ private:
     void answerProtectedCall(Variable* pcall, bool ok, Variable& result);
     bool failProtectedCall(std::size_t entry, const char* message);
     void pushVarargs(Variable* extra, std::size_t count);
-    void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
+    /// True if the call has ended the turn of a coroutine: the loop is left then, with activation
+    /// `entry` and all behind it.
+    bool callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry);
+    [[nodiscard]] bool isStatementOfTurn(std::size_t entry);
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();

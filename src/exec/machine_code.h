@@ -423,7 +423,7 @@ struct MachineCode {
     std::uint32_t registerCount = 0;
     bool hasBlock = false;         // the code opens a block scope of its own at its start
     std::uint16_t chunkValue = 0;  // register of the chunk's value
-    bool isStale = false;          // tokens have met their places since
+    mutable bool isStale = false;  // tokens have met their places since
     bool forTurns = false;
     bool isLeaf = false;       // the body of a function of one line
     bool isTokenLeaf = false;  // the same by the rules of the token-stream evaluator
@@ -437,4 +437,9 @@ struct MachineCode {
     std::vector<std::uint16_t> loopStates;  // the block state there
 
     [[nodiscard]] bool isUsable() const { return !code.empty(); }
+    /// The two forms are made anew together.
+    void markStale() const {
+        isStale = true;
+        if (forTurns) other->isStale = true;
+    }
 };

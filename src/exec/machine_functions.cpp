@@ -187,9 +187,12 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
         ++form.renewals;
         if (compile(function, amongBlocks)) ++counts.recompiled;
     }
-    // What its tokens meet from now on is not worth another.
-    if (form.renewals >= kMostRenewals) form.versions.back()->plain->isStale = false;
     const MachineCode& plain = *form.versions.back()->plain;
+    // What its tokens meet from now on is not worth another.
+    if (form.renewals >= kMostRenewals) {
+        plain.isStale = false;
+        if (plain.other != nullptr) plain.other->isStale = false;
+    }
     function.ready[amongBlocks ? 1 : 0] = &plain;
     return givesTurns() ? turnsOf(plain) : &plain;
 }

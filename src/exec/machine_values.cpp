@@ -133,7 +133,7 @@ void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instructio
     if (token.globalValue == nullptr) return;
     record.global = token.globalValue;
     instruction.op = op;
-    const_cast<MachineCode&>(code).isStale = true;
+    code.markStale();
 }
 
 /// The code is to be made anew if the token leads to the record's place, or to a global, by now.
@@ -145,7 +145,7 @@ void Machine::meetPlace(const MachineCode& code, const VariableRecord& record) {
                   token.slotIndex == record.entry
             : token.globalSlotFound && token.globalSlot == record.name->globalSlot &&
                   token.globalValue != nullptr && interpreter_.isInNoScope(record.name);
-    if (isMet) const_cast<MachineCode&>(code).isStale = true;
+    if (isMet) code.markStale();
 }
 
 void Machine::getVariable(const MachineCode& code, const MachineInstruction& at, Variable& target) {
@@ -159,7 +159,7 @@ void Machine::getVariable(const MachineCode& code, const MachineInstruction& at,
         target.setNil();
     }
     if (record.isInLeaf && record.token->slotKind == SlotKind::Parameter) {
-        const_cast<MachineCode&>(code).isStale = true;
+        code.markStale();
         return;
     }
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::GetGlobal);
@@ -184,7 +184,7 @@ void Machine::getPlace(const MachineCode& code, const MachineInstruction& at, Va
     instruction.op = Op::Move;
     instruction.b = record.place;
     instruction.c = 0;
-    const_cast<MachineCode&>(code).isStale = true;
+    code.markStale();
 }
 
 void Machine::setVariable(const MachineCode& code, const MachineInstruction& at, Variable& value) {

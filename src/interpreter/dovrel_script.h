@@ -479,7 +479,8 @@ public:
     /// What the native `kill` does.
     void killCoroutine();
 
-    std::shared_ptr<CoroutineState> scheduledCoroutine;    // the one that gets turns
+    // The one that gets turns; null while its turn runs.
+    std::shared_ptr<CoroutineState> scheduledCoroutine;
     std::shared_ptr<CoroutineState> replacementCoroutine;  // started inside the running turn
     std::exception_ptr pendingCoroutineException;          // a turn's failure, not yet raised
     bool inCoroutineTurn = false;
