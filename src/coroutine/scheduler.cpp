@@ -159,6 +159,7 @@ void DovrelScript::killCoroutine() {
     if (inCoroutineTurn) {
         coroutineTurnEnded = true;
         replacementCoroutine.reset();
+        if (callDepth == lastCallDepth) return;
         throw CoroutineTerminated();
     }
     scheduledCoroutine.reset();

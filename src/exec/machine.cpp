@@ -153,7 +153,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&DeclareBlock,
         &&DeclareFrame,
         &&DeclareFrameOnce,
-        &&DeclareNative,
+        &&DeclareByName,
         &&Add,
         &&Subtract,
         &&Multiply,
@@ -399,8 +399,9 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (scope.size() == static_cast<std::size_t>(at->d())) scope.declareNext();
         NEXT();
     }
-    DeclareNative:
-        declareNative(code->variables[static_cast<std::size_t>(at->d())], R[at->a]);
+    DeclareByName:
+        declareByName(code->variables[static_cast<std::size_t>(at->d())], R[at->a],
+                      static_cast<ScopeTarget>(at->m));
         NEXT();
 
     Add : {

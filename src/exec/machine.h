@@ -5,6 +5,7 @@
 //   machine_calls.cpp     calls, returns, errors, what goes by the executor
 //   machine_walks.cpp     generic `for`
 //   machine_functions.cpp code for functions and programs, made when it is needed
+//   machine_turns.cpp     the lines of a coroutine's turns
 #pragma once
 
 #include <algorithm>
@@ -40,6 +41,10 @@ public:
     [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                               BlockSignal& signal);
 
+    /// Runs a line of the body of a coroutine, which is neither a block nor a `return`, as the
+    /// statement of the running turn. False, with nothing done, if there is no compiled form of it.
+    [[nodiscard]] bool runTurnLine(const ScriptCallable& callable, std::size_t index);
+
     /// The text of a constant of compiled code: the same for equal constants, as far as they are
     /// short.
     [[nodiscard]] Text constantText(const std::string& text);
@@ -56,6 +61,8 @@ public:
         std::uint64_t recompiled = 0;
         std::uint64_t refused = 0;
         std::uint64_t calls = 0;           // of compiled functions
+        std::uint64_t turnLines = 0;       // lines of coroutines that have run
+        std::uint64_t quietEnds = 0;       // of turns, which took no exception
         std::uint64_t byExecutor = 0;      // statements that went by the executor
         std::uint64_t byTiers = 0;         // expressions that went by the tiers
         std::uint64_t blocksOpened = 0;    // block scopes that somebody has looked at
@@ -99,6 +106,7 @@ private:
         static constexpr std::uint8_t kVarargs = 16;
         static constexpr std::uint8_t kSegment = 32;    // its registers begin a segment
         static constexpr std::uint8_t kProtected = 64;  // it returns to a protected call
+        static constexpr std::uint8_t kTurn = 128;      // the line of a turn; a program, too
 
         [[nodiscard]] bool is(std::uint8_t mark) const { return (marks & mark) != 0; }
         void set(std::uint8_t mark, bool holds = true) {
@@ -183,6 +191,9 @@ private:
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
     MachineFunction* functionOf(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
+    const MachineCode* turnLineCode(const ScriptCallable& callable, std::size_t index);
+    bool compileTurnLine(const ScriptCallable& callable, std::size_t index,
+                         MachineFunction& function);
     [[nodiscard]] bool givesTurns() const {
         return !interpreter_.inCoroutineTurn && (interpreter_.scheduledCoroutine != nullptr ||
                                                  interpreter_.pendingCoroutineException != nullptr);
@@ -249,6 +260,7 @@ private:
     /// `entry` and all behind it.
     bool callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry);
     [[nodiscard]] bool isStatementOfTurn(std::size_t entry);
+    class LastCall;
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
@@ -390,7 +402,7 @@ private:
                !token.globalSlotFound && record.name->scopeEntries == 0 && !record.isInLeaf &&
                interpreter_.fastCallable == nullptr;
     }
-    void declareNative(const VariableRecord& record, Variable& value);
+    void declareByName(const VariableRecord& record, Variable& value, ScopeTarget target);
     Variable* variableForStore(const MachineCode& code, std::uint16_t index);
     void storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
                       std::span<const Variable> keys, const Variable& value, bool isPlain);

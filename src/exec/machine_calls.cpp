@@ -457,14 +457,38 @@ void Machine::clearArguments(Variable* slot, std::size_t count) {
     for (std::size_t i = 0; i <= count; ++i) slot[i].setNil();
 }
 
-/// The call of activation `entry` is the whole statement of a coroutine's turn, so that nothing is
-/// left to be done behind it.
+/// Activation `entry` is the statement of a coroutine's turn, or the only call in it: nothing is
+/// left to be done behind it, whatever has been called from there.
 bool Machine::isStatementOfTurn(std::size_t entry) {
     const std::size_t inner = activations_.size() - 1 - entry;
+    const Activation& outermost = activations_.around(inner);
+    if (outermost.is(Activation::kTurn)) return true;
     return interpreter_.inCoroutineTurn && interpreter_.lastCallDepth != 0 &&
            interpreter_.callDepth - inner == interpreter_.lastCallDepth &&
-           !activations_.around(inner).is(Activation::kProgram);
+           !outermost.is(Activation::kProgram);
 }
+
+/// A call that may end the running turn as the last thing that happens in it, so that the end is
+/// passed on by returning: an exception takes a hundred times as long.
+class Machine::LastCall {
+public:
+    LastCall(DovrelScript& interpreter, bool isLast)
+        : interpreter_(interpreter), outer_(interpreter.lastCallDepth), isLast_(isLast) {
+        if (isLast) interpreter.lastCallDepth = interpreter.callDepth + 1;
+    }
+    ~LastCall() {
+        if (isLast_) interpreter_.lastCallDepth = outer_;
+    }
+    LastCall(const LastCall&) = delete;
+    LastCall& operator=(const LastCall&) = delete;
+
+    [[nodiscard]] bool hasEndedTurn() const { return isLast_ && interpreter_.coroutineTurnEnded; }
+
+private:
+    DovrelScript& interpreter_;
+    std::uint64_t outer_;
+    bool isLast_;
+};
 
 /// A callee that does not run in this loop.
 bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry) {
@@ -474,19 +498,12 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
     const ScriptCallable* callable =
         slot->type == VarType::Function ? slot->asFunction().get() : nullptr;
     lastCallWasScalar_ = false;
-    if (callable != nullptr && callable->isDecay && isStatementOfTurn(entry)) {
-        // The end of the turn is passed on by returning, for which an exception takes a hundred
-        // times as long.
-        const std::uint64_t statementDepth =
-            std::exchange(interpreter_.lastCallDepth, interpreter_.callDepth + 1);
-        try {
-            static_cast<void>(interpreter_.invokeCallableFast(*slot, args));
-        } catch (...) {
-            interpreter_.lastCallDepth = statementDepth;
-            throw;
-        }
-        return true;
-    }
+    // What starts a coroutine, and the native `kill`, which has no id.
+    const LastCall lastCall(
+        interpreter_,
+        interpreter_.inCoroutineTurn && callable != nullptr &&
+            (callable->isDecay || (callable->isNative && callable->builtinId == BuiltinId::None)) &&
+            isStatementOfTurn(entry));
     if (callable != nullptr && callable->isNative && !callable->isDecay) {
         if ((marks & kDiscards) != 0 && callable->builtinId == BuiltinId::Assert) {
             // A statement of its own: it is no call.
@@ -517,6 +534,10 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
         interpreter_.settleMemoryIfDue();
     } else {
         result = interpreter_.invokeCallableFast(*slot, args);
+    }
+    if (lastCall.hasEndedTurn()) {
+        ++counts.quietEnds;
+        return true;
     }
     clearArguments(slot, count);
     *slot = std::move(result);
@@ -821,8 +842,8 @@ void Machine::showPosition(const MachineCode& code, Pc pc) {
 void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
     const MachineCode& code = *at.code;
     token = "script";
-    if (code.statements.empty()) return;
     showPosition(code, pc);
+    if (code.statements.empty() || code.isTurnLine) return;
     if (pc->op == Op::ForNext && (pc->m & kCountsOutside) != 0) {
         token = "for";
         return;

@@ -68,7 +68,7 @@ enum class MachineOp : std::uint8_t {
     DeclareBlock,      // goes to block state d: the top block's next entry is in its register
     DeclareFrame,      // the same of the top frame scope
     DeclareFrameOnce,  // the same, if it has d entries: an earlier turn may have done it
-    DeclareNative,     // the variable of record d in the top frame scope = a, which goes
+    DeclareByName,     // the variable of record d = a, which goes; m: ScopeTarget, no default
     // Arithmetic: a = b op c, in the order of the node kinds. `m` holds a MachineTier and marks.
     Add,
     Subtract,
@@ -427,6 +427,7 @@ struct MachineCode {
     bool forTurns = false;
     bool isLeaf = false;       // the body of a function of one line
     bool isTokenLeaf = false;  // the same by the rules of the token-stream evaluator
+    bool isTurnLine = false;   // a line of a coroutine; it has one statement, without a place
     MachineFunction* function = nullptr;
     const BytecodeProgram* program = nullptr;
     std::uint16_t parameterCount = 0;
