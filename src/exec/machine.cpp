@@ -235,6 +235,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&Return,
         &&ReturnLeaf,
         &&ReturnNil,
+        &&EndTurnLine,
         &&ReturnMulti,
         &&NewArray,
         &&NewTable,
@@ -1165,6 +1166,10 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         at = activations_.back().pc;
         NEXT();
     }
+    EndTurnLine:
+        showToken();
+        popTurnLine();
+        return result;
     leaveSlowly:
         showToken();
         slot = returned;

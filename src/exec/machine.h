@@ -264,6 +264,12 @@ private:
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
+    /// The end of a line of a turn, which has pushed nothing.
+    void popTurnLine() {
+        const bool hasSegment = activations_.back().is(Activation::kSegment);
+        activations_.pop_back();
+        if (hasSegment) dropSegment();
+    }
     /// The end of the innermost activation, which `isPlain` and has no walk.
     [[gnu::always_inline]] void popPlain() {
         const Activation& running = activations_.back();

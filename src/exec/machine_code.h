@@ -160,6 +160,7 @@ enum class MachineOp : std::uint8_t {
     Return,             // a; m: it is no variable
     ReturnLeaf,         // a, from a function of one line
     ReturnNil,
+    EndTurnLine,  // the end of a line of a coroutine
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
     NewTable,     // a = table site d, from its registers

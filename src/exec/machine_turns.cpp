@@ -32,9 +32,8 @@ bool MachineCompiler::compileTurnLine(const ParsedScriptLine& line, MachineDraft
     MachineStatement statement;
     statement.runsCode = true;  // the turn has made its line the current one
     out_.statements.push_back(statement);
-    out_.chunkValue = allocate();
     if (!emitTurnLine(line)) return false;
-    emitD(Op::ReturnNil, 0, 0, kReturnsNothing);
+    emit(Op::EndTurnLine);
     return finish(draft);
 }
 
@@ -144,19 +143,17 @@ bool Machine::runTurnLine(const ScriptCallable& callable, std::size_t index) {
     const MachineCode* code = turnLineCode(callable, index);
     if (code == nullptr) return false;
     activations_.reserveOne();
-    Activation entered;
+    bool hasSegment = false;
+    Variable* const base = roomFor(top(), 0, code->registerCount, hasSegment);
+    Activation& entered = activations_.push();
     entered.code = code;
+    entered.base = base;
     entered.lineAtEntry = interpreter_.currentLine;
     entered.frames = static_cast<std::uint32_t>(interpreter_.frameScopes.size());
     entered.blocks = static_cast<std::uint32_t>(interpreter_.blockScopes.open().size());
     entered.walks = static_cast<std::uint32_t>(walks_.size());
-    entered.set(Activation::kEntry);
-    entered.set(Activation::kProgram);
-    entered.set(Activation::kTurn);
-    bool hasSegment = false;
-    entered.base = roomFor(top(), 0, code->registerCount, hasSegment);
+    entered.marks = Activation::kEntry | Activation::kProgram | Activation::kTurn;
     entered.set(Activation::kSegment, hasSegment);
-    activations_.push() = entered;
     ++counts.turnLines;
     // The code may go with the coroutine, and nothing is to lead into it then.
     try {
