@@ -41,11 +41,9 @@ public:
           currentLineNumber_(std::exchange(interpreter.currentLineNumber, 0)),
           lastTokenIndex_(std::exchange(interpreter.lastTokenIndex, 0)),
           currentLine_(std::exchange(interpreter.currentLine, nullptr)),
-          ownsLineText_(currentLine_ == &interpreter.currentLineTextOverride),
           retiredCallable_(std::move(interpreter.retiredCallable)),
           retiredLine_(std::exchange(interpreter.retiredLine, nullptr)) {
-        // Nobody reads a text that the current line is not in.
-        if (ownsLineText_) interpreter.currentLineTextOverride.swap(lineText_);
+        swapUnlessEmpty(interpreter.currentLineTextOverride, lineText_);
     }
     void giveBack(DovrelScript& interpreter) {
         interpreter.fastCallable = fastCallable_;
@@ -53,8 +51,9 @@ public:
         interpreter.fastFrameBase = fastFrameBase_;
         interpreter.currentLineNumber = currentLineNumber_;
         interpreter.lastTokenIndex = lastTokenIndex_;
+        // It may point to the text that comes back to where it was.
         interpreter.currentLine = currentLine_;
-        if (ownsLineText_) interpreter.currentLineTextOverride.swap(lineText_);
+        swapUnlessEmpty(interpreter.currentLineTextOverride, lineText_);
         // What the turn has left goes last, since it may be a callable's last reference.
         interpreter.retiredCallable.swap(retiredCallable_);
         interpreter.retiredLine = retiredLine_;
@@ -67,7 +66,6 @@ private:
     std::size_t currentLineNumber_;
     std::size_t lastTokenIndex_;
     const std::string* currentLine_;
-    bool ownsLineText_;
     std::string lineText_;
     Shared<ScriptCallable> retiredCallable_;
     const std::string* retiredLine_;
