@@ -9,66 +9,80 @@
 
 namespace {
 
+/// Exchanges what both flows seldom have.
+template <typename Contents>
+void swapUnlessEmpty(Contents& ours, Contents& theirs) {
+    if (!ours.empty() || !theirs.empty()) ours.swap(theirs);
+}
+
 /// Exchanges the interpreter's per-flow state with a coroutine's.
 void swapFlow(DovrelScript& interpreter, FlowState& flow) {
     interpreter.frameScopes.swap(flow.frameScopes);
     interpreter.blockScopes.swap(flow.blockScopes);
     std::swap(interpreter.blockScopeFloor, flow.blockScopeFloor);
-    std::swap(interpreter.baseDirectoryStack, flow.baseDirectoryStack);
-    std::swap(interpreter.scriptNameStack, flow.scriptNameStack);
-    std::swap(interpreter.varargStack, flow.varargStack);
+    swapUnlessEmpty(interpreter.baseDirectoryStack, flow.baseDirectoryStack);
+    swapUnlessEmpty(interpreter.scriptNameStack, flow.scriptNameStack);
+    swapUnlessEmpty(interpreter.varargStack, flow.varargStack);
     std::swap(interpreter.callDepth, flow.callDepth);
-    std::swap(interpreter.protectedCallDepths, flow.protectedCallDepths);
+    swapUnlessEmpty(interpreter.protectedCallDepths, flow.protectedCallDepths);
     std::swap(interpreter.softErrorPending, flow.softErrorPending);
     std::swap(interpreter.softErrorDepth, flow.softErrorDepth);
-    std::swap(interpreter.softErrorMessage, flow.softErrorMessage);
+    swapUnlessEmpty(interpreter.softErrorMessage, flow.softErrorMessage);
     interpreter.noteAttention();
 }
 
-/// The position and the running fast call of the main flow, which a turn starts without.
-struct MainFlowPosition {
-    const ScriptCallable* fastCallable = nullptr;
-    Arguments fastArgs;
-    std::size_t fastFrameBase = 0;
-    std::size_t currentLineNumber = 0;
-    std::size_t lastTokenIndex = 0;
-    const std::string* currentLine = nullptr;
-    std::string currentLineTextOverride;
-    Shared<ScriptCallable> retiredCallable;
-    const std::string* retiredLine = nullptr;
-
-    void exchange(DovrelScript& interpreter) {
-        std::swap(interpreter.fastCallable, fastCallable);
-        std::swap(interpreter.fastArgs, fastArgs);
-        std::swap(interpreter.fastFrameBase, fastFrameBase);
-        std::swap(interpreter.currentLineNumber, currentLineNumber);
-        std::swap(interpreter.lastTokenIndex, lastTokenIndex);
-        // The override is where `currentLine` may point, so the two travel together.
-        const bool ownsText = interpreter.currentLine == &interpreter.currentLineTextOverride;
-        const bool owned = currentLine == &currentLineTextOverride;
-        std::swap(interpreter.currentLine, currentLine);
-        std::swap(interpreter.currentLineTextOverride, currentLineTextOverride);
-        if (ownsText) currentLine = &currentLineTextOverride;
-        if (owned) interpreter.currentLine = &interpreter.currentLineTextOverride;
-        std::swap(interpreter.retiredCallable, retiredCallable);
-        std::swap(interpreter.retiredLine, retiredLine);
+/// The position and the running fast call of the main flow, taken from the interpreter for a turn,
+/// which starts without.
+class MainFlowPosition {
+public:
+    explicit MainFlowPosition(DovrelScript& interpreter)
+        : fastCallable_(std::exchange(interpreter.fastCallable, nullptr)),
+          fastArgs_(std::exchange(interpreter.fastArgs, Arguments())),
+          fastFrameBase_(std::exchange(interpreter.fastFrameBase, 0)),
+          currentLineNumber_(std::exchange(interpreter.currentLineNumber, 0)),
+          lastTokenIndex_(std::exchange(interpreter.lastTokenIndex, 0)),
+          currentLine_(std::exchange(interpreter.currentLine, nullptr)),
+          retiredCallable_(std::move(interpreter.retiredCallable)),
+          retiredLine_(std::exchange(interpreter.retiredLine, nullptr)) {
+        swapUnlessEmpty(interpreter.currentLineTextOverride, lineText_);
     }
+    void giveBack(DovrelScript& interpreter) {
+        interpreter.fastCallable = fastCallable_;
+        interpreter.fastArgs = fastArgs_;
+        interpreter.fastFrameBase = fastFrameBase_;
+        interpreter.currentLineNumber = currentLineNumber_;
+        interpreter.lastTokenIndex = lastTokenIndex_;
+        // It may point to the text that comes back to where it was.
+        interpreter.currentLine = currentLine_;
+        swapUnlessEmpty(interpreter.currentLineTextOverride, lineText_);
+        // What the turn has left goes last, since it may be a callable's last reference.
+        interpreter.retiredCallable.swap(retiredCallable_);
+        interpreter.retiredLine = retiredLine_;
+    }
+
+private:
+    const ScriptCallable* fastCallable_;
+    Arguments fastArgs_;
+    std::size_t fastFrameBase_;
+    std::size_t currentLineNumber_;
+    std::size_t lastTokenIndex_;
+    const std::string* currentLine_;
+    std::string lineText_;
+    Shared<ScriptCallable> retiredCallable_;
+    const std::string* retiredLine_;
 };
 
 /// A turn under way: the coroutine's state is the interpreter's while this lives.
 class TurnGuard {
 public:
     TurnGuard(DovrelScript& interpreter, CoroutineState& state)
-        : interpreter_(interpreter), state_(state) {
+        : interpreter_(interpreter), state_(state), main_(interpreter) {
         interpreter.inCoroutineTurn = true;
-        interpreter.coroutineTurnEnded = false;
-        interpreter.replacementCoroutine.reset();
         swapFlow(interpreter, state.flow);
-        main_.exchange(interpreter);
         interpreter.lastToken.clear();
     }
     ~TurnGuard() {
-        main_.exchange(interpreter_);
+        main_.giveBack(interpreter_);
         swapFlow(interpreter_, state_.flow);
         interpreter_.inCoroutineTurn = false;
     }
@@ -84,6 +98,8 @@ private:
 /// Runs one turn; true when the coroutine has finished or has been told to end. A standard
 /// exception leaves located, with the coroutine's line.
 bool runTurn(DovrelScript& interpreter, CoroutineState& state) {
+    // Opens what the main flow has put off. It may find no memory, and nothing has changed yet.
+    static_cast<void>(interpreter.blockScopes.size());
     const TurnGuard turn(interpreter, state);
     const ObservedTurn observed(interpreter, state);
     try {
@@ -99,8 +115,11 @@ bool runTurn(DovrelScript& interpreter, CoroutineState& state) {
 }  // namespace
 
 void DovrelScript::serviceScheduledCoroutineTurn() {
-    const std::shared_ptr<CoroutineState> running = scheduledCoroutine;
-    if (running == nullptr) return;
+    if (scheduledCoroutine == nullptr) return;
+    // Nothing is scheduled while a turn runs, so calls in it have nothing to look after.
+    std::shared_ptr<CoroutineState> running = std::move(scheduledCoroutine);
+    coroutineTurnEnded = false;
+    replacementCoroutine.reset();
     bool finished = false;
     try {
         finished = runTurn(*this, *running);
@@ -108,16 +127,15 @@ void DovrelScript::serviceScheduledCoroutineTurn() {
         // A failing coroutine is gone; its error goes to the main flow.
         coroutineTurnEnded = false;
         replacementCoroutine.reset();
-        if (scheduledCoroutine == running) scheduledCoroutine.reset();
         noteAttention();
         throw;
     }
-    if (coroutineTurnEnded && replacementCoroutine != nullptr) {
+    if (coroutineTurnEnded) {
         scheduledCoroutine = std::move(replacementCoroutine);
-    } else if ((coroutineTurnEnded || finished) && scheduledCoroutine == running) {
-        scheduledCoroutine.reset();
+        coroutineTurnEnded = false;
+    } else if (!finished) {
+        scheduledCoroutine = std::move(running);
     }
-    coroutineTurnEnded = false;
     replacementCoroutine.reset();
     noteAttention();
 }
@@ -145,6 +163,7 @@ void DovrelScript::killCoroutine() {
     if (inCoroutineTurn) {
         coroutineTurnEnded = true;
         replacementCoroutine.reset();
+        if (callDepth == lastCallDepth) return;
         throw CoroutineTerminated();
     }
     scheduledCoroutine.reset();

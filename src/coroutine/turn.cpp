@@ -12,6 +12,7 @@
 #include "eval/errors.h"
 #include "exec/for_header.h"
 #include "exec/function_declaration.h"
+#include "exec/machine.h"
 #include "frontend/line_preparation.h"
 #include "interpreter/dovrel_script.h"
 #include "value/numbers.h"
@@ -70,7 +71,7 @@ private:
     void enterLoop(CoroutineFrameKind kind, std::size_t index, std::size_t header);
     Step declare(std::size_t index);
     Step runBreak();
-    Step runPlainLine(const ParsedScriptLine& line);
+    Step runPlainLine(const ParsedScriptLine& line, std::size_t index);
     void stepWhile();
     void stepRepeat();
     Step stepNumericFor();
@@ -201,7 +202,7 @@ CoroutineTurn::Step CoroutineTurn::stepLine(std::size_t index) {
             begin(index);
             return finish();
         case LineKind::Break: begin(index); return runBreak();
-        default: begin(index); return runPlainLine(line);
+        default: begin(index); return runPlainLine(line, index);
     }
 }
 
@@ -257,10 +258,12 @@ CoroutineTurn::Step CoroutineTurn::runBreak() {
     return turnOver();
 }
 
-CoroutineTurn::Step CoroutineTurn::runPlainLine(const ParsedScriptLine& line) {
-    const LastCallGuard lastCall(interpreter_, line);
-    Variable value;
-    interpreter_.executePlainLine(line, value, DovrelScript::DiscardedCall::ClearsValue);
+CoroutineTurn::Step CoroutineTurn::runPlainLine(const ParsedScriptLine& line, std::size_t index) {
+    if (!interpreter_.machine->runTurnLine(*state_.callable, index)) {
+        const LastCallGuard lastCall(interpreter_, line);
+        Variable value;
+        interpreter_.executePlainLine(line, value, DovrelScript::DiscardedCall::ClearsValue);
+    }
     if (unwinding() || interpreter_.coroutineTurnEnded) return finish();
     ++top().nextLine;
     return turnOver();

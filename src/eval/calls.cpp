@@ -345,7 +345,7 @@ void DovrelScript::startCoroutine(const Shared<ScriptCallable>& callable, Argume
     if (!callable->scriptName.empty()) {
         state->flow.scriptNameStack.push_back(&callable->scriptName);
     }
-    state->flow.blockScopes.push(4);
+    state->flow.blockScopes.push(0);
     CoroutineFrame frame;
     frame.endLine = callable->bodyLines != nullptr ? callable->bodyLines->size() : 0;
     frame.ownsBlockScope = true;

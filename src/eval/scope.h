@@ -63,7 +63,7 @@ public:
     /// Appends an entry with nil without looking for an older one of that name. Returns its value.
     Variable& append(Name name) {
         countNames();
-        if (count_ == room()) grow(2 * room() + 1);
+        if (count_ == room()) grow(room() == 0 ? 4 : 2 * room() + 1);
         // The names of compiled code stand in their places already, and are not ours to write.
         if (names_[count_] != name) names_[count_] = name;
         ++name->scopeEntries;
@@ -279,9 +279,7 @@ public:
     /// Other scopes take the place of these, for a flow of their own or to come back from it.
     void swap(ScopeStack& other) {
         // Behind this, the source has nothing left to open among those that go.
-        if (source_ != nullptr) source_->openBlocks();
-        isPutOff_ = false;
-        scopes_.swap(other);
+        opened().swap(other);
     }
 
     /// Who puts off opening block scopes; it lives as long as these are in use.

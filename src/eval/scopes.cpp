@@ -233,6 +233,13 @@ Variable* DovrelScript::assignableGlobal(std::size_t slot, const std::string& na
 }
 
 Variable* DovrelScript::resolveExistingVariableFastMutable(const TokenAnalysis& token) {
+    // Among blocks no cache leads to a global, but one that the token has met and that nothing
+    // hides is what the search below would find.
+    if (token.slotKind == SlotKind::None && token.globalSlotFound &&
+        token.globalSlot == token.name->globalSlot && blockScopeVisible() &&
+        token.globalValue != nullptr && isInNoScope(token.name)) {
+        return token.globalValue;
+    }
     if (token.slotKind == SlotKind::Global) {
         if (!blockScopeVisible() && frameScopes.size() == token.slotDepth &&
             token.globalSlotFound) {

@@ -153,7 +153,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&DeclareBlock,
         &&DeclareFrame,
         &&DeclareFrameOnce,
-        &&DeclareNative,
+        &&DeclareByName,
         &&Add,
         &&Subtract,
         &&Multiply,
@@ -236,6 +236,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&ReturnLeaf,
         &&ReturnLeafMulti,
         &&ReturnNil,
+        &&EndTurnLine,
         &&ReturnMulti,
         &&NewArray,
         &&NewTable,
@@ -400,8 +401,9 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         if (scope.size() == static_cast<std::size_t>(at->d())) scope.declareNext();
         NEXT();
     }
-    DeclareNative:
-        declareNative(code->variables[static_cast<std::size_t>(at->d())], R[at->a]);
+    DeclareByName:
+        declareByName(code->variables[static_cast<std::size_t>(at->d())], R[at->a],
+                      static_cast<ScopeTarget>(at->m));
         NEXT();
 
     Add : {
@@ -639,6 +641,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 code = next;
                 running.code = next;
                 running.blockState = next->loopStates[loop];
+                // With nothing put off, the same blocks are open in the new code.
+                if (!interpreter_.blockScopes.isPutOff()) running.openState = running.blockState;
                 at = code->code.data() + code->loopEnds[loop];
                 if (at->op != Op::JumpBack) DISPATCH();
             }
@@ -962,7 +966,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 DISPATCH();
             }
         }
-        callOther(slot, argumentCount, at->m);
+        if (callOther(slot, argumentCount, at->m, entry)) return {};
     called:
         if (needsAttention()) goto attend;
         NEXT();
@@ -1191,6 +1195,10 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         at = activations_.back().pc;
         NEXT();
     }
+    EndTurnLine:
+        showToken();
+        popTurnLine();
+        return result;
     leaveSlowly:
         showToken();
         slot = returned;

@@ -5,6 +5,7 @@
 //   machine_calls.cpp     calls, returns, errors, what goes by the executor
 //   machine_walks.cpp     generic `for`
 //   machine_functions.cpp code for functions and programs, made when it is needed
+//   machine_turns.cpp     the lines of a coroutine's turns
 #pragma once
 
 #include <algorithm>
@@ -44,6 +45,10 @@ public:
     [[nodiscard]] bool tryRun(const std::shared_ptr<BytecodeProgram>& program, Variable& result,
                               BlockSignal& signal);
 
+    /// Runs a line of the body of a coroutine, which is neither a block nor a `return`, as the
+    /// statement of the running turn. False, with nothing done, if there is no compiled form of it.
+    [[nodiscard]] bool runTurnLine(const ScriptCallable& callable, std::size_t index);
+
     /// The text of a constant of compiled code: the same for equal constants, as far as they are
     /// short.
     [[nodiscard]] Text constantText(const std::string& text);
@@ -60,6 +65,8 @@ public:
         std::uint64_t recompiled = 0;
         std::uint64_t refused = 0;
         std::uint64_t calls = 0;           // of compiled functions
+        std::uint64_t turnLines = 0;       // lines of coroutines that have run
+        std::uint64_t quietEnds = 0;       // of turns, which took no exception
         std::uint64_t byExecutor = 0;      // statements that went by the executor
         std::uint64_t byTiers = 0;         // expressions that went by the tiers
         std::uint64_t blocksOpened = 0;    // block scopes that somebody has looked at
@@ -203,6 +210,9 @@ private:
     }
     MachineFunction* functionOf(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
+    const MachineCode* turnLineCode(const ScriptCallable& callable, std::size_t index);
+    bool compileTurnLine(const ScriptCallable& callable, std::size_t index,
+                         MachineFunction& function);
     [[nodiscard]] bool givesTurns() const {
         return !interpreter_.inCoroutineTurn && (interpreter_.scheduledCoroutine != nullptr ||
                                                  interpreter_.pendingCoroutineException != nullptr);
@@ -263,10 +273,20 @@ private:
     void answerProtectedCall(Variable* pcall, bool ok, Variable& result);
     bool failProtectedCall(std::size_t entry, const char* message);
     void pushVarargs(Variable* extra, std::size_t count);
-    void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
+    /// True if the call has ended the turn of a coroutine: the loop is left then, with activation
+    /// `entry` and all behind it.
+    bool callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry);
+    [[nodiscard]] bool isStatementOfTurn(std::size_t entry);
+    class LastCall;
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
+    /// The end of a line of a turn, which has pushed nothing.
+    void popTurnLine() {
+        const bool hasSegment = activations_.back().is(Activation::kSegment);
+        activations_.pop_back();
+        if (hasSegment) dropSegment();
+    }
     /// The end of the innermost activation, which `isPlain`.
     [[gnu::always_inline]] void popPlain() {
         const Activation& running = activations_.back();
@@ -431,7 +451,7 @@ private:
                !token.globalSlotFound && record.name()->scopeEntries == 0 && !record.isInLeaf &&
                interpreter_.fastCallable == nullptr;
     }
-    void declareNative(const VariableRecord& record, Variable& value);
+    void declareByName(const VariableRecord& record, Variable& value, ScopeTarget target);
     Variable* variableForStore(const MachineCode& code, std::uint16_t index);
     void storeIntoNew(const MachineCode& code, Pc pc, std::uint16_t index,
                       std::span<const Variable> keys, const Variable& value, bool isPlain);

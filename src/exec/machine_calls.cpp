@@ -451,14 +451,53 @@ void Machine::clearArguments(Variable* slot, std::size_t count) {
     for (std::size_t i = 0; i <= count; ++i) slot[i].setNil();
 }
 
+/// Activation `entry` is the statement of a coroutine's turn, or the only call in it: nothing is
+/// left to be done behind it, whatever has been called from there.
+bool Machine::isStatementOfTurn(std::size_t entry) {
+    const std::size_t inner = activations_.size() - 1 - entry;
+    const Activation& outermost = activations_.around(inner);
+    if (outermost.code->isTurnLine) return true;
+    return interpreter_.inCoroutineTurn && interpreter_.lastCallDepth != 0 &&
+           interpreter_.callDepth - inner == interpreter_.lastCallDepth &&
+           !outermost.is(Activation::kProgram);
+}
+
+/// A call that may end the running turn as the last thing that happens in it, so that the end is
+/// passed on by returning: an exception takes a hundred times as long.
+class Machine::LastCall {
+public:
+    LastCall(DovrelScript& interpreter, bool isLast)
+        : interpreter_(interpreter), outer_(interpreter.lastCallDepth), isLast_(isLast) {
+        if (isLast) interpreter.lastCallDepth = interpreter.callDepth + 1;
+    }
+    ~LastCall() {
+        if (isLast_) interpreter_.lastCallDepth = outer_;
+    }
+    LastCall(const LastCall&) = delete;
+    LastCall& operator=(const LastCall&) = delete;
+
+    [[nodiscard]] bool hasEndedTurn() const { return isLast_ && interpreter_.coroutineTurnEnded; }
+
+private:
+    DovrelScript& interpreter_;
+    std::uint64_t outer_;
+    bool isLast_;
+};
+
 /// A callee that does not run in this loop.
-void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
+bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry) {
     showToken();
     const Arguments args(slot + 1, count);
     Variable result;
     const ScriptCallable* callable =
         slot->type == VarType::Function ? slot->asFunction().get() : nullptr;
     lastCallWasScalar_ = false;
+    // What starts a coroutine, and the native `kill`, which has no id.
+    const LastCall lastCall(
+        interpreter_,
+        interpreter_.inCoroutineTurn && callable != nullptr &&
+            (callable->isDecay || (callable->isNative && callable->builtinId == BuiltinId::None)) &&
+            isStatementOfTurn(entry));
     if (callable != nullptr && callable->isNative && !callable->isDecay) {
         if ((marks & kDiscards) != 0 && callable->builtinId == BuiltinId::Assert) {
             // A statement of its own: it is no call.
@@ -468,7 +507,7 @@ void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
                                                             : "assertion failed!");
             }
             clearArguments(slot, count);
-            return;
+            return false;
         }
         FastScalarValue scalar{};
         if ((marks & kDirectCall) != 0 && callable->builtinId != BuiltinId::None &&
@@ -490,8 +529,13 @@ void Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks) {
     } else {
         result = interpreter_.invokeCallableFast(*slot, args);
     }
+    if (lastCall.hasEndedTurn()) {
+        ++counts.quietEnds;
+        return true;
+    }
     clearArguments(slot, count);
     *slot = std::move(result);
+    return false;
 }
 
 /// A member of a library table goes straight to its fast body, outside the count of calls.
@@ -830,8 +874,8 @@ void Machine::showPosition(const MachineCode& code, Pc pc) {
 void Machine::showFailure(const Activation& at, Pc pc, std::string& token) {
     const MachineCode& code = *at.code;
     token = "script";
-    if (code.statements.empty()) return;
     showPosition(code, pc);
+    if (code.statements.empty() || code.isTurnLine) return;
     if (pc->op == Op::ForNext && (pc->m & kCountsOutside) != 0) {
         token = "for";
         return;

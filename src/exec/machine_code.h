@@ -68,7 +68,7 @@ enum class MachineOp : std::uint8_t {
     DeclareBlock,      // goes to block state d: the top block's next entry is in its register
     DeclareFrame,      // the same of the top frame scope
     DeclareFrameOnce,  // the same, if it has d entries: an earlier turn may have done it
-    DeclareNative,     // the variable of record d in the top frame scope = a, which goes
+    DeclareByName,     // the variable of record d = a, which goes; m: ScopeTarget, no default
     // Arithmetic: a = b op c, in the order of the node kinds. `m` holds a MachineTier and marks.
     Add,
     Subtract,
@@ -161,6 +161,7 @@ enum class MachineOp : std::uint8_t {
     ReturnLeaf,         // a, from a function of one line
     ReturnLeafMulti,    // a and the b - 1 values behind it, from there
     ReturnNil,
+    EndTurnLine,  // the end of a line of a coroutine
     ReturnMulti,  // a and the b - 1 values behind it
     NewArray,     // a = the c values from b on
     NewTable,     // a = table site d, from its registers
@@ -435,8 +436,9 @@ struct MachineCode {
     std::vector<TokenSite> tokenMarks;  // of LastToken
     std::uint16_t frameWindow = 0;      // of the function's own scope
     bool hasBlock = false;              // the code opens a block scope of its own at its start
-    bool isStale = false;               // tokens have met their places since
+    mutable bool isStale = false;       // tokens have met their places since
     bool isTokenLeaf = false;           // a leaf by the rules of the token-stream evaluator
+    bool isTurnLine = false;  // a line of a coroutine; it has one statement, without a place
     const BytecodeProgram* program = nullptr;
     void* version = nullptr;                // the MachineFunction::Version that it belongs to
     const MachineCode* other = nullptr;     // the form for turns, and back

@@ -455,13 +455,14 @@ void MachineCompiler::storeDeclared(const ParsedScriptLine& line, std::size_t to
 }
 
 /// A declaration whose place in the scope shows when it runs.
-void MachineCompiler::emitDeclareNative(const ParsedScriptLine& line, std::size_t token,
+void MachineCompiler::emitDeclareByName(const ParsedScriptLine& line, std::size_t token,
                                         std::uint16_t value) {
     VariableRecord record;
     record.token = &line.tokenAnalysis[token];
     if (record.name() == nullptr) ok_ = false;
     out_.variables.push_back(record);
-    emitD(Op::DeclareNative, value, number(out_.variables.size() - 1));
+    emitD(Op::DeclareByName, value, number(out_.variables.size() - 1),
+          static_cast<std::uint8_t>(line.assignmentScope));
 }
 
 bool MachineCompiler::emitBareDeclaration(const ParsedScriptLine& line) {
@@ -566,7 +567,7 @@ bool MachineCompiler::emitSimpleAssignment(const ParsedScriptLine& line) {
     }
     if (!ok_) return true;
     if (declares && !hasPlace) {
-        emitDeclareNative(line, token, target);
+        emitDeclareByName(line, token, target);
     } else if (declares) {
         const auto fresh = freshPlace(line, token);
         if (fresh && target == *fresh) {
@@ -774,7 +775,7 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
                     base.isRegister ? base.reg : base.record, keys[i], value.reg,
                     static_cast<std::uint8_t>(kFirstGoes | kSecondGoes));
         } else if (byName && !declaredPlace(line, target.nameToken)) {
-            emitDeclareNative(line, target.nameToken, value.reg);
+            emitDeclareByName(line, target.nameToken, value.reg);
         } else if (line.assignmentScope != ScopeTarget::Default) {
             storeDeclared(line, target.nameToken, value);
         } else {

@@ -31,6 +31,8 @@ public:
     [[nodiscard]] bool compile(MachineDraft& draft);
     /// The same for the value of `line`, the body of a function of one line, without calls.
     [[nodiscard]] bool compileLeaf(const ParsedScriptLine& line, MachineDraft& draft);
+    /// The same for a plain line of a coroutine's body.
+    [[nodiscard]] bool compileTurnLine(const ParsedScriptLine& line, MachineDraft& draft);
 
 private:
     using Op = MachineOp;
@@ -154,7 +156,9 @@ private:
     void emitUpdate(const ParsedScriptLine& line, std::uint16_t operand, OperandOrigin origin);
     bool emitElementAssignment(const ParsedScriptLine& line);
     bool emitParallel(const ParsedScriptLine& line);
-    void emitDeclareNative(const ParsedScriptLine& line, std::size_t token, std::uint16_t value);
+    void emitDeclareByName(const ParsedScriptLine& line, std::size_t token, std::uint16_t value);
+    bool emitTurnLine(const ParsedScriptLine& line);
+    bool emitPlainOfTurn(const ParsedScriptLine& line);
     bool emitBareDeclaration(const ParsedScriptLine& line);
     bool emitExpressionStatement(const ParsedScriptLine& line);
     bool emitReturn(const ParsedScriptLine& line);
@@ -202,7 +206,7 @@ private:
     void emitTreeValue(const ParsedScriptLine& line, const FastExpression& expression, int node,
                        bool isGeneral, std::uint16_t target);
     void emitDirectCall(const ParsedScriptLine& line, const FastCallExpression& call,
-                        std::uint16_t target);
+                        std::uint16_t target, std::uint8_t mark = kDirectCall);
     bool emitCondition(const ParsedScriptLine& line, Label whenFalse, bool jumpsWhenTrue = false,
                        Label whenTrue = 0);
     void emitTest(int node, bool sense, Label target, bool isAlone);

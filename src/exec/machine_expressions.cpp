@@ -773,15 +773,15 @@ void MachineCompiler::emitLiteral(int index, std::uint16_t target) {
 
 /// `x = f(a, b)`.
 void MachineCompiler::emitDirectCall(const ParsedScriptLine& line, const FastCallExpression& call,
-                                     std::uint16_t target) {
-    const std::uint16_t mark = top_;
+                                     std::uint16_t target, std::uint8_t mark) {
+    const std::uint16_t top = top_;
     const std::size_t count = call.arguments.size();
     const std::uint16_t base = placeOfCall(count, target);
     for (std::size_t i = 0; i < count; ++i) {
         emitValue(line, call.arguments[i], static_cast<std::uint16_t>(base + 1 + i));
     }
-    const auto marks = static_cast<std::uint8_t>(
-        kDirectCall | static_cast<std::uint8_t>(Tier::General) | blockMark());
+    const auto marks =
+        static_cast<std::uint8_t>(mark | static_cast<std::uint8_t>(Tier::General) | blockMark());
     const Resolution found = resolve(line, call.nameToken);
     if (found.isRegister) {
         emitABC(Op::Move, base, found.reg, 0);
@@ -793,7 +793,7 @@ void MachineCompiler::emitDirectCall(const ParsedScriptLine& line, const FastCal
         emitABC(Op::CallGlobal, base, count, found.record, marks);
     }
     if (base != target) emitABC(Op::Take, target, base, 0);
-    top_ = mark;
+    top_ = top;
 }
 
 /// A condition line: jumps to `whenFalse` if it does not hold, or, with `jumpsWhenTrue`, to

@@ -48,6 +48,16 @@ struct MachineFunction {
     std::string ownName;
 };
 
+/// The lines of a coroutine's body as code, each on its own: a turn runs one of them.
+struct TurnLines {
+    struct Line {
+        std::uint8_t runs = 0;  // before it was compiled
+        bool isRefused = false;
+        std::unique_ptr<MachineFunction> function;
+    };
+    std::vector<Line> lines;  // by their places in the body
+};
+
 /// The functions of a program, by chunk. A copy knows nothing: the code leads into the program that
 /// it was made from.
 struct MachineFunctions {

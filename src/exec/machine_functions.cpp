@@ -184,11 +184,12 @@ const MachineCode* Machine::turnsOf(const MachineCode& plain) {
     return version.turns.get();
 }
 
-/// Tokens of the code have met their places: it is to be made anew.
+/// Tokens of the code have met their places: it is to be made anew, with its form for turns.
 void Machine::makeStale(const MachineCode& code) {
-    const_cast<MachineCode&>(code).isStale = true;
+    const MachineCode& plain = code.forTurns ? *code.other : code;
+    code.isStale = plain.isStale = true;
     for (const MachineCode*& ready : code.function->ready) {
-        if (ready == &code) ready = nullptr;
+        if (ready == &plain) ready = nullptr;
     }
 }
 
@@ -223,9 +224,12 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
         ++form.renewals;
         if (compile(function, amongBlocks)) ++counts.recompiled;
     }
-    // What its tokens meet from now on is not worth another.
-    if (form.renewals >= kMostRenewals) form.versions.back()->plain->isStale = false;
     const MachineCode& plain = *form.versions.back()->plain;
+    // What its tokens meet from now on is not worth another.
+    if (form.renewals >= kMostRenewals) {
+        plain.isStale = false;
+        if (plain.other != nullptr) plain.other->isStale = false;
+    }
     if (!plain.isStale) function.ready[amongBlocks ? 1 : 0] = &plain;
     return givesTurns() ? turnsOf(plain) : &plain;
 }

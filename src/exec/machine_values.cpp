@@ -206,8 +206,8 @@ void Machine::setVariable(const MachineCode& code, const MachineInstruction& at,
     meetGlobal(code, const_cast<MachineInstruction&>(at), record, Op::SetGlobal);
 }
 
-void Machine::declareNative(const VariableRecord& record, Variable& value) {
-    interpreter_.assignVariable(record.name(), value, ScopeTarget::Native);
+void Machine::declareByName(const VariableRecord& record, Variable& value, ScopeTarget target) {
+    interpreter_.assignVariable(record.name(), value, target);
     value.setNil();
 }
 

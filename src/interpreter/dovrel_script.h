@@ -489,7 +489,8 @@ public:
     /// What the native `kill` does.
     void killCoroutine();
 
-    std::shared_ptr<CoroutineState> scheduledCoroutine;    // the one that gets turns
+    // The one that gets turns; null while its turn runs.
+    std::shared_ptr<CoroutineState> scheduledCoroutine;
     std::shared_ptr<CoroutineState> replacementCoroutine;  // started inside the running turn
     std::exception_ptr pendingCoroutineException;          // a turn's failure, not yet raised
     /// A soft error is pending, a coroutine is scheduled or one has failed: code that has looked at

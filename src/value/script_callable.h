@@ -13,6 +13,7 @@
 
 struct BytecodeProgram;
 struct MachineFunction;
+struct TurnLines;
 struct ParsedScriptLine;
 enum class BuiltinId : std::uint8_t;
 
@@ -55,6 +56,8 @@ struct ScriptCallable {
     // The compiled form of a body of one line without calls, which runs without a scope.
     mutable std::shared_ptr<MachineFunction> leaf;
     mutable bool isLeafRefused = false;
+    // Of a decay function: the lines of its body that turns have run often.
+    mutable std::shared_ptr<TurnLines> turnLines;
 
     /// A call pushes a frame with the parameters and nothing else.
     [[nodiscard]] bool runsInFrame() const {
