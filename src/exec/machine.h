@@ -8,6 +8,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -43,6 +44,9 @@ public:
     /// The text of a constant of compiled code: the same for equal constants, as far as they are
     /// short.
     [[nodiscard]] Text constantText(const std::string& text);
+
+    /// The text of what typeOf calls a kind, which is the same each time; `word` names the kind.
+    [[nodiscard]] const Text& typeText(VarType type, const char* word);
 
     /// Opens the block scopes of all running functions that have been put off.
     void openBlocks() override;
@@ -180,6 +184,7 @@ private:
     // Functions.
     const MachineCode* codeOf(MachineFunction& function, bool amongBlocks);
     const MachineCode* turnsOf(const MachineCode& plain);
+    [[nodiscard]] static bool isRenewalDue(MachineFunction::Form& form);
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
     MachineFunction* functionOf(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
@@ -459,6 +464,7 @@ private:
     DovrelScript& interpreter_;
     ActivationStack activations_;
     std::unordered_map<std::string, Text> constantTexts_;
+    std::array<Text, 16> typeTexts_;  // by kind, made when they are first asked for
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;
     std::size_t deepestSegment_ = 0;  // since memory has been given back
