@@ -931,7 +931,12 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 slot->setNil();
             }
         } else if (base != nullptr) {
-            *slot = interpreter_.getIndexedValue(*base, code->constants[site.key]);
+            activations_.back().pc = at;
+            const Variable& key = code->constants[site.key];
+            if (isTextValue(*base) && callOfText(slot, argumentCount, *base, key.asText())) {
+                goto called;
+            }
+            *slot = interpreter_.getIndexedValue(*base, key);
         } else {
             *slot = interpreter_.getIndexedValue(Variable(), code->constants[site.key]);
         }

@@ -252,6 +252,7 @@ private:
     void pushVarargs(Variable* extra, std::size_t count);
     void callOther(Variable* slot, std::size_t count, std::uint8_t marks);
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
+    bool callOfText(Variable* slot, std::size_t count, const Variable& text, const Text& method);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
     /// The end of the innermost activation, which `isPlain` and has no walk.
