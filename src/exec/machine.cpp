@@ -30,37 +30,6 @@
 // predict.
 #pragma GCC diagnostic ignored "-Wpedantic"
 
-namespace {
-
-/// `variable op= operand` for two numbers of a kind and the common operators; false, with nothing
-/// done, for everything else.
-[[gnu::always_inline]] inline bool updateNumber(Variable& variable, std::uint8_t operation,
-                                                const Variable& operand) {
-    if (areInts(variable, operand)) {
-        const int left = variable.rawInt();
-        const int right = operand.rawInt();
-        switch (operation) {
-            case '+': variable.overwriteInt(wrapAdd(left, right)); return true;
-            case '-': variable.overwriteInt(wrapSubtract(left, right)); return true;
-            case '*': variable.overwriteInt(wrapMultiply(left, right)); return true;
-            default: return false;
-        }
-    }
-    if (areFloats(variable, operand)) {
-        const float left = variable.rawFloat();
-        const float right = operand.rawFloat();
-        switch (operation) {
-            case '+': variable.overwriteFloat(left + right); return true;
-            case '-': variable.overwriteFloat(left - right); return true;
-            case '*': variable.overwriteFloat(left * right); return true;
-            default: return false;
-        }
-    }
-    return false;
-}
-
-}  // namespace
-
 #define DISPATCH() goto* kLabels[static_cast<std::uint8_t>(at->op)]
 #define NEXT()      \
     do {            \
@@ -75,17 +44,6 @@ namespace {
                                                Variable& container, std::uint8_t marks) {
     target.overwrite(element);
     if ((marks & kFirstGoes) != 0) container.overwriteNil();
-}
-
-/// The element that is there: of an array by its position, of a table by a text; null for all else.
-[[gnu::always_inline]] inline Variable* elementAt(Variable& base, const Variable& key) {
-    if (isArrayValue(base) && isIntValue(key)) {
-        ArrayStorage& array = base.rawArray();
-        const auto place = static_cast<std::size_t>(static_cast<std::int64_t>(key.rawInt()) - 1);
-        return place < array.size() ? &array[place] : nullptr;
-    }
-    if (isTableValue(base) && isTextValue(key)) return base.rawTable().find(key.asText());
-    return nullptr;
 }
 
 [[gnu::always_inline]] inline bool isNative(const Variable& callee, BuiltinId id) {
@@ -221,6 +179,11 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&IndexConst,
         &&IndexGlobal,
         &&IndexGlobalConst,
+        &&IndexThrough,
+        &&IndexIntThrough,
+        &&IndexConstThrough,
+        &&IndexGlobalThrough,
+        &&IndexGlobalConstThrough,
         &&SetIndex,
         &&SetIndexGlobal,
         &&UpdateIndex,
@@ -757,11 +720,14 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         const bool sense = at->op == Op::IfEqualConst;
         bool isEqual = false;
         if (isTextValue(left) && isTextValue(right)) {
-            isEqual = left.asText() == right.asText() || left.asString() == right.asString();
+            isEqual = isSameText(left.asText(), right.asText());
             if ((at->m & kTierMask) == 0) declined_ = at;
             if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         } else if (isNilValue(left) && isNilValue(right)) {
             isEqual = true;
+        } else if (isNilValue(right) && isReferenceValue(left) && diverged_ == nullptr) {
+            if ((at->m & kTierMask) == 0) declined_ = at;
+            if ((at->m & kFirstGoes) != 0) R[at->a].overwriteNil();
         } else if (!(moved = at,
                      slowCompare(*code, moved, R, NodeKind::Equal, left, right, isEqual, false))) {
             goto declined;
@@ -776,6 +742,11 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         const Variable& key = R[at->c];
         if (isArrayValue(base) && isIntValue(key)) {
             takeElement(R[at->a], elementOrNil(base.rawArray(), key.rawInt()), R[at->b], at->m);
+            NEXT();
+        }
+        if (isTableValue(base) && isTextValue(key) && (at->m & kSecondGoes) == 0) {
+            const Variable* found = base.rawTable().find(key.asText());
+            takeElement(R[at->a], found != nullptr ? *found : nilValue(), R[at->b], at->m);
             NEXT();
         }
         moved = at;
@@ -814,6 +785,11 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             R[at->a].overwrite(elementOrNil(base->rawArray(), key.rawInt()));
             NEXT();
         }
+        if (isTableValue(*base) && isTextValue(key) && (at->m & kSecondGoes) == 0) {
+            const Variable* found = base->rawTable().find(key.asText());
+            R[at->a].overwrite(found != nullptr ? *found : nilValue());
+            NEXT();
+        }
         moved = at;
         if (!index(*code, moved, R, *base, key)) goto declined;
         NEXT();
@@ -832,6 +808,40 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         moved = at;
         if (!index(*code, moved, R, *base, key)) goto declined;
         NEXT();
+    }
+
+// Both elements at once, or else the first instruction as it is.
+#define THROUGH(Plain, container, key)                                                         \
+    do {                                                                                       \
+        const Variable* const element = elementThere(container, key);                          \
+        if (element == nullptr) goto Plain;                                                    \
+        const MachineInstruction& next = at[1];                                                \
+        const Variable* const inner = next.op == Op::Index ? elementThere(*element, R[next.c]) \
+                                      : next.op == Op::IndexInt                                \
+                                          ? elementThere(*element, next.c)                     \
+                                          : elementThere(*element, code->constants[next.c]);   \
+        if (inner == nullptr) goto Plain;                                                      \
+        if ((at->m & kSecondGoes) != 0) R[at->c].overwriteNil();                               \
+        if ((next.m & kSecondGoes) != 0) R[next.c].overwriteNil();                             \
+        R[next.a].overwrite(*inner);                                                           \
+        at += 2;                                                                               \
+        DISPATCH();                                                                            \
+    } while (false)
+    IndexThrough:
+        THROUGH(Index, R[at->b], R[at->c]);
+    IndexIntThrough:
+        THROUGH(IndexInt, R[at->b], static_cast<int>(at->c));
+    IndexConstThrough:
+        THROUGH(IndexConst, R[at->b], code->constants[at->c]);
+    IndexGlobalThrough : {
+        const Variable* const base = globalOf(code->variables[at->b]);
+        if (base == nullptr) goto IndexGlobal;
+        THROUGH(IndexGlobal, *base, R[at->c]);
+    }
+    IndexGlobalConstThrough : {
+        const Variable* const base = globalOf(code->variables[at->b]);
+        if (base == nullptr) goto IndexGlobalConst;
+        THROUGH(IndexGlobalConst, *base, code->constants[at->c]);
     }
     SetIndex : {
         Variable& base = R[at->a];
@@ -931,7 +941,12 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 slot->setNil();
             }
         } else if (base != nullptr) {
-            *slot = interpreter_.getIndexedValue(*base, code->constants[site.key]);
+            activations_.back().pc = at;
+            const Variable& key = code->constants[site.key];
+            if (isTextValue(*base) && callOfText(slot, argumentCount, *base, key.asText())) {
+                goto called;
+            }
+            *slot = interpreter_.getIndexedValue(*base, key);
         } else {
             *slot = interpreter_.getIndexedValue(Variable(), code->constants[site.key]);
         }

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
@@ -52,6 +53,9 @@ public:
     /// The text of a constant of compiled code: the same for equal constants, as far as they are
     /// short.
     [[nodiscard]] Text constantText(const std::string& text);
+
+    /// The text of what typeOf calls a kind, which is the same each time; `word` names the kind.
+    [[nodiscard]] const Text& typeText(VarType type, const char* word);
 
     /// Opens the block scopes of all running functions that have been put off.
     void openBlocks() override;
@@ -193,6 +197,7 @@ private:
     // Functions.
     const MachineCode* codeOf(MachineFunction& function, bool amongBlocks);
     const MachineCode* turnsOf(const MachineCode& plain);
+    [[nodiscard]] static bool isRenewalDue(MachineFunction::Form& form);
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
     static void makeStale(const MachineCode& code);
     void settleFrame(const MachineCode& code);
@@ -279,6 +284,7 @@ private:
     [[nodiscard]] bool isStatementOfTurn(std::size_t entry);
     class LastCall;
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
+    bool callOfText(Variable* slot, std::size_t count, const Variable& text, const Text& method);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();
     /// The end of a line of a turn, which has pushed nothing.
@@ -525,6 +531,7 @@ private:
     DovrelScript& interpreter_;
     ActivationStack activations_;
     std::unordered_map<std::string, Text> constantTexts_;
+    std::array<Text, 16> typeTexts_;  // by kind, made when they are first asked for
     std::vector<Segment> segments_;
     std::size_t segment_ = 0;
     std::size_t deepestSegment_ = 0;  // since memory has been given back

@@ -14,6 +14,7 @@
 #include "exec/machine_walk.h"
 #include "library/natives.h"
 #include "value/stack_end.h"
+#include "value/string_methods.h"
 #include "value/table.h"
 
 namespace {
@@ -545,6 +546,23 @@ bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable
     const Arguments args(slot + 1, count);
     Variable result = interpreter_.dispatchBuiltinFast(native.builtinId, args);
     if (interpreter_.softErrorUnwinding()) result.setNil();
+    clearArguments(slot, count);
+    *slot = std::move(result);
+    return true;
+}
+
+/// `s["method"](x)`: what the function that `s["method"]` is bound to gives, which nobody sees.
+/// False, with nothing done, if there is none.
+bool Machine::callOfText(Variable* slot, std::size_t count, const Variable& text,
+                         const Text& method) {
+    const Variable* found = findStringMethod(interpreter_, method->text);
+    if (found == nullptr) return false;
+    showToken();
+    lastCallWasScalar_ = false;
+    // Copies: what is called may change both.
+    const Variable callee = *found;
+    const Variable receiver = text;
+    Variable result = callStringMethod(interpreter_, callee, receiver, Arguments(slot + 1, count));
     clearArguments(slot, count);
     *slot = std::move(result);
     return true;

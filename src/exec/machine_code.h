@@ -139,11 +139,18 @@ enum class MachineOp : std::uint8_t {
     IfEqualConst,
     UnlessEqualConst,
     // Elements.
-    Index,              // a = b[c]
-    IndexInt,           // a = b[the int c]
-    IndexConst,         // a = b[constant c, a text]
-    IndexGlobal,        // a = the global of record b[c]
-    IndexGlobalConst,   // a = the global of record b[constant c, a text]
+    Index,             // a = b[c]
+    IndexInt,          // a = b[the int c]
+    IndexConst,        // a = b[constant c, a text]
+    IndexGlobal,       // a = the global of record b[c]
+    IndexGlobalConst,  // a = the global of record b[constant c, a text]
+    // The same where the next instruction takes an element of this element, by a key that is
+    // ready, and nothing else needs it: both are done at once if both are there.
+    IndexThrough,
+    IndexIntThrough,
+    IndexConstThrough,
+    IndexGlobalThrough,
+    IndexGlobalConstThrough,
     SetIndex,           // a[b] = c
     SetIndexGlobal,     // the same with the global of record a
     UpdateIndex,        // a[b] op= c, m the operator's character

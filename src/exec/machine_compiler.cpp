@@ -422,7 +422,7 @@ bool MachineCompiler::emitPlainLine(BytecodeOp opcode, const ParsedScriptLine& l
             isCompiled = assignment.isPlain ? emitSimpleAssignment(line) : emitCompound(line);
         }
     } else {
-        isCompiled = emitParallel(line);
+        return emitParallel(line);
     }
     if (isCompiled) clearValue();
     return isCompiled;
@@ -657,37 +657,60 @@ bool MachineCompiler::emitElementAssignment(const ParsedScriptLine& line) {
     const bool readsNothingLast = endsWithCall_;
     const Resolution base = resolve(line, target.nameToken);
     if (!readsNothingLast) markToken(line, assignment.valueRanges[0].last - 1);
+    emitElementStore(assignment, base, first, keys, value);
+    return true;
+}
+
+/// The store of a value under keys, which stand side by side; all of them go.
+void MachineCompiler::emitElementStore(const ParsedAssignment& assignment, const Resolution& base,
+                                       std::uint16_t firstKey, std::size_t keys,
+                                       std::uint16_t value) {
     const std::size_t baseNumber = base.isRegister ? base.reg : base.record;
     constexpr auto kBothGo = static_cast<std::uint8_t>(kFirstGoes | kSecondGoes);
     if (keys == 1 && assignment.isPlain) {
-        emitABC(base.isRegister ? Op::SetIndex : Op::SetIndexGlobal, baseNumber, first, value,
+        emitABC(base.isRegister ? Op::SetIndex : Op::SetIndexGlobal, baseNumber, firstKey, value,
                 kBothGo);
     } else if (keys == 1) {
-        emitABC(base.isRegister ? Op::UpdateIndex : Op::UpdateIndexGlobal, baseNumber, first, value,
-                static_cast<std::uint8_t>(assignment.operation));
+        emitABC(base.isRegister ? Op::UpdateIndex : Op::UpdateIndexGlobal, baseNumber, firstKey,
+                value, static_cast<std::uint8_t>(assignment.operation));
     } else {
         StoreSite site;
         site.base = static_cast<std::uint16_t>(baseNumber);
         site.isGlobal = !base.isRegister;
-        site.firstKey = first;
+        site.firstKey = firstKey;
         site.keyCount = static_cast<std::uint16_t>(keys);
         site.value = value;
         site.operation = assignment.isPlain ? '\0' : assignment.operation;
         emitD(Op::SetPath, 0, static_cast<std::int64_t>(out_.stores.size()));
         out_.stores.push_back(site);
     }
-    return true;
 }
 
-/// `a, b = x, y`, `a, b = f()` and the forms with one key each: all keys, then all values, then the
-/// stores.
+/// The value of the chunk behind an assignment to several targets: nil, but if some of them have
+/// keys it is what the last plain name among them gets.
+void MachineCompiler::emitValueOfParallel(const ParsedAssignment& assignment,
+                                          std::uint16_t firstValue, bool anyIndexed) {
+    if (!tracksValue_) return;
+    std::size_t last = assignment.targets.size();
+    while (anyIndexed && last > 0 && !assignment.targets[last - 1].indexRanges.empty()) --last;
+    if (!anyIndexed || last == 0) {
+        clearValue();
+        return;
+    }
+    const std::uint16_t copy = allocate();
+    emitABC(Op::Move, copy, static_cast<std::size_t>(firstValue + last - 1), 0, 0);
+    emitD(Op::ChunkValue, copy, 0);
+    valueIsNil_ = false;
+}
+
+/// `a, b = x, y`, `a, b = f()` and the forms with keys: all keys, then all values, then the stores.
+/// Leaves the value of the chunk as it is then: where a target has keys, the last plain name's.
 bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
     const ParsedAssignment& assignment = *line.assignment;
     const std::size_t count = assignment.targets.size();
     if (!assignment.isPlain || count < 2 || count > 100) return false;
     bool anyIndexed = false;
     for (const ParsedAssignmentTarget& target : assignment.targets) {
-        if (target.indexRanges.size() > 1) return false;
         anyIndexed = anyIndexed || !target.indexRanges.empty();
         if (line.assignmentScope != ScopeTarget::Default) {
             if (!target.indexRanges.empty()) return false;
@@ -701,7 +724,6 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
             }
         }
     }
-    if (anyIndexed && tracksValue_) return false;
     const std::size_t values = assignment.valueRanges.size();
     bool byName = false;
     if (line.assignmentScope != ScopeTarget::Default) {
@@ -733,9 +755,13 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
     for (std::size_t i = 0; i < count; ++i) {
         const ParsedAssignmentTarget& target = assignment.targets[i];
         if (target.indexRanges.empty()) continue;
-        if (!target.indexExpressions[0].valid) return false;
-        keys[i] = allocate();
-        emitValue(line, target.indexExpressions[0], keys[i]);
+        for (const FastExpression& key : target.indexExpressions) {
+            if (!key.valid) return false;
+        }
+        keys[i] = allocate(target.indexExpressions.size());
+        for (std::size_t k = 0; k < target.indexExpressions.size(); ++k) {
+            emitValue(line, target.indexExpressions[k], static_cast<std::uint16_t>(keys[i] + k));
+        }
     }
     const std::uint16_t first = allocate(std::max(values, count));
     if (values == 1) {
@@ -766,14 +792,13 @@ bool MachineCompiler::emitParallel(const ParsedScriptLine& line) {
             emitD(Op::LoadNil, static_cast<std::size_t>(first + i), 0);
         }
     }
+    emitValueOfParallel(assignment, first, anyIndexed);
     for (std::size_t i = 0; i < count; ++i) {
         const ParsedAssignmentTarget& target = assignment.targets[i];
         const Place value{static_cast<std::uint16_t>(first + i), true};
         if (!target.indexRanges.empty()) {
             const Resolution base = resolve(line, target.nameToken);
-            emitABC(base.isRegister ? Op::SetIndex : Op::SetIndexGlobal,
-                    base.isRegister ? base.reg : base.record, keys[i], value.reg,
-                    static_cast<std::uint8_t>(kFirstGoes | kSecondGoes));
+            emitElementStore(assignment, base, keys[i], target.indexRanges.size(), value.reg);
         } else if (byName && !declaredPlace(line, target.nameToken)) {
             emitDeclareByName(line, target.nameToken, value.reg);
         } else if (line.assignmentScope != ScopeTarget::Default) {

@@ -155,7 +155,11 @@ private:
     bool emitCompound(const ParsedScriptLine& line);
     void emitUpdate(const ParsedScriptLine& line, std::uint16_t operand, OperandOrigin origin);
     bool emitElementAssignment(const ParsedScriptLine& line);
+    void emitElementStore(const ParsedAssignment& assignment, const Resolution& base,
+                          std::uint16_t firstKey, std::size_t keys, std::uint16_t value);
     bool emitParallel(const ParsedScriptLine& line);
+    void emitValueOfParallel(const ParsedAssignment& assignment, std::uint16_t firstValue,
+                             bool anyIndexed);
     void emitDeclareByName(const ParsedScriptLine& line, std::size_t token, std::uint16_t value);
     bool emitTurnLine(const ParsedScriptLine& line);
     bool emitPlainOfTurn(const ParsedScriptLine& line);

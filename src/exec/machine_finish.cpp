@@ -35,6 +35,39 @@ std::vector<std::uint32_t> placesOf(const MachineDraft& draft, bool forTurns) {
     return places;
 }
 
+/// The form of an instruction that takes an element for the next one to go on with.
+Op throughForm(Op op) {
+    switch (op) {
+        case Op::Index: return Op::IndexThrough;
+        case Op::IndexInt: return Op::IndexIntThrough;
+        case Op::IndexConst: return Op::IndexConstThrough;
+        case Op::IndexGlobal: return Op::IndexGlobalThrough;
+        case Op::IndexGlobalConst: return Op::IndexGlobalConstThrough;
+        default: return op;
+    }
+}
+
+/// Pairs of instructions that take an element of an element. The second stays as it is, for who
+/// jumps there and for values that the pair does not serve.
+void joinElements(std::vector<MachineInstruction>& code) {
+    for (std::size_t i = 0; i + 1 < code.size(); ++i) {
+        const MachineInstruction& next = code[i + 1];
+        const bool takesElement =
+            next.op == Op::Index || next.op == Op::IndexInt || next.op == Op::IndexConst;
+        // The element between the two is in no register afterwards, and nothing else goes with
+        // them.
+        const bool isOverwritten = next.a == next.b;
+        const bool goesWithNext = (next.m & kFirstGoes) != 0 && code[i].a != code[i].b;
+        if (!takesElement || next.b != code[i].a || (!isOverwritten && !goesWithNext)) continue;
+        const bool isOfGlobal = code[i].op == Op::IndexGlobal || code[i].op == Op::IndexGlobalConst;
+        if (!isOfGlobal && (code[i].m & kFirstGoes) != 0) continue;
+        const Op joined = throughForm(code[i].op);
+        if (joined == code[i].op) continue;
+        code[i].op = joined;
+        ++i;
+    }
+}
+
 }  // namespace
 
 MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
@@ -93,6 +126,7 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
         result.frame.capacity = static_cast<std::uint32_t>(window.names.size());
         result.frame.hasOwnNames = window.hasOwnNames;
     }
+    joinElements(result.code);
     result.forTurns = forTurns;
     return result;
 }

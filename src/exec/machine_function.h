@@ -32,6 +32,7 @@ struct MachineFunction {
     struct Form {
         bool isRefused = false;
         std::uint8_t renewals = 0;
+        std::uint32_t requests = 0;  // for another renewal, since the last one
         std::vector<std::unique_ptr<Version>>
             versions;  // the newest last; older ones may run still
     };

@@ -10,8 +10,11 @@
 
 namespace {
 
-/// How often a function is compiled anew at most.
-constexpr std::uint8_t kMostRenewals = 6;
+/// How often a function is compiled anew at most, and how often as soon as a token has met its
+/// place. A long function has met all of its places late: each further renewal waits until tokens
+/// have asked for it twice as often as for the one before, so that a place in use gets its code.
+constexpr std::uint8_t kMostRenewals = 16;
+constexpr std::uint8_t kRenewalsAtOnce = 6;
 /// Programs may load texts without end: what is kept for good is bounded.
 constexpr std::size_t kMostConstantTexts = 8192;
 constexpr std::size_t kLongestConstantText = 64;
@@ -39,6 +42,12 @@ Text Machine::constantText(const std::string& text) {
         made->constantNumber = static_cast<std::uint32_t>(constantTexts_.size());
     }
     return made;
+}
+
+const Text& Machine::typeText(VarType type, const char* word) {
+    Text& text = typeTexts_[static_cast<std::size_t>(type)];
+    if (text == nullptr) text = constantText(word);
+    return text;
 }
 
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
@@ -148,7 +157,7 @@ const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
     }
     MachineFunction& function = *callable.leaf;
     MachineFunction::Form& form = function.forms[0];
-    if (form.renewals++ < kMostRenewals) {
+    if (form.renewals++ < kRenewalsAtOnce) {
         MachineCompiler::Unit unit;
         unit.parameters = function.parameters;
         auto version = std::make_unique<MachineFunction::Version>();
@@ -209,6 +218,11 @@ void Machine::settleFrame(const MachineCode& code) {
     frame.version = interpreter_.frameNamesVersion;
 }
 
+bool Machine::isRenewalDue(MachineFunction::Form& form) {
+    if (form.renewals < kRenewalsAtOnce) return true;
+    return form.renewals < kMostRenewals && ++form.requests >= 1U << form.renewals;
+}
+
 /// The code for a call now; null if there is none.
 const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) {
     MachineFunction::Form& form = function.forms[amongBlocks ? 1 : 0];
@@ -220,17 +234,19 @@ const MachineCode* Machine::codeOf(MachineFunction& function, bool amongBlocks) 
             return nullptr;
         }
         ++counts.compiled;
-    } else if (form.versions.back()->plain->isStale && form.renewals < kMostRenewals) {
-        ++form.renewals;
-        if (compile(function, amongBlocks)) ++counts.recompiled;
+    } else if (form.versions.back()->plain->isStale) {
+        // What its tokens have met may not be worth another, or not yet.
+        const MachineCode& known = *form.versions.back()->plain;
+        known.isStale = false;
+        if (known.other != nullptr) known.other->isStale = false;
+        if (isRenewalDue(form)) {
+            ++form.renewals;
+            form.requests = 0;
+            if (compile(function, amongBlocks)) ++counts.recompiled;
+        }
     }
     const MachineCode& plain = *form.versions.back()->plain;
-    // What its tokens meet from now on is not worth another.
-    if (form.renewals >= kMostRenewals) {
-        plain.isStale = false;
-        if (plain.other != nullptr) plain.other->isStale = false;
-    }
-    if (!plain.isStale) function.ready[amongBlocks ? 1 : 0] = &plain;
+    function.ready[amongBlocks ? 1 : 0] = &plain;
     return givesTurns() ? turnsOf(plain) : &plain;
 }
 

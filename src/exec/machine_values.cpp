@@ -360,8 +360,41 @@ bool Machine::evaluateSite(const MachineCode& code, Pc& pc, const ExpressionSite
 
 // ---------------------------------------------------------------- operators
 
+/// `left op right` for an int and a float, where all tiers come to the same: an int that has a
+/// float of its own, and an operator that rounds once. False, with nothing done, for everything
+/// else.
+static bool tryMixedNumbers(NodeKind kind, Variable& target, const Variable& left,
+                            const Variable& right) {
+    constexpr int kMostExact = 1 << 24;
+    const auto narrowed = [](const Variable& value, float& number) {
+        if (isFloatValue(value)) {
+            number = value.rawFloat();
+            return true;
+        }
+        if (!isIntValue(value)) return false;
+        const int exact = value.rawInt();
+        number = static_cast<float>(exact);
+        return exact >= -kMostExact && exact <= kMostExact;
+    };
+    float a = 0.0F;
+    float b = 0.0F;
+    if (!isFloatValue(left) && !isFloatValue(right)) return false;
+    if (!narrowed(left, a) || !narrowed(right, b)) return false;
+    switch (kind) {
+        case NodeKind::Add: target.setFloat(a + b); return true;
+        case NodeKind::Subtract: target.setFloat(a - b); return true;
+        case NodeKind::Multiply: target.setFloat(a * b); return true;
+        case NodeKind::Divide:
+            if (b == 0.0F) return false;
+            target.setFloat(a / b);
+            return true;
+        default: return false;
+    }
+}
+
 bool Machine::binary(const MachineCode& code, Pc& pc, NodeKind kind, Variable& target,
                      const Variable& left, const Variable& right) {
+    if (tryMixedNumbers(kind, target, left, right)) return true;
     const auto tier = static_cast<Tier>(pc->m & kTierMask);
     if (tier == Tier::Either || tier == Tier::Scalar) {
         const FastScalarValue a = soundScalar(left);
@@ -405,6 +438,19 @@ bool Machine::binary(const MachineCode& code, Pc& pc, NodeKind kind, Variable& t
     return true;
 }
 
+/// A comparison of two texts, by their bytes.
+static bool compareTexts(NodeKind kind, const Text& left, const Text& right) {
+    if (kind == NodeKind::Equal) return isSameText(left, right);
+    if (kind == NodeKind::NotEqual) return !isSameText(left, right);
+    const int order = left->text.compare(right->text);
+    switch (kind) {
+        case NodeKind::Less: return order < 0;
+        case NodeKind::LessEqual: return order <= 0;
+        case NodeKind::Greater: return order > 0;
+        default: return order >= 0;
+    }
+}
+
 bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Variable& left,
                       const Variable& right, bool& truth) {
     if (areFloats(left, right)) {
@@ -412,6 +458,13 @@ bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Vari
         return true;
     }
     const auto tier = static_cast<Tier>(pc->m & kTierMask);
+    if (isTextValue(left) && isTextValue(right) && tier != Tier::Scalar &&
+        (tier != Tier::Either || diverged_ == nullptr)) {
+        // The scalar tier has nothing to say, and nothing has to be evaluated anew.
+        if (tier == Tier::Either) declined_ = pc;
+        truth = compareTexts(kind, left.asText(), right.asText());
+        return true;
+    }
     if (tier == Tier::Either || tier == Tier::Scalar) {
         // Both tiers come to the same on two scalars.
         const FastScalarValue a = soundScalar(left);
@@ -664,7 +717,8 @@ bool Machine::index(const MachineCode& code, Pc& pc, Variable* registers, const 
         element = interpreter_.getIndexedValue(base, key);
     }
     if ((at.m & kFirstGoes) != 0) registers[at.b].setNil();
-    const bool hasKeyRegister = at.op == Op::Index || at.op == Op::IndexGlobal;
+    const bool hasKeyRegister = at.op == Op::Index || at.op == Op::IndexGlobal ||
+                                at.op == Op::IndexThrough || at.op == Op::IndexGlobalThrough;
     if (hasKeyRegister && (at.m & kSecondGoes) != 0) registers[at.c].setNil();
     registers[at.a] = std::move(element);
     return true;
@@ -683,6 +737,15 @@ void Machine::updateIndex(Variable& base, const Variable& key, const Variable& v
     interpreter_.setIndexedValue(base, key, element, false);
 }
 
+/// The element at the end of the keys, if all on the way to it is there; else null.
+static Variable* elementAlong(Variable* base, std::span<const Variable> keys) {
+    for (const Variable& key : keys) {
+        if (base == nullptr) return nullptr;
+        base = elementAt(*base, key);
+    }
+    return base;
+}
+
 void Machine::setPath(const MachineCode& code, Pc pc, Variable* registers) {
     const StoreSite& site = code.stores[static_cast<std::size_t>(pc->d())];
     // It reads its base like any other name, and writes it like any other name.
@@ -693,6 +756,14 @@ void Machine::setPath(const MachineCode& code, Pc pc, Variable* registers) {
     const bool isPlain = site.operation == '\0';
     if (variable == nullptr) {
         storeIntoNew(code, pc, site.base, keys, value, isPlain);
+    } else if (Variable* const element = elementAlong(
+                   site.isGlobal ? globalOf(code.variables[site.base]) : &registers[site.base],
+                   keys);
+               element != nullptr &&
+               (isPlain ||
+                updateNumber(*element, static_cast<std::uint8_t>(site.operation), value))) {
+        // Nothing has to be stored back under the name.
+        if (isPlain) *element = std::move(value);
     } else {
         Variable base = *variable;
         Variable* last = walkToLastContainer(interpreter_, base, keys, isPlain);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "eval/errors.h"
+#include "exec/machine.h"
 #include "interpreter/dovrel_script.h"
 #include "library/natives.h"
 #include "value/numbers.h"
@@ -123,9 +124,9 @@ Variable toNumberFunction(DovrelScript&, Arguments args) {
     }
 }
 
-Variable typeOfFunction(DovrelScript&, Arguments args) {
+Variable typeOfFunction(DovrelScript& interpreter, Arguments args) {
     if (args.size() != 1) throwPlainError("typeOf(x) requires exactly 1 argument");
-    return Variable(std::string(typeWord(args[0].type)));
+    return Variable(interpreter.machine->typeText(args[0].type, typeWord(args[0].type)));
 }
 
 Variable assertFunction(DovrelScript& interpreter, Arguments args) {

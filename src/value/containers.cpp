@@ -10,6 +10,7 @@
 #include "interpreter/dovrel_script.h"
 #include "value/numbers.h"
 #include "value/operators.h"
+#include "value/string_methods.h"
 #include "value/text.h"
 
 namespace {
@@ -105,26 +106,35 @@ Variable DovrelScript::getIndexedValue(const Variable& container, const Variable
     }
 }
 
-Variable DovrelScript::bindStringMethod(const std::string& text, const std::string& method) {
+const Variable* findStringMethod(DovrelScript& interpreter, std::string_view method) {
     // By the ordinary look-up, so a script that replaces `string` changes what methods exist.
-    const Variable* library = resolveVariablePtr(names.intern("string"));
-    if (library == nullptr || library->type != VarType::Table) return {};
-    const TableStorage& table = *library->asTable();
-    const Variable* found = table.find(method);
-    if (found == nullptr || found->type != VarType::Function) return {};
+    const Variable* library = interpreter.resolveVariablePtr(interpreter.names.intern("string"));
+    if (library == nullptr || library->type != VarType::Table) return nullptr;
+    const Variable* found = std::as_const(*library->asTable()).find(method);
+    return found != nullptr && found->type == VarType::Function ? found : nullptr;
+}
 
+Variable callStringMethod(DovrelScript& interpreter, const Variable& function,
+                          const Variable& receiver, Arguments args) {
+    // A first argument that equals the receiver is the receiver, passed again by a caller that does
+    // not rely on the binding.
+    const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
+    const Arguments rest = repeatsReceiver ? args.from(1) : args;
+    ArgumentFrame all(interpreter.argumentStack, rest.size() + 1);
+    all[0] = receiver;
+    for (std::size_t i = 0; i < rest.size(); ++i) all[i + 1] = rest[i];
+    return interpreter.invokeCallableFast(function, all.view());
+}
+
+Variable DovrelScript::bindStringMethod(const std::string& text, const std::string& method) {
+    const Variable* found = findStringMethod(*this, method);
+    if (found == nullptr) return {};
     return makeNativeCallable(
         [this, receiver = Variable(text), function = *found](Arguments args) {
-            // A first argument that equals the receiver is the receiver, passed again by a caller
-            // that does not rely on the binding.
-            const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
-            const Arguments rest = repeatsReceiver ? args.from(1) : args;
-            // A copy: the closure may be destroyed by its own call.
+            // Copies: the closure may be destroyed by its own call.
             const Variable callee = function;
-            ArgumentFrame all(argumentStack, rest.size() + 1);
-            all[0] = receiver;
-            for (std::size_t i = 0; i < rest.size(); ++i) all[i + 1] = rest[i];
-            return invokeCallableFast(callee, all.view());
+            const Variable own = receiver;
+            return callStringMethod(*this, callee, own, args);
         },
         "");
 }
