@@ -245,11 +245,14 @@ def parse_arguments():
     parser.add_argument("--runs", type=int, default=5, help="runs of each program (default: 5)")
     parser.add_argument("--alone", action="store_true", help="leave the peers out")
     parser.add_argument(
+        "--generate", metavar="FOLDER", help="measure nothing, write the generated program there"
+    )
+    parser.add_argument(
         "--redraw", action="store_true", help="measure nothing, draw bench/results.md anew"
     )
     parser.add_argument("names", nargs="*", metavar="NAME", help="only these; default: all")
     options = parser.parse_args()
-    if not options.redraw and not options.program:
+    if not options.redraw and not options.generate and not options.program:
         parser.error("--program is missing")
     for name in options.names:
         if name not in names_of_programs():
@@ -261,6 +264,9 @@ def main():
     options = parse_arguments()
     if options.redraw:
         redraw()
+        return
+    if options.generate:
+        generate("dv", Path(options.generate))
         return
     peers = () if options.alone else PEERS
     commands = {"dv": [os.path.abspath(options.program)]}
