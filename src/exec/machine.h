@@ -182,6 +182,7 @@ private:
     const MachineCode* turnsOf(const MachineCode& plain);
     const MachineCode* renewed(MachineFunction& function, const MachineCode& code);
     MachineFunction* functionOf(const ScriptCallable& callable);
+    bool isFirstCall(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
     [[nodiscard]] bool givesTurns() const {
         return !interpreter_.inCoroutineTurn && (interpreter_.scheduledCoroutine != nullptr ||

@@ -31,6 +31,8 @@ public:
     [[nodiscard]] bool compile(MachineDraft& draft);
     /// The same for the value of `line`, the body of a function of one line, without calls.
     [[nodiscard]] bool compileLeaf(const ParsedScriptLine& line, MachineDraft& draft);
+    /// Whether there is a loop in the chunk itself, functions that it declares apart.
+    [[nodiscard]] bool holdsLoop() const { return holdsLoop(unit_.chunk); }
 
 private:
     using Op = MachineOp;

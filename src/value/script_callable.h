@@ -55,6 +55,7 @@ struct ScriptCallable {
     // The compiled form of a body of one line without calls, which runs without a scope.
     mutable std::shared_ptr<MachineFunction> leaf;
     mutable bool isLeafRefused = false;
+    mutable bool hasBeenCalled = false;  // known of such a function alone
 
     /// A call pushes a frame with the parameters and nothing else.
     [[nodiscard]] bool runsInFrame() const {
