@@ -5,14 +5,15 @@ times a peer's CPU time dovrelscript takes, on a logarithmic axis with 1 as the 
 import math
 from xml.sax.saxutils import escape
 
-COLOURS = ("#2b6cb0", "#c05621")
+COLOURS = ("#2b6cb0", "#6b8e23", "#c05621")  # one for each peer
 FASTEST = -3  # as a power of 2; a bar beyond it would leave the rest of the axis empty, and is cut
 LEFT = 170  # of the axis, with the names in front of it
 RIGHT = 40  # behind the axis, for the numbers of the longest bars
 WIDTH = 590  # of the axis
 TOP = 112  # of the first row
-ROW = 34
 BAR = 12
+STEP = BAR + 1  # from one bar of a row to the next
+GAP = 8  # between two rows
 
 
 def text(x, y, content, **attributes):
@@ -22,7 +23,10 @@ def text(x, y, content, **attributes):
 
 def bar(axis, peer, top, ratio):
     """One bar from 1 to the ratio, with its number at the end. A bar that is cut has a gap in it, and
-    its number inside."""
+    its number inside. A ratio of None is told in words."""
+    if ratio is None:
+        yield text(axis(1) + 4, top + 10, "cannot run it", font_size=10, fill=COLOURS[peer])
+        return
     start, end = axis(1), max(axis(ratio), LEFT)
     slower = ratio >= 1
     yield (
@@ -51,17 +55,19 @@ def grid(axis, lowest, highest, bottom):
 
 
 def plot(rows, mean, peers, conditions):
-    """`rows` maps each benchmark to its ratios, one for each name in `peers`, and `mean` has those of
-    all together. `conditions` tells where and when they were measured."""
-    ratios = [ratio for row in (*rows.values(), mean) for ratio in row]
+    """`rows` maps each benchmark to its ratios, one for each name in `peers` and None where that peer does
+    not run it, and `mean` has those of all together. `conditions` tells where and when they were
+    measured."""
+    ratios = [ratio for row in (*rows.values(), mean) for ratio in row if ratio is not None]
     lowest = max(FASTEST, min(-1, math.floor(math.log2(min(ratios)))))
     highest = max(1, math.ceil(math.log2(max(ratios))))
 
     def axis(ratio):
         return LEFT + WIDTH * (math.log2(ratio) - lowest) / (highest - lowest)
 
-    rule = TOP + ROW * len(rows)  # between the programs and their mean
-    bottom = rule + 8 + ROW
+    height_of_row = STEP * len(peers) + GAP
+    rule = TOP + height_of_row * len(rows)  # between the programs and their mean
+    bottom = rule + GAP + height_of_row
     width, height = LEFT + WIDTH + RIGHT, bottom + 32
     title = "CPU time of dovrelscript as a multiple of each peer's"
     parts = [
@@ -78,10 +84,13 @@ def plot(rows, mean, peers, conditions):
         parts.append(text(x + 18, 67, f"to {peer}"))
     parts += grid(axis, lowest, highest, bottom)
     parts.append(f'<line x1="20" y1="{rule}" x2="{LEFT + WIDTH}" y2="{rule}" stroke="#999"/>')
-    tops = [(name, TOP + ROW * number, row) for number, (name, row) in enumerate(rows.items())]
-    for name, top, row in [*tops, ("geometric mean", rule + 8, mean)]:
+    tops = [
+        (name, TOP + height_of_row * number, row) for number, (name, row) in enumerate(rows.items())
+    ]
+    for name, top, row in [*tops, ("geometric mean", rule + GAP, mean)]:
         weight = {"font_weight": "bold"} if row is mean else {}
-        parts.append(text(LEFT - 10, top + 17, name, text_anchor="end", **weight))
+        middle = top + height_of_row / 2
+        parts.append(text(LEFT - 10, middle, name, text_anchor="end", **weight))
         for peer, ratio in enumerate(row):
-            parts += bar(axis, peer, top + peer * (BAR + 1), ratio)
+            parts += bar(axis, peer, top + peer * STEP, ratio)
     return "\n".join([*parts, "</svg>", ""])

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "harness.h"
 #include "library/pattern_graph.h"
 #include "library/pattern_source.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -115,7 +117,8 @@ std::vector<Variable> argumentsOf(std::string_view text, const Target& target) {
     const std::string_view library = target.library != nullptr ? target.library : "";
     if (library == "table" || std::string_view(target.member) == "set" ||
         std::string_view(target.member) == "erase") {
-        ArrayStorage elements(values.begin() + (values.empty() ? 0 : 1), values.end());
+        const std::span<const Variable> all(values);
+        ArrayStorage elements(all.subspan(values.empty() ? 0 : 1));
         values.insert(values.begin(), Variable::makeArray(std::move(elements)));
     }
     return values;

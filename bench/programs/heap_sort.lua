@@ -17,7 +17,7 @@ end
 
 local function heapSort(values)
     local count = #values
-    for first = count // 2, 1, -1 do
+    for first = math.floor(count / 2), 1, -1 do
         sift(values, first, count)
     end
     for last = count, 2, -1 do

@@ -3,9 +3,9 @@ local checksum = 0
 for i = 1, 80000 do
     local line = "item-" .. tostring(i) .. " costs " .. tostring(i * 7 % 1000) .. " coins, not " .. tostring(i % 13)
     local name, number = string.match(line, "(%a+)%-(%d+)")
-    checksum = (checksum + #name + math.tointeger(tonumber(number))) % 1000003
+    checksum = (checksum + #name + tonumber(number)) % 1000003
     for digits in string.gmatch(line, "%d+") do
-        checksum = (checksum * 3 + math.tointeger(tonumber(digits))) % 1000003
+        checksum = (checksum * 3 + tonumber(digits)) % 1000003
     end
     for word in string.gmatch(line, "%a+") do
         checksum = (checksum * 3 + #word) % 1000003

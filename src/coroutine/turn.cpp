@@ -15,6 +15,7 @@
 #include "exec/machine.h"
 #include "frontend/line_preparation.h"
 #include "interpreter/dovrel_script.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 
 namespace {
@@ -378,7 +379,8 @@ bool CoroutineTurn::collectRows(const ParsedScriptLine& line, std::size_t iterat
     const bool spreads = top().loopVariables.size() > 1;
     for (const Variable& element : *elements) {
         if (spreads && element.type == VarType::Array) {
-            top().iterationRows.push_back(*element.asArray());
+            const ArrayStorage& row = *element.asArray();
+            top().iterationRows.emplace_back(row.begin(), row.end());
         } else {
             top().iterationRows.push_back({element});
         }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "frontend/token_analysis.h"
+#include "value/array_storage.h"
 #include "value/script_callable.h"
 #include "value/table.h"
 

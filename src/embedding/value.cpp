@@ -8,6 +8,7 @@
 
 #include "embedding/state.h"
 #include "eval/errors.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 #include "value/table.h"
 
@@ -227,7 +228,7 @@ Value Value::allKeys() const {
         ArrayStorage keys;
         if (kind_ == Kind::Table) {
             const std::shared_ptr<const TableSnapshot> snapshot = variable.asTable()->snapshot();
-            keys.assign(snapshot->keyValues.begin(), snapshot->keyValues.end());
+            keys = ArrayStorage(snapshot->keyValues);
         } else {
             const std::size_t count = variable.asArray()->size();
             keys.reserve(count);

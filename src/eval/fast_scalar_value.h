@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "value/array_storage.h"
 #include "value/variable.h"
 
 enum class ScalarKind : std::uint32_t {

@@ -214,6 +214,7 @@ private:
         }
     }
     MachineFunction* functionOf(const ScriptCallable& callable);
+    bool isFirstCall(const ScriptCallable& callable);
     bool compile(MachineFunction& function, bool amongBlocks);
     const MachineCode* turnLineCode(const ScriptCallable& callable, std::size_t index);
     bool compileTurnLine(const ScriptCallable& callable, std::size_t index,

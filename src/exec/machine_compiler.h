@@ -33,6 +33,8 @@ public:
     [[nodiscard]] bool compileLeaf(const ParsedScriptLine& line, MachineDraft& draft);
     /// The same for a plain line of a coroutine's body.
     [[nodiscard]] bool compileTurnLine(const ParsedScriptLine& line, MachineDraft& draft);
+    /// Whether there is a loop in the chunk itself, functions that it declares apart.
+    [[nodiscard]] bool holdsLoop() const { return holdsLoop(unit_.chunk); }
 
 private:
     using Op = MachineOp;

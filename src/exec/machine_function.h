@@ -70,4 +70,5 @@ struct MachineFunctions {
     ~MachineFunctions();
 
     std::vector<std::unique_ptr<MachineFunction>> byChunk;
+    std::vector<bool> haveBeenCalled;  // by chunk
 };

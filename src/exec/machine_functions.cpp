@@ -1,5 +1,5 @@
-// Code for functions and programs: made at the first call, and anew when tokens have met their
-// places.
+// Code for functions and programs: made at the second call, or at the first of what holds a loop,
+// and anew when tokens have met their places.
 #include <algorithm>
 #include <utility>
 
@@ -28,6 +28,7 @@ MachineFunctions::MachineFunctions(const MachineFunctions&) {}
 MachineFunctions::MachineFunctions(MachineFunctions&&) noexcept = default;
 MachineFunctions& MachineFunctions::operator=(const MachineFunctions&) {
     byChunk.clear();
+    haveBeenCalled.clear();
     return *this;
 }
 MachineFunctions& MachineFunctions::operator=(MachineFunctions&&) noexcept = default;
@@ -50,18 +51,36 @@ const Text& Machine::typeText(VarType type, const char* word) {
     return text;
 }
 
+/// Most functions of a long script are called once, if at all. Their code would take more memory
+/// than their text and their lines, and longer to make than the executor takes for them, unless it
+/// is in a loop that they spend their time.
+bool Machine::isFirstCall(const ScriptCallable& callable) {
+    BytecodeProgram& program = *callable.program;
+    std::vector<bool>& known = program.machineFunctions.haveBeenCalled;
+    if (known.size() < program.chunks.size()) known.resize(program.chunks.size());
+    if (known[callable.chunkIndex]) return false;
+    known[callable.chunkIndex] = true;
+    MachineCompiler::Unit unit;
+    unit.chunk = callable.chunkIndex;
+    return !MachineCompiler(interpreter_, program, unit).holdsLoop();
+}
+
 MachineFunction* Machine::functionOf(const ScriptCallable& callable) {
     if (callable.machineFunction != nullptr) return callable.machineFunction;
     if (callable.isMachineRefused || callable.program == nullptr ||
         !interpreter_.runsCompiledForm) {
         return nullptr;
     }
-    callable.isMachineRefused = true;
     BytecodeProgram& program = *callable.program;
     auto& functions = program.machineFunctions.byChunk;
-    if (callable.chunkIndex >= program.chunks.size()) return nullptr;
+    if (callable.chunkIndex >= program.chunks.size()) {
+        callable.isMachineRefused = true;
+        return nullptr;
+    }
     if (functions.size() < program.chunks.size()) functions.resize(program.chunks.size());
     std::unique_ptr<MachineFunction>& function = functions[callable.chunkIndex];
+    if (function == nullptr && isFirstCall(callable)) return nullptr;
+    callable.isMachineRefused = true;
     if (function == nullptr) {
         function = std::make_unique<MachineFunction>();
         function->program = &program;
@@ -149,6 +168,12 @@ const MachineCode* Machine::renewLeaf(const ScriptCallable& callable) {
         if (values.size() > kMostSpread || std::any_of(values.begin(), values.end(), holdsCall)) {
             return nullptr;
         }
+    }
+    // As of any other function, there is no code for the first call.
+    if (!callable.hasBeenCalled) {
+        callable.hasBeenCalled = true;
+        callable.isLeafRefused = false;
+        return nullptr;
     }
     if (callable.leaf == nullptr) {
         callable.leaf = std::make_shared<MachineFunction>();

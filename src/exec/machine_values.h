@@ -7,6 +7,7 @@
 #include <string>
 
 #include "value/arithmetic.h"
+#include "value/array_storage.h"
 #include "value/table.h"
 #include "value/variable.h"
 

@@ -41,6 +41,7 @@
 #include "library/random_engine.h"
 #include "library/script_file_cache.h"
 #include "value/arguments.h"
+#include "value/array_storage.h"
 #include "value/names.h"
 #include "value/run_context.h"
 #include "value/script_callable.h"

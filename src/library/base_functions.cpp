@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "exec/machine.h"
 #include "interpreter/dovrel_script.h"
 #include "library/natives.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 #include "value/text.h"
 
@@ -194,8 +196,9 @@ Variable selectFunction(DovrelScript&, Arguments args) {
     const int index = args[0].asInt();
     // A single array or multi-value stands for its elements.
     if (args.size() == 2 && (args[1].type == VarType::Array || args[1].type == VarType::Multi)) {
-        const std::vector<Variable>& values =
-            args[1].type == VarType::Array ? *args[1].asArray() : args[1].asMulti()->values;
+        const std::span<const Variable> values =
+            args[1].type == VarType::Array ? std::span<const Variable>(*args[1].asArray())
+                                           : std::span<const Variable>(args[1].asMulti()->values);
         return selectFrom(index, values.size(), [&](std::size_t i) { return values[i]; });
     }
     return selectFrom(index, args.size() - 1, [&](std::size_t i) { return args[i + 1]; });

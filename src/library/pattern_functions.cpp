@@ -8,6 +8,7 @@
 #include "library/natives.h"
 #include "library/patterns.h"
 #include "library/text_search.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 #include "value/table.h"
 #include "value/text.h"

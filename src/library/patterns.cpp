@@ -11,6 +11,7 @@
 #include "eval/errors.h"
 #include "library/host_stack.h"
 #include "library/pattern_graph.h"
+#include "value/array_storage.h"
 #include "value/run_context.h"
 
 namespace {
@@ -233,20 +234,23 @@ bool PatternWalk::next() {
     return !ended_;
 }
 
+template <class Values>
 Variable matchValue(std::string_view text, const PatternMatch& match,
-                    Variable (*makeSeveral)(std::vector<Variable>&&)) {
+                    Variable (*makeSeveral)(Values&&)) {
     if (match.size() <= 2) return Variable(std::string(match.text(text, match.size() - 1)));
-    std::vector<Variable> groups;
+    Values groups;
     groups.reserve(match.size() - 1);
     for (std::size_t group = 1; group < match.size(); ++group) {
         if (match.has(group)) {
-            groups.emplace_back(std::string(match.text(text, group)));
+            groups.push_back(Variable(std::string(match.text(text, group))));
         } else {
-            groups.emplace_back();
+            groups.push_back(Variable());
         }
     }
     return makeSeveral(std::move(groups));
 }
+template Variable matchValue(std::string_view, const PatternMatch&,
+                             Variable (*)(std::vector<Variable>&&));
 
 bool GmatchWalk::next(Variable& element) {
     // A step is made only when it is asked for: a search that fails must not cost the element

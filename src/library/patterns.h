@@ -92,8 +92,9 @@ private:
 /// What a match in `text` hands to a script: the whole match if the pattern has no group, the
 /// group's text if it has one (empty if the group took no part), else what `makeSeveral` makes of
 /// all groups, with nil for each that took no part.
+template <class Values>
 [[nodiscard]] Variable matchValue(std::string_view text, const PatternMatch& match,
-                                  Variable (*makeSeveral)(std::vector<Variable>&&));
+                                  Variable (*makeSeveral)(Values&&));
 
 /// A walk over all matches of a pattern, one element at a time. It keeps the text itself, so that
 /// script code may run between two steps.

@@ -8,6 +8,7 @@
 
 #include "eval/errors.h"
 #include "interpreter/dovrel_script.h"
+#include "value/array_storage.h"
 #include "value/numbers.h"
 #include "value/operators.h"
 #include "value/string_methods.h"

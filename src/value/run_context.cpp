@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "value/array_storage.h"
 #include "value/table.h"
 #include "value/variable.h"
 

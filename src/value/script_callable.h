@@ -56,6 +56,7 @@ struct ScriptCallable {
     // The compiled form of a body of one line without calls, which runs without a scope.
     mutable std::shared_ptr<MachineFunction> leaf;
     mutable bool isLeafRefused = false;
+    mutable bool hasBeenCalled = false;  // known of such a function alone
     // Of a decay function: the lines of its body that turns have run often.
     mutable std::shared_ptr<TurnLines> turnLines;
 

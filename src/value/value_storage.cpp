@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <type_traits>
 
+#include "value/array_storage.h"
 #include "value/script_callable.h"
 #include "value/table.h"
 #include "value/variable.h"

@@ -27,10 +27,8 @@
 struct Variable;
 struct MultiResult;
 struct ScriptCallable;
+class ArrayStorage;
 class TableStorage;
-
-/// A dense sequence; the language counts its positions from 1.
-using ArrayStorage = std::vector<Variable>;
 
 #ifdef DOVREL_EMBEDDED
 /// A container enters the list of the context that it is made in, and leaves it when it ends.

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include "value/array_storage.h"
 #include "value/stack_end.h"
 #include "value/table.h"
 #include "value/text.h"

@@ -121,7 +121,7 @@ struct Variable : ValueStorage {
     [[nodiscard]] float rawFloat() const noexcept { return floatContent(); }
     [[nodiscard]] bool rawBool() const noexcept { return boolContent(); }
     [[nodiscard]] TextBlock& rawText() const noexcept { return *textContent(); }
-    [[nodiscard]] ArrayStorage& rawArray() const noexcept { return *arrayContent(); }
+    [[nodiscard]] ArrayStorage& rawArray() const noexcept;       // in value/array_storage.h
     [[nodiscard]] TableStorage& rawTable() const noexcept;       // in value/table.h
     [[nodiscard]] ScriptCallable* rawFunction() const noexcept;  // in value/script_callable.h
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "value/array_storage.h"
 #include "value/script_callable.h"
 
 namespace {

@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "value/array_storage.h"
+
 namespace {
 
 Shared<TableStorage> tableWith(const std::vector<std::string>& keys) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "value/array_storage.h"
 #include "value/operators.h"
 #include "value/script_callable.h"
 #include "value/table.h"

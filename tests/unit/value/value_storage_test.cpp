@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "value/array_storage.h"
 #include "value/script_callable.h"
 #include "value/table.h"
 #include "value/variable.h"

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "value/array_storage.h"
 #include "value/script_callable.h"
 #include "value/table.h"
 
