@@ -425,12 +425,20 @@ private:
     [[nodiscard, gnu::always_inline]] bool leadsToGlobal(const VariableRecord& record) const {
         const TokenAnalysis& token = *record.token;
         return record.isPlain && token.slotKind == SlotKind::Global &&
-               token.slotDepth == static_cast<std::uint16_t>(interpreter_.frameScopes.size());
+               token.slotDepth == interpreter_.frameScopes.size();
     }
     [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
-        if (leadsToGlobal(record)) return record.global;
-        if (record.amongBlocks && record.token->slotKind == SlotKind::None &&
-            record.name()->scopeEntries == 0) {
+        const TokenAnalysis& token = *record.token;
+        if (token.slotKind == SlotKind::Global && record.isPlain) {
+            const std::size_t depth = interpreter_.frameScopes.size();
+            if (token.slotDepth == depth) return record.global;
+            // In another depth of a recursion.
+            if (record.name()->scopeEntries == 0 && depth != 0 && record.global != nullptr) {
+                token.slotDepth = static_cast<std::uint16_t>(depth);
+                return record.global;
+            }
+        } else if (token.slotKind == SlotKind::None && record.amongBlocks &&
+                   record.name()->scopeEntries == 0) {
             return record.global;
         }
         return searchGlobal(record);
