@@ -119,10 +119,11 @@ public:
 
     /// Destroys the values, first to last; the storage stays for the next use.
     [[gnu::always_inline]] void clear() {
-        if ((capacity_ & kUncounted) == 0) {
+        if ((capacity_ & kUncounted) == 0) [[unlikely]] {
             for (std::uint32_t i = 0; i < count_; ++i) --names_[i]->scopeEntries;
         }
-        for (std::uint32_t i = 0; i < count_; ++i) values_[i].overwriteNil();
+        Variable* const end = values_ + count_;
+        for (Variable* value = values_; value != end; ++value) value->overwriteNil();
         count_ = 0;
     }
 

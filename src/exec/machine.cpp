@@ -208,6 +208,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         &&SpreadCall,
         &&Spread,
         &&CutMulti,
+        &&CutMultiAndTake,
         &&ForStart,
         &&ForNext,
         &&ForSlowly,
@@ -353,7 +354,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             interpreter_.blockScopes.forget(1);
         }
         running.blockState = at->c;
-        for (std::size_t i = 0; i < at->b; ++i) R[at->a + i].overwriteNil();
+        slot = &R[at->a];
+        for (Variable* const end = slot + at->b; slot != end; ++slot) slot->overwriteNil();
         NEXT();
     }
     DeclareFrame:
@@ -1114,6 +1116,12 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             R[at->a] = AssignmentRun::firstValue(Variable(R[at->a]));
         }
         NEXT();
+    CutMultiAndTake:
+        if (R[at->a].type == VarType::Multi) [[unlikely]]
+            goto CutMulti;
+        R[at[1].a].overwriteByMove(R[at->a]);
+        at += 2;
+        DISPATCH();
 
     RequireScalarCall : {
         const ScalarCallSite& site = code->scalarCalls[at->a];

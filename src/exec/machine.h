@@ -324,9 +324,8 @@ private:
     }
     [[gnu::always_inline]] void popLeaf() {
         const Activation& running = activations_.back();
-        for (std::size_t i = 0; i < running.code->parameterCount; ++i) {
-            running.base[i].overwriteNil();
-        }
+        Variable* const end = running.base + running.code->parameterCount;
+        for (Variable* value = running.base; value != end; ++value) value->overwriteNil();
         activations_.pop_back();
     }
     [[gnu::always_inline]] void leaveLeaf(Variable& returned) {
@@ -343,7 +342,10 @@ private:
         interpreter_.blockScopes.forget(std::size_t{state.level} - running.openBlocks);
         if (running.openBlocks != 0) [[unlikely]]
             interpreter_.blockScopes.open().popTo(running.blocks);
-        for (std::size_t i = state.first; i < state.end; ++i) running.base[i].overwriteNil();
+        Variable* const end = running.base + state.end;
+        for (Variable* value = running.base + state.first; value != end; ++value) {
+            value->overwriteNil();
+        }
     }
     static std::uint32_t openBlocksOf(Activation& running, ScopeStack& scopes);
     /// Its innermost block is over, open or not; `state` is the one around it.

@@ -168,15 +168,16 @@ enum class MachineOp : std::uint8_t {
     ReturnLeaf,         // a, from a function of one line
     ReturnLeafMulti,    // a and the b - 1 values behind it, from there
     ReturnNil,
-    EndTurnLine,  // the end of a line of a coroutine
-    ReturnMulti,  // a and the b - 1 values behind it
-    NewArray,     // a = the c values from b on
-    NewTable,     // a = table site d, from its registers
-    RequireKey,   // a can be a table's key
-    Varargs,      // a = "..."
-    SpreadCall,   // call site d for several targets
-    Spread,       // the multi-value or value in a over the c registers from b on
-    CutMulti,     // the first value of a, if it is a multi-value
+    EndTurnLine,      // the end of a line of a coroutine
+    ReturnMulti,      // a and the b - 1 values behind it
+    NewArray,         // a = the c values from b on
+    NewTable,         // a = table site d, from its registers
+    RequireKey,       // a can be a table's key
+    Varargs,          // a = "..."
+    SpreadCall,       // call site d for several targets
+    Spread,           // the multi-value or value in a over the c registers from b on
+    CutMulti,         // the first value of a, if it is a multi-value
+    CutMultiAndTake,  // the same, and the Take behind it
     // Loops. The hidden registers of a numeric loop are a (counter), a + 1 (limit), a + 2 (step);
     // its
     // variable is a + 3.

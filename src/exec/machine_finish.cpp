@@ -47,11 +47,14 @@ Op throughForm(Op op) {
     }
 }
 
-/// Pairs of instructions that take an element of an element. The second stays as it is, for who
-/// jumps there and for values that the pair does not serve.
-void joinElements(std::vector<MachineInstruction>& code) {
+/// Pairs of instructions that take an element of an element, or a call's value to a variable. The
+/// second stays as it is, for who jumps there and for values that the pair does not serve.
+void joinPairs(std::vector<MachineInstruction>& code) {
     for (std::size_t i = 0; i + 1 < code.size(); ++i) {
         const MachineInstruction& next = code[i + 1];
+        if (code[i].op == Op::CutMulti && next.op == Op::Take && next.b == code[i].a) {
+            code[i].op = Op::CutMultiAndTake;
+        }
         const bool takesElement =
             next.op == Op::Index || next.op == Op::IndexInt || next.op == Op::IndexConst;
         // The element between the two is in no register afterwards, and nothing else goes with
@@ -126,7 +129,7 @@ MachineCode finishMachineCode(const MachineDraft& draft, bool forTurns) {
         result.frame.capacity = static_cast<std::uint32_t>(window.names.size());
         result.frame.hasOwnNames = window.hasOwnNames;
     }
-    joinElements(result.code);
+    joinPairs(result.code);
     result.forTurns = forTurns;
     return result;
 }
