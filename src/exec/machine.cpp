@@ -46,6 +46,18 @@ namespace {
     if ((marks & kFirstGoes) != 0) container.overwriteNil();
 }
 
+/// `callee` if it is a native of which nothing but its result matters: not `assert`, which is no
+/// call as a statement, nor what may end a coroutine's turn. Else null.
+[[gnu::always_inline]] inline const ScriptCallable* plainNative(const Variable& callee,
+                                                                const DovrelScript& interpreter) {
+    if (callee.tag() != Variable::kFunctionTag) return nullptr;
+    const ScriptCallable* callable = callee.rawFunction();
+    if (callable == nullptr || !callable->isNative || callable->isDecay) return nullptr;
+    if (callable->builtinId == BuiltinId::Assert) return nullptr;
+    if (callable->builtinId == BuiltinId::None && interpreter.inCoroutineTurn) return nullptr;
+    return callable;
+}
+
 [[gnu::always_inline]] inline bool isNative(const Variable& callee, BuiltinId id) {
     if (callee.tag() != Variable::kFunctionTag) return false;
     const ScriptCallable* callable = callee.rawFunction();
@@ -966,14 +978,20 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
             decline(*code, moved, R);
             goto declined;
         }
+        if (const ScriptCallable* native = plainNative(*slot, interpreter_)) {
+            if ((at->m & kAsText) != 0 && native->builtinId == BuiltinId::ToString &&
+                !needsAttention()) {
+                lastCallWasScalar_ = false;
+                slot->overwriteByMove(slot[1]);
+                NEXT();
+            }
+            activations_.back().pc = at;
+            callPlainNative(slot, argumentCount, *native, at->m);
+            goto called;
+        }
         callee = readyLeaf(*slot);
         if (callee == nullptr) callee = leafCode(*slot);
         if (callee != nullptr && slot + 1 + callee->registerCount <= segmentEnd_) goto enterLeaf;
-        if ((at->m & kAsText) != 0 && isNative(*slot, BuiltinId::ToString) && !needsAttention()) {
-            lastCallWasScalar_ = false;
-            slot->overwriteByMove(slot[1]);
-            NEXT();
-        }
         activations_.back().pc = at;
         if (slot->type == VarType::Function) {
             if (tryEnter(slot, argumentCount, at->m)) {

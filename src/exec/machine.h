@@ -284,6 +284,8 @@ private:
     bool callOther(Variable* slot, std::size_t count, std::uint8_t marks, std::size_t entry);
     [[nodiscard]] bool isStatementOfTurn(std::size_t entry);
     class LastCall;
+    void callPlainNative(Variable* slot, std::size_t count, const ScriptCallable& native,
+                         std::uint8_t marks);
     bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
     bool callOfText(Variable* slot, std::size_t count, const Variable& text, const Text& method);
     void clearArguments(Variable* slot, std::size_t count);
@@ -429,15 +431,19 @@ private:
         return record.isPlain && token.slotKind == SlotKind::Global &&
                token.slotDepth == interpreter_.frameScopes.size();
     }
+    /// The global of the record, or null if something hides it, or there is none yet.
     [[gnu::always_inline]] Variable* globalOf(const VariableRecord& record) {
         const TokenAnalysis& token = *record.token;
-        if (token.slotKind == SlotKind::Global && record.isPlain) {
+        if (token.slotKind == record.globalKind) [[likely]] {
+            Variable* const global = record.global;
+            if (global == nullptr) __builtin_unreachable();
             const std::size_t depth = interpreter_.frameScopes.size();
-            if (token.slotDepth == depth) return record.global;
+            if (token.slotDepth == depth) [[likely]]
+                return global;
             // In another depth of a recursion.
-            if (record.name()->scopeEntries == 0 && depth != 0 && record.global != nullptr) {
+            if (record.name()->scopeEntries == 0 && depth != 0) {
                 token.slotDepth = static_cast<std::uint16_t>(depth);
-                return record.global;
+                return global;
             }
         } else if (token.slotKind == SlotKind::None && record.amongBlocks &&
                    record.name()->scopeEntries == 0) {

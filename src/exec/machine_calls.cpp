@@ -7,6 +7,7 @@
 
 #include "eval/errors.h"
 #include "eval/exhaustion.h"
+#include "eval/frame_call.h"
 #include "eval/variable_access.h"
 #include "exec/bytecode_program.h"
 #include "exec/chunk_run.h"
@@ -537,6 +538,29 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
     clearArguments(slot, count);
     *slot = std::move(result);
     return false;
+}
+
+/// A native in `slot`, which holds it while it runs.
+void Machine::callPlainNative(Variable* slot, std::size_t count, const ScriptCallable& native,
+                              std::uint8_t marks) {
+    showToken();
+    const Arguments args(slot + 1, count);
+    const bool hasBody = native.builtinId != BuiltinId::None;
+    Variable result;
+    FastScalarValue scalar{};
+    lastCallWasScalar_ =
+        (marks & kDirectCall) != 0 && hasBody &&
+        interpreter_.tryEvaluateNativeBuiltinScalar(native.builtinId, args, scalar);
+    if (lastCallWasScalar_) {
+        result = variableFromFastScalar(scalar);
+    } else {
+        const CallDepthGuard depth(interpreter_);
+        result = hasBody ? interpreter_.dispatchBuiltinFast(native.builtinId, args)
+                         : native.nativeFunction(args);
+        if (interpreter_.softErrorUnwinding()) result.setNil();
+    }
+    clearArguments(slot, count);
+    *slot = std::move(result);
 }
 
 /// A member of a library table goes straight to its fast body, outside the count of calls.

@@ -269,8 +269,14 @@ static_assert(sizeof(MachineInstruction) == 8);
 
 /// A token that names a variable.
 struct VariableRecord {
+    /// No kind of slot.
+    static constexpr auto kNoKind = static_cast<SlotKind>(255);
+
     const TokenAnalysis* token = nullptr;
     Variable* global = nullptr;  // once the token has met it
+    // What the token's cache says while it leads to `global` in its depth; `kNoKind` if that does
+    // not tell enough.
+    SlotKind globalKind = kNoKind;
     // Its certain place, if it has one that the token has not met yet.
     bool hasPlace = false;
     bool isPlain = false;          // neither of the next two
@@ -281,6 +287,10 @@ struct VariableRecord {
     std::uint16_t entry = 0;       // in its scope
 
     [[nodiscard]] Name name() const { return token->name; }
+    void setGlobal(Variable* value) {
+        global = value;
+        if (isPlain && value != nullptr) globalKind = SlotKind::Global;
+    }
 };
 
 /// The names of a scope that code opens.

@@ -19,7 +19,7 @@ std::uint16_t MachineCompiler::recordFor(const ParsedScriptLine& line, std::size
     // A token that leads to another global than its name's stays with its cache.
     if (record.token->globalSlotFound && record.name() != nullptr &&
         record.token->globalSlot == record.name()->globalSlot) {
-        record.global = record.token->globalValue;
+        record.setGlobal(record.token->globalValue);
     }
     out_.variables.push_back(record);
     return number(out_.variables.size() - 1);

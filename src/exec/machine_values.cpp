@@ -120,7 +120,7 @@ const Variable* Machine::read(VariableRecord& record) {
     if (record.global == nullptr && value != nullptr && !record.hasPlace &&
         record.token->globalSlotFound && record.token->globalSlot == record.name()->globalSlot &&
         value == record.token->globalValue && interpreter_.isInNoScope(record.name())) {
-        record.global = record.token->globalValue;
+        record.setGlobal(record.token->globalValue);
     }
     return value;
 }
@@ -131,7 +131,7 @@ void Machine::meetGlobal(const MachineCode& code, MachineInstruction& instructio
     const TokenAnalysis& token = *record.token;
     if (!token.globalSlotFound || token.globalSlot != record.name()->globalSlot) return;
     if (token.globalValue == nullptr) return;
-    record.global = token.globalValue;
+    record.setGlobal(token.globalValue);
     instruction.op = op;
     makeStale(code);
 }
@@ -222,7 +222,7 @@ Variable* Machine::variableForStore(const MachineCode& code, std::uint16_t index
     } else if (record.global == nullptr && interpreter_.isInNoScope(record.name()) &&
                token.globalSlotFound && token.globalSlot == record.name()->globalSlot &&
                variable == token.globalValue) {
-        record.global = variable;
+        record.setGlobal(variable);
     }
     return variable;
 }

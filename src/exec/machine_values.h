@@ -44,7 +44,7 @@
 }
 /// A number whose content is of another kind: a compound assignment has failed half-way.
 [[gnu::always_inline]] inline bool isSpoiled(const Variable& value) {
-    if (isIntValue(value)) return false;  // most values that are asked
+    if (isIntValue(value) || isFloatValue(value)) return false;  // most values that are asked
     switch (value.type) {
         case VarType::Int: return value.alternative() != Alternative::Int;
         case VarType::Float: return value.alternative() != Alternative::Float;
