@@ -1,8 +1,11 @@
 // string.format. Each conversion goes to the platform's snprintf on its own, with one argument, so
-// that flags, width and precision mean what they mean there; a format of plain int conversions
-// never gets that far.
+// that flags, width and precision mean what they mean there. Ints and texts with nothing but a
+// width are laid out here, and a format of plain int conversions never gets that far.
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -61,15 +64,106 @@ constexpr std::size_t kLongestInt = 11;  // a sign and ten digits
 template <typename Value>
 void appendFormatted(std::string& out, const std::string& specifier, Value value,
                      const char* failure) {
-    const int measured = std::snprintf(nullptr, 0, specifier.c_str(), value);
+    std::array<char, 128> room{};
+    const int measured = std::snprintf(room.data(), room.size(), specifier.c_str(), value);
     if (measured < 0) throwPlainError(failure);
     const auto length = static_cast<std::size_t>(measured);
+    if (length < room.size()) {
+        out.append(room.data(), length);
+        return;
+    }
     const std::size_t start = out.size();
     out.resize(start + length + 1);  // snprintf ends what it writes with a zero byte
     if (std::snprintf(out.data() + start, length + 1, specifier.c_str(), value) < 0) {
         throwPlainError(failure);
     }
     out.resize(start + length);
+}
+
+/// The width of a specifier and where it fills up.
+struct Field {
+    std::size_t width = 0;
+    bool isLeft = false;    // the filling stands behind the value
+    bool hasZeros = false;  // zeros between the sign and the digits
+};
+
+/// The field of `specifier`, a normalised one, if it has no precision and no flags but "-" and "0",
+/// and if its width is a usual one.
+[[nodiscard]] std::optional<Field> plainField(std::string_view specifier) {
+    constexpr std::size_t kMostDigits = 3;
+    Field field;
+    std::size_t index = 1;
+    for (; specifier[index] == '-' || specifier[index] == '0'; ++index) {
+        (specifier[index] == '-' ? field.isLeft : field.hasZeros) = true;
+    }
+    const std::size_t last = specifier.size() - 1;
+    if (last - index > kMostDigits) return std::nullopt;
+    for (; index < last; ++index) {
+        if (specifier[index] < '0' || specifier[index] > '9') return std::nullopt;
+        field.width = 10 * field.width + static_cast<std::size_t>(specifier[index] - '0');
+    }
+    field.hasZeros = field.hasZeros && !field.isLeft;
+    return field;
+}
+
+void appendInField(std::string& out, std::string_view text, const Field& field) {
+    const std::size_t fill = field.width > text.size() ? field.width - text.size() : 0;
+    if (!field.isLeft) out.append(fill, ' ');
+    out += text;
+    if (field.isLeft) out.append(fill, ' ');
+}
+
+/// The same for digits, which may have a sign.
+void appendDigitsInField(std::string& out, std::string_view digits, const Field& field) {
+    if (field.hasZeros && field.width > digits.size()) {
+        const std::size_t sign = digits.starts_with('-') ? 1 : 0;
+        out += digits.substr(0, sign);
+        out.append(field.width - digits.size(), '0');
+        out += digits.substr(sign);
+    } else {
+        appendInField(out, digits, field);
+    }
+}
+
+template <typename Number>
+void appendNumberInField(std::string& out, Number number, int base, const Field& field) {
+    std::array<char, kLongestInt> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr;
+    appendDigitsInField(out, std::string_view(digits.data(), end), field);
+}
+
+/// Appends `value` if `specifier`, a normalised one, is that of an int or a text and has a plain
+/// field. False, with nothing done, for every other one.
+[[nodiscard]] bool tryAppendPlainly(std::string& out, std::string_view specifier,
+                                    const Variable& value) {
+    constexpr std::string_view kServed = "diuoxs";
+    const char letter = specifier.back();
+    if (kServed.find(letter) == std::string_view::npos) return false;
+    const std::optional<Field> field = plainField(specifier);
+    if (!field) return false;
+    switch (letter) {
+        case 'd':
+        case 'i': appendNumberInField(out, toInt(value), 10, *field); return true;
+        case 'u':
+            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 10, *field);
+            return true;
+        case 'o':
+            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 8, *field);
+            return true;
+        case 'x':
+            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 16, *field);
+            return true;
+        default: break;
+    }
+    // What zeros before a text do is the platform's business.
+    if (field->hasZeros) return false;
+    // kept: the text ends at its first zero byte, as snprintf sees it.
+    if (value.type == VarType::String) {
+        appendInField(out, value.asString().c_str(), *field);
+    } else {
+        appendInField(out, value.toString().c_str(), *field);
+    }
+    return true;
 }
 
 void appendQuoted(std::string& out, const std::string& text) {
@@ -91,6 +185,7 @@ void appendQuoted(std::string& out, const std::string& text) {
 void appendConversion(std::string& out, std::string_view specifier, const Variable& value) {
     constexpr const char* kValueFailure = "string['format']: failed to format value";
     const std::string normalised = normaliseIntegerFormatSpecifier(specifier);
+    if (tryAppendPlainly(out, normalised, value)) return;
     const char letter = normalised.back();
     switch (letter) {
         case 'd':
