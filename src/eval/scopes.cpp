@@ -206,19 +206,6 @@ const Variable* DovrelScript::searchVariable(const TokenAnalysis& token) {
     return value;
 }
 
-Variable* DovrelScript::bindableVariable(const TokenAnalysis& token) {
-    if (token.slotKind == SlotKind::Block) {
-        if (token.slotDepth >= blockScopes.size() - blockScopeFloor) return nullptr;
-        // Found through a const scope, but the variables are ours.
-        return const_cast<Variable*>(cachedScopeEntry(token, blockScopes.fromTop(token.slotDepth)));
-    }
-    if (token.slotKind == SlotKind::None && blockScopeVisible() && fastCallable == nullptr &&
-        isInNoScope(token.name)) {
-        return token.globalValue;
-    }
-    return cachedVariable(token);
-}
-
 Variable* DovrelScript::resolveExistingVariable(Name name) {
     if (Variable* value = findInScopes(name)) return value;
     const std::size_t slot = findGlobalSlot(name);

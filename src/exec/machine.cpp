@@ -949,7 +949,8 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                         goto declined;
                     }
                     activations_.back().pc = at;
-                    if (callNative(slot, argumentCount, *native, true)) goto called;
+                    callMemberNative(slot, argumentCount, native->builtinId);
+                    goto called;
                 }
             } else {
                 slot->setNil();

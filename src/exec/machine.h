@@ -286,7 +286,7 @@ private:
     class LastCall;
     void callPlainNative(Variable* slot, std::size_t count, const ScriptCallable& native,
                          std::uint8_t marks);
-    bool callNative(Variable* slot, std::size_t count, const ScriptCallable& native, bool isMember);
+    void callMemberNative(Variable* slot, std::size_t count, BuiltinId id);
     bool callOfText(Variable* slot, std::size_t count, const Variable& text, const Text& method);
     void clearArguments(Variable* slot, std::size_t count);
     void popActivation();

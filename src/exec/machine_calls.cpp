@@ -564,15 +564,12 @@ void Machine::callPlainNative(Variable* slot, std::size_t count, const ScriptCal
 }
 
 /// A member of a library table goes straight to its fast body, outside the count of calls.
-bool Machine::callNative(Variable* slot, std::size_t count, const ScriptCallable& native,
-                         bool isMember) {
-    static_cast<void>(isMember);
+void Machine::callMemberNative(Variable* slot, std::size_t count, BuiltinId id) {
     const Arguments args(slot + 1, count);
-    Variable result = interpreter_.dispatchBuiltinFast(native.builtinId, args);
+    Variable result = interpreter_.dispatchBuiltinFast(id, args);
     if (interpreter_.softErrorUnwinding()) result.setNil();
     clearArguments(slot, count);
     *slot = std::move(result);
-    return true;
 }
 
 /// `s["method"](x)`: what the function that `s["method"]` is bound to gives, which nobody sees.

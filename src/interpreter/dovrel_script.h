@@ -212,8 +212,6 @@ public:
     /// The variable at a token if its cache leads to a global or to an entry of a frame, which are
     /// good for reading and writing alike; else null. Changes nothing that matters.
     [[nodiscard]] Variable* cachedVariable(const TokenAnalysis& token);
-    /// The same with entries of blocks, and with globals among blocks that cannot hide them.
-    [[nodiscard]] Variable* bindableVariable(const TokenAnalysis& token);
     /// With no scope that has the name, a search could only find the global that the token knows.
     /// It is cached as the search would cache it. Null if there is no such global, or no scope.
     [[nodiscard]] Variable* unhiddenGlobal(const TokenAnalysis& token);

@@ -83,6 +83,7 @@ protected:
         interpreter.callDepth = 7;
         interpreter.protectedCallDepths = {3, 5};
         interpreter.softErrorPending = true;
+        interpreter.noteAttention();
         interpreter.softErrorDepth = 3;
         interpreter.softErrorMessage = "on its way";
         interpreter.fastCallable = &callable;
@@ -299,9 +300,11 @@ TEST_F(Scheduler, TheHookParksAFailure) {
 TEST_F(Scheduler, TheHookGivesNoTurnWhileAFailureWaits) {
     interpreter.runScript("decay function f()\nx = 1\nx = 2\nend\nf()");
     interpreter.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    interpreter.noteAttention();
     interpreter.runTurnHook();
     EXPECT_EQ(global("x"), 1);
     interpreter.pendingCoroutineException = nullptr;
+    interpreter.noteAttention();
     interpreter.runTurnHook();
     EXPECT_EQ(global("x"), 2);
 }

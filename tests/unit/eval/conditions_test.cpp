@@ -129,6 +129,7 @@ TEST_F(Conditions, ASoftErrorMakesThemFalse) {
             EXPECT_FALSE(holds(condition, tiers)) << condition;
             EXPECT_TRUE(interpreter.softErrorUnwinding()) << condition;
             interpreter.softErrorPending = false;
+            interpreter.noteAttention();
             interpreter.callDepth = 0;
             interpreter.protectedCallDepths.clear();
         }
@@ -167,6 +168,7 @@ TEST_F(Conditions, ASoftErrorLeavesNoReturnValue) {
         interpreter.callDepth = 1;
         EXPECT_EQ(returned(values), "not not") << values;
         interpreter.softErrorPending = false;
+        interpreter.noteAttention();
         interpreter.callDepth = 0;
         interpreter.protectedCallDepths.clear();
     }

@@ -277,6 +277,7 @@ TEST_F(GeneralTier, ASoftErrorGivesNilBeforeAnythingIsApplied) {
             EXPECT_TRUE(interpreter.softErrorUnwinding()) << source;
             EXPECT_EQ(interpreter.softErrorMessage, "boom") << source;
             interpreter.softErrorPending = false;
+            interpreter.noteAttention();
         }
         interpreter.callDepth = 0;
         interpreter.protectedCallDepths.clear();
@@ -286,6 +287,7 @@ TEST_F(GeneralTier, ASoftErrorGivesNilBeforeAnythingIsApplied) {
     interpreter.callDepth = 1;
     EXPECT_EQ(callsOf([&] { return general("count(1) + risky() + count(2)"); }), 1);
     interpreter.softErrorPending = false;
+    interpreter.noteAttention();
     EXPECT_EQ(callsOf([&] { return general("same(count(1), risky(), count(2))"); }), 1);
 }
 

@@ -458,10 +458,13 @@ TEST_F(ScalarTiers, ASoftErrorDeclines) {
         EXPECT_TRUE(interpreter.softErrorUnwinding()) << source;
         EXPECT_EQ(interpreter.softErrorMessage, "boom");
         interpreter.softErrorPending = false;
+        interpreter.noteAttention();
         EXPECT_EQ(truth(source), "declined") << source;
         interpreter.softErrorPending = false;
+        interpreter.noteAttention();
         EXPECT_EQ(integer(source), "declined") << source;
         interpreter.softErrorPending = false;
+        interpreter.noteAttention();
         interpreter.callDepth = 0;
         interpreter.protectedCallDepths.clear();
     }

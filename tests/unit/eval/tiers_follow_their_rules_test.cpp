@@ -67,6 +67,7 @@ public:
         result += "\ncalls " + trace + " " + shown(global("counter")) + "\nsoft error " +
                   (interpreter_.softErrorPending ? interpreter_.softErrorMessage : "none");
         interpreter_.softErrorPending = false;
+        interpreter_.noteAttention();
         interpreter_.softErrorMessage.clear();
         interpreter_.protectedCallDepths.clear();
         interpreter_.callDepth = 0;

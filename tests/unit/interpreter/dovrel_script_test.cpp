@@ -395,6 +395,7 @@ TEST_F(DovrelScriptObject, GivesAScriptNoNameFromEmptyStacks) {
 TEST_F(DovrelScriptObject, RaisesAPendingErrorOnce) {
     EXPECT_NO_THROW(interpreter.rethrowPendingCoroutineException());
     interpreter.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    interpreter.noteAttention();
     EXPECT_THROW(interpreter.rethrowPendingCoroutineException(), std::runtime_error);
     EXPECT_EQ(interpreter.pendingCoroutineException, nullptr);
     EXPECT_NO_THROW(interpreter.rethrowPendingCoroutineException());
@@ -405,12 +406,14 @@ TEST_F(DovrelScriptObject, RaisesAPendingErrorAtTheEndOfARun) {
     program->baseDirectory = "/scripts";
     program->scriptName = "main.dv";
     interpreter.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    interpreter.noteAttention();
     EXPECT_EQ(programFailureOf(program), "waiting");
     expectUnwound();
 }
 
 TEST_F(DovrelScriptObject, LocatesAPendingErrorAtTheEndOfAScript) {
     interpreter.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    interpreter.noteAttention();
     EXPECT_EQ(failureOf(""), std::string("DovrelScript error: waiting\n"
                                          "  at line 1, near token 'script'\n"
                                          "  \n"
@@ -422,6 +425,7 @@ TEST_F(DovrelScriptObject, LocatesAPendingErrorAtTheEndOfAScript) {
 TEST_F(DovrelScriptObject, RaisesAPendingErrorBeforeTheNextStatement) {
     interpreter.runScript("x = 1");
     interpreter.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    interpreter.noteAttention();
     EXPECT_NE(failureOf("x = 2\nx = 3").find("DovrelScript error: waiting\n"), std::string::npos);
     EXPECT_EQ(global("x"), "1");
 }
@@ -429,6 +433,7 @@ TEST_F(DovrelScriptObject, RaisesAPendingErrorBeforeTheNextStatement) {
 TEST_F(DovrelScriptObject, DropsAPendingErrorWithTheObject) {
     DovrelScript other;
     other.pendingCoroutineException = std::make_exception_ptr(std::runtime_error("waiting"));
+    other.noteAttention();
 }
 
 // ------------------------------------------------------------------------- reports
@@ -531,6 +536,7 @@ TEST_F(DovrelScriptObject, RecordsTheFirstErrorInsideAProtectedCall) {
     EXPECT_FALSE(interpreter.softErrorUnwinding());
     interpreter.callDepth = 4;
     interpreter.softErrorPending = false;
+    interpreter.noteAttention();
     EXPECT_FALSE(interpreter.softErrorUnwinding());
 }
 

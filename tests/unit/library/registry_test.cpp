@@ -306,6 +306,7 @@ TEST_F(Registry, ASoftErrorIsNotedAndTheNativeGivesNil) {
     EXPECT_EQ(interpreter.softErrorMessage, "first");
     interpreter.protectedCallDepths.clear();
     interpreter.softErrorPending = false;
+    interpreter.noteAttention();
     EXPECT_EQ(byNumber(BuiltinId::Error, {text("third")}), "raised third");
     EXPECT_EQ(byNumber(BuiltinId::Assert, {Variable()}), "raised assertion failed!");
     EXPECT_FALSE(interpreter.softErrorPending);
