@@ -1463,6 +1463,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
         ++counts.byTiers;
         const ExpressionSite& site = code->expressions[static_cast<std::size_t>(at->d())];
         const ParsedScriptLine& line = *site.line;
+        showToken();
         holds = interpreter_.evaluateCondition(line,
                                                line.kind == LineKind::While   ? "while"
                                                : line.kind == LineKind::Until ? "until"

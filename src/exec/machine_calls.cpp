@@ -493,7 +493,7 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
     Variable result;
     const ScriptCallable* callable =
         slot->type == VarType::Function ? slot->asFunction().get() : nullptr;
-    lastCallWasScalar_ = false;
+    bool wasScalar = false;
     // What starts a coroutine, and the native `kill`, which has no id.
     const LastCall lastCall(
         interpreter_,
@@ -509,12 +509,13 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
                                                             : "assertion failed!");
             }
             clearArguments(slot, count);
+            lastCallWasScalar_ = false;
             return false;
         }
         FastScalarValue scalar{};
         if ((marks & kDirectCall) != 0 && callable->builtinId != BuiltinId::None &&
             interpreter_.tryEvaluateNativeBuiltinScalar(callable->builtinId, args, scalar)) {
-            lastCallWasScalar_ = true;
+            wasScalar = true;
             result = variableFromFastScalar(scalar);
         } else {
             result = interpreter_.invokeCallableFast(*slot, args);
@@ -522,7 +523,7 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
     } else if (callable != nullptr && (marks & kDirectCall) != 0) {
         FastScalarValue scalar{};
         if (interpreter_.tryEvaluateFastCallableScalar(slot->asFunction(), args, scalar)) {
-            lastCallWasScalar_ = true;
+            wasScalar = true;
             result = variableFromFastScalar(scalar);
         } else if (!interpreter_.softErrorUnwinding()) {
             result = interpreter_.invokeCallableFast(*slot, args);
@@ -537,6 +538,7 @@ bool Machine::callOther(Variable* slot, std::size_t count, std::uint8_t marks, s
     }
     clearArguments(slot, count);
     *slot = std::move(result);
+    lastCallWasScalar_ = wasScalar;  // whatever else has been called meanwhile
     return false;
 }
 
@@ -548,10 +550,10 @@ void Machine::callPlainNative(Variable* slot, std::size_t count, const ScriptCal
     const bool hasBody = native.builtinId != BuiltinId::None;
     Variable result;
     FastScalarValue scalar{};
-    lastCallWasScalar_ =
+    const bool wasScalar =
         (marks & kDirectCall) != 0 && hasBody &&
         interpreter_.tryEvaluateNativeBuiltinScalar(native.builtinId, args, scalar);
-    if (lastCallWasScalar_) {
+    if (wasScalar) {
         result = variableFromFastScalar(scalar);
     } else {
         const CallDepthGuard depth(interpreter_);
@@ -561,10 +563,12 @@ void Machine::callPlainNative(Variable* slot, std::size_t count, const ScriptCal
     }
     clearArguments(slot, count);
     *slot = std::move(result);
+    lastCallWasScalar_ = wasScalar;  // whatever else has been called meanwhile
 }
 
 /// A member of a library table goes straight to its fast body, outside the count of calls.
 void Machine::callMemberNative(Variable* slot, std::size_t count, BuiltinId id) {
+    showToken();
     const Arguments args(slot + 1, count);
     Variable result = interpreter_.dispatchBuiltinFast(id, args);
     if (interpreter_.softErrorUnwinding()) result.setNil();
@@ -579,13 +583,13 @@ bool Machine::callOfText(Variable* slot, std::size_t count, const Variable& text
     const Variable* found = findStringMethod(interpreter_, method->text);
     if (found == nullptr) return false;
     showToken();
-    lastCallWasScalar_ = false;
     // Copies: what is called may change both.
     const Variable callee = *found;
     const Variable receiver = text;
     Variable result = callStringMethod(interpreter_, callee, receiver, Arguments(slot + 1, count));
     clearArguments(slot, count);
     *slot = std::move(result);
+    lastCallWasScalar_ = false;
     return true;
 }
 
@@ -691,6 +695,7 @@ bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
     }
     if ((callable.isNative && isMathId(callable.builtinId)) == site.takesScalars) return true;
     // The arguments are code of the other kind.
+    showToken();
     FastScalarValue scalar{};
     if (!interpreter_.tryEvaluateFastExpressionScalarNode(*site.expression, site.node,
                                                           site.line->tokenAnalysis, scalar)) {

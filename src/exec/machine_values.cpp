@@ -252,8 +252,10 @@ void Machine::update(Variable* variable, const MachineCode& code, Pc pc, Variabl
         case OperandOrigin::General: isScalar = false; break;
         case OperandOrigin::Scalar: break;
         case OperandOrigin::Unknown: {
+            const bool keepsKind =
+                variable->type == VarType::Int ? operation != '/' : operation != '\\';
             const bool isSameNumber =
-                variable->type == operand.type && variable->type != VarType::Bool;
+                variable->type == operand.type && variable->type != VarType::Bool && keepsKind;
             if (!isScalar || !variable->isNumeric() || isSameNumber) break;
             // The kinds mix: it is the scalar tier's word that counts, and it says it again.
             const MachineStatement& statement = statementAt(code, pc);
