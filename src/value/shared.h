@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <utility>
 
 /// The front of each shared block. 2^32 references would take more memory than a program is given.
@@ -17,6 +18,43 @@ struct SharedCount {
 /// What the block of a `T` has beside the `T`: nothing, but for the containers (value_storage.h).
 template <class T>
 struct BlockFront {};
+#endif
+
+// Where one thread uses all blocks, the memory of those that are gone waits for the next ones.
+// Under the address sanitizer it goes at once, or else nobody would see who comes too late.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define DOVREL_SEES_ADDRESSES
+#endif
+#endif
+#if !defined(DOVREL_EMBEDDED) && !defined(DOVREL_OBSERVABLE) && !defined(__SANITIZE_ADDRESS__) && \
+    !defined(DOVREL_SEES_ADDRESSES)
+#define DOVREL_KEEPS_BLOCKS
+
+/// The memory of blocks of `kSize` bytes that are gone, as far as it is kept.
+template <std::size_t kSize>
+class SpareBlocks {
+public:
+    [[nodiscard]] static void* take() {
+        if (first_ == nullptr) return ::operator new(kSize);
+        --count_;
+        return std::exchange(first_, *static_cast<void**>(first_));
+    }
+    static void giveBack(void* memory) noexcept {
+        if (count_ == kMost) {
+            ::operator delete(memory);
+            return;
+        }
+        ++count_;
+        *static_cast<void**>(memory) = std::exchange(first_, memory);
+    }
+
+private:
+    static constexpr std::size_t kMost = 256;
+
+    inline static constinit void* first_ = nullptr;  // each leads to the next one
+    inline static constinit std::size_t count_ = 0;
+};
 #endif
 
 /// Shares a `T`, or is null. `T` may be incomplete where pointers are copied and dropped; it must
@@ -94,6 +132,12 @@ private:
 #endif
         template <class... Arguments>
         explicit Block(Arguments&&... arguments) : value(std::forward<Arguments>(arguments)...) {}
+#ifdef DOVREL_KEEPS_BLOCKS
+        static void* operator new(std::size_t) { return SpareBlocks<sizeof(Block)>::take(); }
+        static void operator delete(void* memory) noexcept {
+            SpareBlocks<sizeof(Block)>::giveBack(memory);
+        }
+#endif
         T value;
     };
 

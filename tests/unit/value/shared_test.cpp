@@ -99,4 +99,37 @@ TEST(Shared, TakesOverFromInsideItsOwnContent) {
     EXPECT_EQ(list->next, nullptr);
 }
 
+#ifdef DOVREL_KEEPS_BLOCKS
+TEST(SpareBlocks, GoToTheNextOfTheirSize) {
+    struct Content {
+        long numbers[7] = {};
+    };
+    auto first = Shared<Content>::make();
+    auto second = Shared<Content>::make();
+    const void* const place = first.get();
+    const void* const otherPlace = second.get();
+    first.reset();
+    second.reset();
+    // The one that has gone last comes first: it is the one that is in the cache.
+    first = Shared<Content>::make();
+    second = Shared<Content>::make();
+    EXPECT_EQ(first.get(), otherPlace);
+    EXPECT_EQ(second.get(), place);
+}
+
+TEST(SpareBlocks, AreKeptUpToABound) {
+    struct Content {
+        long numbers[11] = {};
+    };
+    std::vector<Shared<Content>> many;
+    for (int i = 0; i < 2000; ++i) many.push_back(Shared<Content>::make());
+    for (Shared<Content>& one : many) one->numbers[0] = 1;
+    many.clear();
+    for (int i = 0; i < 2000; ++i) {
+        many.push_back(Shared<Content>::make());
+        ASSERT_EQ(many.back()->numbers[0], 0);
+    }
+}
+#endif
+
 }  // namespace
