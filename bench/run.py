@@ -29,8 +29,9 @@ PROGRAMS = BENCH / "programs"
 LANGUAGES = {"dv": "dovrelscript", "lua": "Lua 5.4", "lj": "LuaJIT -joff", "py": "CPython 3"}
 PEERS = ("lua", "lj", "py")
 TWINS = {"lj": "lua"}  # whose program a peer runs, where it has none of its own
-# What a peer cannot run as it is usually written: LuaJIT is Lua 5.1, which has no integer division.
-LEFT_OUT = {"lj": {"int_loops", "locals"}}
+# What a peer cannot run as it is usually written: LuaJIT is Lua 5.1, which has no integer division, and
+# no kind of its own for ints.
+LEFT_OUT = {"lj": {"int_loops", "json_text", "locals", "shortest_paths"}}
 ABSENT = "–"  # stands in the table for what is left out
 GENERATED = "parse_50000_lines"
 STARTS = {"startup": 100}  # how often one run starts the program; any other is started once
