@@ -1,9 +1,15 @@
 // Runs the compiled form (exec/machine_code.h): one loop for all functions that are called from it.
 //
 //   machine.cpp           the loop
-//   machine_values.cpp    operators and elements, where the loop does not do them at once
-//   machine_calls.cpp     calls, returns, errors, what goes by the executor
+//   machine_calls.cpp     registers, calls and returns within it
+//   machine_callees.cpp   callees outside of it, the executor, and calls into it
+//   machine_scopes.cpp    block scopes that were put off
+//   machine_variables.cpp variables through their tokens
+//   machine_values.cpp    operators, where the loop does not do them at once
+//   machine_elements.cpp  elements, and literals of containers
+//   machine_tiers.cpp     expressions that the tiers evaluate
 //   machine_walks.cpp     generic `for`
+//   machine_positions.cpp the positions that errors show
 //   machine_functions.cpp code for functions and programs, made when it is needed
 //   machine_turns.cpp     the lines of a coroutine's turns
 #pragma once

@@ -266,6 +266,8 @@ struct MachineInstruction {
     [[nodiscard]] int distance() const { return static_cast<std::int16_t>(c); }
 };
 static_assert(sizeof(MachineInstruction) == 8);
+/// The largest int that an instruction has in `c`.
+inline constexpr int kLargestShort = 32767;
 
 /// A token that names a variable.
 struct VariableRecord {

@@ -1,5 +1,7 @@
 // Makes the compiled form of a function or a program: machine_compiler.cpp does statements and
-// blocks, machine_expressions.cpp expressions. Used by machine_functions.cpp only.
+// whole units, machine_assignments.cpp, machine_blocks.cpp, machine_conditions.cpp,
+// machine_expressions.cpp and machine_call_sites.cpp their parts. Used by machine_functions.cpp and
+// machine_turns.cpp only.
 #pragma once
 
 #include <cstdint>

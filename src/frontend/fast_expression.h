@@ -46,6 +46,12 @@ enum class NodeKind : std::uint32_t {
     Varargs = 29,
 };
 
+[[nodiscard]] inline bool isComparison(NodeKind kind) {
+    return kind >= NodeKind::Equal && kind <= NodeKind::GreaterEqual;
+}
+/// A literal or a variable.
+[[nodiscard]] inline bool isLeaf(NodeKind kind) { return kind <= NodeKind::Variable; }
+
 /// One node. Children stand before their parents in the array.
 struct FastExprNode {
     NodeKind kind = NodeKind::None;

@@ -52,5 +52,17 @@ inline constexpr std::size_t kBuiltinIdCount = 38;
 /// second spellings (`tostring`, `loadstring`, ...) have none on purpose.
 [[nodiscard]] BuiltinId builtinIdFromName(std::string_view name);
 
+/// The natives whose scalar form takes scalars and not values: those of `math`, and the clock.
+[[nodiscard]] inline bool takesScalars(BuiltinId id) {
+    return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);
+}
+
+/// The natives that may have a scalar result in a scalar expression; `string["byte"]` has several
+/// unless its range is one byte.
+[[nodiscard]] inline bool mayGiveScalar(BuiltinId id) {
+    return takesScalars(id) || id == BuiltinId::ToNumber || id == BuiltinId::Len ||
+           id == BuiltinId::StringLen || id == BuiltinId::StringByte || id == BuiltinId::Utf8Len;
+}
+
 /// The natives with an id that can neither call back into a script nor raise a soft error.
 [[nodiscard]] bool runsNoScriptCode(BuiltinId id);

@@ -175,11 +175,6 @@ Variable makeLibraryTable(DovrelScript& interpreter, std::span<const NativeRow> 
     return Variable::makeTable(std::move(members));
 }
 
-bool givesScalar(BuiltinId id) {
-    return id == BuiltinId::ToNumber || id == BuiltinId::Len || id == BuiltinId::StringLen ||
-           id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::Utf8Len);
-}
-
 }  // namespace
 
 Variable makeNativeCallable(NativeFunction function, const std::string& name) {
@@ -227,6 +222,6 @@ bool DovrelScript::tryEvaluateNativeBuiltinScalar(BuiltinId id, Arguments args,
     // These natives have no side effects, so a result of another kind costs the caller no more
     // than a second call.
     const bool fits =
-        id == BuiltinId::StringByte ? stringByteRangeReturnsScalar(args) : givesScalar(id);
+        id == BuiltinId::StringByte ? stringByteRangeReturnsScalar(args) : mayGiveScalar(id);
     return fits && tryFastScalarFromVariable(dispatchBuiltinFast(id, args), out);
 }

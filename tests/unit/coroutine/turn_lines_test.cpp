@@ -9,20 +9,11 @@
 #include <vector>
 
 #include "../eval/random_program.h"
+#include "../exec/report_of.h"
 #include "exec/machine.h"
 #include "interpreter/dovrel_script.h"
 
 namespace {
-
-/// The report of `source`, or an empty text.
-std::string reportOf(DovrelScript& interpreter, const std::string& source) {
-    try {
-        interpreter.runScript(source);
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return {};
-}
 
 std::string textOf(const DovrelScript& interpreter, const std::string& name) {
     const auto slot = interpreter.globalSlots.find(name);

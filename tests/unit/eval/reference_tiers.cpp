@@ -89,10 +89,6 @@ bool isIntBinary(NodeKind kind) {
            kind == NodeKind::IntDivide || kind == NodeKind::Modulo;
 }
 
-bool isComparison(NodeKind kind) {
-    return kind >= NodeKind::Equal && kind <= NodeKind::GreaterEqual;
-}
-
 char operatorOf(NodeKind kind) { return "+-*/\\%^"[static_cast<int>(kind) - 12]; }
 
 /// -1, 0 or 1 by which an order operator decides.

@@ -14,18 +14,9 @@
 #include "../eval/random_program.h"
 #include "interpreter/dovrel_script.h"
 #include "random_calls.h"
+#include "report_of.h"
 
 namespace {
-
-/// The report of `source`, or an empty text.
-std::string reportOf(DovrelScript& interpreter, const std::string& source) {
-    try {
-        interpreter.runScript(source);
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return {};
-}
 
 std::string valueText(const Variable& value) {
     if (value.type == VarType::Float && std::isnan(value.asFloat())) return "nan";
