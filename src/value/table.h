@@ -81,7 +81,7 @@ public:
 
     // The value under a key, or null. Its address holds until `generation` moves.
     [[nodiscard]] const Variable* find(std::string_view key) const { return valueAt(key); }
-    [[nodiscard, gnu::always_inline]] const Variable* find(const Text& key) const {
+    [[nodiscard]] const Variable* find(const Text& key) const {
         if (recent_ != nullptr) {
             // The keys of one kind of record are constants side by side, so they seldom meet.
             const RecentFind& recent = (*recent_)[key->constantNumber % kRecentFinds];
