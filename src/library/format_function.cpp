@@ -1,14 +1,17 @@
 // string.format. Each conversion goes to the platform's snprintf on its own, with one argument, so
-// that flags, width and precision mean what they mean there. Ints and texts with nothing but a
-// width are laid out here, and a format of plain int conversions never gets that far.
+// that flags, width and precision mean what they mean there. The usual ones are laid out here: ints
+// and texts with nothing but a width, and floats with a width and a precision.
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <version>
 
 #include "eval/errors.h"
 #include "library/natives.h"
@@ -18,6 +21,8 @@
 namespace {
 
 constexpr std::size_t kLongestInt = 11;  // a sign and ten digits
+// A sign, the digits of the largest float, a point, and the largest usual precision.
+constexpr std::size_t kLongestNumber = 1 + std::numeric_limits<double>::max_exponent10 + 2 + 99;
 
 /// The first offset from `start` on whose byte is not one of `set`.
 [[nodiscard]] std::size_t skipBytes(std::string_view text, std::size_t start,
@@ -80,34 +85,39 @@ void appendFormatted(std::string& out, const std::string& specifier, Value value
     out.resize(start + length);
 }
 
-/// The width of a specifier and where it fills up.
+/// The width of a specifier and where it fills up, and its precision.
 struct Field {
-    std::size_t width = 0;
+    int width = 0;
     bool isLeft = false;    // the filling stands behind the value
     bool hasZeros = false;  // zeros between the sign and the digits
+    std::optional<int> precision;
 };
 
-/// The field of `specifier`, a normalised one, if it has no precision and no flags but "-" and "0",
-/// and if its width is a usual one.
+/// The field of `specifier`, as the script wrote it, if it has no flags but "-" and "0" and no
+/// length modifiers, and if its numbers are usual ones.
 [[nodiscard]] std::optional<Field> plainField(std::string_view specifier) {
-    constexpr std::size_t kMostDigits = 3;
+    constexpr std::ptrdiff_t kMostDigits = 2;
+    const char* const end = specifier.data() + specifier.size() - 1;
+    const auto readNumber = [&](const char*& at, int& number) {
+        const auto [behind, fault] = std::from_chars(at, end, number);
+        const bool isUsual = fault == std::errc() && behind - at <= kMostDigits;
+        at = behind;
+        return isUsual;
+    };
     Field field;
-    std::size_t index = 1;
-    for (; specifier[index] == '-' || specifier[index] == '0'; ++index) {
-        (specifier[index] == '-' ? field.isLeft : field.hasZeros) = true;
-    }
-    const std::size_t last = specifier.size() - 1;
-    if (last - index > kMostDigits) return std::nullopt;
-    for (; index < last; ++index) {
-        if (specifier[index] < '0' || specifier[index] > '9') return std::nullopt;
-        field.width = 10 * field.width + static_cast<std::size_t>(specifier[index] - '0');
-    }
+    const char* at = specifier.data() + 1;
+    for (; *at == '-' || *at == '0'; ++at) (*at == '-' ? field.isLeft : field.hasZeros) = true;
     field.hasZeros = field.hasZeros && !field.isLeft;
-    return field;
+    if (at != end && *at != '.' && !readNumber(at, field.width)) return std::nullopt;
+    if (at != end && *at == '.' && !readNumber(++at, field.precision.emplace())) {
+        return std::nullopt;
+    }
+    return at == end ? std::optional(field) : std::nullopt;
 }
 
 void appendInField(std::string& out, std::string_view text, const Field& field) {
-    const std::size_t fill = field.width > text.size() ? field.width - text.size() : 0;
+    const auto width = static_cast<std::size_t>(field.width);
+    const std::size_t fill = width > text.size() ? width - text.size() : 0;
     if (!field.isLeft) out.append(fill, ' ');
     out += text;
     if (field.isLeft) out.append(fill, ' ');
@@ -115,55 +125,66 @@ void appendInField(std::string& out, std::string_view text, const Field& field) 
 
 /// The same for digits, which may have a sign.
 void appendDigitsInField(std::string& out, std::string_view digits, const Field& field) {
-    if (field.hasZeros && field.width > digits.size()) {
+    const auto width = static_cast<std::size_t>(field.width);
+    if (field.hasZeros && width > digits.size()) {
         const std::size_t sign = digits.starts_with('-') ? 1 : 0;
         out += digits.substr(0, sign);
-        out.append(field.width - digits.size(), '0');
+        out.append(width - digits.size(), '0');
         out += digits.substr(sign);
     } else {
         appendInField(out, digits, field);
     }
 }
 
-template <typename Number>
-void appendNumberInField(std::string& out, Number number, int base, const Field& field) {
-    std::array<char, kLongestInt> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr;
-    appendDigitsInField(out, std::string_view(digits.data(), end), field);
+/// `form` is what std::to_chars takes behind the number: a base, or a format and a precision.
+template <typename Number, typename... Form>
+void appendNumberInField(std::string& out, const Field& field, Number number, Form... form) {
+    std::array<char, kLongestNumber> digits{};
+    const char* const end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), number, form...).ptr;
+    appendDigitsInField(
+        out, std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())), field);
 }
 
-/// Appends `value` if `specifier`, a normalised one, is that of an int or a text and has a plain
-/// field. False, with nothing done, for every other one.
+/// Appends `value` if `specifier` is a usual one. False, with nothing done, for every other one.
 [[nodiscard]] bool tryAppendPlainly(std::string& out, std::string_view specifier,
                                     const Variable& value) {
-    constexpr std::string_view kServed = "diuoxs";
-    const char letter = specifier.back();
-    if (kServed.find(letter) == std::string_view::npos) return false;
     const std::optional<Field> field = plainField(specifier);
     if (!field) return false;
+    const char letter = specifier.back();
+#ifdef __cpp_lib_to_chars  // else it lays out no floats
+    if (letter == 'f') {
+        const double number = toDouble(value);
+        // Others are words, and the precision that is not written is 6.
+        if (!std::isfinite(number)) return false;
+        appendNumberInField(out, *field, number, std::chars_format::fixed,
+                            field->precision.value_or(6));
+        return true;
+    }
+#endif
+    if (field->precision) return false;
+    const auto appendUnsigned = [&](int base) {
+        appendNumberInField(out, *field, static_cast<unsigned>(toInt(value)), base);
+        return true;
+    };
     switch (letter) {
         case 'd':
-        case 'i': appendNumberInField(out, toInt(value), 10, *field); return true;
-        case 'u':
-            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 10, *field);
+        case 'i': appendNumberInField(out, *field, toInt(value), 10); return true;
+        case 'u': return appendUnsigned(10);
+        case 'o': return appendUnsigned(8);
+        case 'x': return appendUnsigned(16);
+        case 's':
+            // What zeros before a text do is the platform's business.
+            if (field->hasZeros) return false;
+            // kept: the text ends at its first zero byte, as snprintf sees it.
+            if (value.type == VarType::String) {
+                appendInField(out, value.asString().c_str(), *field);
+            } else {
+                appendInField(out, value.toString().c_str(), *field);
+            }
             return true;
-        case 'o':
-            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 8, *field);
-            return true;
-        case 'x':
-            appendNumberInField(out, static_cast<unsigned>(toInt(value)), 16, *field);
-            return true;
-        default: break;
+        default: return false;
     }
-    // What zeros before a text do is the platform's business.
-    if (field->hasZeros) return false;
-    // kept: the text ends at its first zero byte, as snprintf sees it.
-    if (value.type == VarType::String) {
-        appendInField(out, value.asString().c_str(), *field);
-    } else {
-        appendInField(out, value.toString().c_str(), *field);
-    }
-    return true;
 }
 
 void appendQuoted(std::string& out, const std::string& text) {
@@ -184,8 +205,8 @@ void appendQuoted(std::string& out, const std::string& text) {
 /// Appends `value` as `specifier`, as the script wrote it, asks for.
 void appendConversion(std::string& out, std::string_view specifier, const Variable& value) {
     constexpr const char* kValueFailure = "string['format']: failed to format value";
+    if (tryAppendPlainly(out, specifier, value)) return;
     const std::string normalised = normaliseIntegerFormatSpecifier(specifier);
-    if (tryAppendPlainly(out, normalised, value)) return;
     const char letter = normalised.back();
     switch (letter) {
         case 'd':
@@ -213,33 +234,20 @@ void appendConversion(std::string& out, std::string_view specifier, const Variab
     }
 }
 
-/// Formats into `out` if the format has nothing but "%d", "%i" and "%%" and the arguments suffice,
-/// with one allocation. False, with `out` unspecified, for every other format, the faulty ones
-/// included: the general path has the messages.
-[[nodiscard]] bool tryFormatPlainInts(std::string_view format, Arguments values, std::string& out) {
-    out.reserve(format.size() + values.size() * kLongestInt);
-    std::size_t nextValue = 0;
-    for (std::size_t index = 0; index < format.size(); ++index) {
-        if (format[index] != '%') {
-            out += format[index];
-            continue;
-        }
-        ++index;
-        if (index == format.size()) return false;
-        if (format[index] == '%') {
-            out += '%';
-        } else if ((format[index] == 'd' || format[index] == 'i') && nextValue < values.size()) {
-            appendIntFast(out, toInt(values[nextValue]));
-            ++nextValue;
-        } else {
-            return false;
-        }
+/// The same for a conversion of nothing but "%" and `letter`, if that is a quick one.
+[[nodiscard]] bool tryAppendBare(std::string& out, char letter, const Variable& value) {
+    if (letter == 'd' || letter == 'i') {
+        appendIntFast(out, toInt(value));
+        return true;
     }
+    if (letter != 's' || value.type != VarType::String) return false;
+    out += value.asString().c_str();
     return true;
 }
 
 [[nodiscard]] std::string formatValues(std::string_view format, Arguments values) {
     std::string out;
+    out.reserve(format.size() + values.size() * kLongestInt);
     std::size_t nextValue = 0;
     std::size_t index = 0;
     while (index < format.size()) {
@@ -248,6 +256,12 @@ void appendConversion(std::string& out, std::string_view specifier, const Variab
         if (percent == format.size()) break;
         if (format.substr(percent + 1).starts_with('%')) {
             out += '%';
+            index = percent + 2;
+            continue;
+        }
+        if (percent + 1 < format.size() && nextValue < values.size() &&
+            tryAppendBare(out, format[percent + 1], values[nextValue])) {
+            ++nextValue;
             index = percent + 2;
             continue;
         }
@@ -270,8 +284,5 @@ Variable stringFormatFunction(DovrelScript&, Arguments args) {
         throwPlainError("string['format'](format, ...) requires a format string");
     }
     const std::string& format = args[0].asString();
-    const Arguments values = args.from(1);
-    std::string out;
-    if (tryFormatPlainInts(format, values, out)) return Variable(std::move(out));
-    return Variable(formatValues(format, values));
+    return Variable(formatValues(format, args.from(1)));
 }
