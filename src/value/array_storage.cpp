@@ -51,7 +51,7 @@ void ArrayStorage::beginAt(Variable* block, std::size_t offset, std::size_t coun
 
 void ArrayStorage::moveTo(std::size_t capacity, bool isWide, std::size_t offset) {
     const std::size_t count = size();
-    Variable* const moved = allocate(isWide ? widePlaces() : capacity);
+    Variable* const moved = allocate(isWide ? widePlaces(capacity) : capacity);
     moveBytes(moved + offset, first_, count);
     ::operator delete(block());
     capacity_ = static_cast<std::uint32_t>(capacity);
@@ -67,7 +67,14 @@ void ArrayStorage::slideTo(std::size_t offset) noexcept {
 
 void ArrayStorage::makeRoomBehind() {
     if (size() == capacity_) {
-        moveTo(grownBy(1), false, 0);
+        const std::size_t grown = grownBy(1);
+        if (room_.isWide != 0 && grown <= kFewPlaces) {
+            capacity_ = static_cast<std::uint32_t>(grown);
+            room_.isWide = grown < kFewPlaces ? 1 : 0;
+            slideTo(0);
+        } else {
+            moveTo(grown, capacity_ == 0, 0);
+        }
     } else if (room_.offset >= size() / 2) {
         // As many have been removed as half of those that move now, so that each removal pays for
         // two moves at most.
@@ -95,7 +102,7 @@ void ArrayStorage::makeRoomInFront() {
     if (free > count / 2) {
         slideTo((free + 1) / 2);
     } else {
-        moveTo(capacity_, true, (widePlaces() - count + 1) / 2);
+        moveTo(capacity_, true, (widePlaces(capacity_) - count + 1) / 2);
     }
 }
 

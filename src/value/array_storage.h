@@ -6,10 +6,12 @@
 // element
 //    is found as in a vector, with nothing added.
 // 2. `capacity()` is what a vector would have after the same calls, since scripts see it. The block
-//    has at least that many places, and more only once a queue has run into its end.
+//    has at least that many places. It has more once a queue has run into its end, and while an
+//    array grows to its first few elements, which would otherwise move at each of them.
 // 3. Elements are moved as bytes: a Variable is two words that know nothing of their address.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -113,11 +115,12 @@ public:
 
 private:
     [[nodiscard]] Variable* block() const noexcept { return first_ - room_.offset; }
-    [[nodiscard]] std::size_t widePlaces() const noexcept {
-        return std::size_t{capacity_} + capacity_ / 2 + 1;
+    static constexpr std::size_t kFewPlaces = 4;
+    [[nodiscard]] static std::size_t widePlaces(std::size_t capacity) noexcept {
+        return std::max(capacity + capacity / 2 + 1, kFewPlaces);
     }
     [[nodiscard]] std::size_t places() const noexcept {
-        return room_.isWide != 0 ? widePlaces() : capacity_;
+        return room_.isWide != 0 ? widePlaces(capacity_) : capacity_;
     }
     /// The elements begin so many places behind the begin of the block.
     void beginAt(Variable* block, std::size_t offset, std::size_t count) noexcept;
