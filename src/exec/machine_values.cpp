@@ -201,7 +201,25 @@ bool Machine::compare(const MachineCode& code, Pc& pc, NodeKind kind, const Vari
 bool Machine::slowBinary(const MachineCode& code, Pc& pc, Variable* registers, NodeKind kind,
                          const Variable& left, const Variable& right) {
     const MachineInstruction at = *pc;
-    if (!binary(code, pc, kind, registers[at.a], left, right)) return false;
+    const auto tier = static_cast<Tier>(at.m & kTierMask);
+    if (kind == NodeKind::Add && isTextValue(left) && isTextValue(right) &&
+        (tier == Tier::General || (tier == Tier::Either && diverged_ == nullptr))) {
+        // The scalar tier has nothing to say, and nothing has to be evaluated anew.
+        if (tier == Tier::Either) declined_ = pc;
+        if ((at.m & kFirstGoes) != 0 && left.asText().useCount() == 1) {
+            Variable sum = std::move(registers[at.b]);
+            appendToString(sum, right);
+            registers[at.a] = std::move(sum);
+        } else {
+            std::string text;
+            text.reserve(left.asString().size() + right.asString().size());
+            text += left.asString();
+            text += right.asString();
+            registers[at.a] = Variable(std::move(text));
+        }
+    } else if (!binary(code, pc, kind, registers[at.a], left, right)) {
+        return false;
+    }
     if ((at.m & kFirstGoes) != 0) registers[at.b].setNil();
     if ((at.m & kSecondGoes) != 0) registers[at.c].setNil();
     return true;
