@@ -28,11 +28,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "frontend/token_analysis.h"
 #include "value/names.h"
+#include "value/table.h"
 #include "value/variable.h"
 
 struct BytecodeProgram;
@@ -388,7 +390,8 @@ struct TableSite {
         std::int32_t keyRegister = -1;
         std::uint16_t value = 0;
     };
-    std::vector<Entry> entries;  // without a key: positional
+    std::vector<Entry> entries;                  // without a key: positional
+    std::optional<TableStorage::Layout> record;  // of constant keys, each of which is there once
 };
 
 struct LoopSite {

@@ -233,6 +233,8 @@ private:
     std::uint16_t placeOfCall(std::size_t count, std::uint16_t target);
     void emitArguments(const FastExprNode& call, std::uint16_t first);
     void emitLiteral(int node, std::uint16_t target);
+    [[nodiscard]] std::optional<TableStorage::Layout> recordOf(
+        const std::vector<TableSite::Entry>& entries) const;
     void emitMember(const FastExprNode& callee, std::uint16_t& site);
     bool finish(MachineDraft& draft);
     void noteEnd(int index);

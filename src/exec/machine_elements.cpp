@@ -113,6 +113,15 @@ void Machine::newTable(const TableSite& site, const MachineCode& code, Variable*
                        Variable& target) {
     Variable made = Variable::makeTable();
     TableStorage& keyed = made.rawTable();
+    if (site.record.has_value()) {
+        keyed.fill(*site.record, [&](std::size_t i, Variable& value) {
+            Variable& given = registers[site.entries[i].value];
+            value = std::move(given);
+            given.setNil();
+        });
+        target = std::move(made);
+        return;
+    }
     ArrayStorage positional;
     bool hasKeys = false;
     for (const TableSite::Entry& entry : site.entries) {

@@ -599,6 +599,21 @@ bool MachineCompiler::emitJoin(int index, std::uint16_t target,
     return true;
 }
 
+/// How the tables of a literal look, if that is known before there is one.
+std::optional<TableStorage::Layout> MachineCompiler::recordOf(
+    const std::vector<TableSite::Entry>& entries) const {
+    if (entries.empty() || entries.size() > TableStorage::Layout::kMostKeys) return std::nullopt;
+    std::vector<Text> keys;
+    for (const TableSite::Entry& entry : entries) {
+        if (entry.key < 0) return std::nullopt;
+        const Text& key = out_.constants[static_cast<std::size_t>(entry.key)].asText();
+        const auto isSame = [&](const Text& other) { return TextEqual()(key, other); };
+        if (std::any_of(keys.begin(), keys.end(), isSame)) return std::nullopt;
+        keys.push_back(key);
+    }
+    return TableStorage::Layout(keys);
+}
+
 void MachineCompiler::emitLiteral(int index, std::uint16_t target) {
     const FastExprNode& at = node(index);
     const auto count = static_cast<std::size_t>(at.intValue);
@@ -634,6 +649,7 @@ void MachineCompiler::emitLiteral(int index, std::uint16_t target) {
         }
         site.entries.push_back(entry);
     }
+    site.record = recordOf(site.entries);
     noteToken(at.endToken);
     emitD(Op::NewTable, target, static_cast<std::int64_t>(out_.tables.size()));
     out_.tables.push_back(std::move(site));

@@ -40,7 +40,7 @@ Text Machine::constantText(const std::string& text) {
     Text made = makeText(text);
     if (text.size() <= kLongestConstantText && constantTexts_.size() < kMostConstantTexts) {
         constantTexts_.emplace(text, made);
-        made->constantNumber = static_cast<std::uint32_t>(constantTexts_.size());
+        made->isConstant = true;
     }
     return made;
 }

@@ -88,6 +88,7 @@ std::size_t TableSnapshot::positionOf(std::string_view key) const {
 }
 
 TableStorage::TableStorage(std::initializer_list<std::pair<std::string_view, Variable>> entries) {
+    map_.reserve(entries.size());
     for (const auto& [key, value] : entries) emplace(key, value);
 }
 
@@ -121,7 +122,6 @@ void TableStorage::throwKeyNotFound() {
 
 void TableStorage::keyRemoved() {
     snapshot_.reset();
-    if (recent_ != nullptr) *recent_ = {};
     generation_ = nextGeneration();
 }
 
@@ -131,19 +131,13 @@ const Variable* TableStorage::findInt(int key) const {
     return valueAt(digitsOf(key, buffer));
 }
 
-const Variable* TableStorage::findAndRemember(const Text& key) const {
-    const Variable* value = valueAt(key);
-    if (key->constantNumber == 0) return value;
-    if (recent_ != nullptr) {
-        if (value != nullptr) {
-            (*recent_)[key->constantNumber % kRecentFinds] = {key.get(), value};
-        }
-    } else if (++constantFinds_ >= kFindsBeforeRecent) {
-        constantFinds_ = 0;
-        // Without it, finding only takes longer.
-        recent_.reset(new (std::nothrow) std::array<RecentFind, kRecentFinds>());
-    }
-    return value;
+Variable* TableStorage::findAndNote(const Text& key) {
+    const auto found = map_.find(key);
+    if (found == map_.end()) return nullptr;
+    // The same bytes, which the next look finds by their address.
+    if (key->isConstant && found->first != key) found->first = key;
+    map_.notePlace(found, key->place);
+    return &found->second;
 }
 
 const Variable* TableStorage::findValue(const Variable& key) const {

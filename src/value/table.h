@@ -5,7 +5,6 @@
 // text that is at hand computes none and compares addresses first.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -63,6 +62,7 @@ class TableStorage {
 public:
     using Map = WalkOrderMap<Text, Variable, TextHash, TextEqual>;
     using const_iterator = Map::const_iterator;
+    using Layout = Map::Layout;
 
     TableStorage() = default;
     TableStorage(std::initializer_list<std::pair<std::string_view, Variable>> entries);
@@ -82,18 +82,14 @@ public:
     // The value under a key, or null. Its address holds until `generation` moves.
     [[nodiscard]] const Variable* find(std::string_view key) const { return valueAt(key); }
     [[nodiscard]] const Variable* find(const Text& key) const {
-        if (recent_ != nullptr) {
-            // The keys of one kind of record are constants side by side, so they seldom meet.
-            const RecentFind& recent = (*recent_)[key->constantNumber % kRecentFinds];
-            if (recent.key == key.get()) return recent.value;
-        }
-        return findAndRemember(key);
+        return const_cast<TableStorage*>(this)->find(key);
     }
     [[nodiscard]] Variable* find(std::string_view key) {
         return const_cast<Variable*>(valueAt(key));
     }
-    [[nodiscard]] Variable* find(const Text& key) {
-        return const_cast<Variable*>(std::as_const(*this).find(key));
+    [[nodiscard, gnu::always_inline]] Variable* find(const Text& key) {
+        Variable* const value = map_.valueAt(key->place, key);
+        return value != nullptr ? value : findAndNote(key);
     }
     /// The same by a value; raises "Table key must be string, number, or bool" for other kinds.
     [[nodiscard]] const Variable* findValue(const Variable& key) const;
@@ -121,6 +117,14 @@ public:
     Variable& operator[](const Text& key);
     Variable& operator[](std::string_view key);
 
+    /// Adds the keys of a layout to a table that never had one. Their values are nil; `give` gets
+    /// the number of each key, counted from 0, and its value.
+    template <class Give>
+    void fill(const Layout& layout, Give give) {
+        map_.fill(layout, give);
+        keyAdded();
+    }
+
     /// Adds an entry unless the key is there.
     void emplace(std::string_view key, Variable value);
 
@@ -139,15 +143,7 @@ public:
     [[nodiscard]] int border() const;
 
 private:
-    /// Where a constant key was found last; the address holds until a key is removed.
-    struct RecentFind {
-        const TextBlock* key = nullptr;
-        const Variable* value = nullptr;
-    };
-    static constexpr std::size_t kRecentFinds = 8;
-    static constexpr std::uint8_t kFindsBeforeRecent = 8;
-
-    [[nodiscard]] const Variable* findAndRemember(const Text& key) const;
+    [[nodiscard]] Variable* findAndNote(const Text& key);
     [[noreturn]] static void throwKeyNotFound();
     [[nodiscard]] static std::uint64_t nextGeneration() noexcept;
 
@@ -169,8 +165,6 @@ private:
     // lowers it at once, so a growing table is not measured from 1 again.
     mutable int leastBorder_ = 0;
     mutable bool borderIsExact_ = true;
-    mutable std::uint8_t constantFinds_ = 0;  // up to those that are worth being remembered
-    mutable std::unique_ptr<std::array<RecentFind, kRecentFinds>> recent_;
 };
 
 inline TableStorage& Variable::rawTable() const noexcept { return *tableContent(); }

@@ -20,9 +20,11 @@ struct TextBlock {
         : text(bytes), hash_(knownHash), hasHash_(true) {}
 
     std::string text;
-    /// Of compiled code, counted from 1 on: it is never freed, so its address stands for it. 0 for
-    /// all others.
-    std::uint32_t constantNumber = 0;
+    /// Where a table had this text as a key when it was last sought: others that were filled alike
+    /// have it there too.
+    mutable std::uint16_t place = 0;
+    /// Stands in compiled code, and is the only one there with these bytes.
+    bool isConstant = false;
 
     /// The standard hash of the text; computed at the first question.
     [[nodiscard]] std::uint64_t hash() const {

@@ -86,7 +86,7 @@ Variable Variable::makeArray(ArrayStorage&& elements) {
     return Variable(ValueStorage(Shared<ArrayStorage>::make(std::move(elements))));
 }
 
-Variable Variable::makeTable() { return makeTable(TableStorage()); }
+Variable Variable::makeTable() { return Variable(ValueStorage(Shared<TableStorage>::make())); }
 
 Variable Variable::makeTable(TableStorage&& entries) {
     return Variable(ValueStorage(Shared<TableStorage>::make(std::move(entries))));

@@ -11,13 +11,18 @@
 // 4. Nothing is made smaller: neither by removing entries nor by removing all.
 // 5. A few entries are found by going through the list, so a small map has no buckets at hand;
 //    each entry knows the number of its own. Entries never move while they are there.
+// 6. Maps that were filled alike have their entries at the same places of their memory. Whoever
+//    remembers a place finds the entry there by one look, and needs no hash.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <new>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -27,14 +32,11 @@ class WalkOrderMap {
     struct Link {
         Link* next = nullptr;
     };
+    /// An entry, or room for one, with an empty key and an empty value.
     struct Node : Link {
-        template <class Entry>
-        Node(std::uint32_t ownBucket, std::uint32_t ownTag, Entry&& made)
-            : bucket(ownBucket), tag(ownTag), entry(std::forward<Entry>(made)) {}
-
-        std::uint32_t bucket;
-        std::uint32_t tag;  // of the hash, what the bucket does not tell
-        std::pair<const Key, Value> entry;
+        std::uint32_t bucket = 0;
+        std::uint32_t tag = 0;  // of the hash, what the bucket does not tell
+        std::pair<Key, Value> entry;
     };
     static Node& nodeOf(Link* link) { return static_cast<Node&>(*link); }
 
@@ -59,8 +61,40 @@ class WalkOrderMap {
     };
 
 public:
-    using iterator = Iterator<std::pair<const Key, Value>>;
-    using const_iterator = Iterator<const std::pair<const Key, Value>>;
+    using iterator = Iterator<std::pair<Key, Value>>;
+    using const_iterator = Iterator<const std::pair<Key, Value>>;
+
+    /// Where an entry lies in the first piece of memory of its map.
+    using Place = std::uint16_t;
+
+    /// How a map looks into which a few keys have been put, one behind the other.
+    class Layout {
+    public:
+        static constexpr std::size_t kMostKeys = 8;
+        /// Of 1 to `kMostKeys` keys, no two of which are equal.
+        explicit Layout(std::span<const Key> keys) {
+            WalkOrderMap map;
+            for (const Key& key : keys) map.try_emplace(key);
+            for (const Key& key : keys) {
+                const Node& node = nodeOf(map.find(key).at_);
+                parts_.push_back({key, node.bucket, node.tag, map.pool_.indexOf(node.next)});
+            }
+            first_ = map.pool_.indexOf(map.front_.next);
+            bucketCount_ = map.bucketCount_;
+        }
+
+    private:
+        friend class WalkOrderMap;
+        struct Part {
+            Key key;
+            std::uint32_t bucket;
+            std::uint32_t tag;
+            std::size_t next;  // counted from 0 in the order of the keys; `kNone` for the last one
+        };
+        std::vector<Part> parts_;
+        std::size_t first_ = 0;
+        std::uint64_t bucketCount_ = 0;
+    };
 
     WalkOrderMap() = default;
     WalkOrderMap(const WalkOrderMap& other)
@@ -70,7 +104,10 @@ public:
             pool_.reserve(other.size_);
             for (Link* at = other.front_.next; at != nullptr; at = at->next) {
                 const Node& node = nodeOf(at);
-                last->next = new (pool_.take()) Node(node.bucket, node.tag, node.entry);
+                Node* const copy = pool_.take();
+                *copy = node;
+                copy->next = nullptr;
+                last->next = copy;
                 ++size_;
                 if (hasBuckets() && buckets_[node.bucket] == nullptr) buckets_[node.bucket] = last;
                 last = last->next;
@@ -117,11 +154,44 @@ public:
         }
         if (size_ == bucketCount_) grow();
         if (size_ == kMostWithoutBuckets && !hasBuckets()) makeBuckets();
-        Node* const node = new (pool_.take())
-            Node(bucketOf(hash), tagOf(hash), std::pair<const Key, Value>(key, Value()));
+        Node* const node = pool_.take();
+        node->bucket = bucketOf(hash);
+        node->tag = tagOf(hash);
+        node->entry.first = key;
         putIn(node);
         ++size_;
         return {iterator(node), true};
+    }
+
+    /// Has the next `count` entries made in one piece of memory.
+    void reserve(std::size_t count) { pool_.reserve(count); }
+
+    /// The value at a place, if the key there is this very one; null otherwise.
+    [[nodiscard]] Value* valueAt(Place place, const Key& key) {
+        if (!pool_.hasPlace(place)) return nullptr;
+        Node& node = pool_.at(place);
+        return node.entry.first == key ? &node.entry.second : nullptr;
+    }
+    /// Notes the place of an entry, if it has one.
+    void notePlace(const_iterator entry, Place& place) const { pool_.notePlace(entry.at_, place); }
+
+    /// Puts the keys of a layout into a map that never had one. Their values are empty; `give` gets
+    /// the number of each key, counted from 0, and its value.
+    template <class Give>
+    void fill(const Layout& layout, Give give) {
+        pool_.reserve(layout.parts_.size());
+        for (std::size_t i = 0; i < layout.parts_.size(); ++i) {
+            const auto& part = layout.parts_[i];
+            Node* const node = pool_.take();
+            node->bucket = part.bucket;
+            node->tag = part.tag;
+            node->next = part.next != kNone ? pool_.room(part.next) : nullptr;
+            node->entry.first = part.key;
+            give(i, node->entry.second);
+        }
+        front_.next = pool_.room(layout.first_);
+        size_ = layout.parts_.size();
+        bucketCount_ = layout.bucketCount_;
     }
 
     /// Takes an entry out.
@@ -140,9 +210,8 @@ public:
             }
         }
         --size_;
-        std::pair<Key, Value> entry(node.entry.first, std::move(node.entry.second));
-        node.~Node();
-        pool_.giveBack(&node);
+        std::pair<Key, Value> entry = std::exchange(node.entry, {});
+        pool_.giveBack(node);
         return entry;
     }
 
@@ -156,69 +225,97 @@ public:
 
 private:
     static constexpr std::size_t kMostWithoutBuckets = 8;
+    static_assert(Layout::kMostKeys <= kMostWithoutBuckets);
+    static constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 
-    /// Room for nodes, a few at a time.
+    /// Nodes, a few at a time. Those that are no entries are empty.
     class NodePool {
     public:
         NodePool() = default;
         NodePool(NodePool&& other) noexcept
-            : chunks_(std::exchange(other.chunks_, nullptr)),
+            : first_(std::exchange(other.first_, nullptr)),
+              firstBytes_(std::exchange(other.firstBytes_, 0)),
+              size_(std::exchange(other.size_, 0)),
+              chunks_(std::exchange(other.chunks_, nullptr)),
               next_(std::exchange(other.next_, nullptr)),
               end_(std::exchange(other.end_, nullptr)),
-              free_(std::exchange(other.free_, nullptr)),
-              size_(std::exchange(other.size_, 0)) {}
+              free_(std::exchange(other.free_, nullptr)) {}
         NodePool& operator=(NodePool&&) = delete;
         NodePool(const NodePool&) = delete;
         NodePool& operator=(const NodePool&) = delete;
         ~NodePool() { clear(); }
 
-        /// Room for one node.
-        [[nodiscard]] void* take() {
-            if (free_ != nullptr) return std::exchange(free_, free_->next);
-            if (next_ == end_) reserve(size_ < kLargest ? 2 * size_ : std::size_t{kLargest});
+        /// An empty node.
+        [[nodiscard]] Node* take() {
+            if (free_ != nullptr) return &nodeOf(std::exchange(free_, free_->next));
+            if (next_ == end_) reserve(std::clamp(2 * size_, kSmallest, kLargest));
             return next_++;
         }
-        /// The room of a node that has been destroyed.
-        void giveBack(void* room) noexcept { free_ = new (room) Free{free_}; }
-        /// Makes sure that there is room for `count` in one piece, which is used next.
+        /// Takes a node that is empty again.
+        void giveBack(Node& node) noexcept {
+            node.next = free_;
+            free_ = &node;
+        }
+        /// Has the next `count` nodes in one piece.
         void reserve(std::size_t count) {
-            if (count < kSmallest) count = kSmallest;
+            if (count == 0) return;
             auto* const chunk =
-                static_cast<Chunk*>(::operator new(sizeof(Chunk) + count * sizeof(Room)));
+                static_cast<Chunk*>(::operator new(sizeof(Chunk) + count * sizeof(Node)));
             chunk->next = chunks_;
+            next_ = reinterpret_cast<Node*>(chunk + 1);
+            end_ = std::uninitialized_default_construct_n(next_, count);
+            if (chunks_ == nullptr) {
+                first_ = next_;
+                firstBytes_ = static_cast<Place>(std::min(count, kMostPlaces) * sizeof(Node));
+            }
             chunks_ = chunk;
-            next_ = reinterpret_cast<Room*>(chunk + 1);
-            end_ = next_ + count;
             size_ += count;
         }
+        /// Frees all nodes. Those that were entries have been destroyed before.
         void clear() noexcept {
             while (chunks_ != nullptr) ::operator delete(std::exchange(chunks_, chunks_->next));
-            next_ = end_ = nullptr;
+            first_ = next_ = end_ = nullptr;
+            firstBytes_ = 0;
             free_ = nullptr;
             size_ = 0;
         }
 
+        [[nodiscard]] bool hasPlace(Place place) const { return place < firstBytes_; }
+        [[nodiscard]] Node& at(Place place) const {
+            return *reinterpret_cast<Node*>(reinterpret_cast<std::byte*>(first_) + place);
+        }
+        void notePlace(const Link* node, Place& place) const {
+            const std::uintptr_t distance =
+                reinterpret_cast<std::uintptr_t>(node) - reinterpret_cast<std::uintptr_t>(first_);
+            if (distance < firstBytes_) place = static_cast<Place>(distance);
+        }
+        /// A node of the first piece, counted from 0, and the reverse, which gives `kNone` for
+        /// null.
+        [[nodiscard]] Node* room(std::size_t index) const { return first_ + index; }
+        [[nodiscard]] std::size_t indexOf(const Link* node) const {
+            return node != nullptr
+                       ? static_cast<std::size_t>(static_cast<const Node*>(node) - first_)
+                       : kNone;
+        }
+
     private:
-        static constexpr std::size_t kSmallest = 4;
+        static constexpr std::size_t kSmallest = kMostWithoutBuckets;
         static constexpr std::size_t kLargest = 1024;
+        static constexpr std::size_t kMostPlaces = std::numeric_limits<Place>::max() / sizeof(Node);
 
         struct Chunk {
             Chunk* next;
             std::uint64_t alignment;
         };
-        struct Free {
-            Free* next;
-        };
-        struct alignas(Node) Room {
-            std::array<std::byte, sizeof(Node)> bytes;
-        };
         static_assert(sizeof(Chunk) % alignof(Node) == 0);
 
+        Node* first_ = nullptr;  // of the first piece
+        Place firstBytes_ = 0;
+        std::size_t size_ = 0;  // nodes in all pieces
         Chunk* chunks_ = nullptr;
-        Room* next_ = nullptr;
-        Room* end_ = nullptr;
-        Free* free_ = nullptr;
-        std::size_t size_ = 0;  // rooms in all chunks
+        Node* next_ = nullptr;
+        Node* end_ = nullptr;
+        Link* free_ = nullptr;
     };
 
     [[nodiscard]] bool hasBuckets() const { return !buckets_.empty(); }
@@ -302,7 +399,9 @@ private:
     }
 
     void destroyEntries() noexcept {
-        for (Link* at = front_.next; at != nullptr;) nodeOf(std::exchange(at, at->next)).~Node();
+        for (Link* at = front_.next; at != nullptr; at = at->next) {
+            std::destroy_at(&nodeOf(at).entry);
+        }
     }
 
     Link front_;

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <random>
@@ -167,6 +166,28 @@ TEST(Table, EachKindOfKeyFindsItsText) {
     EXPECT_EQ(keyText(Variable::makeBool(false))->text, "false");
     const Variable text("shared");
     EXPECT_EQ(keyText(text), text.asText());
+}
+
+TEST(Table, TakesTheConstantThatItIsAskedFor) {
+    TableStorage table{{"one", Variable::makeInt(1)}, {"two", Variable::makeInt(2)}};
+    const Text constant = makeText("two");
+    constant->isConstant = true;
+    const Text other = makeText("two");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(table.find(constant)->asInt(), 2);
+        EXPECT_EQ(table.find(other)->asInt(), 2);
+        EXPECT_EQ(table.find(makeText("three")), nullptr);
+    }
+    const auto has = [&](const Text& text) {
+        for (const auto& entry : table) {
+            if (entry.first == text) return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(has(constant));
+    EXPECT_FALSE(has(other));
+    EXPECT_TRUE(table.erase("two"));
+    EXPECT_EQ(table.find(constant), nullptr);
 }
 
 TEST(Table, TheGenerationTellsWhetherAddressesHold) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <random>
@@ -101,6 +102,67 @@ TEST(WalkOrderMap, KeepsItsOrderWhenItIsCopiedMovedAndCleared) {
     EXPECT_EQ(moved.begin(), moved.end());
     add(moved, standardMoved, 0, 10);
     EXPECT_EQ(walked(moved), walked(standardMoved));
+}
+
+TEST(WalkOrderMap, WalksAsTheStandardMapDoesWhenItBeginsWithALayout) {
+    std::mt19937 random(3);
+    for (std::size_t count = 1; count <= Written::Layout::kMostKeys; ++count) {
+        for (int repeat = 0; repeat < 50; ++repeat) {
+            std::vector<std::string> keys;
+            while (keys.size() < count) {
+                const std::string key = std::to_string(random() % 100000);
+                if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.push_back(key);
+            }
+            Written written;
+            written.fill(Written::Layout(keys),
+                         [](std::size_t i, int& value) { value = static_cast<int>(i); });
+            Standard standard;
+            for (const std::string& key : keys) {
+                standard.try_emplace(key, static_cast<int>(standard.size()));
+            }
+            ASSERT_EQ(walked(written), walked(standard));
+            Written copy(written);
+            ASSERT_EQ(walked(copy), walked(standard));
+            for (int more = 0; more < 30; ++more) {
+                const std::string key = "more " + std::to_string(more);
+                written.try_emplace(key).first->second = standard[key] = more;
+                if (more == 3) {
+                    const auto taken = written.extract(written.find(keys.front()));
+                    standard.erase(keys.front());
+                }
+                ASSERT_EQ(walked(written), walked(standard));
+            }
+        }
+    }
+}
+
+TEST(WalkOrderMap, FindsAnEntryAtItsPlaceAsLongAsItIsThere) {
+    std::mt19937 random(4);
+    Written map;
+    std::unordered_map<std::string, Written::Place> places;
+    int found = 0;
+    for (int step = 0; step < 5000; ++step) {
+        const std::string key = std::to_string(random() % 12);
+        const auto entry = map.find(key);
+        if (const auto known = places.find(key); known != places.end()) {
+            // Another key may have come there, but never another value for this one.
+            if (const int* value = map.valueAt(known->second, key)) {
+                ++found;
+                ASSERT_NE(entry, map.end());
+                ASSERT_EQ(value, &entry->second);
+            }
+        }
+        if (entry == map.end()) {
+            map.try_emplace(key).first->second = step;
+        } else if (random() % 4 == 0) {
+            const auto taken = map.extract(entry);
+        } else {
+            Written::Place& place = places[key];
+            map.notePlace(entry, place);
+        }
+        if (step % 1000 == 999) map.clear();
+    }
+    EXPECT_GT(found, 1000);
 }
 
 }  // namespace
