@@ -1,14 +1,13 @@
 // Calls in the scalar tier: natives with a scalar result, and script functions with a fast body.
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <stdexcept>
 #include <vector>
 
 #include "eval/errors.h"
+#include "eval/scalar_math.h"
 #include "eval/variable_access.h"
 #include "library/natives.h"
-#include "value/arithmetic.h"
 
 using TokenAnalyses = std::vector<TokenAnalysis>;
 
@@ -16,76 +15,7 @@ namespace {
 
 constexpr std::size_t kArgumentsOnStack = 8;
 
-/// The natives that take any values but give a scalar.
-bool isScalarBuiltinOnValues(BuiltinId id) {
-    return id == BuiltinId::ToNumber || id == BuiltinId::Len || id == BuiltinId::StringLen ||
-           id == BuiltinId::StringByte || id == BuiltinId::Utf8Len;
-}
-
-/// The natives that are computed from scalars without a Variable.
-bool isScalarBuiltinOnScalars(BuiltinId id) {
-    return id == BuiltinId::GetTimeMs || (id >= BuiltinId::MathFloor && id <= BuiltinId::MathSqrt);
-}
-
 using Scalars = std::vector<FastScalarValue>;
-
-FastScalarValue smallest(const FastScalarValue* values, std::size_t count) {
-    FastScalarValue winner = values[0];
-    for (std::size_t i = 1; i < count; ++i) {
-        if (!(fastScalarToDouble(values[i]) >= fastScalarToDouble(winner))) winner = values[i];
-    }
-    return winner;
-}
-
-FastScalarValue largest(const FastScalarValue* values, std::size_t count) {
-    FastScalarValue winner = values[0];
-    for (std::size_t i = 1; i < count; ++i) {
-        if (fastScalarToDouble(values[i]) > fastScalarToDouble(winner)) winner = values[i];
-    }
-    return winner;
-}
-
-FastScalarValue absolute(const FastScalarValue& value) {
-    if (value.kind == ScalarKind::Float) {
-        return FastScalarValue::fromFloat(std::fabs(value.floatValue));
-    }
-    const int number = fastScalarToInt(value);
-    return FastScalarValue::fromInt(std::max(number, wrapNegate(number)));
-}
-
-FastScalarValue narrowed(double number) {
-    return FastScalarValue::fromFloat(static_cast<float>(number));
-}
-
-/// A mathematical native on `count` numbers; false for a wrong count.
-bool tryMath(BuiltinId id, const FastScalarValue* values, std::size_t count, FastScalarValue& out) {
-    if (id == BuiltinId::MathMin || id == BuiltinId::MathMax) {
-        out = id == BuiltinId::MathMin ? smallest(values, count) : largest(values, count);
-        return true;
-    }
-    if (id == BuiltinId::MathLog && count == 2) {
-        out = narrowed(
-            checkedLogarithm(fastScalarToDouble(values[0]), fastScalarToDouble(values[1])));
-        return true;
-    }
-    if (count != 1) return false;
-    const double x = fastScalarToDouble(values[0]);
-    switch (id) {
-        case BuiltinId::MathFloor:
-            out = FastScalarValue::fromInt(saturateToInt(std::floor(x)));
-            return true;
-        case BuiltinId::MathCeil:
-            out = FastScalarValue::fromInt(saturateToInt(std::ceil(x)));
-            return true;
-        case BuiltinId::MathAbs: out = absolute(values[0]); return true;
-        case BuiltinId::MathSin: out = narrowed(std::sin(x)); return true;
-        case BuiltinId::MathCos: out = narrowed(std::cos(x)); return true;
-        case BuiltinId::MathRad: out = narrowed(radiansFromDegrees(x)); return true;
-        case BuiltinId::MathLog: out = narrowed(checkedLogarithm(x)); return true;
-        case BuiltinId::MathSqrt: out = narrowed(checkedSquareRoot(x)); return true;
-        default: return false;
-    }
-}
 
 /// Literals and variables only.
 bool argumentsAreLeaves(const FastExpression& expression, const FastExprNode& call) {
@@ -139,13 +69,9 @@ bool DovrelScript::tryScalarCall(const FastExpression& expression, const FastExp
     const ScriptCallable* native = findNativeCallee(expression, node.left, analysis);
     const BuiltinId id = native != nullptr ? native->builtinId : BuiltinId::None;
     if (id == BuiltinId::None) return tryScalarScriptCall(expression, node, analysis, out);
-    if (isScalarBuiltinOnValues(id)) {
-        return tryScalarBuiltinOnValues(expression, node, analysis, id, out);
-    }
-    if (isScalarBuiltinOnScalars(id)) {
-        return tryScalarBuiltinOnScalars(expression, node, analysis, id, out);
-    }
-    return false;  // before anything has been evaluated
+    if (!mayGiveScalar(id)) return false;  // before anything has been evaluated
+    return takesScalars(id) ? tryScalarBuiltinOnScalars(expression, node, analysis, id, out)
+                            : tryScalarBuiltinOnValues(expression, node, analysis, id, out);
 }
 
 bool DovrelScript::tryScalarBuiltinOnValues(const FastExpression& expression,
@@ -191,7 +117,7 @@ bool DovrelScript::tryScalarBuiltin(BuiltinId id, const FastScalarValue* values,
                      [](const FastScalarValue& value) { return value.isNumeric(); })) {
         return false;
     }
-    return tryMath(id, values, count, out);
+    return tryScalarMath(id, values, count, out);
 }
 
 bool DovrelScript::tryScalarScriptCall(const FastExpression& expression, const FastExprNode& node,

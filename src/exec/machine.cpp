@@ -1145,9 +1145,16 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     RequireScalarCall : {
         const ScalarCallSite& site = code->scalarCalls[at->a];
         if (const Variable* found = calleeAtOnce(*code, R, site)) {
-            // A line that makes no calls itself.
-            const MachineCode* const leaf = readyLeaf(*found);
-            if (leaf != nullptr && !leaf->isTokenLeaf && !leaf->givesSeveral) NEXT();
+            if (const ScriptCallable* native = nativeOf(found)) {
+                if (mayGiveScalar(native->builtinId) &&
+                    takesScalars(native->builtinId) == site.takesScalars) {
+                    NEXT();
+                }
+            } else if (!site.takesScalars) {
+                // A line that makes no calls itself.
+                const MachineCode* const leaf = readyLeaf(*found);
+                if (leaf != nullptr && !leaf->isTokenLeaf && !leaf->givesSeveral) NEXT();
+            }
         }
         activations_.back().pc = at;
         moved = at;
@@ -1157,9 +1164,12 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
     CallScalar : {
         activations_.back().pc = at;
         const ScalarCallSite& site = code->scalarCalls[at->c];
-        if (!site.takesScalars) {
-            slot = &R[at->a];
-            const Variable* found = calleeAtOnce(*code, R, site);
+        slot = &R[at->a];
+        const Variable* found = calleeAtOnce(*code, R, site);
+        if (site.takesScalars) {
+            const ScriptCallable* native = nativeOf(found);
+            if (native != nullptr && tryMathAtOnce(native->builtinId, slot, at->b)) NEXT();
+        } else {
             if (found == nullptr) found = calleeOf(*code, R, site);
             if (found != nullptr) {
                 callee = readyLeaf(*found);
@@ -1172,7 +1182,7 @@ Variable Machine::runLoop(const std::size_t entry, bool& isBehindCall) {
                 }
             }
         }
-        if (!callScalar(*code, R, site, &R[at->a], at->b)) {
+        if (!callScalar(*code, R, site, slot, at->b)) {
             if (interpreter_.softErrorUnwinding()) goto attend;
             moved = at;
             decline(*code, moved, R);

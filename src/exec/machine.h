@@ -372,6 +372,7 @@ private:
                              const ScalarCallSite& site);
     bool mayCallScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                        Pc& pc);
+    static bool tryMathAtOnce(BuiltinId id, Variable* slot, std::size_t count);
     bool callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                     Variable* slot, std::size_t count);
     const MachineCode* leafCode(const Variable& callee);
@@ -391,7 +392,6 @@ private:
     [[nodiscard, gnu::always_inline]] const Variable* calleeAtOnce(const MachineCode& code,
                                                                    const Variable* registers,
                                                                    const ScalarCallSite& site) {
-        if (site.takesScalars) return nullptr;
         if (site.isRegister) return &registers[site.callee];
         if (!site.isMember) return globalOf(code.variables[site.callee]);
         const MemberSite& member = code.members[site.callee];

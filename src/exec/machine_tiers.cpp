@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "eval/errors.h"
+#include "eval/scalar_math.h"
 #include "exec/machine.h"
 #include "exec/machine_leaf_guard.h"
 #include "library/builtin_id.h"
@@ -182,31 +183,47 @@ bool Machine::mayCallScalar(const MachineCode& code, Variable* registers,
     return false;
 }
 
+/// A mathematical native on the numbers behind `slot`, if nobody can tell that it has been called:
+/// it raises nothing. False, with nothing done, in every other case.
+bool Machine::tryMathAtOnce(BuiltinId id, Variable* slot, std::size_t count) {
+    std::array<FastScalarValue, 2> values;
+    if (!takesScalars(id) || id == BuiltinId::GetTimeMs || id == BuiltinId::MathLog || count == 0 ||
+        count > values.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = scalarFromVariable(slot[1 + i]);
+        if (!values[i].isNumeric()) return false;
+    }
+    if (id == BuiltinId::MathSqrt && !(fastScalarToDouble(values[0]) >= 0)) return false;
+    FastScalarValue result{};
+    if (!tryScalarMath(id, values.data(), count, result)) return false;
+    for (std::size_t i = 0; i < count; ++i) slot[1 + i].overwriteNil();
+    assignFastScalarToVariable(*slot, result);
+    return true;
+}
+
 bool Machine::callScalar(const MachineCode& code, Variable* registers, const ScalarCallSite& site,
                          Variable* slot, std::size_t count) {
     showToken();
     const Variable* found = calleeOf(code, registers, site);
-    const Variable callee = found != nullptr ? *found : Variable();
     bool isDone = false;
     FastScalarValue scalar{};
-    if (isScalarCallee(&callee)) {
-        const ScriptCallable& callable = *callee.asFunction();
-        if (callable.isNative && takesScalars(callable.builtinId)) {
+    if (isScalarCallee(found)) {
+        const Shared<ScriptCallable> callable = found->asFunction();
+        const Arguments args(slot + 1, count);
+        if (!callable->isNative) {
+            isDone = interpreter_.tryEvaluateFastCallableScalar(callable, args, scalar) &&
+                     !interpreter_.softErrorUnwinding();
+        } else if (takesScalars(callable->builtinId)) {
             std::array<FastScalarValue, 8> few;
             std::vector<FastScalarValue> many;
             if (count > few.size()) many.resize(count);
             FastScalarValue* values = count > few.size() ? many.data() : few.data();
-            for (std::size_t i = 0; i < count; ++i) values[i] = scalarFromVariable(slot[1 + i]);
-            isDone = interpreter_.tryScalarBuiltin(callable.builtinId, values, count, scalar);
+            for (std::size_t i = 0; i < count; ++i) values[i] = scalarFromVariable(args[i]);
+            isDone = interpreter_.tryScalarBuiltin(callable->builtinId, values, count, scalar);
         } else {
-            const Arguments args(slot + 1, count);
-            if (callable.isNative) {
-                isDone = interpreter_.tryScalarBuiltin(callable.builtinId, args, scalar);
-            } else {
-                isDone =
-                    interpreter_.tryEvaluateFastCallableScalar(callee.asFunction(), args, scalar) &&
-                    !interpreter_.softErrorUnwinding();
-            }
+            isDone = interpreter_.tryScalarBuiltin(callable->builtinId, args, scalar);
         }
     }
     clearArguments(slot, count);

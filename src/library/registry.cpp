@@ -169,6 +169,7 @@ NativeFunction bodyFunction(DovrelScript& interpreter, NativeBody body) {
 
 Variable makeLibraryTable(DovrelScript& interpreter, std::span<const NativeRow> rows) {
     TableStorage members;
+    members.reserve(rows.size());
     for (const NativeRow& row : rows) {
         members[row.name] = makeNativeCallable(bodyFunction(interpreter, row.body), row.idName);
     }

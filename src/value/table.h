@@ -117,6 +117,8 @@ public:
     Variable& operator[](const Text& key);
     Variable& operator[](std::string_view key);
 
+    /// Has the next `count` new entries made in one piece of memory.
+    void reserve(std::size_t count) { map_.reserve(count); }
     /// Adds the keys of a layout to a table that never had one. Their values are nil; `give` gets
     /// the number of each key, counted from 0, and its value.
     template <class Give>
