@@ -10,6 +10,7 @@
 #include "exec/chunk_run.h"
 #include "exec/machine.h"
 #include "library/natives.h"
+#include "value/operators.h"
 #include "value/string_methods.h"
 #include "value/table.h"
 
@@ -144,13 +145,17 @@ void Machine::callMemberNative(Variable* slot, std::size_t count, BuiltinId id) 
 /// False, with nothing done, if there is none.
 bool Machine::callOfText(Variable* slot, std::size_t count, const Variable& text,
                          const Text& method) {
-    const Variable* found = findStringMethod(interpreter_, method->text);
+    const Variable* found = findStringMethod(interpreter_, method);
     if (found == nullptr) return false;
     showToken();
     // Copies: what is called may change both.
     const Variable callee = *found;
-    const Variable receiver = text;
-    Variable result = callStringMethod(interpreter_, callee, receiver, Arguments(slot + 1, count));
+    *slot = text;
+    // A first argument that equals the receiver is the receiver.
+    const bool repeatsReceiver = count != 0 && variablesEqual(slot[1], text);
+    const Arguments args(slot, count + 1);
+    Variable result =
+        interpreter_.invokeCallableFast(callee, repeatsReceiver ? args.from(1) : args);
     clearArguments(slot, count);
     *slot = std::move(result);
     lastCallWasScalar_ = false;

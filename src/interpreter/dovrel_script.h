@@ -159,7 +159,7 @@ public:
     }
     /// The native callable that `text[method]` gives: `method` with `text` in front of its
     /// arguments.
-    [[nodiscard]] Variable bindStringMethod(const std::string& text, const std::string& method);
+    [[nodiscard]] Variable bindStringMethod(const std::string& text, const Text& method);
 
     // ------------------------------------------------------------------ frontend
     /// Cuts one logical line into token texts. Raises "Unterminated string literal".
@@ -183,6 +183,8 @@ public:
     void prepareParsedLines(std::vector<ParsedScriptLine>& lines) const;
 
     NamePool names;
+    /// The methods of texts are those of what this name leads to.
+    const Name stringLibraryName = names.intern("string");
     std::vector<std::string_view> tokenTexts;  // of `readTokens`; kept for its storage
     /// False keeps prepareParsedLines from compiling expressions, so that everything runs by
     /// tokens. For tests that compare the tiers.

@@ -100,23 +100,24 @@ Variable DovrelScript::getIndexedValue(const Variable& container, const Variable
         case VarType::String:
             if (key.type == VarType::Int) return byteAt(container.asString(), key.asInt());
             if (key.type == VarType::String) {
-                return bindStringMethod(container.asString(), key.asString());
+                return bindStringMethod(container.asString(), key.asText());
             }
             throwPlainError("String index must be an int or string method name");
         default: throwPlainError("Indexing requires an array, table, or string");
     }
 }
 
-const Variable* findStringMethod(DovrelScript& interpreter, std::string_view method) {
+const Variable* findStringMethod(DovrelScript& interpreter, const Text& method) {
     // By the ordinary look-up, so a script that replaces `string` changes what methods exist.
-    const Variable* library = interpreter.resolveVariablePtr(interpreter.names.intern("string"));
+    const Variable* library = interpreter.resolveVariablePtr(interpreter.stringLibraryName);
     if (library == nullptr || library->type != VarType::Table) return nullptr;
     const Variable* found = std::as_const(*library->asTable()).find(method);
     return found != nullptr && found->type == VarType::Function ? found : nullptr;
 }
 
-Variable callStringMethod(DovrelScript& interpreter, const Variable& function,
-                          const Variable& receiver, Arguments args) {
+/// Calls `function` with `receiver` in front of `args`. The function is the caller's copy.
+static Variable callStringMethod(DovrelScript& interpreter, const Variable& function,
+                                 const Variable& receiver, Arguments args) {
     // A first argument that equals the receiver is the receiver, passed again by a caller that does
     // not rely on the binding.
     const bool repeatsReceiver = !args.empty() && variablesEqual(args[0], receiver);
@@ -127,7 +128,7 @@ Variable callStringMethod(DovrelScript& interpreter, const Variable& function,
     return interpreter.invokeCallableFast(function, all.view());
 }
 
-Variable DovrelScript::bindStringMethod(const std::string& text, const std::string& method) {
+Variable DovrelScript::bindStringMethod(const std::string& text, const Text& method) {
     const Variable* found = findStringMethod(*this, method);
     if (found == nullptr) return {};
     return makeNativeCallable(
